@@ -1,0 +1,31 @@
+// Where Lumeo keeps its files on Linux. Every folder follows the XDG base
+// directories unless LUMEO_HOME (or the front ends' --home) puts all of them
+// under one folder, so that several devices can run side by side on one
+// machine. The folders are made on first use.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+
+namespace lumeo {
+
+struct DataDirectories {
+  std::filesystem::path library;             // the journal store, images, level table
+  std::filesystem::path documents;           // exports a user may look at
+  std::filesystem::path applicationSupport;  // the sync engine's own files
+  std::filesystem::path temporary;           // scratch files, safe to lose
+  std::filesystem::path defaultsFile;        // the user defaults property list
+
+  // The folders for this process: the --home override if one was set, else
+  // LUMEO_HOME, else the XDG locations.
+  static DataDirectories current();
+  // All folders under one home folder.
+  static DataDirectories underHome(const std::filesystem::path& home);
+  // Sets or clears the process-wide home override (the --home option).
+  static void setHomeOverride(std::optional<std::filesystem::path> home);
+
+  // Makes every folder that does not exist yet; false if one cannot be made.
+  bool create() const;
+};
+
+}  // namespace lumeo
