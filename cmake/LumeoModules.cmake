@@ -63,3 +63,29 @@ function(lumeo_glob_module name dir)
     lumeo_add_test_module(${test_name} SOURCES ${test_sources} LIBS ${name} ${ARG_TEST_LIBS} ${timeout_arg})
   endif()
 endfunction()
+
+# lumeo_add_fuzz_target(NAME SOURCE file LIBS ... [CORPUS dir])
+# A fuzz target defines LLVMFuzzerTestOneInput. In the ordinary build it is
+# linked with a small driver and registered with ctest as NAME_fuzz_smoke: it
+# replays every file of CORPUS (the kept finds, under testdata/) and then a
+# bounded number of random and mutated inputs. With clang and
+# -DLUMEO_FUZZ=ON it is linked with libFuzzer instead, for real fuzzing.
+option(LUMEO_FUZZ "Link fuzz targets with libFuzzer (needs clang)" OFF)
+function(lumeo_add_fuzz_target name)
+  cmake_parse_arguments(ARG "" "SOURCE;CORPUS" "LIBS" ${ARGN})
+  add_executable(${name}_fuzz ${ARG_SOURCE})
+  target_link_libraries(${name}_fuzz PRIVATE ${ARG_LIBS})
+  target_include_directories(${name}_fuzz PRIVATE ${PROJECT_SOURCE_DIR}/src)
+  if(LUMEO_FUZZ)
+    target_compile_options(${name}_fuzz PRIVATE -fsanitize=fuzzer,address,undefined)
+    target_link_options(${name}_fuzz PRIVATE -fsanitize=fuzzer,address,undefined)
+  else()
+    target_link_libraries(${name}_fuzz PRIVATE lumeo-fuzz-driver)
+    set(corpus ${PROJECT_SOURCE_DIR}/testdata/fuzz/${name})
+    if(ARG_CORPUS)
+      set(corpus ${ARG_CORPUS})
+    endif()
+    add_test(NAME ${name}_fuzz_smoke COMMAND ${name}_fuzz ${corpus})
+    set_tests_properties(${name}_fuzz_smoke PROPERTIES TIMEOUT 300)
+  endif()
+endfunction()

@@ -1,0 +1,2 @@
+// Placeholder so that the store module links before its first unit lands.
+namespace lumeo {}
