@@ -1,7 +1,7 @@
-// Entry of the lumeo command: parses the command line and runs one command.
-#include <iostream>
+// Entry of the lumeo command.
+#include "cli_app.h"
 
-int main() {
-  std::cout << "lumeo " << LUMEO_VERSION << "\n";
-  return 0;
+int main(int argc, char** argv) {
+  lumeo::cli::CliApp app;
+  return app.run(argc, argv);
 }

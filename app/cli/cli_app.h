@@ -1,0 +1,86 @@
+// The lumeo command line: one CLI11 application with global options, and a
+// registry through which each command file adds its commands and its step of
+// the demo. Commands report user errors by throwing CommandError; main()
+// turns it into a message on standard error and exit status 1.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <functional>
+#include <iosfwd>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace lumeo::cli {
+
+// A failure the user can act on: bad input, a missing record, an unreadable
+// file. The message is printed as it stands.
+class CommandError : public std::runtime_error {
+ public:
+  explicit CommandError(const std::string& message, int status = 1)
+      : std::runtime_error(message), status_(status) {}
+  int status() const { return status_; }
+
+ private:
+  int status_;
+};
+
+class CliApp {
+ public:
+  CliApp();
+
+  CLI::App& root() { return app_; }
+  // Adds `lumeo NOUN` (or finds it when another file added it already), so
+  // that several files can add verbs to one noun.
+  CLI::App& noun(const std::string& name, const std::string& description);
+
+  bool json() const { return json_; }
+  bool interactive() const;  // standard input and output are terminals
+  std::optional<std::filesystem::path> home() const { return home_; }
+
+  std::ostream& out();
+  std::ostream& err();
+  // Prints a JSON document (with --json) on standard output.
+  void printJson(const nlohmann::json& document);
+
+  // Runs the command line; returns the process exit status.
+  int run(int argc, char** argv);
+
+  // Start hooks run once, when the first command that needs the journal
+  // calls runStartHooks(); stop hooks run after the command (also when it
+  // failed) if the start hooks ran. The journal session uses them for the
+  // launch and termination sequences, so `lumeo --help` opens nothing.
+  void addStartHook(std::function<void(CliApp&)> hook) { startHooks_.push_back(std::move(hook)); }
+  void addStopHook(std::function<void(CliApp&)> hook) { stopHooks_.push_back(std::move(hook)); }
+  void runStartHooks();
+
+ private:
+  CLI::App app_;
+  bool json_ = false;
+  std::optional<std::filesystem::path> home_;
+  std::vector<std::function<void(CliApp&)>> startHooks_;
+  std::vector<std::function<void(CliApp&)>> stopHooks_;
+  bool started_ = false;
+};
+
+// Registration of command files, made by static objects in each file:
+//   static const CommandRegistration kJournal(10, [](CliApp& app) { ... });
+// Lower order registers first, which fixes the order of the help text.
+struct CommandRegistration {
+  CommandRegistration(int order, std::function<void(CliApp&)> registrar);
+};
+
+// A step of `lumeo demo`: fills the throwaway journal with sample data of
+// one capability and prints what that capability shows. Steps run in order.
+struct DemoStep {
+  DemoStep(int order, std::string title, std::function<void(CliApp&)> step);
+};
+
+// Parses an integer option value or throws a usage error.
+long parseInteger(const std::string& text, const std::string& what);
+
+}  // namespace lumeo::cli
