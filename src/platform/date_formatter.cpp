@@ -1,0 +1,148 @@
+// DateFormatter on ICU's SimpleDateFormat. The ICU object is made lazily and
+// thrown away whenever a setting changes, so that setters stay cheap.
+#include "platform/date_formatter.h"
+
+#include <unicode/datefmt.h>
+#include <unicode/dtptngen.h>
+#include <unicode/smpdtfmt.h>
+
+#include "platform/icu_support.h"
+#include "platform/user_locale.h"
+
+namespace lumeo {
+namespace {
+
+icu::DateFormat::EStyle icuStyle(DateFormatter::Style style, bool relative) {
+  icu::DateFormat::EStyle s = icu::DateFormat::kNone;
+  switch (style) {
+    case DateFormatter::Style::kNone: return icu::DateFormat::kNone;
+    case DateFormatter::Style::kShort: s = icu::DateFormat::kShort; break;
+    case DateFormatter::Style::kMedium: s = icu::DateFormat::kMedium; break;
+    case DateFormatter::Style::kLong: s = icu::DateFormat::kLong; break;
+    case DateFormatter::Style::kFull: s = icu::DateFormat::kFull; break;
+  }
+  return relative ? static_cast<icu::DateFormat::EStyle>(s | icu::DateFormat::kRelative) : s;
+}
+
+}  // namespace
+
+DateFormatter::DateFormatter() : locale_(userLocaleIdentifier()), zone_(TimeZone::current()) {}
+
+DateFormatter::DateFormatter(std::string pattern) : DateFormatter() { pattern_ = std::move(pattern); }
+
+DateFormatter::DateFormatter(const DateFormatter& other)
+    : pattern_(other.pattern_),
+      dateStyle_(other.dateStyle_),
+      timeStyle_(other.timeStyle_),
+      relative_(other.relative_),
+      locale_(other.locale_),
+      zone_(other.zone_) {}
+
+DateFormatter& DateFormatter::operator=(const DateFormatter& other) {
+  if (this != &other) {
+    pattern_ = other.pattern_;
+    dateStyle_ = other.dateStyle_;
+    timeStyle_ = other.timeStyle_;
+    relative_ = other.relative_;
+    locale_ = other.locale_;
+    zone_ = other.zone_;
+    formatter_.reset();
+  }
+  return *this;
+}
+
+DateFormatter::~DateFormatter() = default;
+
+void DateFormatter::setDateFormat(std::string pattern) {
+  pattern_ = std::move(pattern);
+  dateStyle_ = timeStyle_ = Style::kNone;
+  formatter_.reset();
+}
+
+void DateFormatter::setDateStyle(Style style) {
+  dateStyle_ = style;
+  pattern_.clear();
+  formatter_.reset();
+}
+
+void DateFormatter::setTimeStyle(Style style) {
+  timeStyle_ = style;
+  pattern_.clear();
+  formatter_.reset();
+}
+
+void DateFormatter::setDoesRelativeDateFormatting(bool relative) {
+  relative_ = relative;
+  formatter_.reset();
+}
+
+void DateFormatter::setLocale(const std::string& identifier) {
+  locale_ = icuLocaleFromPosix(identifier);
+  formatter_.reset();
+}
+
+void DateFormatter::setTimeZone(const TimeZone& zone) {
+  zone_ = zone;
+  formatter_.reset();
+}
+
+icu::DateFormat* DateFormatter::formatter() const {
+  if (formatter_) return formatter_.get();
+  const icu::Locale locale = icu::Locale::createFromName(locale_.c_str());
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::DateFormat> made;
+  if (!pattern_.empty()) {
+    made = std::make_unique<icu::SimpleDateFormat>(toUnicode(pattern_), locale, status);
+  } else if (dateStyle_ != Style::kNone || timeStyle_ != Style::kNone) {
+    made.reset(icu::DateFormat::createDateTimeInstance(icuStyle(dateStyle_, relative_), icuStyle(timeStyle_, false),
+                                                       locale));
+  }
+  if (!made || U_FAILURE(status)) return nullptr;
+  made->setTimeZone(zone_.icuZone());
+  // Strict: no guessing at what a partly matching text meant.
+  made->setLenient(false);
+  made->setBooleanAttribute(UDAT_PARSE_ALLOW_WHITESPACE, false, status);
+  made->setBooleanAttribute(UDAT_PARSE_ALLOW_NUMERIC, false, status);
+  made->setBooleanAttribute(UDAT_PARSE_PARTIAL_LITERAL_MATCH, false, status);
+  made->setBooleanAttribute(UDAT_PARSE_MULTIPLE_PATTERNS_FOR_MATCH, false, status);
+  formatter_ = std::move(made);
+  return formatter_.get();
+}
+
+std::string DateFormatter::stringFromDate(Date date) const {
+  icu::DateFormat* f = formatter();
+  if (f == nullptr) return {};
+  icu::UnicodeString out;
+  f->format(date.timeIntervalSince1970() * 1000.0, out);
+  return fromUnicode(out);
+}
+
+std::optional<Date> DateFormatter::dateFromString(const std::string& text) const {
+  icu::DateFormat* f = formatter();
+  if (f == nullptr || text.empty()) return std::nullopt;
+  const icu::UnicodeString input = toUnicode(text);
+  icu::ParsePosition position(0);
+  const UDate millis = f->parse(input, position);
+  if (position.getErrorIndex() >= 0 || position.getIndex() != input.length()) return std::nullopt;
+  return Date::fromTimeIntervalSince1970(millis / 1000.0);
+}
+
+std::string DateFormatter::localizedStringFromDate(Date date, Style dateStyle, Style timeStyle) {
+  DateFormatter formatter;
+  formatter.setDateStyle(dateStyle);
+  formatter.setTimeStyle(timeStyle);
+  return formatter.stringFromDate(date);
+}
+
+std::string DateFormatter::dateFormatFromTemplate(const std::string& skeleton, const std::string& localeIdentifier) {
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::Locale locale = icu::Locale::createFromName(icuLocaleFromPosix(localeIdentifier).c_str());
+  std::unique_ptr<icu::DateTimePatternGenerator> generator(
+      icu::DateTimePatternGenerator::createInstance(locale, status));
+  if (U_FAILURE(status)) return {};
+  const icu::UnicodeString pattern = generator->getBestPattern(toUnicode(skeleton), status);
+  if (U_FAILURE(status)) return {};
+  return fromUnicode(pattern);
+}
+
+}  // namespace lumeo

@@ -1,0 +1,16 @@
+// UTF-8 to UTF-16 and back through ICU's own converters.
+#include "platform/icu_support.h"
+
+namespace lumeo {
+
+icu::UnicodeString toUnicode(std::string_view utf8) {
+  return icu::UnicodeString::fromUTF8(icu::StringPiece(utf8.data(), static_cast<int32_t>(utf8.size())));
+}
+
+std::string fromUnicode(const icu::UnicodeString& text) {
+  std::string out;
+  text.toUTF8String(out);
+  return out;
+}
+
+}  // namespace lumeo
