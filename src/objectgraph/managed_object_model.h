@@ -88,6 +88,7 @@ class AttributeDescription : public PropertyDescription {
 
  private:
   friend class EntityDescription;
+  friend class ManagedObjectModel;
   AttributeDescription(EntityDescription* entity, std::string name, AttributeType type)
       : PropertyDescription(entity, std::move(name)), type_(type) {}
   AttributeType type_;
