@@ -3,6 +3,19 @@
 // maximum concurrency. Delays are measured on Clock::current(), so with a
 // SimulatedClock they run in virtual time: MainLoop jumps the clock to the
 // next due call when nothing else is ready.
+//
+// Virtual time: every delayed call of every queue goes through one
+// TimerScheduler (timer_scheduler.h). On a simulated clock, runFor, runUntil
+// and runUntilIdle first let every queue settle (the main queue empty and no
+// block queued or running on a serial, global or operation queue), then move
+// the clock to the earliest delayed call and post it to its queue. A test
+// therefore sees a 30-second timeout or a 20-second delay on a background
+// queue happen instantly and in the same order each run. A background block
+// that blocks its thread until virtual time passes would keep the queues from
+// settling; wait with a delayed call instead.
+//
+// Exceptions: one escaping an async block is logged as an error and the queue
+// goes on; one escaping a sync block reaches the caller of sync().
 #pragma once
 
 #include <functional>
@@ -17,12 +30,16 @@ class DispatchQueue {
  public:
   virtual ~DispatchQueue() = default;
 
-  // The queue that MainLoop runs on the main thread.
+  // The queue that MainLoop runs on the main thread. sync() from another
+  // thread waits until the loop runs the block.
   static DispatchQueue& main();
-  // A concurrent queue of background priority.
+  // A concurrent queue of background priority. sync() runs the block on the
+  // calling thread.
   static DispatchQueue& global();
   // A new serial queue with its own worker thread; blocks run one at a time
-  // in the order they were added.
+  // in the order they were added. Dropping the last reference runs the blocks
+  // already queued before the thread ends; delayed calls not yet due are
+  // dropped with the queue.
   static std::shared_ptr<DispatchQueue> makeSerial(const std::string& label);
 
   virtual void async(Block block) = 0;
@@ -31,7 +48,9 @@ class DispatchQueue {
   virtual void sync(Block block) = 0;
   // Runs the block on the queue `seconds` from now on Clock::current().
   virtual void after(double seconds, Block block) = 0;
-  // True when the calling thread is running a block of this queue.
+  // True when the calling thread is running a block of this queue, or a block
+  // that such a block waits for through sync(). On the main queue, true on
+  // the process's main thread.
   virtual bool isCurrent() const = 0;
   virtual const std::string& label() const = 0;
 };
@@ -43,6 +62,7 @@ void after(double seconds, Block block);
 // maxConcurrentOperationCount at a time (1 makes it serial, in order).
 class OperationQueue {
  public:
+  // A negative count means no limit; 0 starts nothing until it is raised.
   explicit OperationQueue(int maxConcurrentOperationCount = 1, std::string name = {});
   ~OperationQueue();  // waits for the running operations, drops the queued ones
   OperationQueue(const OperationQueue&) = delete;
@@ -53,6 +73,8 @@ class OperationQueue {
   int maxConcurrentOperationCount() const;
   // Drops the operations that have not started; running ones finish.
   void cancelAllOperations();
+  // Waits until nothing is queued or running. Called from inside one of the
+  // queue's operations it does not wait for that operation itself.
   void waitUntilAllOperationsAreFinished();
   int operationCount() const;  // queued plus running
   void setSuspended(bool suspended);
@@ -74,12 +96,15 @@ class MainLoop {
 
   // Runs until quit() is called.
   void run();
+  // Ends the innermost run(); does nothing when no run() is active. Any thread.
   void quit();
-  // Runs every block that is ready now and returns how many ran; never waits.
+  // Posts the delayed calls that are due, runs every main-queue block that is
+  // ready now and returns how many ran; never waits and never moves the clock.
   int runOnce();
-  // Runs until no block is ready and no delayed call is due within
-  // `maxWaitSeconds` (on a simulated clock, pending delayed calls are brought
-  // due by moving the clock forward, up to that limit).
+  // Runs until no block is ready, no background queue has work, and no
+  // delayed call is due within `maxWaitSeconds` of the start (on a simulated
+  // clock, pending delayed calls are brought due by moving the clock forward,
+  // up to that limit).
   void runUntilIdle(double maxWaitSeconds = 0);
   // Runs for `seconds` of clock time, firing delayed calls as they fall due;
   // on a simulated clock this returns at once with the clock moved on.
@@ -90,6 +115,9 @@ class MainLoop {
   // Seconds until the next delayed main-queue call, or a negative value.
   double secondsUntilNextTimer() const;
   bool isMainThread() const;
+  // Called from any thread whenever the main queue gets a block or a delayed
+  // call, so that a host loop (Qt) can schedule runOnce(). Empty: none.
+  void setWakeUpHandler(std::function<void()> handler);
 };
 
 }  // namespace lumeo
