@@ -1,0 +1,382 @@
+// The settings file on disk: bad files are read as empty and kept, every
+// value kind survives the file, writes are atomic even when a step fails, and
+// two processes writing at once lose none of each other's keys.
+#include "platform/linux/plist_user_defaults.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <set>
+
+#include "platform/linux/data_directories.h"
+#include "testing/temp_dir.h"
+
+namespace lumeo {
+namespace {
+
+using testing::readFile;
+using testing::TempDir;
+using testing::writeFile;
+
+std::set<std::string> filesIn(const std::filesystem::path& dir) {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir)) names.insert(entry.path().filename());
+  return names;
+}
+
+// ---------------------------------------------------------------------------
+// Files that are not a usable settings list
+
+struct BadFile {
+  const char* name;
+  std::string contents;
+};
+
+class UnusableSettingsFileTest : public ::testing::TestWithParam<BadFile> {};
+
+TEST_P(UnusableSettingsFileTest, ReadsAsNoKeysAndIsKeptUntilAndThroughAWrite) {
+  TempDir dir;
+  const auto file = dir / "defaults.plist";
+  writeFile(file, GetParam().contents);
+  {
+    PlistUserDefaults defaults(file);
+    EXPECT_TRUE(defaults.persistentDomain().empty());
+    EXPECT_FALSE(defaults.boolForKey("MoodFirstStart"));
+    defaults.registerDefaults({{"alarm", Value::Array{}}});
+    EXPECT_TRUE(defaults.synchronize());
+  }
+  EXPECT_EQ(readFile(file), GetParam().contents) << "opening, reading and synchronizing never write";
+  EXPECT_EQ(filesIn(dir.path()), std::set<std::string>{"defaults.plist"});
+
+  PlistUserDefaults defaults(file);
+  ASSERT_FALSE(defaults.setBool("MoodFirstStart", true));
+  EXPECT_EQ(PlistUserDefaults(file).persistentDomain(), (Value::Dictionary{{"MoodFirstStart", true}}));
+  if (GetParam().contents.empty()) {
+    EXPECT_FALSE(std::filesystem::exists(dir / "defaults.plist.unreadable")) << "nothing to keep";
+  } else {
+    EXPECT_EQ(readFile(dir / "defaults.plist.unreadable"), GetParam().contents);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BadFiles, UnusableSettingsFileTest,
+    ::testing::Values(BadFile{"Empty", ""}, BadFile{"Text", "MoodFirstStart = YES\n"},
+                      BadFile{"TruncatedXml",
+                              "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>a</key><integer>1"},
+                      BadFile{"ArrayAtTop",
+                              "<?xml version=\"1.0\"?><plist version=\"1.0\"><array><true/></array></plist>"},
+                      BadFile{"Binary", std::string("\x00\x01\x02\xff\xfe", 5)}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(PlistUserDefaultsTest, MissingFileReadsAsNoKeysAndIsNotCreatedByReading) {
+  TempDir dir;
+  const auto file = dir / "config" / "lumeo" / "defaults.plist";
+  {
+    PlistUserDefaults defaults(file);
+    EXPECT_TRUE(defaults.persistentDomain().empty());
+    EXPECT_TRUE(defaults.synchronize());
+  }
+  EXPECT_FALSE(std::filesystem::exists(file.parent_path()));
+  PlistUserDefaults defaults(file);
+  ASSERT_FALSE(defaults.setInteger("kMoodSummaryChartType", 3));
+  EXPECT_EQ(PlistUserDefaults(file).integerForKey("kMoodSummaryChartType"), 3) << "folders are made on write";
+}
+
+TEST(PlistUserDefaultsTest, SecondUnreadableFileIsKeptUnderAnotherName) {
+  TempDir dir;
+  const auto file = dir / "defaults.plist";
+  writeFile(file, "first damage");
+  PlistUserDefaults(file).setBool("a", true);
+  writeFile(file, "second damage");
+  PlistUserDefaults(file).setBool("b", true);
+  EXPECT_EQ(readFile(dir / "defaults.plist.unreadable"), "first damage");
+  EXPECT_EQ(readFile(dir / "defaults.plist.unreadable-2"), "second damage");
+  EXPECT_EQ(PlistUserDefaults(file).persistentDomain(), (Value::Dictionary{{"b", true}}));
+}
+
+TEST(PlistUserDefaultsTest, FileThatCannotBeReadIsNeverReplaced) {
+  TempDir dir;
+  const auto file = dir / "defaults.plist";
+  std::filesystem::create_directory(file);  // reading a folder fails with EISDIR
+  PlistUserDefaults defaults(file);
+  OptionalError e = defaults.setBool("a", true);
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->code, kUserDefaultsWriteFailed);
+  EXPECT_TRUE(std::filesystem::is_directory(file));
+}
+
+// ---------------------------------------------------------------------------
+// Values through the file
+
+Value::Dictionary everyKind() {
+  return {
+      {"yes", true},
+      {"no", false},
+      {"zero", 0},
+      {"negative", -42},
+      {"large", 9007199254740993LL},
+      {"min", static_cast<long long>(INT64_MIN)},
+      {"real", 0.1},
+      {"tiny", -1.5e-300},
+      {"empty text", ""},
+      {"text", "Feeling <great> & \"calm\" — ünïcödé 😀\n\tline\r\n"},
+      {"date", Date::fromTimeIntervalSince1970(1700000000)},
+      {"old date", Date::fromTimeIntervalSince1970(-1000000)},
+      {"data", Value::Data{0, 1, 2, 0xff, 0, 0x80}},
+      {"empty data", Value::Data{}},
+      {"alarm",
+       Value::Array{Value::Dictionary{{"on", true},
+                                      {"isPeriodic", 0},
+                                      {"timeFrom", Date::fromTimeIntervalSinceReferenceDate(3600)},
+                                      {"reminderText", "Time to check in"}},
+                    Value::Dictionary{}}},
+      {"nested", Value::Dictionary{{"list", Value::Array{Value(1), Value("two"), Value(3.5), Value::Array{}}}}},
+  };
+}
+
+TEST(PlistUserDefaultsTest, EveryValueKindRoundTripsThroughTheFile) {
+  TempDir dir;
+  const auto file = dir / "defaults.plist";
+  {
+    PlistUserDefaults defaults(file);
+    for (const auto& [key, value] : everyKind()) ASSERT_FALSE(defaults.setObject(key, value)) << key;
+  }
+  PlistUserDefaults reopened(file);
+  Value::Dictionary back = reopened.persistentDomain();
+  for (const auto& [key, value] : everyKind()) {
+    ASSERT_TRUE(back.count(key)) << key;
+    EXPECT_EQ(back.at(key).type(), value.type()) << key;
+    EXPECT_EQ(back.at(key), value) << key;
+  }
+  EXPECT_EQ(back.size(), everyKind().size());
+
+  // Each kind is stored as its own property-list type.
+  std::string xml = readFile(file);
+  EXPECT_NE(xml.find("<?xml"), std::string::npos);
+  for (const char* tag : {"<true/>", "<false/>", "<integer>-42</integer>", "<real>", "<date>2023-11-14T22:13:20Z</date>",
+                          "<data>", "<array>", "<dict>"}) {
+    EXPECT_NE(xml.find(tag), std::string::npos) << tag;
+  }
+}
+
+TEST(PlistUserDefaultsTest, FileIsReadableByAnotherPropertyListReader) {
+  if (std::system("python3 -c 'import plistlib' >/dev/null 2>&1") != 0) GTEST_SKIP() << "python3 not installed";
+  TempDir dir;
+  const auto file = dir / "defaults.plist";
+  {
+    PlistUserDefaults defaults(file);
+    for (const auto& [key, value] : everyKind()) defaults.setObject(key, value);
+  }
+  const auto out = dir / "summary.txt";
+  std::string cmd = "python3 -c 'import plistlib,sys,datetime\n"
+                    "d = plistlib.load(open(sys.argv[1], \"rb\"))\n"
+                    "print(d[\"negative\"], d[\"yes\"], d[\"data\"].hex(), d[\"date\"].isoformat(), "
+                    "d[\"alarm\"][0][\"reminderText\"], len(d))' '" +
+                    file.string() + "' > '" + out.string() + "'";
+  ASSERT_EQ(std::system(cmd.c_str()), 0);
+  EXPECT_EQ(readFile(out), "-42 True 000102ff0080 2023-11-14T22:13:20 Time to check in 16\n");
+}
+
+TEST(PlistUserDefaultsTest, DatesKeepWholeSecondsInTheFileButExactValuesInThisProcess) {
+  TempDir dir;
+  const auto file = dir / "defaults.plist";
+  PlistUserDefaults defaults(file);
+  const Date precise = Date::fromTimeIntervalSinceReferenceDate(100.75);
+  const Date beforeReference = Date::fromTimeIntervalSinceReferenceDate(-100.25);
+  defaults.setDate("IDMLastSyncing", precise);
+  defaults.setDate("ExportFrom", beforeReference);
+  EXPECT_EQ(defaults.dateForKey("IDMLastSyncing"), precise);
+
+  PlistUserDefaults reopened(file);
+  EXPECT_EQ(reopened.dateForKey("IDMLastSyncing"), Date::fromTimeIntervalSinceReferenceDate(100));
+  EXPECT_EQ(reopened.dateForKey("ExportFrom"), Date::fromTimeIntervalSinceReferenceDate(-101)) << "cut towards the past";
+
+  // A date that another writer changed is not shadowed by the remembered one.
+  reopened.setDate("IDMLastSyncing", Date::fromTimeIntervalSinceReferenceDate(500));
+  EXPECT_TRUE(defaults.synchronize());
+  EXPECT_EQ(defaults.dateForKey("IDMLastSyncing"), Date::fromTimeIntervalSinceReferenceDate(500));
+  EXPECT_EQ(defaults.dateForKey("ExportFrom"), beforeReference);
+}
+
+TEST(PlistUserDefaultsTest, ValuesTheFileCannotHoldAreRefusedAndChangeNothing) {
+  TempDir dir;
+  const auto file = dir / "defaults.plist";
+  PlistUserDefaults defaults(file);
+  defaults.setString("kTemplateKey", "#sleep:");
+  const std::string before = readFile(file);
+
+  const std::vector<std::pair<std::string, Value>> refused = {
+      {"kTemplateKey", Value(std::string("bad \xff\xfe bytes"))},
+      {"kTemplateKey", Value(std::string("bell \x07"))},
+      {"kTemplateKey", Value::Dictionary{{std::string("key\x01"), 1}}},
+      {"kTemplateKey", Value(std::numeric_limits<double>::infinity())},
+      {"kTemplateKey", Value::Array{Value(std::numeric_limits<double>::quiet_NaN())}},
+      {"kTemplateKey", Value(Date::distantFuture())},
+      {"kTemplateKey", Value(Date::distantPast())},
+      {"kTemplateKey", Value(std::string("\xc0\xaf"))},  // overlong encoding of "/"
+  };
+  for (const auto& [key, value] : refused) {
+    OptionalError e = defaults.setObject(key, value);
+    ASSERT_TRUE(e);
+    EXPECT_TRUE(e->is(kUserDefaultsErrorDomain, kUserDefaultsInvalidValue)) << e->toString();
+  }
+  EXPECT_EQ(defaults.stringForKey("kTemplateKey"), "#sleep:");
+  EXPECT_EQ(readFile(file), before);
+}
+
+// ---------------------------------------------------------------------------
+// Atomic writes
+
+TEST(PlistUserDefaultsTest, WritesLeaveNoTemporaryFiles) {
+  TempDir dir;
+  const auto file = dir / "defaults.plist";
+  PlistUserDefaults defaults(file);
+  for (int i = 0; i < 50; ++i) defaults.setInteger("key" + std::to_string(i % 7), i);
+  EXPECT_EQ(filesIn(dir.path()), (std::set<std::string>{"defaults.plist", "defaults.plist.lock"}));
+  EXPECT_EQ(std::filesystem::status(file).permissions() & std::filesystem::perms::all,
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write)
+      << "settings are private to the user";
+}
+
+TEST(PlistUserDefaultsTest, FailureAtAnyWriteStepKeepsTheOldFileAndRetriesLater) {
+  for (const std::string step : {"lock", "read", "temp", "write", "fsync", "rename"}) {
+    SCOPED_TRACE(step);
+    TempDir dir;
+    const auto file = dir / "defaults.plist";
+    PlistUserDefaults defaults(file);
+    ASSERT_FALSE(defaults.setString("kRemindersTextKey", "How are you feeling right now?"));
+    const std::string before = readFile(file);
+
+    defaults.storage().setFaultInjection([step](const std::string& s) { return s == step; });
+    OptionalError e = defaults.setString("kRemindersTextKey", "Check in");
+    ASSERT_TRUE(e);
+    EXPECT_EQ(e->code, kUserDefaultsWriteFailed);
+    EXPECT_EQ(readFile(file), before);
+    EXPECT_EQ(filesIn(dir.path()), (std::set<std::string>{"defaults.plist", "defaults.plist.lock"}));
+    EXPECT_EQ(defaults.stringForKey("kRemindersTextKey"), "Check in");
+    EXPECT_FALSE(defaults.synchronize());
+
+    defaults.storage().setFaultInjection(nullptr);
+    EXPECT_TRUE(defaults.synchronize());
+    EXPECT_EQ(PlistUserDefaults(file).stringForKey("kRemindersTextKey"), "Check in");
+  }
+}
+
+TEST(PlistUserDefaultsTest, RealWriteFailureOnAFullFileSystemKeepsTheOldFile) {
+  // A file-size limit makes write() fail with EFBIG, even for root, the way a
+  // full disk would. It runs in a child so the limit stays there.
+  TempDir dir;
+  const auto file = dir / "defaults.plist";
+  PlistUserDefaults(file).setString("kTemplateKey", "keep me");
+  const std::string before = readFile(file);
+
+  pid_t pid = fork();
+  ASSERT_GE(pid, 0);
+  if (pid == 0) {
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{4096, 4096};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    PlistUserDefaults defaults(file);
+    OptionalError e = defaults.setString("big", std::string(100000, 'x'));
+    _exit(e && e->code == kUserDefaultsWriteFailed ? 0 : 1);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "the child did not see the write fail";
+  EXPECT_EQ(readFile(file), before);
+  EXPECT_EQ(filesIn(dir.path()), (std::set<std::string>{"defaults.plist", "defaults.plist.lock"}));
+}
+
+TEST(PlistUserDefaultsTest, ReadOnlyFolderReportsFailureAndKeepsTheOldFile) {
+  if (geteuid() == 0) GTEST_SKIP() << "root writes into read-only folders";
+  TempDir dir;
+  const auto folder = dir / "config";
+  const auto file = folder / "defaults.plist";
+  PlistUserDefaults(file).setBool("a", true);
+  const std::string before = readFile(file);
+  std::filesystem::permissions(folder, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+  OptionalError e = PlistUserDefaults(file).setBool("b", true);
+  std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->code, kUserDefaultsWriteFailed);
+  EXPECT_EQ(readFile(file), before);
+}
+
+// ---------------------------------------------------------------------------
+// Several writers
+
+TEST(PlistUserDefaultsTest, WritersOnOneFileKeepOtherKeysAndTheLaterWriteWins) {
+  TempDir dir;
+  const auto file = dir / "defaults.plist";
+  PlistUserDefaults first(file);
+  PlistUserDefaults second(file);  // opened before the first one wrote
+  first.setBool("MoodSyncingEnabled", true);
+  second.setString("MoodSyncingService", "iCloud");
+  first.setInteger("shared", 1);
+  second.setInteger("shared", 2);
+  second.removeObjectForKey("nothing-there");
+
+  PlistUserDefaults reader(file);
+  EXPECT_TRUE(reader.boolForKey("MoodSyncingEnabled"));
+  EXPECT_EQ(reader.stringForKey("MoodSyncingService"), "iCloud");
+  EXPECT_EQ(reader.integerForKey("shared"), 2);
+}
+
+TEST(PlistUserDefaultsTest, TwoProcessesWritingAtOnceLoseNoKeys) {
+  TempDir dir;
+  const auto file = dir / "defaults.plist";
+  PlistUserDefaults(file).setString("existing", "before");
+  constexpr int kKeys = 60;
+
+  std::vector<pid_t> children;
+  for (const char* name : {"A", "B"}) {
+    pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      PlistUserDefaults defaults(file);
+      bool ok = true;
+      for (int i = 0; i < kKeys; ++i) {
+        ok = !defaults.setInteger(std::string(name) + std::to_string(i), i) && ok;
+        ok = !defaults.setString("shared", std::string(name) + std::to_string(i)) && ok;
+      }
+      _exit(ok ? 0 : 1);
+    }
+    children.push_back(pid);
+  }
+  for (pid_t pid : children) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+  }
+
+  Value::Dictionary all = PlistUserDefaults(file).persistentDomain();
+  EXPECT_EQ(all.size(), 2u * kKeys + 2);
+  for (const char* name : {"A", "B"}) {
+    for (int i = 0; i < kKeys; ++i) EXPECT_EQ(all[std::string(name) + std::to_string(i)], Value(i));
+  }
+  EXPECT_EQ(all["existing"], Value("before"));
+  std::string last = all["shared"].toString();
+  EXPECT_TRUE(last == "A" + std::to_string(kKeys - 1) || last == "B" + std::to_string(kKeys - 1)) << last;
+  EXPECT_EQ(filesIn(dir.path()), (std::set<std::string>{"defaults.plist", "defaults.plist.lock"}));
+}
+
+TEST(PlistUserDefaultsTest, StandardStoreLivesInTheDataDirectory) {
+  TempDir dir;
+  auto previous = UserDefaults::standard();
+  DataDirectories::setHomeOverride(dir.path());
+  auto installed = PlistUserDefaults::installStandard();
+  DataDirectories::setHomeOverride(std::nullopt);
+  EXPECT_EQ(UserDefaults::standard(), installed);
+  UserDefaults::standard()->setBool("MoodFirstStart", true);
+  UserDefaults::setStandard(previous);
+  EXPECT_TRUE(PlistUserDefaults(DataDirectories::underHome(dir.path()).defaultsFile).boolForKey("MoodFirstStart"));
+}
+
+}  // namespace
+}  // namespace lumeo
