@@ -1,0 +1,355 @@
+// The store stack and the application's fetches of the journal.
+#include "store/journal_store.h"
+
+#include <system_error>
+
+#include "objectgraph/managed_object_context.h"
+#include "objectgraph/persistent_store_coordinator.h"
+#include "objectgraph/predicate.h"
+#include "platform/user_defaults.h"
+#include "store/journal_model.h"
+#include "store/mood_description.h"
+#include "store/mood_record.h"
+#include "store/mood_tag.h"
+#include "store/notification_names.h"
+#include "store/settings_keys.h"
+
+namespace lumeo {
+
+JournalStore::JournalStore(Locations locations, std::shared_ptr<UserDefaults> defaults)
+    : locations_(std::move(locations)), defaults_(defaults ? std::move(defaults) : UserDefaults::standard()) {}
+
+JournalStore::~JournalStore() = default;
+
+std::shared_ptr<ManagedObjectModel> JournalStore::managedObjectModel() {
+  if (!model_) model_ = makeJournalModel();
+  return model_;
+}
+
+std::filesystem::path JournalStore::storeURL() const { return locations_.libraryDirectory / kJournalStoreFileName; }
+
+std::shared_ptr<PersistentStoreCoordinator> JournalStore::persistentStoreCoordinator() {
+  if (coordinator_) return coordinator_;
+
+  // Builds that kept the store in the documents directory are upgraded by
+  // this move; on every later start the source is gone and the move fails
+  // harmlessly. It never replaces a store that is already in place.
+  std::error_code ec;
+  std::filesystem::path old = locations_.documentsDirectory / kJournalStoreFileName;
+  if (!locations_.documentsDirectory.empty() && std::filesystem::exists(old, ec) &&
+      !std::filesystem::exists(storeURL(), ec)) {
+    std::filesystem::create_directories(locations_.libraryDirectory, ec);
+    std::filesystem::rename(old, storeURL(), ec);
+  }
+
+  coordinator_ = std::make_shared<PersistentStoreCoordinator>(managedObjectModel());
+  Value::Dictionary pragmas{{"journal_mode", Value("DELETE")}};
+  Value::Dictionary options{{kMigratePersistentStoresAutomaticallyOption, Value(true)},
+                            {kInferMappingModelAutomaticallyOption, Value(true)},
+                            {kSQLitePragmasOption, Value(pragmas)}};
+  std::filesystem::create_directories(locations_.libraryDirectory, ec);
+  OptionalError error;
+  coordinator_->addPersistentStoreWithType(kSQLiteStoreType, storeURL(), options, error);
+  openError_ = error;
+  NotificationCenter::defaultCenter().post(MoodStopMigrationNotification);
+  return coordinator_;
+}
+
+std::shared_ptr<ManagedObjectContext> JournalStore::managedObjectContext() {
+  if (context_ && context_->persistentStoreCoordinator()) return context_;
+  auto coordinator = persistentStoreCoordinator();
+  if (!coordinator) return context_;
+  context_ = std::make_shared<ManagedObjectContext>(ConcurrencyType::kMainQueue);
+  context_->setName("journal main");
+  context_->setPersistentStoreCoordinator(coordinator);
+  // Deleted descriptions take their image files with them.
+  // IMAGE STORE CALL SITE: route this through the image store's removal once
+  // it is in; until then the file is removed from "imageStore" directly.
+  std::filesystem::path images = locations_.libraryDirectory / "imageStore";
+  MoodDescription::setImageFileRemover([images](const std::string& name) {
+    if (name.empty() || name.find('/') != std::string::npos) return;
+    std::error_code ec;
+    std::filesystem::remove(images / name, ec);
+  });
+  if (contextCreated_) contextCreated_(context_);
+  return context_;
+}
+
+bool JournalStore::hasStore() {
+  auto coordinator = persistentStoreCoordinator();
+  return coordinator && !coordinator->persistentStores().empty();
+}
+
+void JournalStore::saveContext() {
+  if (context_ && context_->hasChanges()) {
+    // Dropped on purpose: objects stay changed in the context and nothing is
+    // shown; the command line reads lastSaveError().
+    saveError_ = context_->save();
+  } else {
+    saveError_.reset();
+  }
+  // The cached PDF no longer matches the journal.
+  defaults_->removeObjectForKey(kCreatedPDF);
+  defaults_->synchronize();
+  NotificationCenter::defaultCenter().post(MoodModelHasChangedNotification);
+}
+
+void JournalStore::applicationDropLinks() {
+  context_.reset();
+  coordinator_.reset();
+  model_.reset();
+  openError_.reset();
+}
+
+FetchResults JournalStore::executeFetch(const FetchRequest& request) {
+  auto context = managedObjectContext();
+  if (!context) return {};
+  OptionalError error;
+  FetchResults results = context->executeFetchRequest(request, error);
+  if (error) return {};
+  return results;
+}
+
+template <class T>
+std::vector<std::shared_ptr<T>> JournalStore::fetchAs(const FetchRequest& request) {
+  std::vector<std::shared_ptr<T>> out;
+  for (const auto& object : executeFetch(request)) {
+    if (auto typed = std::dynamic_pointer_cast<T>(object)) out.push_back(std::move(typed));
+  }
+  return out;
+}
+
+std::shared_ptr<MoodRecord> JournalStore::insertRecordWithDescription() {
+  auto context = managedObjectContext();
+  if (!context) return nullptr;
+  auto record = context->insertNewObject<MoodRecord>(kMoodRecordEntity);
+  auto description = context->insertNewObject<MoodDescription>(kMoodDescriptionEntity);
+  record->setMoodDescription(description);
+  return record;
+}
+
+void JournalStore::deleteRecord(const std::shared_ptr<MoodRecord>& record) {
+  auto context = managedObjectContext();
+  if (!context || !record) return;
+  if (auto description = record->moodDescription()) context->deleteObject(description);
+  context->deleteObject(record);
+}
+
+std::shared_ptr<MoodRecord> JournalStore::recordWithURI(const std::string& uri) {
+  auto coordinator = persistentStoreCoordinator();
+  auto context = managedObjectContext();
+  if (!coordinator || !context) return nullptr;
+  auto id = coordinator->managedObjectIDForURIRepresentation(uri);
+  if (!id || id->entityName() != kMoodRecordEntity) return nullptr;
+  return std::dynamic_pointer_cast<MoodRecord>(context->existingObjectWithID(*id));
+}
+
+std::shared_ptr<MoodRecord> JournalStore::recordWithRowNumber(std::int64_t row) {
+  if (row <= 0 || !hasStore()) return nullptr;
+  const EntityDescription* entity = managedObjectModel()->entityNamed(kMoodRecordEntity);
+  auto stores = persistentStoreCoordinator()->persistentStores();
+  auto id = ManagedObjectID::makePermanent(*entity, stores.front()->identifier(), row);
+  return std::dynamic_pointer_cast<MoodRecord>(managedObjectContext()->existingObjectWithID(id));
+}
+
+std::shared_ptr<MoodTag> JournalStore::tagNamed(const std::string& name) {
+  FetchRequest request(kMoodTagEntity);
+  request.setPredicate(Predicate::predicateWithFormat("tagName like[cd] %@", name));
+  request.setFetchLimit(1);
+  auto tags = fetchAs<MoodTag>(request);
+  return tags.empty() ? nullptr : tags.front();
+}
+
+std::optional<Date> JournalStore::getFirstDate() {
+  FetchRequest request(kMoodRecordEntity);
+  request.setSortDescriptors({SortDescriptor("date", true)});
+  request.setFetchLimit(1);
+  auto records = fetchAs<MoodRecord>(request);
+  if (records.empty()) return std::nullopt;
+  return records.front()->date();
+}
+
+void JournalStore::requestDates(const std::function<void(Date, Date)>& block) {
+  FetchRequest request(kMoodRecordEntity);
+  request.setResultType(FetchRequestResultType::kDictionary);
+  request.setExpressionsToFetch({{"minDate", "min:", "date", AttributeType::kDate},
+                                 {"maxDate", "max:", "date", AttributeType::kDate}});
+  FetchResults results = executeFetch(request);
+  const auto& rows = results.dictionaries();
+  if (rows.size() != 1) return;
+  Value row(rows.front());
+  const Value& minDate = row["minDate"];
+  const Value& maxDate = row["maxDate"];
+  if (!minDate.asDate() || !maxDate.asDate()) return;
+  if (block) block(*minDate.asDate(), *maxDate.asDate());
+}
+
+void JournalStore::removeCoordinates() {
+  for (const auto& description : locatedDescriptions()) {
+    description->setLatitude(MoodDescription::kNoCoordinate);
+    description->setLongitude(MoodDescription::kNoCoordinate);
+  }
+  saveContext();
+}
+
+bool JournalStore::hasAnyRecord() {
+  FetchRequest request(kMoodRecordEntity);
+  request.setFetchLimit(1);
+  return !executeFetch(request).empty();
+}
+
+std::vector<std::shared_ptr<MoodRecord>> JournalStore::recordsSortedByDate() {
+  FetchRequest request(kMoodRecordEntity);
+  request.setSortDescriptors({SortDescriptor("date", true)});
+  return fetchAs<MoodRecord>(request);
+}
+
+std::vector<std::shared_ptr<MoodRecord>> JournalStore::allRecords() {
+  return fetchAs<MoodRecord>(FetchRequest(kMoodRecordEntity));
+}
+
+std::vector<std::shared_ptr<MoodRecord>> JournalStore::recordsFrom(Date from, Date to) {
+  FetchRequest request(kMoodRecordEntity);
+  request.setPredicate(Predicate::predicateWithFormat("date >= %@ AND date <= %@", from, to));
+  request.setSortDescriptors({SortDescriptor("date", true)});
+  return fetchAs<MoodRecord>(request);
+}
+
+std::vector<std::shared_ptr<MoodRecord>> JournalStore::newestRecordsFrom(Date from, Date to, std::size_t limit) {
+  FetchRequest request(kMoodRecordEntity);
+  request.setPredicate(Predicate::predicateWithFormat("date >= %@ AND date <= %@", from, to));
+  request.setSortDescriptors({SortDescriptor("date", false)});
+  request.setFetchLimit(limit);
+  return fetchAs<MoodRecord>(request);
+}
+
+std::vector<std::shared_ptr<MoodRecord>> JournalStore::recordsFromWithAnyTag(
+    Date from, Date to, const std::vector<std::shared_ptr<MoodTag>>& tags) {
+  std::vector<PredicateValue> items;
+  for (const auto& tag : tags) items.emplace_back(ManagedObjectPtr(tag));
+  FetchRequest request(kMoodRecordEntity);
+  request.setPredicate(Predicate::predicateWithFormat("date >= %@ && date <= %@ && (ANY moodTags IN %@)", from, to,
+                                                      PredicateValue(std::move(items))));
+  request.setSortDescriptors({SortDescriptor("date", true)});
+  return fetchAs<MoodRecord>(request);
+}
+
+std::vector<std::shared_ptr<MoodRecord>> JournalStore::recordsFromWithTag(Date from, Date to,
+                                                                          const std::shared_ptr<MoodTag>& tag) {
+  FetchRequest request(kMoodRecordEntity);
+  request.setPredicate(Predicate::predicateWithFormat("(date >= %@ AND date <= %@) AND ANY moodTags == %@", from, to,
+                                                      ManagedObjectPtr(tag)));
+  request.setSortDescriptors({SortDescriptor("date", true)});
+  return fetchAs<MoodRecord>(request);
+}
+
+std::vector<std::shared_ptr<MoodRecord>> JournalStore::recordsWithTag(const std::shared_ptr<MoodTag>& tag) {
+  FetchRequest request(kMoodRecordEntity);
+  request.setPredicate(Predicate::predicateWithFormat("ANY moodTags == %@", ManagedObjectPtr(tag)));
+  request.setSortDescriptors({SortDescriptor("date", true)});
+  return fetchAs<MoodRecord>(request);
+}
+
+std::vector<std::shared_ptr<MoodRecord>> JournalStore::recordsWithPhoto(bool positive) {
+  std::string format = std::string("moodDescription.photoName != NIL") +
+                       (positive ? " && moodLevel >= 6" : " && moodLevel <= 5");
+  FetchRequest request(kMoodRecordEntity);
+  request.setPredicate(Predicate::predicateWithFormat(format));
+  request.setSortDescriptors({SortDescriptor("date", true)});
+  return fetchAs<MoodRecord>(request);
+}
+
+std::vector<std::shared_ptr<MoodRecord>> JournalStore::locatedRecordsFrom(Date from, Date to,
+                                                                          const std::vector<std::string>& tagNames) {
+  std::vector<Predicate> parts;
+  parts.push_back(Predicate::predicateWithFormat(
+      "moodDescription.longitude != %@ AND moodDescription.latitude != %@", -1, -1));
+  parts.push_back(Predicate::predicateWithFormat("date >= %@ AND date <= %@", from, to));
+  if (!tagNames.empty()) {
+    std::vector<Predicate> anyTag;
+    for (const auto& name : tagNames) {
+      anyTag.push_back(Predicate::predicateWithFormat("SUBQUERY(moodTags, $x, $x.tagName == %@).@count > 0", name));
+    }
+    parts.push_back(Predicate::orPredicateWithSubpredicates(anyTag));
+  }
+  FetchRequest request(kMoodRecordEntity);
+  request.setPredicate(Predicate::andPredicateWithSubpredicates(parts));
+  return fetchAs<MoodRecord>(request);
+}
+
+std::vector<std::shared_ptr<MoodDescription>> JournalStore::allDescriptions() {
+  return fetchAs<MoodDescription>(FetchRequest(kMoodDescriptionEntity));
+}
+
+std::vector<std::shared_ptr<MoodDescription>> JournalStore::locatedDescriptions() {
+  FetchRequest request(kMoodDescriptionEntity);
+  request.setPredicate(Predicate::predicateWithFormat("latitude != %@ && longitude != %@", -1, -1));
+  return fetchAs<MoodDescription>(request);
+}
+
+std::vector<std::shared_ptr<MoodTag>> JournalStore::tagsNamedLike(const std::string& name) {
+  FetchRequest request(kMoodTagEntity);
+  request.setPredicate(Predicate::predicateWithFormat("tagName like[cd] %@", name));
+  return fetchAs<MoodTag>(request);
+}
+
+std::vector<std::shared_ptr<MoodTag>> JournalStore::completionTags(const std::string& typed) {
+  FetchRequest request(kMoodTagEntity);
+  request.setPredicate(Predicate::predicateWithFormat("tagName like[cd] %@", typed + "*"));
+  request.setSortDescriptors({SortDescriptor("frequency", false), SortDescriptor("tagName", true)});
+  request.setFetchLimit(100);
+  return fetchAs<MoodTag>(request);
+}
+
+std::vector<std::shared_ptr<MoodTag>> JournalStore::suggestedTags(const std::string& typed, std::size_t limit) {
+  FetchRequest request(kMoodTagEntity);
+  request.setPredicate(Predicate::predicateWithFormat("tagName like[cd] %@", typed + "*"));
+  request.setSortDescriptors({SortDescriptor("frequency", false)});
+  request.setFetchLimit(limit);
+  return fetchAs<MoodTag>(request);
+}
+
+std::shared_ptr<MoodTag> JournalStore::tagWithExactName(const std::string& name) {
+  FetchRequest request(kMoodTagEntity);
+  request.setPredicate(Predicate::predicateWithFormat("tagName == %@", name));
+  request.setFetchLimit(1);
+  auto tags = fetchAs<MoodTag>(request);
+  return tags.empty() ? nullptr : tags.front();
+}
+
+std::shared_ptr<MoodTag> JournalStore::tagSelf(const std::shared_ptr<MoodTag>& tag) {
+  FetchRequest request(kMoodTagEntity);
+  request.setPredicate(Predicate::predicateWithFormat("self == %@", ManagedObjectPtr(tag)));
+  request.setFetchLimit(1);
+  auto tags = fetchAs<MoodTag>(request);
+  return tags.empty() ? nullptr : tags.front();
+}
+
+std::vector<std::shared_ptr<MoodTag>> JournalStore::tagsContaining(const std::string& text) {
+  FetchRequest request(kMoodTagEntity);
+  if (!text.empty()) request.setPredicate(Predicate::predicateWithFormat("tagName CONTAINS[cd] %@", text));
+  request.setSortDescriptors({SortDescriptor("tagName", true)});
+  return fetchAs<MoodTag>(request);
+}
+
+std::vector<std::shared_ptr<MoodTag>> JournalStore::usedTags() {
+  FetchRequest request(kMoodTagEntity);
+  request.setPredicate(Predicate::predicateWithFormat("frequency > 0"));
+  return fetchAs<MoodTag>(request);
+}
+
+std::vector<std::shared_ptr<MoodTag>> JournalStore::usedTagsFrom(Date from, Date to) {
+  FetchRequest request(kMoodTagEntity);
+  request.setPredicate(Predicate::predicateWithFormat(
+      "frequency > 0 AND (ANY moodRecords.date >= %@ ) AND (ANY moodRecords.date <= %@)", from, to));
+  return fetchAs<MoodTag>(request);
+}
+
+std::vector<std::shared_ptr<MoodTag>> JournalStore::tagsByFrequency(std::size_t limit) {
+  FetchRequest request(kMoodTagEntity);
+  request.setSortDescriptors({SortDescriptor("frequency", false)});
+  request.setFetchLimit(limit);
+  return fetchAs<MoodTag>(request);
+}
+
+}  // namespace lumeo
