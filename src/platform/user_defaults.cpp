@@ -7,6 +7,8 @@
 #include <charconv>
 #include <cstdlib>
 
+#include "platform/log.h"
+
 namespace lumeo {
 
 namespace {
@@ -146,6 +148,9 @@ OptionalError UserDefaults::applyLocked(UserDefaultsChanges changes) {
   }
   UserDefaultsStorage::ApplyResult result = storage_->apply(changes);
   if (result.error) {
+    // Kept in memory and retried by the next change or synchronize(); callers
+    // that drop the error still leave a trace.
+    LUMEO_LOG_WARNING("settings not written, will retry: %@", result.error->toString());
     pending_ = std::move(changes);
     lastError_ = result.error;
     return result.error;

@@ -15,6 +15,7 @@
 #include <limits>
 
 #include "platform/linux/data_directories.h"
+#include "platform/log.h"
 
 namespace lumeo {
 
@@ -340,6 +341,10 @@ Value::Dictionary PlistUserDefaultsStorage::load() {
   // The file is only ever replaced by rename, so an unlocked read sees either
   // the old or the new list, never a mixture.
   ReadResult r = readFile(file_);
+  if (r.state == FileState::kUnreadable) {
+    LUMEO_LOG_WARNING("settings file %@ is not a readable property list; starting from no settings",
+                      file_.string());
+  }
   Value::Dictionary contents = toDictionary(r.root.get());
   restoreExactValues(contents);
   return contents;
@@ -432,6 +437,7 @@ UserDefaultsStorage::ApplyResult PlistUserDefaultsStorage::apply(const UserDefau
                         std::strerror(err)),
               {}};
     }
+    LUMEO_LOG_WARNING("kept the unreadable settings file as %@", aside.string());
   }
 
   const bool renameFails = failsAt("rename");
