@@ -67,8 +67,13 @@ bool operator==(const ManagedObjectID& a, const ManagedObjectID& b) {
   if (a.key_ != b.key_ || a.store_ != b.store_) return false;
   if (a.entity_ == b.entity_) return true;
   if (!a.entity_ || !b.entity_) return false;
-  // IDs made by two coordinators with separate copies of one model.
-  return a.entity_->name() == b.entity_->name();
+  // Row numbers are unique within the table of an inheritance chain, and an
+  // ID read from a to-one column names the relationship's destination, which
+  // may be a superentity of the row's real entity. Comparing names also
+  // matches IDs made by two coordinators with separate copies of one model.
+  const EntityDescription& ra = a.entity_->rootEntity();
+  const EntityDescription& rb = b.entity_->rootEntity();
+  return &ra == &rb || ra.name() == rb.name();
 }
 
 bool operator<(const ManagedObjectID& a, const ManagedObjectID& b) {

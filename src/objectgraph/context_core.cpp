@@ -1,0 +1,392 @@
+// The registry of a context's objects, faulting (from the parent context or
+// the store), change tracking, and keeping both sides of a relationship in
+// step when one side changes, including the delete rules.
+#include "objectgraph/context_core.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <unordered_set>
+
+#include "objectgraph/object_graph_error.h"
+#include "objectgraph/sqlite_store.h"
+
+namespace lumeo {
+
+ContextCore::~ContextCore() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  std::vector<ManagedObjectPtr> alive;
+  for (auto& [id, weak] : registered_) {
+    if (auto o = weak.lock()) alive.push_back(std::move(o));
+  }
+  for (auto& o : tracked_) alive.push_back(o);
+  for (auto& o : alive) {
+    o->state_->core = nullptr;
+    o->state_->context = nullptr;
+  }
+  registered_.clear();
+  tracked_.clear();
+  alive.clear();
+}
+
+PersistentStoreCoordinator* ContextCore::rootCoordinator() const {
+  if (coordinator_) return coordinator_.get();
+  if (parent_) return parent_->core().rootCoordinator();
+  return nullptr;
+}
+
+const ManagedObjectModel* ContextCore::model() const {
+  PersistentStoreCoordinator* c = rootCoordinator();
+  return c ? &c->managedObjectModel() : nullptr;
+}
+
+ManagedObjectID ContextCore::resolveID(const ManagedObjectID& id) const {
+  if (!id.isTemporaryID()) return id;
+  auto it = remapped_.find(id);
+  if (it != remapped_.end()) return it->second;
+  if (parent_) {
+    std::lock_guard<std::recursive_mutex> lock(parent_->core().mutex_);
+    return parent_->core().resolveID(id);
+  }
+  return id;
+}
+
+ManagedObjectPtr ContextCore::registeredObject(const ManagedObjectID& id) const {
+  auto it = registered_.find(id);
+  if (it == registered_.end()) {
+    if (!id.isTemporaryID()) return nullptr;
+    it = registered_.find(resolveID(id));
+    if (it == registered_.end()) return nullptr;
+  }
+  return it->second.lock();
+}
+
+std::vector<ManagedObjectPtr> ContextCore::allRegistered() const {
+  std::vector<ManagedObjectPtr> out;
+  for (const auto& [id, weak] : registered_) {
+    if (auto o = weak.lock()) out.push_back(std::move(o));
+  }
+  return out;
+}
+
+void ContextCore::registerObject(const ManagedObjectPtr& object) { registered_[object->state_->id] = object; }
+
+void ContextCore::forget(const ManagedObjectID& id, const ManagedObject*) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto it = registered_.find(id);
+  if (it != registered_.end() && it->second.expired()) registered_.erase(it);
+}
+
+void ContextCore::rekey(ManagedObject& object, const ManagedObjectID& newID) {
+  ObjectState& s = *object.state_;
+  auto it = registered_.find(s.id);
+  std::weak_ptr<ManagedObject> weak = object.weak_from_this();
+  if (it != registered_.end()) registered_.erase(it);
+  s.id = newID;
+  registered_[newID] = weak;
+}
+
+void ContextCore::detach(ManagedObject& object) {
+  ObjectState& s = *object.state_;
+  auto it = registered_.find(s.id);
+  if (it != registered_.end()) registered_.erase(it);
+  s.core = nullptr;
+  s.context = nullptr;
+  s.tracked = false;
+}
+
+ManagedObjectPtr ContextCore::objectForID(const ManagedObjectID& rawID) {
+  if (!rawID) return nullptr;
+  const ManagedObjectID id = resolveID(rawID);
+  if (auto o = registeredObject(id)) return o;
+  ManagedObjectPtr o = id.entity().makeInstance();
+  ObjectState& s = *o->state_;
+  s.entity = &id.entity();
+  s.id = id;
+  s.core = this;
+  s.context = &owner_;
+  s.fault = true;
+  registerObject(o);
+  return o;
+}
+
+ManagedObjectPtr ContextCore::objectFromSnapshot(RowSnapshot&& row) {
+  if (auto o = registeredObject(row.id)) {
+    if (o->state_->fault) {
+      o->state_->fillFromSnapshot(row);
+      o->awakeFromFetch();
+    }
+    return o;
+  }
+  ManagedObjectPtr o = row.entity->makeInstance();
+  ObjectState& s = *o->state_;
+  s.entity = row.entity;
+  s.id = row.id;
+  s.core = this;
+  s.context = &owner_;
+  s.fillFromSnapshot(row);
+  registerObject(o);
+  o->awakeFromFetch();
+  return o;
+}
+
+bool ContextCore::loadSnapshot(const ManagedObjectID& id, RowSnapshot& out, OptionalError& error) const {
+  if (parent_) return parent_->core().snapshotForChild(id, out, error);
+  if (!coordinator_) return false;
+  std::lock_guard<std::recursive_mutex> lock(coordinator_->mutex());
+  SQLiteStore* store = coordinator_->sqliteStore();
+  return store && store->readRow(id, out, error);
+}
+
+bool ContextCore::loadToMany(const ManagedObjectID& id, const RelationshipDescription& r,
+                             std::vector<ManagedObjectID>& out, OptionalError& error) const {
+  if (parent_) return parent_->core().toManyForChild(id, r, out, error);
+  out.clear();
+  if (!coordinator_) return true;
+  std::lock_guard<std::recursive_mutex> lock(coordinator_->mutex());
+  SQLiteStore* store = coordinator_->sqliteStore();
+  return !store || store->readToMany(id, r, out, error);
+}
+
+bool ContextCore::snapshotForChild(const ManagedObjectID& id, RowSnapshot& out, OptionalError& error) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (auto o = registeredObject(id)) {
+    ObjectState& s = *o->state_;
+    if (s.deleted) return false;
+    if (!s.fault) {
+      out.entity = s.entity;
+      out.id = s.id;
+      out.attributes = s.attributes;
+      out.toOne = s.toOne;
+      for (auto& target : out.toOne) target = resolveID(target);
+      out.version = s.version;
+      return true;
+    }
+  }
+  return loadSnapshot(resolveID(id), out, error);
+}
+
+bool ContextCore::toManyForChild(const ManagedObjectID& id, const RelationshipDescription& r,
+                                 std::vector<ManagedObjectID>& out, OptionalError& error) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (auto o = registeredObject(id)) {
+    ObjectState& s = *o->state_;
+    if (!s.fault && (s.toMany[r.slot()].loaded || s.toMany[r.slot()].changed())) {
+      ensureToManyLoaded(s, r);
+      out = s.toMany[r.slot()].current.items();
+      for (auto& member : out) member = resolveID(member);
+      return true;
+    }
+  }
+  return loadToMany(resolveID(id), r, out, error);
+}
+
+bool ContextCore::fireFault(ManagedObject& object) const {
+  ObjectState& s = *object.state_;
+  if (!s.fault) return true;
+  RowSnapshot row;
+  OptionalError error;
+  if (!loadSnapshot(s.id, row, error)) return false;
+  s.fillFromSnapshot(row);
+  object.awakeFromFetch();
+  return true;
+}
+
+void ContextCore::ensureToManyLoaded(ObjectState& s, const RelationshipDescription& r) const {
+  ToManyState& tm = s.toMany[r.slot()];
+  if (tm.loaded) return;
+  std::vector<ManagedObjectID> ids;
+  OptionalError error;
+  loadToMany(s.id, r, ids, error);
+  tm.committed.assign(ids);
+  // What the context changed while the set was not loaded goes on top.
+  for (const auto& id : tm.removed.items()) ids.erase(std::remove(ids.begin(), ids.end(), id), ids.end());
+  tm.current.assign(std::move(ids));
+  for (const auto& id : tm.added.items()) tm.current.add(id);
+  tm.loaded = true;
+}
+
+void ContextCore::track(ManagedObject& object) {
+  ObjectState& s = *object.state_;
+  if (s.tracked) return;
+  s.tracked = true;
+  tracked_.push_back(object.shared_from_this());
+}
+
+void ContextCore::markChanged(ObjectState& s) {
+  if (!s.inserted && !s.deleted) s.updated = true;
+  s.touchedSinceWillSave = true;
+  if (!s.tracked) {
+    if (auto o = registeredObject(s.id)) track(*o);
+  }
+}
+
+std::vector<ManagedObjectPtr> ContextCore::trackedObjects() const {
+  std::vector<ManagedObjectPtr> out;
+  std::unordered_set<const ManagedObject*> seen;
+  for (const auto& o : tracked_) {
+    if (o->state_->tracked && o->state_->core == this && seen.insert(o.get()).second) out.push_back(o);
+  }
+  return out;
+}
+
+bool ContextCore::hasChanges() const {
+  for (const auto& o : tracked_) {
+    const ObjectState& s = *o->state_;
+    if (s.core != this) continue;
+    if (s.inserted != s.deleted || s.updated) return true;
+  }
+  return false;
+}
+
+ManagedObjectPtr ContextCore::insert(const EntityDescription& entity) {
+  if (entity.isAbstract()) throw std::invalid_argument("cannot insert an object of abstract entity " + entity.name());
+  ManagedObjectPtr o = entity.makeInstance();
+  ObjectState& s = *o->state_;
+  s.prepareEmpty(entity);
+  s.id = ManagedObjectID::makeTemporary(entity);
+  s.core = this;
+  s.context = &owner_;
+  s.inserted = true;
+  s.touchedSinceWillSave = true;
+  registerObject(o);
+  track(*o);
+  o->awakeFromInsert();
+  return o;
+}
+
+void ContextCore::setToOne(ManagedObject& object, const RelationshipDescription& r, const ManagedObjectID& target,
+                           bool maintainInverse) {
+  ObjectState& s = *object.state_;
+  if (s.fault && !fireFault(object)) return;
+  const ManagedObjectID old = resolveID(s.toOne[r.slot()]);
+  s.toOne[r.slot()] = target;
+  s.toOneChanged[r.slot()] = 1;
+  markChanged(s);
+  if (old == target || !maintainInverse) return;
+  const RelationshipDescription* inv = r.inverseRelationship();
+  if (!inv) return;
+  if (old) {
+    if (ManagedObjectPtr previous = objectForID(old); previous && fireFault(*previous)) {
+      if (inv->isToMany()) {
+        removeToMany(*previous, *inv, s.id, false);
+      } else if (resolveID(previous->state_->toOne[inv->slot()]) == s.id) {
+        setToOne(*previous, *inv, ManagedObjectID(), false);
+      }
+    }
+  }
+  if (target) {
+    ManagedObjectPtr next = objectForID(target);
+    if (!next || !fireFault(*next)) return;
+    if (inv->isToMany()) {
+      addToMany(*next, *inv, s.id, false);
+    } else {
+      // One-to-one: the target's former partner loses it.
+      const ManagedObjectID stolen = resolveID(next->state_->toOne[inv->slot()]);
+      if (stolen && stolen != s.id) {
+        if (ManagedObjectPtr other = objectForID(stolen); other && fireFault(*other)) {
+          setToOne(*other, r, ManagedObjectID(), false);
+        }
+      }
+      setToOne(*next, *inv, s.id, false);
+    }
+  }
+}
+
+void ContextCore::addToMany(ManagedObject& object, const RelationshipDescription& r, const ManagedObjectID& member,
+                            bool maintainInverse, std::optional<std::size_t> index) {
+  ObjectState& s = *object.state_;
+  if (s.fault && !fireFault(object)) return;
+  ToManyState& tm = s.toMany[r.slot()];
+  if (r.isOrdered()) ensureToManyLoaded(s, r);
+  if (tm.loaded) {
+    if (tm.current.contains(member)) {
+      if (!index) return;
+      tm.current.insertAt(member, *index);
+      tm.reordered = true;
+      markChanged(s);
+      return;
+    }
+    if (index) {
+      tm.current.insertAt(member, *index);
+    } else {
+      tm.current.add(member);
+    }
+    if (r.isOrdered()) tm.reordered = true;
+  }
+  if (!tm.removed.remove(member) && !(tm.loaded && tm.committed.contains(member))) tm.added.add(member);
+  markChanged(s);
+  if (!maintainInverse) return;
+  const RelationshipDescription* inv = r.inverseRelationship();
+  if (!inv) return;
+  ManagedObjectPtr target = objectForID(member);
+  if (!target || !fireFault(*target)) return;
+  if (inv->isToMany()) {
+    addToMany(*target, *inv, s.id, false);
+    return;
+  }
+  const ManagedObjectID previous = resolveID(target->state_->toOne[inv->slot()]);
+  if (previous == s.id) return;
+  if (previous) {
+    if (ManagedObjectPtr owner = objectForID(previous); owner && fireFault(*owner)) {
+      removeToMany(*owner, r, member, false);
+    }
+  }
+  setToOne(*target, *inv, s.id, false);
+}
+
+void ContextCore::removeToMany(ManagedObject& object, const RelationshipDescription& r, const ManagedObjectID& member,
+                               bool maintainInverse) {
+  ObjectState& s = *object.state_;
+  if (s.fault && !fireFault(object)) return;
+  ToManyState& tm = s.toMany[r.slot()];
+  if (tm.loaded && !tm.current.remove(member)) return;
+  if (!tm.added.remove(member)) tm.removed.add(member);
+  markChanged(s);
+  if (!maintainInverse) return;
+  const RelationshipDescription* inv = r.inverseRelationship();
+  if (!inv) return;
+  ManagedObjectPtr target = objectForID(member);
+  if (!target || !fireFault(*target)) return;
+  if (inv->isToMany()) {
+    removeToMany(*target, *inv, s.id, false);
+  } else if (resolveID(target->state_->toOne[inv->slot()]) == s.id) {
+    setToOne(*target, *inv, ManagedObjectID(), false);
+  }
+}
+
+void ContextCore::deleteObject(ManagedObject& object) {
+  ObjectState& s = *object.state_;
+  if (s.core != this) throw std::invalid_argument("object belongs to another context");
+  if (s.deleted) return;
+  if (s.fault && !fireFault(object)) return;
+  object.prepareForDeletion();
+  s.deleted = true;
+  s.touchedSinceWillSave = true;
+  track(object);
+  ManagedObjectPtr keep = object.shared_from_this();
+  for (const RelationshipDescription* r : s.entity->relationships()) {
+    std::vector<ManagedObjectID> targets;
+    if (r->isToMany()) {
+      ensureToManyLoaded(s, *r);
+      targets = s.toMany[r->slot()].current.items();
+    } else if (s.toOne[r->slot()]) {
+      targets.push_back(resolveID(s.toOne[r->slot()]));
+    }
+    if (targets.empty() || r->deleteRule() == DeleteRule::kNoAction) continue;
+    const RelationshipDescription* inv = r->inverseRelationship();
+    for (const ManagedObjectID& id : targets) {
+      ManagedObjectPtr target = objectForID(id);
+      if (!target || !fireFault(*target)) continue;
+      if (inv) {
+        if (inv->isToMany()) {
+          removeToMany(*target, *inv, s.id, false);
+        } else if (resolveID(target->state_->toOne[inv->slot()]) == s.id) {
+          setToOne(*target, *inv, ManagedObjectID(), false);
+        }
+      }
+      if (r->deleteRule() == DeleteRule::kCascade) deleteObject(*target);
+    }
+  }
+}
+
+}  // namespace lumeo

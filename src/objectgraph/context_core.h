@@ -1,0 +1,120 @@
+// The machinery behind a ManagedObjectContext: the registry of objects by ID,
+// faulting from the parent or the store, change tracking, relationship
+// maintenance, saving, merging and fetching. Every member runs with `mutex`
+// held. Internal to the object-graph module.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "objectgraph/fetch_request.h"
+#include "objectgraph/managed_object.h"
+#include "objectgraph/managed_object_context.h"
+#include "objectgraph/object_state.h"
+
+namespace lumeo {
+
+class SQLiteStore;
+
+struct FetchResults::Source {
+  std::weak_ptr<ManagedObjectContext> context;
+  ContextCore* core = nullptr;
+  std::vector<ManagedObjectID> ids;
+  std::vector<ManagedObjectPtr> objects;  // all of them when not batched
+  std::size_t batchSize = 0;
+  mutable std::size_t batchStart = 0;
+  mutable std::vector<ManagedObjectPtr> batch;
+  std::vector<ManagedObjectPtr> keepAlive;  // prefetched targets
+  ManagedObjectPtr at(std::size_t index) const;
+};
+
+class ContextCore {
+ public:
+  explicit ContextCore(ManagedObjectContext& owner) : owner_(owner) {}
+  ~ContextCore();
+
+  ManagedObjectContext& owner_;
+  mutable std::recursive_mutex mutex_;
+  std::shared_ptr<PersistentStoreCoordinator> coordinator_;
+  std::shared_ptr<ManagedObjectContext> parent_;
+  MergePolicy mergePolicy_ = MergePolicy::kError;
+  std::string name_;
+
+  // --- Registry.
+  PersistentStoreCoordinator* rootCoordinator() const;
+  const ManagedObjectModel* model() const;
+  ManagedObjectID resolveID(const ManagedObjectID& id) const;
+  ManagedObjectPtr registeredObject(const ManagedObjectID& id) const;
+  // The registered object or a new fault.
+  ManagedObjectPtr objectForID(const ManagedObjectID& id);
+  // The registered object (filled from the row if it is a fault) or a new one.
+  ManagedObjectPtr objectFromSnapshot(RowSnapshot&& row);
+  void registerObject(const ManagedObjectPtr& object);
+  void forget(const ManagedObjectID& id, const ManagedObject* object);
+  void rekey(ManagedObject& object, const ManagedObjectID& newID);
+  void detach(ManagedObject& object);
+  std::vector<ManagedObjectPtr> allRegistered() const;
+
+  // --- Faulting. False when the object's row does not exist (any more).
+  bool fireFault(ManagedObject& object) const;
+  bool loadSnapshot(const ManagedObjectID& id, RowSnapshot& out, OptionalError& error) const;
+  bool loadToMany(const ManagedObjectID& id, const RelationshipDescription& r, std::vector<ManagedObjectID>& out,
+                  OptionalError& error) const;
+  void ensureToManyLoaded(ObjectState& state, const RelationshipDescription& r) const;
+  // Called by a child on its parent.
+  bool snapshotForChild(const ManagedObjectID& id, RowSnapshot& out, OptionalError& error);
+  bool toManyForChild(const ManagedObjectID& id, const RelationshipDescription& r, std::vector<ManagedObjectID>& out,
+                      OptionalError& error);
+
+  // --- Changes.
+  void markChanged(ObjectState& state);
+  void track(ManagedObject& object);
+  std::vector<ManagedObjectPtr> trackedObjects() const;
+  ManagedObjectPtr insert(const EntityDescription& entity);
+  void deleteObject(ManagedObject& object);
+  void setToOne(ManagedObject& object, const RelationshipDescription& r, const ManagedObjectID& target,
+                bool maintainInverse);
+  void addToMany(ManagedObject& object, const RelationshipDescription& r, const ManagedObjectID& member,
+                 bool maintainInverse, std::optional<std::size_t> index = std::nullopt);
+  void removeToMany(ManagedObject& object, const RelationshipDescription& r, const ManagedObjectID& member,
+                    bool maintainInverse);
+  bool hasChanges() const;
+
+  // --- Save, refresh, merge (context_save.cpp).
+  OptionalError save();
+  OptionalError obtainPermanentIDs(const std::vector<ManagedObjectPtr>& objects);
+  void refresh(ManagedObject& object, bool mergeChanges);
+  void reset();
+  void rollback();
+  void mergeDidSave(const ContextSaveInfo& info);
+
+  // --- Fetch (context_fetch.cpp).
+  FetchResults fetch(const FetchRequest& request, OptionalError& error);
+  std::size_t count(const FetchRequest& request, OptionalError& error);
+  // Matching IDs in order; objects materialized on the way are appended to
+  // `objects` when asked for.
+  bool fetchIDs(const FetchRequest& request, const EntityDescription& entity, std::vector<ManagedObjectID>& ids,
+                std::vector<ManagedObjectPtr>* objects, OptionalError& error);
+  void loadBatch(const FetchResults::Source& source, std::size_t start) const;
+
+ private:
+  void runWillSave(std::vector<ManagedObjectPtr>& tracked);
+  OptionalError saveToStore(std::vector<ManagedObjectPtr>& tracked, std::vector<ManagedObjectPtr>& refreshAfter);
+  OptionalError saveToParent(std::vector<ManagedObjectPtr>& tracked);
+  bool assignPermanentIDs(const std::vector<ManagedObject*>& objects,
+                          std::vector<std::pair<ManagedObject*, ManagedObjectID>>& assigned, OptionalError& error);
+  void remapReferences(const std::unordered_map<ManagedObjectID, ManagedObjectID, ManagedObjectIDHash>& map);
+  bool prefetch(const std::vector<ManagedObjectPtr>& objects, const std::string& keyPath,
+                std::vector<ManagedObjectPtr>& keepAlive, OptionalError& error);
+  FetchResults fetchDictionaries(const FetchRequest& request, const EntityDescription& entity, OptionalError& error);
+
+  std::unordered_map<ManagedObjectID, std::weak_ptr<ManagedObject>, ManagedObjectIDHash> registered_;
+  std::vector<ManagedObjectPtr> tracked_;
+  std::unordered_map<ManagedObjectID, ManagedObjectID, ManagedObjectIDHash> remapped_;
+};
+
+}  // namespace lumeo

@@ -1,0 +1,92 @@
+// The data of one managed object inside its context: values as last read
+// (committed) and as changed, relationship targets as IDs, and the change
+// flags. Internal to the object-graph module.
+#pragma once
+
+#include <cstdint>
+#include <unordered_set>
+#include <vector>
+
+#include "objectgraph/managed_object_id.h"
+#include "objectgraph/managed_object_model.h"
+#include "platform/value.h"
+
+namespace lumeo {
+
+class ContextCore;
+class ManagedObjectContext;
+
+// An insertion-ordered set of IDs with quick membership tests once it grows.
+class IdList {
+ public:
+  const std::vector<ManagedObjectID>& items() const { return items_; }
+  std::size_t size() const { return items_.size(); }
+  bool empty() const { return items_.empty(); }
+  bool contains(const ManagedObjectID& id) const;
+  bool add(const ManagedObjectID& id);  // false when present
+  bool remove(const ManagedObjectID& id);
+  void insertAt(const ManagedObjectID& id, std::size_t index);  // moves a present member
+  void clear() { items_.clear(); index_.clear(); }
+  void assign(std::vector<ManagedObjectID> ids);
+  void remapIDs(const std::function<bool(ManagedObjectID&)>& remap);
+
+ private:
+  void buildIndex() const;
+  std::vector<ManagedObjectID> items_;
+  mutable std::unordered_set<ManagedObjectID, ManagedObjectIDHash> index_;
+};
+
+struct ToManyState {
+  bool loaded = false;
+  IdList committed;  // valid when loaded
+  IdList current;    // valid when loaded
+  // Changes since the last commit, kept also while not loaded, so that
+  // adding one member to a large unloaded set costs nothing.
+  IdList added;
+  IdList removed;
+  // An ordered relationship whose order changed without membership change.
+  bool reordered = false;
+  bool changed() const { return !added.empty() || !removed.empty() || reordered; }
+};
+
+// A row as a context or the store sees it.
+struct RowSnapshot {
+  const EntityDescription* entity = nullptr;
+  ManagedObjectID id;
+  std::vector<Value> attributes;          // by attribute slot
+  std::vector<ManagedObjectID> toOne;     // by to-one slot; null ID for none
+  std::int64_t version = 0;
+};
+
+struct ObjectState {
+  const EntityDescription* entity = nullptr;
+  ManagedObjectContext* context = nullptr;  // null when detached
+  ContextCore* core = nullptr;
+  ManagedObjectID id;
+
+  bool fault = true;
+  bool inserted = false;
+  bool updated = false;
+  bool deleted = false;
+  bool tracked = false;  // in the context's list of changed objects
+  bool touchedSinceWillSave = false;
+  bool awake = false;    // awakeFromInsert/Fetch ran
+
+  std::vector<Value> attributes;
+  std::vector<Value> committedAttributes;
+  std::vector<std::uint8_t> attributeChanged;
+  std::vector<ManagedObjectID> toOne;
+  std::vector<ManagedObjectID> committedToOne;
+  std::vector<std::uint8_t> toOneChanged;
+  std::vector<ToManyState> toMany;
+  std::int64_t version = 0;
+
+  bool hasChanges() const { return inserted || updated || deleted; }
+  void resetToFault();
+  void fillFromSnapshot(const RowSnapshot& row);
+  void prepareEmpty(const EntityDescription& e);
+  // Current values become the committed ones.
+  void commit();
+};
+
+}  // namespace lumeo
