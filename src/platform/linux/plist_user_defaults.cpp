@@ -220,7 +220,7 @@ OptionalError validateValue(const Value& value) {
     case Value::Type::kDate: {
       double s = std::floor(value.asDate()->timeIntervalSinceReferenceDate());
       if (!(s >= kMinDateSeconds && s <= kMaxDateSeconds)) {
-        return invalid("dates before 1933 or after 2069 cannot be kept");
+        return invalid("dates before 13 December 1932 or after 19 January 2069 cannot be kept");
       }
       break;
     }

@@ -41,8 +41,8 @@ class PlistUserDefaultsStorage : public UserDefaultsStorage {
   ApplyResult apply(const UserDefaultsChanges& changes) override;
   // Refuses what the file cannot hold faithfully: text that is not UTF-8 or
   // holds control characters other than tab, line feed and carriage return
-  // (in keys as well), reals that are not finite, dates before 1933 or after
-  // 2069 (the range of the file's date form).
+  // (in keys as well), reals that are not finite, dates before 13 December 1932 or
+  // after 19 January 2069 (the range of the file's date form).
   OptionalError validate(const Value& value) const override;
 
   const std::filesystem::path& file() const { return file_; }
