@@ -310,10 +310,17 @@ DateComponents Calendar::componentsFromDate(CalendarUnit units, Date from, Date 
   const UDate target = toUDate(to);
   calendar_->setTime(toUDate(from), status);
   auto difference = [&](UCalendarDateFields field) -> std::int64_t {
-    const int32_t n = calendar_->fieldDifference(target, field, status);
-    return U_SUCCESS(status) ? n : 0;
+    UErrorCode fieldStatus = U_ZERO_ERROR;
+    const int32_t n = calendar_->fieldDifference(target, field, fieldStatus);
+    return U_SUCCESS(fieldStatus) ? n : 0;
   };
-  if (contains(units, CalendarUnit::kEra)) c.era = difference(UCAL_ERA);
+  if (contains(units, CalendarUnit::kEra)) {
+    // ICU cannot step by eras; the count of era boundaries crossed is the
+    // difference of the two eras, and the calendar stays where it is.
+    std::unique_ptr<icu::Calendar> probe(calendar_->clone());
+    probe->setTime(target, status);
+    c.era = probe->get(UCAL_ERA, status) - calendar_->get(UCAL_ERA, status);
+  }
   if (contains(units, CalendarUnit::kYear)) c.year = difference(UCAL_YEAR);
   if (contains(units, CalendarUnit::kQuarter)) {
     std::unique_ptr<icu::Calendar> probe(calendar_->clone());

@@ -134,6 +134,18 @@ std::string DateFormatter::localizedStringFromDate(Date date, Style dateStyle, S
   return formatter.stringFromDate(date);
 }
 
+std::string DateFormatter::patternForStyles(Style dateStyle, Style timeStyle, const std::string& localeIdentifier) {
+  if (dateStyle == Style::kNone && timeStyle == Style::kNone) return {};
+  const icu::Locale locale = icu::Locale::createFromName(icuLocaleFromPosix(localeIdentifier).c_str());
+  std::unique_ptr<icu::DateFormat> format(
+      icu::DateFormat::createDateTimeInstance(icuStyle(dateStyle, false), icuStyle(timeStyle, false), locale));
+  auto* simple = dynamic_cast<icu::SimpleDateFormat*>(format.get());
+  if (simple == nullptr) return {};
+  icu::UnicodeString pattern;
+  simple->toPattern(pattern);
+  return fromUnicode(pattern);
+}
+
 std::string DateFormatter::dateFormatFromTemplate(const std::string& skeleton, const std::string& localeIdentifier) {
   UErrorCode status = U_ZERO_ERROR;
   const icu::Locale locale = icu::Locale::createFromName(icuLocaleFromPosix(localeIdentifier).c_str());

@@ -56,6 +56,9 @@ class DateFormatter {
 
   // A formatted date in the user's locale and zone, by styles.
   static std::string localizedStringFromDate(Date date, Style dateStyle, Style timeStyle);
+  // The pattern that the locale's styles stand for ("M/d/yy, h:mm a" for
+  // short date and short time in en_US); "" when both are kNone.
+  static std::string patternForStyles(Style dateStyle, Style timeStyle, const std::string& localeIdentifier);
   // The locale's pattern for a skeleton of fields: "yMMMd" gives "MMM d, y"
   // in en_US and "d. MMM y" in de_DE.
   static std::string dateFormatFromTemplate(const std::string& skeleton, const std::string& localeIdentifier);
