@@ -1,0 +1,95 @@
+// The canvas's pixels: fills, gradients, transforms and PNG output, read
+// back through the canvas itself and through the PNG decoder.
+#include "platform/canvas.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "platform/atomic_file.h"
+#include "testing/temp_dir.h"
+
+namespace lumeo {
+namespace {
+
+void expectColorNear(const Color& actual, const Color& expected, double tolerance = 1.5 / 255) {
+  EXPECT_NEAR(actual.red, expected.red, tolerance);
+  EXPECT_NEAR(actual.green, expected.green, tolerance);
+  EXPECT_NEAR(actual.blue, expected.blue, tolerance);
+  EXPECT_NEAR(actual.alpha, expected.alpha, tolerance);
+}
+
+TEST(Canvas, FillsAndReadsPixels) {
+  Canvas canvas(20, 10);
+  expectColorNear(canvas.pixelAt(5, 5), Color(0, 0, 0, 0));
+  canvas.fillRect(Rect{0, 0, 10, 10}, Color(1, 0, 0));
+  canvas.fillRect(Rect{10, 0, 10, 10}, Color(0, 0, 1, 0.5));
+  expectColorNear(canvas.pixelAt(2, 2), Color(1, 0, 0));
+  // Half-transparent paint reads back unpremultiplied.
+  expectColorNear(canvas.pixelAt(15, 5), Color(0, 0, 1, 0.5), 2.0 / 255);
+  expectColorNear(canvas.pixelAt(-1, 0), Color(0, 0, 0, 0));
+  expectColorNear(canvas.pixelAt(20, 0), Color(0, 0, 0, 0));
+}
+
+TEST(Canvas, TransformsApplyToLaterDrawing) {
+  Canvas canvas(20, 20);
+  canvas.saveState();
+  canvas.translate(10, 10);
+  canvas.rotate(M_PI / 2);  // clockwise on screen: +x now points down
+  canvas.fillRect(Rect{0, -1, 8, 2}, Color(0, 1, 0));
+  canvas.restoreState();
+  expectColorNear(canvas.pixelAt(10, 15), Color(0, 1, 0));
+  expectColorNear(canvas.pixelAt(15, 10), Color(0, 0, 0, 0));
+  canvas.fillRect(Rect{0, 0, 1, 1}, Color(1, 1, 1));  // restored: no transform
+  expectColorNear(canvas.pixelAt(0, 0), Color(1, 1, 1));
+}
+
+TEST(Canvas, VerticalGradientPassesThroughEvenlySpacedColors) {
+  const Color top(1, 0, 0), middle(0, 1, 0), bottom(0, 0, 1);
+  Canvas canvas(10, 201);
+  canvas.fillLinearGradient(Rect{0, 0, 10, 201}, Point{5, 0}, Point{5, 201}, {top, middle, bottom});
+  expectColorNear(canvas.pixelAt(5, 0), top, 4.0 / 255);
+  expectColorNear(canvas.pixelAt(5, 100), middle, 4.0 / 255);
+  expectColorNear(canvas.pixelAt(5, 200), bottom, 4.0 / 255);
+  // Red falls all the way down the upper half; blue rises in the lower.
+  for (int y = 1; y <= 100; ++y) EXPECT_LE(canvas.pixelAt(5, y).red, canvas.pixelAt(5, y - 1).red);
+  for (int y = 101; y <= 200; ++y) EXPECT_GE(canvas.pixelAt(5, y).blue, canvas.pixelAt(5, y - 1).blue);
+  // One colour is a plain fill; none draws nothing.
+  Canvas single(4, 4);
+  single.fillLinearGradient(Rect{0, 0, 4, 4}, Point{0, 0}, Point{0, 4}, {middle});
+  expectColorNear(single.pixelAt(3, 3), middle);
+  single.fillLinearGradient(Rect{0, 0, 4, 4}, Point{0, 0}, Point{0, 4}, {});
+  expectColorNear(single.pixelAt(3, 3), middle);
+}
+
+TEST(Canvas, WritesAPNGThatDecodesToTheSamePixels) {
+  testing::TempDir dir;
+  Canvas canvas(8, 6);
+  canvas.fillRect(Rect{0, 0, 4, 6}, Color::fromRGB255(233, 55, 0));
+  canvas.fillRect(Rect{4, 0, 4, 3}, Color(0, 0, 0, 0.25));
+  ASSERT_FALSE(canvas.writePNG(dir / "picture.png"));
+  auto decoded = Image::readFile(dir / "picture.png");
+  ASSERT_TRUE(std::holds_alternative<Image>(decoded)) << std::get<Error>(decoded).toString();
+  const Image& image = std::get<Image>(decoded);
+  ASSERT_EQ(image.width(), 8);
+  ASSERT_EQ(image.height(), 6);
+  EXPECT_EQ(image.pixels(), canvas.image().pixels());
+  expectColorNear(image.pixelAt(1, 1), Color::fromRGB255(233, 55, 0));
+
+  auto error = canvas.writePNG(dir / "missing-folder" / "x.png");
+  ASSERT_TRUE(error);
+  EXPECT_TRUE(error->is(kFileErrorDomain, kFileWriteFailed));
+}
+
+TEST(Canvas, ImpossibleSizesGiveAnEmptyCanvas) {
+  Canvas negative(-5, 10);
+  EXPECT_EQ(negative.width(), 0);
+  Canvas huge(1 << 20, 1 << 20);  // far beyond what can be allocated
+  EXPECT_EQ(huge.width(), 0);
+  huge.fillRect(Rect{0, 0, 10, 10}, Color(1, 0, 0));
+  expectColorNear(huge.pixelAt(0, 0), Color(0, 0, 0, 0));
+  EXPECT_TRUE(huge.image().empty());
+}
+
+}  // namespace
+}  // namespace lumeo
