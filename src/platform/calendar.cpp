@@ -123,6 +123,31 @@ void DateComponents::setValue(CalendarUnit unit, std::optional<std::int64_t> v) 
   }
 }
 
+std::string DateComponents::description() const {
+  static constexpr std::pair<CalendarUnit, const char*> kNames[] = {
+      {CalendarUnit::kEra, "era"},
+      {CalendarUnit::kYear, "year"},
+      {CalendarUnit::kQuarter, "quarter"},
+      {CalendarUnit::kMonth, "month"},
+      {CalendarUnit::kDay, "day"},
+      {CalendarUnit::kHour, "hour"},
+      {CalendarUnit::kMinute, "minute"},
+      {CalendarUnit::kSecond, "second"},
+      {CalendarUnit::kNanosecond, "nanosecond"},
+      {CalendarUnit::kWeekday, "weekday"},
+      {CalendarUnit::kWeekdayOrdinal, "weekdayOrdinal"},
+      {CalendarUnit::kWeekOfMonth, "weekOfMonth"},
+      {CalendarUnit::kWeekOfYear, "weekOfYear"},
+      {CalendarUnit::kYearForWeekOfYear, "yearForWeekOfYear"},
+  };
+  std::string out = "{";
+  for (const auto& [unit, name] : kNames) {
+    if (auto v = value(unit)) out += (out.size() > 1 ? ", " : "") + std::string(name) + " " + std::to_string(*v);
+  }
+  if (timeZone) out += (out.size() > 1 ? ", " : "") + std::string("timeZone ") + *timeZone;
+  return out + "}";
+}
+
 Calendar::Calendar(std::unique_ptr<icu::Calendar> calendar, std::string locale, TimeZone zone)
     : calendar_(std::move(calendar)), locale_(std::move(locale)), zone_(std::move(zone)) {}
 

@@ -78,6 +78,9 @@ struct DateComponents {
   std::optional<std::int64_t> value(CalendarUnit unit) const;
   void setValue(CalendarUnit unit, std::optional<std::int64_t> v);
 
+  // "{year 2026, month 11, day 0}": the set fields, for logs and test output.
+  std::string description() const;
+
   friend bool operator==(const DateComponents&, const DateComponents&) = default;
 };
 

@@ -5,6 +5,7 @@
 #include <unicode/datefmt.h>
 #include <unicode/dtptngen.h>
 #include <unicode/smpdtfmt.h>
+#include <unicode/uchar.h>
 
 #include "platform/icu_support.h"
 #include "platform/user_locale.h"
@@ -121,6 +122,14 @@ std::optional<Date> DateFormatter::dateFromString(const std::string& text) const
   icu::DateFormat* f = formatter();
   if (f == nullptr || text.empty()) return std::nullopt;
   const icu::UnicodeString input = toUnicode(text);
+  // ICU skips leading white space even in strict mode; a text that starts
+  // with a space the pattern doesn't have is not the whole text matching.
+  if (u_isUWhiteSpace(input.char32At(0))) {
+    auto* simple = dynamic_cast<icu::SimpleDateFormat*>(f);
+    icu::UnicodeString pattern;
+    if (simple != nullptr) simple->toPattern(pattern);
+    if (pattern.isEmpty() || !u_isUWhiteSpace(pattern.char32At(0))) return std::nullopt;
+  }
   icu::ParsePosition position(0);
   const UDate millis = f->parse(input, position);
   if (position.getErrorIndex() >= 0 || position.getIndex() != input.length()) return std::nullopt;

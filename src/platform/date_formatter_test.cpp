@@ -1,0 +1,105 @@
+// DateFormatter: patterns and styles in a given locale and zone, and strict
+// parsing that takes the whole text or nothing.
+#include "platform/date_formatter.h"
+
+#include <gtest/gtest.h>
+
+#include "testing/scoped_environment.h"
+
+namespace lumeo {
+namespace {
+
+using testing::ScopedEnvironment;
+
+const Date kEvening = Date::fromTimeIntervalSince1970(1795887005.0);  // 2026-11-28 17:30:05 UTC
+
+DateFormatter formatter(const char* pattern, const char* locale, const char* zone) {
+  DateFormatter f(pattern);
+  f.setLocale(locale);
+  f.setTimeZone(*TimeZone::named(zone));
+  return f;
+}
+
+TEST(DateFormatterTest, PatternsInLocaleAndZone) {
+  struct Case {
+    const char* pattern;
+    const char* locale;
+    const char* zone;
+    const char* text;
+  };
+  const Case cases[] = {
+      {"yyyy-MM-dd'T'HH:mm", "en_US", "UTC", "2026-11-28T17:30"},
+      {"yyyy-MM-dd'T'HH:mm", "en_US", "Asia/Tokyo", "2026-11-29T02:30"},
+      {"yyyy-MM-dd hh:mm:ss a", "en_US", "UTC", "2026-11-28 05:30:05 PM"},
+      {"ddMMyyyy_HHmm", "de_DE", "Europe/Berlin", "28112026_1830"},
+      {"MMM", "en_US", "UTC", "Nov"},
+      {"MMMM", "de_DE.UTF-8", "UTC", "November"},
+      {"EE", "de_DE", "UTC", "Sa."},
+      {"HH", "en_US", "America/Sao_Paulo", "14"},
+      {"yyyy-MM-dd HH:mm:ss", "en_US", "GMT", "2026-11-28 17:30:05"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(formatter(c.pattern, c.locale, c.zone).stringFromDate(kEvening), c.text) << c.pattern;
+  }
+}
+
+TEST(DateFormatterTest, StrictParsing) {
+  const DateFormatter minutes = formatter("yyyy-MM-dd'T'HH:mm", "en_US", "UTC");
+  EXPECT_EQ(minutes.dateFromString("2026-11-28T17:30"), Date::fromTimeIntervalSince1970(1795887000.0));
+  const char* rejected[] = {
+      "",
+      "2026-11-28T17:30x",
+      "2026-11-28T17:30:05",
+      "2026-11-28",
+      " 2026-11-28T17:30",
+      "2026-02-30T10:00",
+      "2026-13-01T10:00",
+      "2026-11-28T25:00",
+      "2026-11-28 17:30",
+      "yesterday",
+  };
+  for (const char* text : rejected) EXPECT_FALSE(minutes.dateFromString(text).has_value()) << text;
+
+  const DateFormatter tokyo = formatter("yyyy-MM-dd'T'HH:mm", "en_US", "Asia/Tokyo");
+  EXPECT_EQ(tokyo.dateFromString("2026-11-29T02:30"), Date::fromTimeIntervalSince1970(1795887000.0));
+
+  const DateFormatter names = formatter("d MMMM yyyy", "de_DE", "UTC");
+  EXPECT_EQ(names.dateFromString("28 November 2026"), Date::fromTimeIntervalSince1970(1795824000.0));
+  EXPECT_FALSE(names.dateFromString("28 Novembre 2026").has_value());
+}
+
+TEST(DateFormatterTest, StylesAndRelativeNames) {
+  ScopedEnvironment env{{"TZ", "UTC"}, {"LANG", "en_US.UTF-8"}, {"LC_ALL", std::nullopt}};
+  DateFormatter medium;
+  medium.setDateStyle(DateFormatter::Style::kMedium);
+  EXPECT_EQ(medium.stringFromDate(kEvening), "Nov 28, 2026");
+  medium.setLocale("de_DE");
+  EXPECT_EQ(medium.stringFromDate(kEvening), "28.11.2026");
+  medium.setLocale("en_GB");
+  EXPECT_EQ(medium.stringFromDate(kEvening), "28 Nov 2026");
+
+  DateFormatter relative;
+  relative.setDateStyle(DateFormatter::Style::kLong);
+  relative.setDoesRelativeDateFormatting(true);
+  EXPECT_EQ(relative.stringFromDate(Date::now()), "today");
+  EXPECT_EQ(relative.stringFromDate(Date::fromTimeIntervalSince1970(0)), "January 1, 1970");
+
+  EXPECT_EQ(DateFormatter::patternForStyles(DateFormatter::Style::kShort, DateFormatter::Style::kNone, "en_US"),
+            "M/d/yy");
+  EXPECT_EQ(DateFormatter::dateFormatFromTemplate("yMMMd", "de_DE"), "d. MMM y");
+  EXPECT_EQ(DateFormatter().stringFromDate(kEvening), "");
+  EXPECT_FALSE(DateFormatter().dateFromString("Nov 28, 2026").has_value());
+}
+
+TEST(DateFormatterTest, TakesZoneAndLocaleWhenMade) {
+  ScopedEnvironment env{{"TZ", "Asia/Tokyo"}, {"LANG", "de_DE.UTF-8"}, {"LC_ALL", std::nullopt}};
+  DateFormatter f("HH:mm MMMM");
+  env.set("TZ", "UTC");
+  env.set("LANG", "en_US.UTF-8");
+  EXPECT_EQ(f.stringFromDate(kEvening), "02:30 November");
+  EXPECT_EQ(DateFormatter("HH:mm MMMM").stringFromDate(kEvening), "17:30 November");
+  EXPECT_EQ(f.localeIdentifier(), "de_DE");
+}
+
+}  // namespace
+}  // namespace lumeo
