@@ -1,0 +1,110 @@
+// Cluster annotation state; the delegate is asked outside the lock, since it
+// usually reads the members back.
+#include "map/geo_map_cluster_annotation.h"
+
+#include "map/geo_map_cluster_controller.h"
+#include "map/geo_map_cluster_controller_delegate.h"
+#include "map/geohash.h"
+
+namespace lumeo {
+
+GeoMapClusterAnnotation::GeoMapClusterAnnotation(
+    std::weak_ptr<GeoMapClusterController> mapClusterController,
+    std::weak_ptr<GeoMapClusterControllerDelegate> delegate, MapAnnotationList annotations,
+    LocationCoordinate2D coordinate)
+    : controller_(std::move(mapClusterController)),
+      delegate_(std::move(delegate)),
+      annotations_(std::make_shared<const MapAnnotationList>(std::move(annotations))),
+      coordinate_(coordinate) {}
+
+LocationCoordinate2D GeoMapClusterAnnotation::coordinate() const {
+  std::lock_guard lock(mutex_);
+  return coordinate_;
+}
+
+void GeoMapClusterAnnotation::setCoordinate(LocationCoordinate2D coordinate) {
+  std::lock_guard lock(mutex_);
+  coordinate_ = coordinate;
+}
+
+std::string GeoMapClusterAnnotation::title() const {
+  {
+    std::lock_guard lock(mutex_);
+    if (title_) return *title_;
+  }
+  std::optional<std::string> answer;
+  auto controller = controller_.lock();
+  auto delegate = delegate_.lock();
+  if (controller && delegate) answer = delegate->titleForMapClusterAnnotation(*controller, *this);
+  std::lock_guard lock(mutex_);
+  title_ = answer.value_or(std::string());
+  return *title_;
+}
+
+std::string GeoMapClusterAnnotation::subtitle() const {
+  {
+    std::lock_guard lock(mutex_);
+    if (subtitle_) return *subtitle_;
+  }
+  std::optional<std::string> answer;
+  auto controller = controller_.lock();
+  auto delegate = delegate_.lock();
+  if (controller && delegate) answer = delegate->subtitleForMapClusterAnnotation(*controller, *this);
+  std::lock_guard lock(mutex_);
+  subtitle_ = answer.value_or(std::string());
+  return *subtitle_;
+}
+
+void GeoMapClusterAnnotation::resetTitleAndSubtitle() {
+  std::lock_guard lock(mutex_);
+  title_.reset();
+  subtitle_.reset();
+}
+
+std::shared_ptr<const MapAnnotationList> GeoMapClusterAnnotation::annotations() const {
+  std::lock_guard lock(mutex_);
+  return annotations_;
+}
+
+void GeoMapClusterAnnotation::setAnnotations(MapAnnotationList annotations) {
+  auto list = std::make_shared<const MapAnnotationList>(std::move(annotations));
+  std::lock_guard lock(mutex_);
+  annotations_.swap(list);
+  // The old list is released after the lock, outside the critical section.
+}
+
+bool GeoMapClusterAnnotation::containsAnnotation(const MapAnnotation* annotation) const {
+  auto list = annotations();
+  for (const MapAnnotationPtr& member : *list) {
+    if (member.get() == annotation) return true;
+  }
+  return false;
+}
+
+bool GeoMapClusterAnnotation::isUniqueLocation() const {
+  auto list = annotations();
+  if (list->empty()) return true;
+  std::uint64_t key = geohashBitsForCoordinate((*list)[0]->coordinate());
+  for (const MapAnnotationPtr& member : *list) {
+    if (geohashBitsForCoordinate(member->coordinate()) != key) return false;
+  }
+  return true;
+}
+
+MapRect GeoMapClusterAnnotation::mapRect() const {
+  MapPoint own = MapPointForCoordinate(coordinate());
+  MapRect rect = MapRectMake(own.x, own.y, 0, 0);
+  auto list = annotations();
+  for (const MapAnnotationPtr& member : *list) {
+    MapPoint point = MapPointForCoordinate(member->coordinate());
+    rect = MapRectUnion(rect, MapRectMake(point.x, point.y, 0, 0));
+  }
+  return rect;
+}
+
+bool GeoMapClusterAnnotation::belongsTo(
+    const std::weak_ptr<GeoMapClusterController>& controller) const {
+  return !controller_.owner_before(controller) && !controller.owner_before(controller_);
+}
+
+}  // namespace lumeo

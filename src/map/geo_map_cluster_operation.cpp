@@ -1,0 +1,263 @@
+// The clustering pass. The work follows the screen, not the data: only the
+// cells of the grid rectangle are visited, and a cell costs a tree query
+// plus one pass over its members.
+#include "map/geo_map_cluster_operation.h"
+
+#include <atomic>
+#include <cmath>
+#include <limits>
+#include <unordered_set>
+
+#include "map/geo_map_cluster_controller.h"
+#include "map/geo_map_cluster_utility.h"
+#include "platform/dispatch_queue.h"
+
+namespace lumeo {
+namespace {
+
+// Marks for member intersection, unique in the process.
+std::uint64_t nextMark() {
+  static std::atomic<std::uint64_t> counter{0};
+  return counter.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+bool nearlyEqual(LocationCoordinate2D a, LocationCoordinate2D b) {
+  return std::fabs(a.latitude - b.latitude) < kGeoMapClusterEpsilon &&
+         std::fabs(a.longitude - b.longitude) < kGeoMapClusterEpsilon;
+}
+
+MapAnnotationList retainAll(MapAnnotation* const* begin, MapAnnotation* const* end) {
+  MapAnnotationList list;
+  list.reserve(static_cast<std::size_t>(end - begin));
+  for (MapAnnotation* const* it = begin; it != end; ++it) list.push_back((*it)->shared_from_this());
+  return list;
+}
+
+}  // namespace
+
+GeoMapClusterOperation::GeoMapClusterOperation(
+    GeoMapClusterSnapshot snapshot, std::shared_ptr<GeoMapTree> allAnnotationsMapTree,
+    std::shared_ptr<GeoMapTree> visibleAnnotationsMapTree, std::shared_ptr<GeoMapClusterer> clusterer,
+    std::shared_ptr<GeoMapAnimator> animator, std::weak_ptr<GeoMapClusterControllerDelegate> delegate,
+    std::weak_ptr<GeoMapClusterController> controller, GeoMapClusterController* controllerForClusterer)
+    : snapshot_(std::move(snapshot)),
+      allTree_(std::move(allAnnotationsMapTree)),
+      visibleTree_(std::move(visibleAnnotationsMapTree)),
+      clusterer_(clusterer ? std::move(clusterer) : std::make_shared<GeoCenterOfMassMapClusterer>()),
+      animator_(std::move(animator)),
+      delegate_(std::move(delegate)),
+      controller_(std::move(controller)),
+      controllerForClusterer_(controllerForClusterer) {}
+
+GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
+  const GeoMapClusterSettings& settings = snapshot_.settings;
+  // 1. Past the maximum zoom every location shows on its own.
+  bool disable = zoomLevelForRegion(snapshot_.region, snapshot_.width) > settings.maxZoomLevelForClustering;
+  std::size_t limit = disable ? std::numeric_limits<std::size_t>::max()
+                              : (settings.minUniqueLocationsForClustering > 1
+                                     ? settings.minUniqueLocationsForClustering - 1
+                                     : 0);
+  bool notifyMainQueue = !controller_.expired();
+
+  // 2. The grid.
+  MapRect grid = gridMapRectForMapRect(snapshot_.visibleMapRect, snapshot_.cellMapSize, settings.marginFactor);
+  Result result;
+  std::unordered_set<const MapAnnotation*> clusterSet;
+  std::vector<std::pair<GeoMapClusterAnnotationPtr, LocationCoordinate2D>> moved;
+  GeoMapTreeUnsafeMutableArray members(64);
+  GeoMapTreeUnsafeMutableArray visibleInCell(8);
+  std::vector<std::vector<MapAnnotation*>> groups;
+  std::vector<GeoMapClusterAnnotation*> candidates;
+
+  // 3. Each cell.
+  enumerateGridCells(grid, snapshot_.cellMapSize, [&](MapRect cell) {
+    GeoMapTreeBoundingBox box = GeoMapTreeBoundingBoxForMapRect(cell);
+    members.removeAllObjects();
+    allTree_->annotationsInBox(box, members, true);
+    if (members.empty()) return;
+
+    bool uniqueLocationMode = groupAnnotationsByLocation(members.begin(), members.end(), limit, groups);
+
+    candidates.clear();
+    if (settings.reuseExistingClusterAnnotations) {
+      visibleInCell.removeAllObjects();
+      visibleTree_->annotationsInBox(box, visibleInCell, true);
+      for (MapAnnotation* visible : visibleInCell)
+        candidates.push_back(static_cast<GeoMapClusterAnnotation*>(visible));
+    }
+
+    std::size_t groupCount = uniqueLocationMode ? groups.size() : 1;
+    for (std::size_t g = 0; g < groupCount; ++g) {
+      MapAnnotation* const* begin = uniqueLocationMode ? groups[g].data() : members.begin();
+      MapAnnotation* const* end = uniqueLocationMode ? groups[g].data() + groups[g].size() : members.end();
+      MapAnnotationList group = retainAll(begin, end);
+
+      LocationCoordinate2D coordinate =
+          uniqueLocationMode ? group.front()->coordinate()
+                             : clusterer_->coordinateForAnnotations(controllerForClusterer_, group, cell);
+
+      // Reuse the first pin on screen that holds any member of the group.
+      GeoMapClusterAnnotation* reused = nullptr;
+      if (!candidates.empty()) {
+        std::uint64_t mark = nextMark();
+        for (MapAnnotation* const* it = begin; it != end; ++it)
+          (*it)->clusterMark().store(mark, std::memory_order_relaxed);
+        for (auto candidate = candidates.begin(); candidate != candidates.end(); ++candidate) {
+          auto held = (*candidate)->annotations();
+          bool intersects = false;
+          for (const MapAnnotationPtr& member : *held) {
+            if (member->clusterMark().load(std::memory_order_relaxed) == mark) {
+              intersects = true;
+              break;
+            }
+          }
+          if (!intersects) continue;
+          // A pin for one location stays only where it stands.
+          auto shownAt = visibleTree_->positionOf(*candidate);
+          if (!uniqueLocationMode || (shownAt && nearlyEqual(*shownAt, coordinate))) {
+            reused = *candidate;
+            candidates.erase(candidate);
+          }
+          break;
+        }
+      }
+
+      GeoMapClusterAnnotationPtr annotation;
+      if (reused) {
+        annotation = std::static_pointer_cast<GeoMapClusterAnnotation>(reused->shared_from_this());
+        annotation->setAnnotations(std::move(group));
+        if (!uniqueLocationMode) moved.emplace_back(annotation, coordinate);
+        if (notifyMainQueue) {
+          DispatchQueue::main().async([annotation, coordinate, uniqueLocationMode,
+                                       controller = controller_, delegate = delegate_] {
+            if (!uniqueLocationMode) annotation->setCoordinate(coordinate);
+            annotation->resetTitleAndSubtitle();
+            auto owner = controller.lock();
+            auto listener = delegate.lock();
+            if (owner && listener) listener->willReuseMapClusterAnnotation(*owner, *annotation);
+          });
+        } else if (!uniqueLocationMode) {
+          annotation->setCoordinate(coordinate);
+        }
+      } else {
+        annotation = std::make_shared<GeoMapClusterAnnotation>(controller_, delegate_, std::move(group),
+                                                               coordinate);
+      }
+      clusterSet.insert(annotation.get());
+      result.clusters.push_back(std::move(annotation));
+    }
+  });
+
+  // 4. The diff against the pins this controller has on the map.
+  MapAnnotationList existing = visibleTree_->allAnnotations();
+  std::unordered_set<const MapAnnotation*> existingSet;
+  existingSet.reserve(existing.size());
+  for (const MapAnnotationPtr& annotation : existing) existingSet.insert(annotation.get());
+  for (const GeoMapClusterAnnotationPtr& cluster : result.clusters) {
+    if (!existingSet.count(cluster.get())) result.annotationsToAdd.push_back(cluster);
+  }
+  for (const MapAnnotationPtr& annotation : existing) {
+    if (!clusterSet.count(annotation.get())) result.annotationsToRemove.push_back(annotation);
+  }
+
+  // 5. The visible tree follows: removals first, then the pins that moved
+  // and the new ones, each filed where it will be shown.
+  visibleTree_->removeAnnotations(result.annotationsToRemove);
+  for (const auto& [annotation, coordinate] : moved) visibleTree_->moveAnnotation(annotation, coordinate);
+  for (const MapAnnotationPtr& annotation : result.annotationsToAdd)
+    visibleTree_->addAnnotation(annotation, annotation->coordinate());
+  return result;
+}
+
+void GeoMapClusterOperation::start() {
+  {
+    std::lock_guard lock(mutex_);
+    if (finished_) return;
+    if (cancelled_) {
+      // Superseded before it began: a newer pass follows with a newer
+      // snapshot, so this one changes nothing.
+      finished_ = true;
+    } else {
+      executing_ = true;
+    }
+  }
+  if (isFinished()) {
+    finish(true);
+    return;
+  }
+  Result result = clusterAnnotations();
+  auto self = shared_from_this();
+  DispatchQueue::main().async([self, result = std::move(result)]() mutable {
+    self->applyOnMainQueue(std::move(result));
+  });
+  waitUntilFinished();
+}
+
+void GeoMapClusterOperation::applyOnMainQueue(Result result) {
+  auto controller = controller_.lock();
+  if (!controller || isFinished()) {
+    finish(true);
+    return;
+  }
+  // 6. New pins appear, then the animator takes the old ones away.
+  controller->mapView().addAnnotations(result.annotationsToAdd);
+  auto self = shared_from_this();
+  auto removal = [self, weakController = controller_, toRemove = result.annotationsToRemove] {
+    if (auto owner = weakController.lock()) owner->mapView().removeAnnotations(toRemove);
+    self->finish(true);
+  };
+  if (result.annotationsToRemove.empty() || !animator_) {
+    removal();
+  } else {
+    animator_->willRemoveAnnotations(*controller, result.annotationsToRemove, removal);
+  }
+}
+
+void GeoMapClusterOperation::finish(bool runCompletion) {
+  std::function<void()> completion;
+  {
+    std::lock_guard lock(mutex_);
+    if (!finished_ || executing_) {
+      executing_ = false;
+      finished_ = true;
+    }
+    if (runCompletion) completion = std::move(completionBlock_);
+    completionBlock_ = nullptr;
+  }
+  finishedChanged_.notify_all();
+  if (completion) completion();
+}
+
+void GeoMapClusterOperation::waitUntilFinished() {
+  std::unique_lock lock(mutex_);
+  finishedChanged_.wait(lock, [this] { return finished_; });
+}
+
+void GeoMapClusterOperation::abandon() { finish(false); }
+
+void GeoMapClusterOperation::cancel() {
+  std::lock_guard lock(mutex_);
+  cancelled_ = true;
+}
+
+bool GeoMapClusterOperation::isCancelled() const {
+  std::lock_guard lock(mutex_);
+  return cancelled_;
+}
+
+bool GeoMapClusterOperation::isExecuting() const {
+  std::lock_guard lock(mutex_);
+  return executing_;
+}
+
+bool GeoMapClusterOperation::isFinished() const {
+  std::lock_guard lock(mutex_);
+  return finished_;
+}
+
+void GeoMapClusterOperation::setCompletionBlock(std::function<void()> block) {
+  std::lock_guard lock(mutex_);
+  completionBlock_ = std::move(block);
+}
+
+}  // namespace lumeo

@@ -1,0 +1,50 @@
+// The grid arithmetic of clustering: the size of a cell in map points, the
+// grid rectangle around the visible one, the walk over its cells, the zoom
+// level of a region and the grouping of a cell's annotations by location.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "map/map_annotation.h"
+#include "map/map_geometry.h"
+#include "map/map_view.h"
+
+namespace lumeo {
+
+// Coordinates closer than this (a float's epsilon) count as the same.
+inline constexpr double kGeoMapClusterEpsilon = 1.1920928955078125e-07;
+
+// The map-point size of a square cell `cellSize` view points wide, adjusted
+// so that a whole number of cells goes around the world. 0 for a map whose
+// points do not move (nothing to cluster).
+double cellMapSizeForCellSize(double cellSize, const MapView& mapView);
+// The same from the distance in map points between two view points.
+double alignedCellMapSize(double distance);
+
+// The visible rectangle grown by marginFactor of its size on every side and
+// widened to whole cells; the null rectangle for a cell size of 0.
+MapRect gridMapRectForMapRect(MapRect mapRect, double cellMapSize, double marginFactor);
+
+// Calls `block` with each cell of the grid, row by row from the top. Cells
+// beyond the 180th meridian wrap around; a grid wider than the world visits
+// each column once, and rows wholly outside the world are skipped.
+void enumerateGridCells(MapRect gridMapRect, double cellMapSize,
+                        const std::function<void(MapRect cell)>& block);
+
+// The zoom level of a region shown `mapWidth` view points wide (about 0 for
+// the whole world on a 256-point map, 20 for a street).
+double zoomLevelForRegion(CoordinateRegion region, double mapWidth);
+
+// Splits annotations into groups of one location key each, in the order the
+// keys first appear. Nothing (nullopt) for a limit of 0 or as soon as there
+// are more keys than the limit.
+std::optional<std::vector<MapAnnotationList>> groupAnnotationsByLocation(
+    const MapAnnotationList& annotations, std::size_t limit);
+// The same over plain pointers, into `groups`; returns whether it grouped.
+bool groupAnnotationsByLocation(MapAnnotation* const* begin, MapAnnotation* const* end,
+                                std::size_t limit, std::vector<std::vector<MapAnnotation*>>& groups);
+
+}  // namespace lumeo

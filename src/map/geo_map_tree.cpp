@@ -1,0 +1,239 @@
+// Quad tree insertion, removal and range queries, all iterative: many
+// records at one place stack nodes deep, ten to a level, and recursion
+// would run out of stack long before the heap runs out.
+#include "map/geo_map_tree.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace lumeo {
+namespace {
+
+constexpr std::size_t kNodesPerPointBlock = 256;
+
+// Longitude of a map x without wrapping, so that the east edge of the world
+// reads 180 and not -180.
+double longitudeForMapX(double x) { return x / kMapWorldWidth * 360.0 - 180.0; }
+
+// Whether (x, y) lies in the range, with the cell edge convention when asked.
+struct RangeTest {
+  GeoMapTreeBoundingBox box;
+  bool cellEdges;
+  bool eastInclusive;
+
+  bool contains(double x, double y) const {
+    if (!cellEdges) return box.containsPoint(x, y);
+    return x > box.x0 && x <= box.xf && y >= box.y0 && (y < box.yf || (eastInclusive && y <= box.yf));
+  }
+  bool containsBox(const GeoMapTreeBoundingBox& other) const {
+    return contains(other.x0, other.y0) && contains(other.xf, other.yf);
+  }
+};
+
+void addSubtree(const GeoMapTreeNode* node, GeoMapTreeUnsafeMutableArray& result,
+                std::vector<const GeoMapTreeNode*>& stack) {
+  std::size_t base = stack.size();
+  stack.push_back(node);
+  while (stack.size() > base) {
+    const GeoMapTreeNode* current = stack.back();
+    stack.pop_back();
+    for (std::size_t i = 0; i < current->count; ++i) result.addObject(current->points[i].data);
+    if (current->northWest) {
+      stack.push_back(current->southEast);
+      stack.push_back(current->southWest);
+      stack.push_back(current->northEast);
+      stack.push_back(current->northWest);
+    }
+  }
+}
+
+}  // namespace
+
+GeoMapTreeBoundingBox GeoMapTreeBoundingBoxForMapRect(MapRect rect) {
+  LocationCoordinate2D topLeft = CoordinateForMapPoint(rect.origin);
+  LocationCoordinate2D bottomRight = CoordinateForMapPoint({rect.maxX(), rect.maxY()});
+  return {bottomRight.latitude, longitudeForMapX(rect.minX()), topLeft.latitude,
+          longitudeForMapX(rect.maxX())};
+}
+
+GeoMapTree::GeoMapTree(GeoMapTreeBoundingBox bounds, std::size_t nodeCapacity)
+    : nodeCapacity_(nodeCapacity == 0 ? 1 : nodeCapacity), root_(makeNode(bounds)) {}
+
+GeoMapTreeNode* GeoMapTree::makeNode(const GeoMapTreeBoundingBox& box) {
+  if (pointsLeftInBlock_ == 0) {
+    pointBlocks_.emplace_back(new GeoMapTreeNodeData[kNodesPerPointBlock * nodeCapacity_]);
+    pointsLeftInBlock_ = kNodesPerPointBlock;
+  }
+  GeoMapTreeNode& node = nodes_.emplace_back();
+  node.boundingBox = box;
+  node.points = pointBlocks_.back().get() + (kNodesPerPointBlock - pointsLeftInBlock_) * nodeCapacity_;
+  --pointsLeftInBlock_;
+  return &node;
+}
+
+void GeoMapTree::subdivide(GeoMapTreeNode* node) {
+  const GeoMapTreeBoundingBox box = node->boundingBox;
+  double xMid = (box.x0 + box.xf) / 2;
+  double yMid = (box.y0 + box.yf) / 2;
+  node->northWest = makeNode({box.x0, box.y0, xMid, yMid});
+  node->northEast = makeNode({xMid, box.y0, box.xf, yMid});
+  node->southWest = makeNode({box.x0, yMid, xMid, box.yf});
+  node->southEast = makeNode({xMid, yMid, box.xf, box.yf});
+}
+
+bool GeoMapTree::insert(const GeoMapTreeNodeData& data) {
+  GeoMapTreeNode* node = root_;
+  if (!node->boundingBox.containsPoint(data.x, data.y)) return false;
+  for (;;) {
+    if (node->count < nodeCapacity_) {
+      node->points[node->count++] = data;
+      return true;
+    }
+    if (!node->northWest) subdivide(node);
+    // The children tile the parent with shared, inclusive edges, so one of
+    // them always takes the point; the first in order wins on an edge.
+    GeoMapTreeNode* children[] = {node->northWest, node->northEast, node->southWest, node->southEast};
+    GeoMapTreeNode* next = nullptr;
+    for (GeoMapTreeNode* child : children) {
+      if (child->boundingBox.containsPoint(data.x, data.y)) {
+        next = child;
+        break;
+      }
+    }
+    if (!next) return false;  // only for NaN, which no box contains
+    node = next;
+  }
+}
+
+bool GeoMapTree::remove(double x, double y, MapAnnotation* annotation) {
+  std::vector<GeoMapTreeNode*> stack{root_};
+  while (!stack.empty()) {
+    GeoMapTreeNode* node = stack.back();
+    stack.pop_back();
+    if (!node->boundingBox.containsPoint(x, y)) continue;
+    for (std::size_t i = 0; i < node->count; ++i) {
+      if (node->points[i].data == annotation) {
+        node->points[i] = node->points[node->count - 1];
+        --node->count;
+        return true;
+      }
+    }
+    if (node->northWest) {
+      stack.push_back(node->southEast);
+      stack.push_back(node->southWest);
+      stack.push_back(node->northEast);
+      stack.push_back(node->northWest);
+    }
+  }
+  return false;
+}
+
+bool GeoMapTree::addAnnotation(const MapAnnotationPtr& annotation, LocationCoordinate2D position) {
+  if (!annotation || entries_.count(annotation.get())) return false;
+  if (!insert({position.latitude, position.longitude, annotation.get()})) return false;
+  entries_.emplace(annotation.get(), Entry{annotation, position.latitude, position.longitude});
+  return true;
+}
+
+bool GeoMapTree::addAnnotations(const MapAnnotationList& annotations) {
+  bool changed = false;
+  entries_.reserve(entries_.size() + annotations.size());
+  for (const MapAnnotationPtr& annotation : annotations) {
+    if (annotation && addAnnotation(annotation, annotation->coordinate())) changed = true;
+  }
+  return changed;
+}
+
+bool GeoMapTree::removeAnnotation(MapAnnotation* annotation) {
+  auto it = entries_.find(annotation);
+  if (it == entries_.end()) return false;
+  remove(it->second.x, it->second.y, annotation);
+  entries_.erase(it);
+  return true;
+}
+
+bool GeoMapTree::removeAnnotations(const MapAnnotationList& annotations) {
+  bool changed = false;
+  for (const MapAnnotationPtr& annotation : annotations) {
+    if (removeAnnotation(annotation.get())) changed = true;
+  }
+  return changed;
+}
+
+void GeoMapTree::moveAnnotation(const MapAnnotationPtr& annotation, LocationCoordinate2D position) {
+  auto it = entries_.find(annotation.get());
+  if (it != entries_.end() && it->second.x == position.latitude && it->second.y == position.longitude)
+    return;
+  removeAnnotation(annotation.get());
+  addAnnotation(annotation, position);
+}
+
+std::optional<LocationCoordinate2D> GeoMapTree::positionOf(const MapAnnotation* annotation) const {
+  auto it = entries_.find(annotation);
+  if (it == entries_.end()) return std::nullopt;
+  return LocationCoordinate2D{it->second.x, it->second.y};
+}
+
+MapAnnotationPtr GeoMapTree::retained(MapAnnotation* annotation) const {
+  auto it = entries_.find(annotation);
+  return it == entries_.end() ? nullptr : it->second.annotation;
+}
+
+MapAnnotationList GeoMapTree::allAnnotations() const {
+  MapAnnotationList result;
+  result.reserve(entries_.size());
+  for (const auto& [raw, entry] : entries_) result.push_back(entry.annotation);
+  return result;
+}
+
+void GeoMapTree::annotationsInBox(const GeoMapTreeBoundingBox& box,
+                                  GeoMapTreeUnsafeMutableArray& result, bool cellEdges) const {
+  RangeTest range{box, cellEdges, box.yf >= 180.0};
+  std::vector<const GeoMapTreeNode*> stack{root_};
+  while (!stack.empty()) {
+    const GeoMapTreeNode* node = stack.back();
+    stack.pop_back();
+    for (;;) {
+      if (!node->boundingBox.intersects(box)) break;
+      if (range.containsBox(node->boundingBox)) {
+        addSubtree(node, result, stack);
+        break;
+      }
+      for (std::size_t i = 0; i < node->count; ++i) {
+        const GeoMapTreeNodeData& point = node->points[i];
+        if (range.contains(point.x, point.y)) result.addObject(point.data);
+      }
+      if (!node->northWest) break;
+      stack.push_back(node->southWest);
+      stack.push_back(node->northEast);
+      stack.push_back(node->northWest);
+      node = node->southEast;  // the last child by looping, not by the stack
+    }
+  }
+}
+
+MapAnnotationList GeoMapTree::annotationsInMapRect(MapRect rect) const {
+  GeoMapTreeUnsafeMutableArray found(10);
+  if (rect.isEmpty()) return {};
+  // A rectangle that runs over the 180th meridian is queried in two parts.
+  double shift = std::floor(rect.minX() / kMapWorldWidth) * kMapWorldWidth;
+  MapRect local = MapRectMake(rect.minX() - shift, rect.minY(), rect.size.width, rect.size.height);
+  double east = std::min(local.maxX(), kMapWorldWidth);
+  annotationsInBox(GeoMapTreeBoundingBoxForMapRect(
+                       MapRectMake(local.minX(), local.minY(), east - local.minX(), local.size.height)),
+                   found);
+  if (local.maxX() > kMapWorldWidth) {
+    double rest = std::min(local.maxX() - kMapWorldWidth, local.minX());
+    annotationsInBox(
+        GeoMapTreeBoundingBoxForMapRect(MapRectMake(0, local.minY(), rest, local.size.height)), found);
+  }
+  std::unordered_set<MapAnnotation*> seen;
+  MapAnnotationList result;
+  result.reserve(found.numObjects());
+  for (MapAnnotation* annotation : found) {
+    if (seen.insert(annotation).second) result.push_back(retained(annotation));
+  }
+  return result;
+}
+
+}  // namespace lumeo

@@ -1,0 +1,116 @@
+// The quad tree that holds annotations by latitude and longitude, so that
+// clustering visits only the annotations in the cells on screen. Points live
+// inline in fixed-size node arrays: no allocation per point, and a parent
+// keeps its points when it subdivides. Not thread-safe: the cluster
+// controller touches its trees only from its serial background queue.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+#include "map/geo_map_tree_unsafe_mutable_array.h"
+#include "map/map_annotation.h"
+#include "map/map_geometry.h"
+
+namespace lumeo {
+
+// x is latitude, y is longitude; every side is inclusive.
+struct GeoMapTreeBoundingBox {
+  double x0 = 0;
+  double y0 = 0;
+  double xf = 0;
+  double yf = 0;
+
+  bool containsPoint(double x, double y) const { return x >= x0 && x <= xf && y >= y0 && y <= yf; }
+  bool intersects(const GeoMapTreeBoundingBox& other) const {
+    return x0 <= other.xf && xf >= other.x0 && y0 <= other.yf && yf >= other.y0;
+  }
+};
+
+// The latitude and longitude box of a map rectangle, from its corners.
+GeoMapTreeBoundingBox GeoMapTreeBoundingBoxForMapRect(MapRect rect);
+
+struct GeoMapTreeNodeData {
+  double x = 0;
+  double y = 0;
+  MapAnnotation* data = nullptr;  // unretained: the tree's set owns it
+};
+
+struct GeoMapTreeNode {
+  GeoMapTreeBoundingBox boundingBox;
+  GeoMapTreeNode* northWest = nullptr;
+  GeoMapTreeNode* northEast = nullptr;
+  GeoMapTreeNode* southWest = nullptr;
+  GeoMapTreeNode* southEast = nullptr;
+  GeoMapTreeNodeData* points = nullptr;  // nodeCapacity entries, allocated with the node
+  std::size_t count = 0;
+};
+
+class GeoMapTree {
+ public:
+  static constexpr GeoMapTreeBoundingBox kWorldBounds{-85.0, -180.0, 85.0, 180.0};
+  static constexpr std::size_t kDefaultNodeCapacity = 10;
+
+  explicit GeoMapTree(GeoMapTreeBoundingBox bounds = kWorldBounds,
+                      std::size_t nodeCapacity = kDefaultNodeCapacity);
+  GeoMapTree(const GeoMapTree&) = delete;
+  GeoMapTree& operator=(const GeoMapTree&) = delete;
+
+  // Each returns whether the tree changed. Adding skips annotations already
+  // in the tree and those that fall outside its bounds (beyond 85 degrees of
+  // latitude with the default bounds); removing skips those not in it.
+  bool addAnnotations(const MapAnnotationList& annotations);
+  bool removeAnnotations(const MapAnnotationList& annotations);
+  // One annotation at a given position, which may differ from its current
+  // coordinate (the engine files a cluster where it will be shown).
+  bool addAnnotation(const MapAnnotationPtr& annotation, LocationCoordinate2D position);
+  bool removeAnnotation(MapAnnotation* annotation);
+  // Moves an annotation already in the tree to a new position.
+  void moveAnnotation(const MapAnnotationPtr& annotation, LocationCoordinate2D position);
+
+  // The distinct annotations whose position lies in the rectangle, all
+  // sides inclusive.
+  MapAnnotationList annotationsInMapRect(MapRect rect) const;
+  // The raw query. With `cellEdges`, the south and east sides are exclusive
+  // (east stays inclusive at the 180th meridian), so that grid cells that
+  // share an edge never both claim a point on it.
+  void annotationsInBox(const GeoMapTreeBoundingBox& box, GeoMapTreeUnsafeMutableArray& result,
+                        bool cellEdges = false) const;
+
+  bool containsAnnotation(const MapAnnotation* annotation) const {
+    return entries_.count(annotation) != 0;
+  }
+  // Where the annotation is filed, if it is in the tree.
+  std::optional<LocationCoordinate2D> positionOf(const MapAnnotation* annotation) const;
+  // The strong reference the tree holds for a raw pointer it returned.
+  MapAnnotationPtr retained(MapAnnotation* annotation) const;
+  std::size_t count() const { return entries_.size(); }
+  MapAnnotationList allAnnotations() const;
+  const GeoMapTreeNode* root() const { return root_; }
+  std::size_t nodeCapacity() const { return nodeCapacity_; }
+
+ private:
+  struct Entry {
+    MapAnnotationPtr annotation;
+    double x;  // where it was filed, so removal finds it after a move
+    double y;
+  };
+
+  GeoMapTreeNode* makeNode(const GeoMapTreeBoundingBox& box);
+  void subdivide(GeoMapTreeNode* node);
+  bool insert(const GeoMapTreeNodeData& data);
+  bool remove(double x, double y, MapAnnotation* annotation);
+
+  std::size_t nodeCapacity_;
+  std::deque<GeoMapTreeNode> nodes_;
+  std::vector<std::unique_ptr<GeoMapTreeNodeData[]>> pointBlocks_;
+  std::size_t pointsLeftInBlock_ = 0;
+  GeoMapTreeNode* root_;
+  std::unordered_map<const MapAnnotation*, Entry> entries_;  // the tree's annotation set
+};
+
+}  // namespace lumeo
