@@ -8,11 +8,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <string_view>
 
 #include "platform/linux/data_directories.h"
 #include "platform/log.h"
@@ -97,8 +99,14 @@ plist_t toPlist(const Value& value) {
   return nullptr;
 }
 
-// Nothing for node kinds a Value cannot hold.
-std::optional<Value> fromPlist(plist_t node) {
+// Settings nest a few levels at most; a file nested deeper than this is
+// damaged, and following it would only exhaust the stack.
+constexpr int kMaxNesting = 256;
+
+// Nothing for node kinds a Value cannot hold, and for containers nested
+// deeper than kMaxNesting.
+std::optional<Value> fromPlist(plist_t node, int depth = 0) {
+  if (depth > kMaxNesting) return std::nullopt;
   switch (plist_get_node_type(node)) {
     case PLIST_BOOLEAN: {
       std::uint8_t b = 0;
@@ -116,11 +124,9 @@ std::optional<Value> fromPlist(plist_t node) {
       return Value(d);
     }
     case PLIST_STRING: {
-      char* s = nullptr;
-      plist_get_string_val(node, &s);
-      Value v(std::string(s ? s : ""));
-      std::free(s);
-      return v;
+      std::uint64_t length = 0;
+      const char* s = plist_get_string_ptr(node, &length);
+      return Value(s ? std::string(s, length) : std::string());
     }
     case PLIST_DATE: {
       std::int32_t sec = 0;
@@ -140,7 +146,7 @@ std::optional<Value> fromPlist(plist_t node) {
       Value::Array a;
       std::uint32_t n = plist_array_get_size(node);
       for (std::uint32_t i = 0; i < n; ++i) {
-        if (auto v = fromPlist(plist_array_get_item(node, i))) a.push_back(std::move(*v));
+        if (auto v = fromPlist(plist_array_get_item(node, i), depth + 1)) a.push_back(std::move(*v));
       }
       return Value(std::move(a));
     }
@@ -156,7 +162,7 @@ std::optional<Value> fromPlist(plist_t node) {
           std::free(key);
           break;
         }
-        if (auto v = fromPlist(item)) d.emplace(key ? key : "", std::move(*v));
+        if (auto v = fromPlist(item, depth + 1)) d.emplace(key ? key : "", std::move(*v));
         std::free(key);
       }
       std::free(it);
@@ -243,6 +249,24 @@ OptionalError validateValue(const Value& value) {
 // ---------------------------------------------------------------------------
 // Reading the file
 
+// Whether the XML text opens at most kMaxNesting containers at once. The
+// property-list parser recurses per level, so a damaged file of a million
+// nested arrays would crash it; such a file is unreadable instead.
+bool xmlNestingIsSane(const std::string& bytes) {
+  int depth = 0;
+  for (std::size_t i = bytes.find('<'); i != std::string::npos; i = bytes.find('<', i + 1)) {
+    std::string_view tag(bytes.data() + i + 1, std::min<std::size_t>(7, bytes.size() - i - 1));
+    bool closing = !tag.empty() && tag.front() == '/';
+    if (closing) tag.remove_prefix(1);
+    if (!tag.starts_with("array") && !tag.starts_with("dict")) continue;
+    std::size_t end = bytes.find('>', i);
+    if (end != std::string::npos && end > 0 && bytes[end - 1] == '/') continue;  // <array/>
+    depth += closing ? -1 : 1;
+    if (depth > kMaxNesting) return false;
+  }
+  return true;
+}
+
 enum class FileState { kMissing, kEmpty, kReadable, kUnreadable };
 
 struct ReadResult {
@@ -281,8 +305,16 @@ ReadResult readFile(const std::filesystem::path& path) {
     result.state = FileState::kUnreadable;
     return result;
   }
+  // Only the XML form is read. The library's binary reader aborts the
+  // process on a key with an embedded NUL, and Lumeo never writes binary
+  // lists, so a binary file is treated like any other foreign file: kept
+  // aside at the first write.
+  if (bytes.starts_with("bplist") || !xmlNestingIsSane(bytes)) {
+    result.state = FileState::kUnreadable;
+    return result;
+  }
   plist_t root = nullptr;
-  plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
+  plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
   result.root.reset(root);
   result.state = root && plist_get_node_type(root) == PLIST_DICT ? FileState::kReadable : FileState::kUnreadable;
   if (result.state != FileState::kReadable) result.root.reset();

@@ -16,9 +16,9 @@ namespace lumeo {
 
 // Storage of the persistent domain in one property-list file.
 //
-// Reading: a missing or empty file, a file that is not a property list, or one
-// whose top level is not a dictionary reads as no keys, and reading never
-// touches the file. Entries of kinds Value cannot hold (UIDs) are skipped on
+// Reading: a missing or empty file, a file that is not an XML property list
+// (binary lists included), or one whose top level is not a dictionary reads
+// as no keys, and reading never touches the file. Entries of kinds Value cannot hold (UIDs) are skipped on
 // reading but stay in the file when other keys are written.
 //
 // Writing (apply): takes an exclusive flock on "<file>.lock" beside the file,

@@ -36,6 +36,13 @@ struct BadFile {
   std::string contents;
 };
 
+std::string nestedArrays(int depth) {
+  std::string s = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>a</key>";
+  for (int i = 0; i < depth; ++i) s += "<array>";
+  for (int i = 0; i < depth; ++i) s += "</array>";
+  return s + "</dict></plist>";
+}
+
 class UnusableSettingsFileTest : public ::testing::TestWithParam<BadFile> {};
 
 TEST_P(UnusableSettingsFileTest, ReadsAsNoKeysAndIsKeptUntilAndThroughAWrite) {
@@ -69,7 +76,15 @@ INSTANTIATE_TEST_SUITE_P(
                               "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>a</key><integer>1"},
                       BadFile{"ArrayAtTop",
                               "<?xml version=\"1.0\"?><plist version=\"1.0\"><array><true/></array></plist>"},
-                      BadFile{"Binary", std::string("\x00\x01\x02\xff\xfe", 5)}),
+                      BadFile{"Binary", std::string("\x00\x01\x02\xff\xfe", 5)},
+                      BadFile{"NestedAMillionDeep", nestedArrays(1000000)},
+                      // A binary list whose key holds a NUL: the library's binary reader
+                      // aborts on it, so binary lists are not read at all.
+                      BadFile{"BinaryListWithNulInKey",
+                              std::string("bplist00\xd1\x01\x02Sa\x00" "bSc\x00" "d\x08\x0b\x0f\x00\x00\x00\x00\x00"
+                                          "\x00\x01\x01\x00\x00\x00\x00\x00\x00\x00\x03\x00\x00\x00\x00"
+                                          "\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x13",
+                                          54)}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(PlistUserDefaultsTest, MissingFileReadsAsNoKeysAndIsNotCreatedByReading) {
