@@ -349,6 +349,17 @@ Value throughFile(const Value& value) {
   return fromPlist(node.get()).value_or(Value());
 }
 
+// The XML text of one node, to compare values kind and all (Value's own
+// equality takes 1, 1.0 and true as equal).
+std::string xmlOf(plist_t node) {
+  char* xml = nullptr;
+  std::uint32_t length = 0;
+  plist_to_xml(node, &xml, &length);
+  std::string text = xml ? std::string(xml, length) : std::string();
+  if (xml) plist_to_xml_free(xml);
+  return text;
+}
+
 bool writeAll(int fd, const char* data, std::size_t size) {
   while (size > 0) {
     ssize_t n = ::write(fd, data, size);
@@ -419,6 +430,19 @@ UserDefaultsStorage::ApplyResult PlistUserDefaultsStorage::apply(const UserDefau
   restoreExactValues(contents);
   if (!root) root.reset(plist_new_dict());
 
+  // A change that leaves the file as it is (the launch stores the same
+  // hand-over text each time) costs no write and no fsync.
+  bool changesFile = false;
+  for (const auto& [key, value] : changes) {
+    plist_t existing = plist_dict_get_item(root.get(), key.c_str());
+    if (value && !value->isNull()) {
+      PlistPtr node(toPlist(*value));
+      changesFile = changesFile || !existing || xmlOf(existing) != xmlOf(node.get());
+    } else {
+      changesFile = changesFile || existing;
+    }
+  }
+
   for (const auto& [key, value] : changes) {
     if (value && !value->isNull()) {
       plist_dict_set_item(root.get(), key.c_str(), toPlist(*value));
@@ -427,6 +451,11 @@ UserDefaultsStorage::ApplyResult PlistUserDefaultsStorage::apply(const UserDefau
       if (plist_dict_get_item(root.get(), key.c_str())) plist_dict_remove_item(root.get(), key.c_str());
       contents.erase(key);
     }
+  }
+
+  if (!changesFile) {
+    rememberExactValues(changes);
+    return {std::nullopt, std::move(contents)};
   }
 
   char* xml = nullptr;
@@ -482,6 +511,11 @@ UserDefaultsStorage::ApplyResult PlistUserDefaultsStorage::apply(const UserDefau
   // reason to report the write as failed.
   if (Fd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); dir.valid()) ::fsync(dir.get());
 
+  rememberExactValues(changes);
+  return {std::nullopt, std::move(contents)};
+}
+
+void PlistUserDefaultsStorage::rememberExactValues(const UserDefaultsChanges& changes) {
   for (const auto& [key, value] : changes) {
     if (value && holdsDate(*value)) {
       exact_[key] = *value;
@@ -489,8 +523,6 @@ UserDefaultsStorage::ApplyResult PlistUserDefaultsStorage::apply(const UserDefau
       exact_.erase(key);
     }
   }
-
-  return {std::nullopt, std::move(contents)};
 }
 
 // ---------------------------------------------------------------------------

@@ -23,7 +23,8 @@ namespace lumeo {
 //
 // Writing (apply): takes an exclusive flock on "<file>.lock" beside the file,
 // reads the file again, changes only the given keys, writes the whole list to
-// a temporary file in the same folder, fsyncs it and renames it over the file.
+// a temporary file in the same folder, fsyncs it and renames it over the file
+// (unless the changes leave the file as it is; then nothing is written).
 // Another process's keys therefore survive, and for a key that both write the
 // later write wins. A file that was not readable is first renamed to
 // "<file>.unreadable" ("<file>.unreadable-2", ... if that exists). On any
@@ -57,6 +58,7 @@ class PlistUserDefaultsStorage : public UserDefaultsStorage {
   // Puts back the exact values this storage wrote where the file still holds
   // them in its coarser form.
   void restoreExactValues(Value::Dictionary& contents) const;
+  void rememberExactValues(const UserDefaultsChanges& changes);
 
   std::filesystem::path file_;
   // Values holding dates that this storage wrote, by key.

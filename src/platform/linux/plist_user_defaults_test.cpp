@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -255,6 +256,28 @@ TEST(PlistUserDefaultsTest, WritesLeaveNoTemporaryFiles) {
   EXPECT_EQ(std::filesystem::status(file).permissions() & std::filesystem::perms::all,
             std::filesystem::perms::owner_read | std::filesystem::perms::owner_write)
       << "settings are private to the user";
+}
+
+TEST(PlistUserDefaultsTest, ChangesThatLeaveTheFileAsItIsDoNotRewriteIt) {
+  TempDir dir;
+  const auto file = dir / "defaults.plist";
+  PlistUserDefaults defaults(file);
+  defaults.setString("kReminderTemplateKey", "");
+  defaults.setInteger("count", 1);
+  auto inode = [&] {
+    struct stat st {};
+    ::stat(file.c_str(), &st);
+    return st.st_ino;
+  };
+  const auto before = inode();
+  defaults.setString("kReminderTemplateKey", "");
+  defaults.removeObjectForKey("never-set");
+  EXPECT_EQ(inode(), before) << "the file was replaced for nothing";
+
+  // The same number of another kind is a change.
+  defaults.setBool("count", true);
+  EXPECT_NE(inode(), before);
+  EXPECT_EQ(PlistUserDefaults(file).objectForKey("count").type(), Value::Type::kBool);
 }
 
 TEST(PlistUserDefaultsTest, FailureAtAnyWriteStepKeepsTheOldFileAndRetriesLater) {
