@@ -63,7 +63,7 @@ bool allocate(std::vector<double>& array, long count, const char* tag) {
 // The classic probe of the floating-point arithmetic: find the radix from the
 // spacing of large numbers, then the smallest power of the radix that still
 // changes 1 when added to it. On IEEE doubles that is 2^-52.
-void measureMachine(long n) {
+double probeEpsilon() {
   volatile double a = 1.0;
   volatile double b = 0.0;
   volatile double c = 0.0;
@@ -86,7 +86,14 @@ void measureMachine(long n) {
     if (sum == 1.0) break;
     e = smaller;
   }
-  eps = e;
+  return e;
+}
+
+// The arithmetic does not change while the program runs, so it is probed
+// once; the constants that depend on n are set on every run.
+void measureMachine(long n) {
+  static const double measured = probeEpsilon();
+  eps = measured;
   epsN = eps * std::sqrt(static_cast<double>(n));
   rootEps = std::sqrt(eps);
   epsThreeQuarters = rootEps * std::sqrt(rootEps);

@@ -6,8 +6,7 @@
 
 namespace lumeo {
 
-// sqrt(a*a + b*b) without overflow or destructive underflow, by an iteration
-// that needs no square root.
+// sqrt(a*a + b*b) without overflow or destructive underflow.
 double hypotenuse(double a, double b);
 
 // |a| carrying the sign of b (a stays when both are non-negative or both are
