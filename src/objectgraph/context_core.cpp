@@ -377,6 +377,11 @@ void ContextCore::deleteObject(ManagedObject& object) {
     for (const ManagedObjectID& id : targets) {
       ManagedObjectPtr target = objectForID(id);
       if (!target || !fireFault(*target)) continue;
+      if (r->deleteRule() == DeleteRule::kCascade) {
+        // The target goes too; its hook still sees this object.
+        deleteObject(*target);
+        continue;
+      }
       if (inv) {
         if (inv->isToMany()) {
           removeToMany(*target, *inv, s.id, false);
@@ -384,7 +389,6 @@ void ContextCore::deleteObject(ManagedObject& object) {
           setToOne(*target, *inv, ManagedObjectID(), false);
         }
       }
-      if (r->deleteRule() == DeleteRule::kCascade) deleteObject(*target);
     }
   }
 }
