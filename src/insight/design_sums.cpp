@@ -26,15 +26,6 @@ constexpr long kBlock = 4096;
 constexpr int kGatherWidth = 14;
 constexpr int kPair[4][4] = {{0, 1, 2, 3}, {1, 4, 5, 6}, {2, 5, 7, 8}, {3, 6, 8, 9}};
 
-typedef double v4d __attribute__((vector_size(32)));
-typedef long v4l __attribute__((vector_size(32)));
-
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-#define LUMEO_VECTOR_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
-#else
-#define LUMEO_VECTOR_CLONES
-#endif
-
 inline long wrap(long j, long n) { return j < 0 ? j + n : j; }
 
 // Position of x within one period, in [0, period). False for NaN and
@@ -73,26 +64,78 @@ inline bool basisAt(double x, long n, double period, long& k, double w[4]) {
   return true;
 }
 
-inline double sum(v4d v) { return (v[0] + v[1]) + (v[2] + v[3]); }
+typedef double v4d __attribute__((vector_size(32)));
 
-// Loads four samples and says whether they all lie inside [0, period) with
-// one start index; if so, k and the fractional parts t are set. Subtracting
-// the integer k is exact for positions in [k, k + 1).
-inline bool uniformGroup(const double* x, double period, long& k, v4d& t) {
+#define LUMEO_INLINE inline __attribute__((always_inline))
+
+template <typename V>
+constexpr int kLanes = static_cast<int>(sizeof(V) / sizeof(double));
+
+template <typename V>
+LUMEO_INLINE double sum(const V& v) {
+  double total = 0.0;
+#pragma GCC unroll 4
+  for (int l = 0; l < kLanes<V>; ++l) total += v[l];
+  return total;
+}
+
+// Whether every lane of a comparison result is true, by halving the vector
+// with shuffles rather than extracting lane by lane.
+typedef long v4l __attribute__((vector_size(32)));
+
+LUMEO_INLINE bool allLanes(v4l m) {
+  m &= __builtin_shuffle(m, v4l{2, 3, 0, 1});
+  m &= __builtin_shuffle(m, v4l{1, 0, 3, 2});
+  return m[0] != 0;
+}
+
+// Loads a group of samples and says whether they all lie inside
+// [0, period) with one start index; if so, k and the fractional parts t are
+// set. Subtracting the integer k is exact for positions in [k, k + 1).
+//
+// The careful form tests every lane. The quick form, for blocks that are
+// probably in time order, only compares the first and the last lane and
+// records any lane outside [k, k + 1) in `stray`; the caller redoes the block
+// carefully if that ever happens, which in ordered data it cannot.
+template <typename V>
+LUMEO_INLINE bool uniformGroup(const double* x, double period, long& k, V& t) {
   const double first = x[0];
   if (!(first >= 0.0 && first < period)) return false;
   k = static_cast<long>(first);
-  v4d position;
+  V position;
   std::memcpy(&position, x, sizeof position);
   t = position - static_cast<double>(k);
-  const v4l inside = (t >= 0.0) & (t < 1.0);
-  return (inside[0] & inside[1] & inside[2] & inside[3]) != 0;
+  return allLanes((t >= 0.0) & (t < 1.0));
 }
 
-inline void weights(const v4d& t, v4d w[4]) {
-  const v4d s = 1.0 - t;
-  const v4d t2 = t * t;
-  const v4d s2 = s * s;
+template <typename V, typename M>
+LUMEO_INLINE bool quickGroup(const double* x, double period, long& k, V& t, M& stray) {
+  const double first = x[0];
+  const double last = x[kLanes<V> - 1];
+  if (!(first >= 0.0 && last < period)) return false;
+  k = static_cast<long>(first);
+  if (static_cast<long>(last) != k) return false;
+  V position;
+  std::memcpy(&position, x, sizeof position);
+  t = position - static_cast<double>(k);
+  stray |= (t < 0.0) | (t >= 1.0);
+  return true;
+}
+
+template <typename V, bool kQuick, typename M>
+LUMEO_INLINE bool groupAt(const double* x, double period, long& k, V& t, M& stray) {
+  if constexpr (kQuick) {
+    return quickGroup(x, period, k, t, stray);
+  } else {
+    return uniformGroup(x, period, k, t);
+  }
+}
+
+template <typename V>
+LUMEO_INLINE void weights(const V& t, V w[4]) {
+  const V s = 1.0 - t;
+  const V t2 = t * t;
+  const V s2 = s * s;
   w[0] = t2 * t;
   w[1] = 1.0 + 3.0 * (t + t2 - t2 * t);
   w[2] = 1.0 + 3.0 * (s + s2 - s2 * s);
@@ -101,11 +144,14 @@ inline void weights(const v4d& t, v4d w[4]) {
 
 // One block of the design pass into `local` (n x kGatherWidth, zeroed by the
 // caller). Returns false at the first sample that is not a finite position.
-LUMEO_VECTOR_CLONES
-bool gatherBlock(const double* x, const double* y, long count, long n, double shift, double* local) {
+template <typename V, bool kQuick>
+LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, long n, double shift, double* local,
+                               bool& strayed) {
+  constexpr int kGroup = kLanes<V>;
+  decltype(V{} < 0.0) stray = {};
   const double period = static_cast<double>(n);
-  // Fully unrolled, so that the sums stay in registers.
-  v4d acc[kGatherWidth] = {};
+  // Flushes are fully unrolled, so that the sums can stay in registers.
+  V acc[kGatherWidth] = {};
   long current = -1;
   auto flush = [&]() {
     if (current < 0) return;
@@ -113,21 +159,21 @@ bool gatherBlock(const double* x, const double* y, long count, long n, double sh
 #pragma GCC unroll 16
     for (int e = 0; e < kGatherWidth; ++e) {
       target[e] += sum(acc[e]);
-      acc[e] = v4d{};
+      acc[e] = V{};
     }
   };
 
   for (long i = 0; i < count;) {
     long k;
-    v4d t;
-    if (i + 4 <= count && uniformGroup(x + i, period, k, t)) {
+    V t;
+    if (i + kGroup <= count && groupAt<V, kQuick>(x + i, period, k, t, stray)) {
       if (k != current) {
         flush();
         current = k;
       }
-      v4d w[4];
+      V w[4];
       weights(t, w);
-      v4d v;
+      V v;
       std::memcpy(&v, y + i, sizeof v);
       v -= shift;
       acc[0] += w[0] * w[0];
@@ -144,10 +190,10 @@ bool gatherBlock(const double* x, const double* y, long count, long n, double sh
       acc[11] += v * w[1];
       acc[12] += v * w[2];
       acc[13] += v * w[3];
-      i += 4;
+      i += kGroup;
       continue;
     }
-    const long stop = std::min(count, i + 4);
+    const long stop = std::min(count, i + kGroup);
     for (; i < stop; ++i) {
       double w[4];
       if (!basisAt(x[i], n, period, k, w)) return false;
@@ -160,50 +206,64 @@ bool gatherBlock(const double* x, const double* y, long count, long n, double sh
     }
   }
   flush();
+  strayed = !allLanes(stray == 0);
   return true;
+}
+
+// A block in the quick form, redone in the careful one when a group turned
+// out to straddle two indices after all.
+template <typename V>
+LUMEO_INLINE bool gatherBlock(const double* x, const double* y, long count, long n, double shift, double* local) {
+  bool strayed = false;
+  if (!gatherKernel<V, true>(x, y, count, n, shift, local, strayed)) return false;
+  if (!strayed) return true;
+  std::fill(local, local + n * kGatherWidth, 0.0);
+  return gatherKernel<V, false>(x, y, count, n, shift, local, strayed);
 }
 
 // One block of the residual pass into `local` (n x 4, zeroed by the caller).
 // window[k*4 + a] is the coefficient of basis k - a.
-LUMEO_VECTOR_CLONES
-void residualBlock(const double* x, const double* y, long count, long n, const double* window, double offset,
-                   double* local) {
+template <typename V, bool kQuick>
+LUMEO_INLINE void residualKernel(const double* x, const double* y, long count, long n, const double* window,
+                                 double offset, double* local, bool& strayed) {
+  constexpr int kGroup = kLanes<V>;
+  decltype(V{} < 0.0) stray = {};
   const double period = static_cast<double>(n);
-  v4d acc[4] = {};
+  V acc[4] = {};
+  V c[4] = {};
   long current = -1;
-  v4d c[4] = {};
   auto flush = [&]() {
     if (current < 0) return;
 #pragma GCC unroll 4
     for (int a = 0; a < 4; ++a) {
       local[current * 4 + a] += sum(acc[a]);
-      acc[a] = v4d{};
+      acc[a] = V{};
     }
   };
 
   for (long i = 0; i < count;) {
     long k;
-    v4d t;
-    if (i + 4 <= count && uniformGroup(x + i, period, k, t)) {
+    V t;
+    if (i + kGroup <= count && groupAt<V, kQuick>(x + i, period, k, t, stray)) {
       if (k != current) {
         flush();
         current = k;
 #pragma GCC unroll 4
-        for (int a = 0; a < 4; ++a) c[a] = v4d{} + window[k * 4 + a];
+        for (int a = 0; a < 4; ++a) c[a] = V{} + window[k * 4 + a];
       }
-      v4d w[4];
+      V w[4];
       weights(t, w);
-      v4d v;
+      V v;
       std::memcpy(&v, y + i, sizeof v);
-      const v4d curve = offset + (c[3] * w[3] + c[2] * w[2] + c[1] * w[1] + c[0] * w[0]);
-      v4d r = v - curve;
+      const V curve = offset + (c[3] * w[3] + c[2] * w[2] + c[1] * w[1] + c[0] * w[0]);
+      V r = v - curve;
       r = r < 0.0 ? -r : r;
 #pragma GCC unroll 4
       for (int a = 0; a < 4; ++a) acc[a] += r * w[a];
-      i += 4;
+      i += kGroup;
       continue;
     }
-    const long stop = std::min(count, i + 4);
+    const long stop = std::min(count, i + kGroup);
     for (; i < stop; ++i) {
       double w[4];
       basisAt(x[i], n, period, k, w);
@@ -214,6 +274,65 @@ void residualBlock(const double* x, const double* y, long count, long n, const d
     }
   }
   flush();
+  strayed = !allLanes(stray == 0);
+}
+
+template <typename V>
+LUMEO_INLINE void residualBlock(const double* x, const double* y, long count, long n, const double* window,
+                                double offset, double* local) {
+  bool strayed = false;
+  residualKernel<V, true>(x, y, count, n, window, offset, local, strayed);
+  if (!strayed) return;
+  std::fill(local, local + n * 4, 0.0);
+  residualKernel<V, false>(x, y, count, n, window, offset, local, strayed);
+}
+
+// The kernels compiled twice: with AVX2 and FMA where the processor has
+// them, and for whatever the baseline offers (two SSE2 halves on x86-64, NEON
+// on a phone). The choice is made once per process. Eight lanes of AVX-512
+// measured slower here: groups of eight straddle a basis index twice as
+// often, and the extra sums no longer fit the registers.
+using GatherFn = bool (*)(const double*, const double*, long, long, double, double*);
+using ResidualFn = void (*)(const double*, const double*, long, long, const double*, double, double*);
+
+bool gatherBaseline(const double* x, const double* y, long count, long n, double shift, double* local) {
+  return gatherBlock<v4d>(x, y, count, n, shift, local);
+}
+void residualBaseline(const double* x, const double* y, long count, long n, const double* window, double offset,
+                      double* local) {
+  residualBlock<v4d>(x, y, count, n, window, offset, local);
+}
+
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define LUMEO_HAS_WIDE_KERNELS 1
+__attribute__((target("arch=x86-64-v3"))) bool gatherWide4(const double* x, const double* y, long count, long n,
+                                                             double shift, double* local) {
+  return gatherBlock<v4d>(x, y, count, n, shift, local);
+}
+__attribute__((target("arch=x86-64-v3"))) void residualWide4(const double* x, const double* y, long count, long n,
+                                                               const double* window, double offset, double* local) {
+  residualBlock<v4d>(x, y, count, n, window, offset, local);
+}
+#endif
+
+struct Kernels {
+  GatherFn gather = gatherBaseline;
+  ResidualFn residual = residualBaseline;
+};
+
+const Kernels& kernels() {
+  static const Kernels chosen = [] {
+    Kernels k;
+#ifdef LUMEO_HAS_WIDE_KERNELS
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("x86-64-v3")) {
+      k.gather = gatherWide4;
+      k.residual = residualWide4;
+    }
+#endif
+    return k;
+  }();
+  return chosen;
 }
 
 }  // namespace
@@ -232,7 +351,7 @@ DesignSums sumDesign(long m, const double* x, const double* y, long n, double sh
   for (long start = 0; start < m; start += kBlock) {
     const long count = std::min(m - start, kBlock);
     std::fill(local.begin(), local.end(), 0.0);
-    if (!gatherBlock(x + start, y + start, count, n, shift, local.data())) {
+    if (!kernels().gather(x + start, y + start, count, n, shift, local.data())) {
       sums.finite = false;
       return sums;
     }
@@ -272,7 +391,7 @@ std::vector<double> sumResiduals(long m, const double* x, const double* y, long 
   for (long start = 0; start < m; start += kBlock) {
     const long count = std::min(m - start, kBlock);
     std::fill(local.begin(), local.end(), 0.0);
-    residualBlock(x + start, y + start, count, n, window.data(), offset, local.data());
+    kernels().residual(x + start, y + start, count, n, window.data(), offset, local.data());
     for (size_t e = 0; e < total.size(); ++e) total[e] += local[e];
   }
   std::vector<double> atr(static_cast<size_t>(n), 0.0);

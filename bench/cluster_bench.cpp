@@ -1,0 +1,259 @@
+// Times the clustering engine on the work a map does: building the tree of
+// all annotations and clustering one viewport at world, country and city
+// zoom. bench/cluster.sh runs it beside supercluster on the same points:
+//   cluster_bench --write-points DIR        writes the points and viewports
+//   cluster_bench --points DIR --peer FILE  times Lumeo and prints ratios
+// Without arguments it generates the points itself and prints its own times.
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "map/geo_map_cluster_operation.h"
+#include "map/geo_map_cluster_utility.h"
+#include "map/geo_map_tree.h"
+#include "map/headless_map_view.h"
+
+namespace {
+
+using namespace lumeo;
+using Clock = std::chrono::steady_clock;
+
+constexpr double kMapWidth = 1280;
+constexpr double kMapHeight = 800;
+const std::vector<std::size_t> kSizes = {100000, 1000000};
+
+struct Viewport {
+  std::string name;
+  CoordinateRegion region;
+};
+
+const std::vector<Viewport> kViewports = {
+    {"world", {{20, 0}, {140, 360}}},
+    {"country", {{46.6, 2.4}, {9, 12}}},
+    {"city", {{48.8566, 2.3522}, {0.2, 0.3}}},
+};
+
+// Journal-like places: most records near a few hundred towns (the first is
+// Paris, under the country and city viewports), the rest anywhere.
+std::vector<double> makePoints(std::size_t count) {
+  std::mt19937_64 random(20261122);
+  std::uniform_real_distribution<double> unit(0, 1);
+  std::normal_distribution<double> gauss(0, 1);
+  std::vector<std::pair<double, double>> towns{{2.3522, 48.8566}};
+  while (towns.size() < 300) towns.emplace_back(-180 + 360 * unit(random), -55 + 125 * unit(random));
+  std::vector<double> lonLat;
+  lonLat.reserve(count * 2);
+  for (std::size_t i = 0; i < count; ++i) {
+    double lon, lat;
+    if (unit(random) < 0.7) {
+      // A fifth of the town records near Paris, the others spread over towns.
+      const auto& town = unit(random) < 0.2 ? towns[0] : towns[random() % towns.size()];
+      double spread = unit(random) < 0.5 ? 0.02 : 0.5;
+      lon = town.first + gauss(random) * spread;
+      lat = town.second + gauss(random) * spread;
+    } else {
+      lon = -180 + 360 * unit(random);
+      lat = -60 + 135 * unit(random);
+    }
+    lon = std::clamp(lon, -180.0, 180.0);
+    lat = std::clamp(lat, -84.0, 84.0);
+    lonLat.push_back(lon);
+    lonLat.push_back(lat);
+  }
+  return lonLat;
+}
+
+std::string pointsPath(const std::string& dir, std::size_t count) {
+  return dir + "/points_" + std::to_string(count) + ".f64";
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  std::size_t n = values.size();
+  return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+double millisecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+// The headless map shows the viewport as a 1280 by 800 window would.
+std::shared_ptr<HeadlessMapView> mapFor(const Viewport& viewport) {
+  auto map = std::make_shared<HeadlessMapView>(kMapWidth, kMapHeight);
+  map->setRegion(viewport.region, false);
+  return map;
+}
+
+// The same viewport in supercluster's terms: a bounding box and its integer
+// zoom, whose world is 512 * 2^zoom pixels where ours is 256 * 2^level.
+void writeViewports(const std::string& dir) {
+  std::ofstream out(dir + "/viewports.txt");
+  for (const Viewport& viewport : kViewports) {
+    auto map = mapFor(viewport);
+    MapRect rect = map->visibleMapRect();
+    double west = rect.minX() / kMapWorldWidth * 360 - 180;
+    double east = rect.maxX() / kMapWorldWidth * 360 - 180;
+    double north = CoordinateForMapPoint(rect.origin).latitude;
+    double south = CoordinateForMapPoint({rect.minX(), rect.maxY()}).latitude;
+    double level = zoomLevelForRegion(map->region(), map->width());
+    int zoom = std::max(0, static_cast<int>(std::floor(level - 1 + 1e-9)));
+    char line[256];
+    std::snprintf(line, sizeof line, "%s %.17g %.17g %.17g %.17g %d %.6f\n", viewport.name.c_str(), west, south,
+                  east, north, zoom, level);
+    out << line;
+  }
+}
+
+struct Measurements {
+  std::map<std::string, double> milliseconds;  // "build 100000", "world 100000", ...
+  std::map<std::string, std::size_t> clusters;
+};
+
+Measurements measureLumeo(const std::map<std::size_t, std::vector<double>>& pointSets) {
+  Measurements result;
+  for (const auto& [count, lonLat] : pointSets) {
+    MapAnnotationList annotations;
+    annotations.reserve(count);
+    for (std::size_t i = 0; i < count; ++i)
+      annotations.push_back(std::make_shared<PointAnnotation>(LocationCoordinate2D{lonLat[2 * i + 1], lonLat[2 * i]}));
+
+    std::vector<double> builds;
+    std::shared_ptr<GeoMapTree> tree;
+    int buildRuns = count >= 1000000 ? 3 : 7;
+    for (int run = 0; run < buildRuns; ++run) {
+      tree.reset();
+      auto fresh = std::make_shared<GeoMapTree>();
+      auto start = Clock::now();
+      fresh->addAnnotations(annotations);
+      builds.push_back(millisecondsSince(start));
+      tree = fresh;
+    }
+    result.milliseconds["build " + std::to_string(count)] = median(builds);
+
+    for (const Viewport& viewport : kViewports) {
+      auto map = mapFor(viewport);
+      GeoMapClusterSnapshot snapshot;
+      snapshot.visibleMapRect = map->visibleMapRect();
+      snapshot.region = map->region();
+      snapshot.width = map->width();
+      snapshot.settings.marginFactor = 0;  // the peer clusters exactly the viewport
+      snapshot.cellMapSize = cellMapSizeForCellSize(snapshot.settings.cellSize, *map);
+      std::vector<double> times;
+      auto clusterer = std::make_shared<GeoCenterOfMassMapClusterer>();
+      auto deadline = Clock::now() + std::chrono::milliseconds(1500);
+      for (int run = 0; run < 200 && (run < 5 || Clock::now() < deadline); ++run) {
+        auto visible = std::make_shared<GeoMapTree>();
+        GeoMapClusterOperation operation(snapshot, tree, visible, clusterer, nullptr, {}, {});
+        auto start = Clock::now();
+        GeoMapClusterOperation::Result clusters = operation.clusterAnnotations();
+        double elapsed = millisecondsSince(start);
+        if (run > 0) times.push_back(elapsed);  // the first run warms the caches
+        result.clusters[viewport.name + " " + std::to_string(count)] = clusters.clusters.size();
+      }
+      result.milliseconds[viewport.name + " " + std::to_string(count)] = median(times);
+    }
+  }
+  return result;
+}
+
+std::map<std::size_t, std::vector<double>> generatedPoints() {
+  std::map<std::size_t, std::vector<double>> sets;
+  for (std::size_t count : kSizes) sets[count] = makePoints(count);
+  return sets;
+}
+
+std::map<std::size_t, std::vector<double>> readPoints(const std::string& dir) {
+  std::map<std::size_t, std::vector<double>> sets;
+  for (std::size_t count : kSizes) {
+    std::ifstream in(pointsPath(dir, count), std::ios::binary);
+    std::vector<double> lonLat(count * 2);
+    in.read(reinterpret_cast<char*>(lonLat.data()), static_cast<std::streamsize>(lonLat.size() * sizeof(double)));
+    if (!in) {
+      std::fprintf(stderr, "cluster_bench: cannot read %s\n", pointsPath(dir, count).c_str());
+      std::exit(1);
+    }
+    sets[count] = std::move(lonLat);
+  }
+  return sets;
+}
+
+// The peer's results: lines of "<what> <count> <milliseconds> [clusters]".
+Measurements readPeer(const std::string& path) {
+  Measurements peer;
+  std::ifstream in(path);
+  std::string line;
+  while (std::getline(in, line)) {
+    std::istringstream fields(line);
+    std::string what;
+    std::size_t count = 0, clusters = 0;
+    double milliseconds = 0;
+    if (!(fields >> what >> count >> milliseconds)) continue;
+    std::string key = what + " " + std::to_string(count);
+    peer.milliseconds[key] = milliseconds;
+    if (fields >> clusters) peer.clusters[key] = clusters;
+  }
+  if (peer.milliseconds.empty()) {
+    std::fprintf(stderr, "cluster_bench: no peer results in %s\n", path.c_str());
+    std::exit(1);
+  }
+  return peer;
+}
+
+void print(const Measurements& lumeo, const Measurements* peer) {
+  std::printf("%-16s %12s %14s %8s %10s %10s\n", "case", "lumeo ms", "supercluster ms", "ratio", "pins", "peer pins");
+  for (std::size_t count : kSizes) {
+    std::vector<std::string> cases{"build"};
+    for (const Viewport& viewport : kViewports) cases.push_back(viewport.name);
+    for (const std::string& what : cases) {
+      std::string key = what + " " + std::to_string(count);
+      double ours = lumeo.milliseconds.at(key);
+      auto pins = lumeo.clusters.count(key) ? std::to_string(lumeo.clusters.at(key)) : std::string("-");
+      if (peer && peer->milliseconds.count(key)) {
+        double theirs = peer->milliseconds.at(key);
+        auto peerPins = peer->clusters.count(key) ? std::to_string(peer->clusters.at(key)) : std::string("-");
+        std::printf("%-16s %12.3f %14.3f %8.2f %10s %10s\n", key.c_str(), ours, theirs, ours / theirs, pins.c_str(),
+                    peerPins.c_str());
+      } else {
+        std::printf("%-16s %12.3f %14s %8s %10s\n", key.c_str(), ours, "-", "-", pins.c_str());
+      }
+    }
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string writeDir, pointsDir, peerFile;
+  for (int i = 1; i + 1 < argc; i += 2) {
+    if (!std::strcmp(argv[i], "--write-points")) writeDir = argv[i + 1];
+    else if (!std::strcmp(argv[i], "--points")) pointsDir = argv[i + 1];
+    else if (!std::strcmp(argv[i], "--peer")) peerFile = argv[i + 1];
+  }
+  if (!writeDir.empty()) {
+    for (std::size_t count : kSizes) {
+      std::vector<double> lonLat = makePoints(count);
+      std::ofstream out(pointsPath(writeDir, count), std::ios::binary);
+      out.write(reinterpret_cast<const char*>(lonLat.data()), static_cast<std::streamsize>(lonLat.size() * sizeof(double)));
+    }
+    writeViewports(writeDir);
+    return 0;
+  }
+  auto points = pointsDir.empty() ? generatedPoints() : readPoints(pointsDir);
+  Measurements lumeo = measureLumeo(points);
+  if (peerFile.empty()) {
+    print(lumeo, nullptr);
+  } else {
+    Measurements peer = readPeer(peerFile);
+    print(lumeo, &peer);
+  }
+  return 0;
+}
