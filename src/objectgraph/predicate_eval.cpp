@@ -183,7 +183,16 @@ PredicateValue resolve(const PredicateExpression& e, const PredicateValue& self,
       break;
     }
   }
-  for (const auto& key : e.keys) base = applyKey(base, key);
+  for (std::size_t i = 0; i < e.keys.size(); ++i) {
+    const std::string& key = e.keys[i];
+    if (key.size() > 1 && key[0] == '@' && key != "@count" && i + 1 < e.keys.size()) {
+      // "items.@sum.value": the rest of the path picks what is summed.
+      PredicateValue members = base;
+      for (std::size_t j = i + 1; j < e.keys.size(); ++j) members = applyKey(members, e.keys[j]);
+      return aggregate(key, members);
+    }
+    base = applyKey(base, key);
+  }
   return base;
 }
 
