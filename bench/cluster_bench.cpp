@@ -36,10 +36,14 @@ struct Viewport {
   CoordinateRegion region;
 };
 
+// Whole zoom levels, so that one point of ours is one pixel of the peer's
+// (its world is 512 * 2^zoom pixels, ours 256 * 2^level points).
+double spanAtLevel(int level) { return 360.0 * kMapWidth / (256.0 * std::pow(2.0, level)); }
+
 const std::vector<Viewport> kViewports = {
-    {"world", {{20, 0}, {140, 360}}},
-    {"country", {{46.6, 2.4}, {9, 12}}},
-    {"city", {{48.8566, 2.3522}, {0.2, 0.3}}},
+    {"world", {{20, 0}, {60, spanAtLevel(3)}}},
+    {"country", {{46.6, 2.4}, {5, spanAtLevel(7)}}},
+    {"city", {{48.8566, 2.3522}, {0.1, spanAtLevel(12)}}},
 };
 
 // Journal-like places: most records near a few hundred towns (the first is
@@ -105,7 +109,7 @@ void writeViewports(const std::string& dir) {
     double north = CoordinateForMapPoint(rect.origin).latitude;
     double south = CoordinateForMapPoint({rect.minX(), rect.maxY()}).latitude;
     double level = zoomLevelForRegion(map->region(), map->width());
-    int zoom = std::max(0, static_cast<int>(std::floor(level - 1 + 1e-9)));
+    int zoom = std::max(0, static_cast<int>(std::lround(level - 1)));
     char line[256];
     std::snprintf(line, sizeof line, "%s %.17g %.17g %.17g %.17g %d %.6f\n", viewport.name.c_str(), west, south,
                   east, north, zoom, level);
@@ -128,7 +132,7 @@ Measurements measureLumeo(const std::map<std::size_t, std::vector<double>>& poin
 
     std::vector<double> builds;
     std::shared_ptr<GeoMapTree> tree;
-    int buildRuns = count >= 1000000 ? 3 : 7;
+    int buildRuns = count >= 1000000 ? 3 : 5;
     for (int run = 0; run < buildRuns; ++run) {
       tree.reset();
       auto fresh = std::make_shared<GeoMapTree>();

@@ -15,7 +15,9 @@ GeoMapClusterAnnotation::GeoMapClusterAnnotation(
     : controller_(std::move(mapClusterController)),
       delegate_(std::move(delegate)),
       annotations_(std::make_shared<const MapAnnotationList>(std::move(annotations))),
-      coordinate_(coordinate) {}
+      coordinate_(coordinate) {
+  count_ = annotations_->size();
+}
 
 LocationCoordinate2D GeoMapClusterAnnotation::coordinate() const {
   std::lock_guard lock(mutex_);
@@ -62,19 +64,80 @@ void GeoMapClusterAnnotation::resetTitleAndSubtitle() {
 }
 
 std::shared_ptr<const MapAnnotationList> GeoMapClusterAnnotation::annotations() const {
+  std::shared_ptr<const GeoMapTree> tree;
+  GeoMapTreeBoundingBox cell;
+  std::uint64_t generation;
+  {
+    std::lock_guard lock(mutex_);
+    if (annotations_) return annotations_;
+    tree = cellTree_;
+    cell = cell_;
+    generation = generation_;
+  }
+  auto listed = std::make_shared<MapAnnotationList>();
+  {
+    std::shared_lock treeLock(tree->mutex());
+    listed->reserve(count());
+    tree->visitAnnotationsInBox(cell, true, [&](MapAnnotation* member) {
+      listed->push_back(member->shared_from_this());
+      return true;
+    });
+  }
+  std::shared_ptr<const MapAnnotationList> result = std::move(listed);
   std::lock_guard lock(mutex_);
-  return annotations_;
+  // Keep the list unless the members changed meanwhile.
+  if (generation == generation_) annotations_ = result;
+  return result;
 }
 
 void GeoMapClusterAnnotation::setAnnotations(MapAnnotationList annotations) {
   auto list = std::make_shared<const MapAnnotationList>(std::move(annotations));
+  std::shared_ptr<const GeoMapTree> oldTree;
   std::lock_guard lock(mutex_);
+  count_ = list->size();
   annotations_.swap(list);
+  oldTree.swap(cellTree_);
+  ++generation_;
   // The old list is released after the lock, outside the critical section.
 }
 
+void GeoMapClusterAnnotation::setAnnotationsInCell(std::shared_ptr<const GeoMapTree> tree,
+                                                   const GeoMapTreeBoundingBox& box, std::size_t count) {
+  std::shared_ptr<const MapAnnotationList> oldList;
+  std::lock_guard lock(mutex_);
+  oldList.swap(annotations_);
+  cellTree_ = std::move(tree);
+  cell_ = box;
+  count_ = count;
+  ++generation_;
+}
+
+std::size_t GeoMapClusterAnnotation::count() const {
+  std::lock_guard lock(mutex_);
+  return count_;
+}
+
+GeoMapClusterAnnotation::Members GeoMapClusterAnnotation::heldMembers() const {
+  std::lock_guard lock(mutex_);
+  if (cellTree_) return {annotations_, cell_};
+  return {annotations_, std::nullopt};
+}
+
 bool GeoMapClusterAnnotation::containsAnnotation(const MapAnnotation* annotation) const {
-  auto list = annotations();
+  std::shared_ptr<const GeoMapTree> tree;
+  GeoMapTreeBoundingBox cell;
+  std::shared_ptr<const MapAnnotationList> list;
+  {
+    std::lock_guard lock(mutex_);
+    tree = cellTree_;
+    cell = cell_;
+    list = annotations_;
+  }
+  if (tree) {
+    std::shared_lock treeLock(tree->mutex());
+    auto position = tree->positionOf(annotation);
+    return position && GeoMapTreeBoxContains(cell, position->latitude, position->longitude, true);
+  }
   for (const MapAnnotationPtr& member : *list) {
     if (member.get() == annotation) return true;
   }

@@ -1,7 +1,10 @@
 // One pin standing for a group of annotations: the members, the pin's
-// coordinate and its cached texts. Clustering swaps the member list in the
-// background while the map reads it on the main thread, so the list is
-// handed out as an immutable snapshot.
+// coordinate and its cached texts. Clustering swaps the members in the
+// background while the map reads them on the main thread, so the list is
+// handed out as an immutable snapshot. A pin for a whole grid cell keeps
+// its members as "everything the tree holds in this cell" and lists them
+// only when first asked, so that clustering a screen costs the number of
+// cells and not the number of records behind them.
 #pragma once
 
 #include <memory>
@@ -9,6 +12,7 @@
 #include <optional>
 #include <string>
 
+#include "map/geo_map_tree.h"
 #include "map/map_annotation.h"
 
 namespace lumeo {
@@ -31,8 +35,20 @@ class GeoMapClusterAnnotation : public MapAnnotation {
 
   std::shared_ptr<const MapAnnotationList> annotations() const;
   void setAnnotations(MapAnnotationList annotations);
-  std::size_t count() const { return annotations()->size(); }
+  // Members are the `count` annotations of `tree` in the cell `box` (cell
+  // edge convention). The tree must outlive this annotation's use of it.
+  void setAnnotationsInCell(std::shared_ptr<const GeoMapTree> tree, const GeoMapTreeBoundingBox& box,
+                            std::size_t count);
+  std::size_t count() const;
   bool containsAnnotation(const MapAnnotation* annotation) const;
+
+  // The members as they are held, without listing a cell: either the list
+  // or the cell. For the clustering pass.
+  struct Members {
+    std::shared_ptr<const MapAnnotationList> list;
+    std::optional<GeoMapTreeBoundingBox> cell;
+  };
+  Members heldMembers() const;
 
   // More than one member.
   bool isCluster() const { return count() > 1; }
@@ -52,7 +68,11 @@ class GeoMapClusterAnnotation : public MapAnnotation {
   std::weak_ptr<GeoMapClusterController> controller_;
   std::weak_ptr<GeoMapClusterControllerDelegate> delegate_;
   mutable std::mutex mutex_;
-  std::shared_ptr<const MapAnnotationList> annotations_;
+  mutable std::shared_ptr<const MapAnnotationList> annotations_;  // null while a cell is not listed
+  std::shared_ptr<const GeoMapTree> cellTree_;
+  GeoMapTreeBoundingBox cell_;
+  std::size_t count_ = 0;
+  std::uint64_t generation_ = 0;  // bumped by every change of members
   LocationCoordinate2D coordinate_;
   mutable std::optional<std::string> title_;
   mutable std::optional<std::string> subtitle_;

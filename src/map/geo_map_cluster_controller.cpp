@@ -4,6 +4,8 @@
 #include "map/geo_map_cluster_controller.h"
 
 #include <cmath>
+#include <mutex>
+#include <shared_mutex>
 
 #include "map/geo_map_cluster_controller_debug_polygon.h"
 #include "map/geo_map_cluster_utility.h"
@@ -100,7 +102,10 @@ void GeoMapClusterController::queueTreeUpdate(std::function<void(GeoMapTree&)> c
   backgroundQueue_->addOperation([tree = allAnnotationsMapTree_, change = std::move(change),
                                   weak = weak_from_this(),
                                   completionHandler = std::move(completionHandler)] {
-    change(*tree);
+    {
+      std::unique_lock lock(tree->mutex());  // pins may be listing their cells
+      change(*tree);
+    }
     DispatchQueue::main().async([weak, completionHandler] {
       auto self = weak.lock();
       if (!self || self->regionChanging_) {

@@ -3,6 +3,7 @@
 // plus one pass over its members.
 #include "map/geo_map_cluster_operation.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <limits>
@@ -10,6 +11,7 @@
 
 #include "map/geo_map_cluster_controller.h"
 #include "map/geo_map_cluster_utility.h"
+#include "map/geohash.h"
 #include "platform/dispatch_queue.h"
 
 namespace lumeo {
@@ -70,13 +72,47 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
   std::vector<GeoMapClusterAnnotation*> candidates;
 
   // 3. Each cell.
+  bool meanFromTotals = clusterer_->placesAtMeanOfMembers();
+  std::vector<std::uint64_t> keys;
   enumerateGridCells(grid, snapshot_.cellMapSize, [&](MapRect cell) {
     GeoMapTreeBoundingBox box = GeoMapTreeBoundingBoxForMapRect(cell);
-    members.removeAllObjects();
-    allTree_->annotationsInBox(box, members, true);
-    if (members.empty()) return;
 
-    bool uniqueLocationMode = groupAnnotationsByLocation(members.begin(), members.end(), limit, groups);
+    // Groups by location while there are at most `limit` of them; one more
+    // location ends the walk, and the cell becomes one group.
+    bool uniqueLocationMode = false;
+    if (limit > 0) {
+      groups.clear();
+      keys.clear();
+      bool complete = allTree_->visitAnnotationsInBox(box, true, [&](MapAnnotation* member) {
+        std::uint64_t key = geohashBitsForCoordinate(member->coordinate());
+        auto found = std::find(keys.begin(), keys.end(), key);
+        if (found == keys.end()) {
+          if (keys.size() == limit) return false;
+          keys.push_back(key);
+          groups.emplace_back();
+          found = keys.end() - 1;
+        }
+        groups[static_cast<std::size_t>(found - keys.begin())].push_back(member);
+        return true;
+      });
+      if (complete && groups.empty()) return;  // an empty cell
+      uniqueLocationMode = complete;
+    }
+
+    // The whole cell as one group: from the tree's totals when the pin goes
+    // to the mean, listed otherwise.
+    GeoMapTreeAggregate totals;
+    if (!uniqueLocationMode) {
+      if (meanFromTotals) {
+        totals = allTree_->aggregateInBox(box, true);
+        if (totals.count == 0) return;
+      } else {
+        members.removeAllObjects();
+        allTree_->annotationsInBox(box, members, true);
+        if (members.empty()) return;
+      }
+    }
+    bool cellGroup = !uniqueLocationMode && meanFromTotals;
 
     candidates.clear();
     if (settings.reuseExistingClusterAnnotations) {
@@ -88,44 +124,82 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
 
     std::size_t groupCount = uniqueLocationMode ? groups.size() : 1;
     for (std::size_t g = 0; g < groupCount; ++g) {
-      MapAnnotation* const* begin = uniqueLocationMode ? groups[g].data() : members.begin();
-      MapAnnotation* const* end = uniqueLocationMode ? groups[g].data() + groups[g].size() : members.end();
-      MapAnnotationList group = retainAll(begin, end);
+      MapAnnotation* const* begin = nullptr;
+      MapAnnotation* const* end = nullptr;
+      MapAnnotationList group;
+      LocationCoordinate2D coordinate;
+      if (cellGroup) {
+        coordinate = {totals.sumX / static_cast<double>(totals.count),
+                      totals.sumY / static_cast<double>(totals.count)};
+      } else {
+        begin = uniqueLocationMode ? groups[g].data() : members.begin();
+        end = uniqueLocationMode ? groups[g].data() + groups[g].size() : members.end();
+        group = retainAll(begin, end);
+        coordinate = uniqueLocationMode
+                         ? group.front()->coordinate()
+                         : clusterer_->coordinateForAnnotations(controllerForClusterer_, group, cell);
+      }
 
-      LocationCoordinate2D coordinate =
-          uniqueLocationMode ? group.front()->coordinate()
-                             : clusterer_->coordinateForAnnotations(controllerForClusterer_, group, cell);
+      // Whether a pin on screen holds any member of this group.
+      std::uint64_t mark = 0;
+      auto holdsMemberOfGroup = [&](const GeoMapClusterAnnotation& candidate) {
+        GeoMapClusterAnnotation::Members held = candidate.heldMembers();
+        if (cellGroup) {
+          if (held.cell) {
+            auto overlap = GeoMapTreeBoxIntersection(*held.cell, box);
+            return overlap && allTree_->hasAnnotationInBox(*overlap, true);
+          }
+          for (const MapAnnotationPtr& member : *held.list) {
+            auto position = allTree_->positionOf(member.get());
+            if (position && GeoMapTreeBoxContains(box, position->latitude, position->longitude, true)) return true;
+          }
+          return false;
+        }
+        if (held.cell) {
+          for (MapAnnotation* const* it = begin; it != end; ++it) {
+            auto position = allTree_->positionOf(*it);
+            if (position && GeoMapTreeBoxContains(*held.cell, position->latitude, position->longitude, true))
+              return true;
+          }
+          return false;
+        }
+        if (mark == 0) {
+          mark = nextMark();
+          for (MapAnnotation* const* it = begin; it != end; ++it)
+            (*it)->clusterMark().store(mark, std::memory_order_relaxed);
+        }
+        for (const MapAnnotationPtr& member : *held.list) {
+          if (member->clusterMark().load(std::memory_order_relaxed) == mark) return true;
+        }
+        return false;
+      };
 
       // Reuse the first pin on screen that holds any member of the group.
       GeoMapClusterAnnotation* reused = nullptr;
-      if (!candidates.empty()) {
-        std::uint64_t mark = nextMark();
-        for (MapAnnotation* const* it = begin; it != end; ++it)
-          (*it)->clusterMark().store(mark, std::memory_order_relaxed);
-        for (auto candidate = candidates.begin(); candidate != candidates.end(); ++candidate) {
-          auto held = (*candidate)->annotations();
-          bool intersects = false;
-          for (const MapAnnotationPtr& member : *held) {
-            if (member->clusterMark().load(std::memory_order_relaxed) == mark) {
-              intersects = true;
-              break;
-            }
-          }
-          if (!intersects) continue;
-          // A pin for one location stays only where it stands.
-          auto shownAt = visibleTree_->positionOf(*candidate);
-          if (!uniqueLocationMode || (shownAt && nearlyEqual(*shownAt, coordinate))) {
-            reused = *candidate;
-            candidates.erase(candidate);
-          }
-          break;
+      for (auto candidate = candidates.begin(); candidate != candidates.end(); ++candidate) {
+        if (!holdsMemberOfGroup(**candidate)) continue;
+        // A pin for one location stays only where it stands.
+        auto shownAt = visibleTree_->positionOf(*candidate);
+        if (!uniqueLocationMode || (shownAt && nearlyEqual(*shownAt, coordinate))) {
+          reused = *candidate;
+          candidates.erase(candidate);
         }
+        break;
       }
 
       GeoMapClusterAnnotationPtr annotation;
       if (reused) {
         annotation = std::static_pointer_cast<GeoMapClusterAnnotation>(reused->shared_from_this());
+      } else {
+        annotation = std::make_shared<GeoMapClusterAnnotation>(controller_, delegate_, MapAnnotationList{},
+                                                               coordinate);
+      }
+      if (cellGroup) {
+        annotation->setAnnotationsInCell(allTree_, box, totals.count);
+      } else {
         annotation->setAnnotations(std::move(group));
+      }
+      if (reused) {
         if (!uniqueLocationMode) moved.emplace_back(annotation, coordinate);
         if (notifyMainQueue) {
           DispatchQueue::main().async([annotation, coordinate, uniqueLocationMode,
@@ -139,9 +213,6 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
         } else if (!uniqueLocationMode) {
           annotation->setCoordinate(coordinate);
         }
-      } else {
-        annotation = std::make_shared<GeoMapClusterAnnotation>(controller_, delegate_, std::move(group),
-                                                               coordinate);
       }
       clusterSet.insert(annotation.get());
       result.clusters.push_back(std::move(annotation));

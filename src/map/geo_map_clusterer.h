@@ -17,6 +17,9 @@ class GeoMapClusterer {
   virtual LocationCoordinate2D coordinateForAnnotations(GeoMapClusterController* controller,
                                                         const MapAnnotationList& annotations,
                                                         MapRect inMapRect) = 0;
+  // True when the answer is always the members' mean position, which the
+  // engine can then take from the tree's totals without listing members.
+  virtual bool placesAtMeanOfMembers() const { return false; }
 };
 
 // The mean latitude and mean longitude of the members; zeros for none.
@@ -25,6 +28,7 @@ class GeoCenterOfMassMapClusterer : public GeoMapClusterer {
   LocationCoordinate2D coordinateForAnnotations(GeoMapClusterController* controller,
                                                 const MapAnnotationList& annotations,
                                                 MapRect inMapRect) override;
+  bool placesAtMeanOfMembers() const override { return true; }
 };
 
 // The member nearest to the cell's centre in metres, so that a pin always

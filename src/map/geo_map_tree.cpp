@@ -19,12 +19,8 @@ double longitudeForMapX(double x) { return x / kMapWorldWidth * 360.0 - 180.0; }
 struct RangeTest {
   GeoMapTreeBoundingBox box;
   bool cellEdges;
-  bool eastInclusive;
 
-  bool contains(double x, double y) const {
-    if (!cellEdges) return box.containsPoint(x, y);
-    return x > box.x0 && x <= box.xf && y >= box.y0 && (y < box.yf || (eastInclusive && y <= box.yf));
-  }
+  bool contains(double x, double y) const { return GeoMapTreeBoxContains(box, x, y, cellEdges); }
   bool containsBox(const GeoMapTreeBoundingBox& other) const {
     return contains(other.x0, other.y0) && contains(other.xf, other.yf);
   }
@@ -48,6 +44,19 @@ void addSubtree(const GeoMapTreeNode* node, GeoMapTreeUnsafeMutableArray& result
 }
 
 }  // namespace
+
+bool GeoMapTreeBoxContains(const GeoMapTreeBoundingBox& box, double x, double y, bool cellEdges) {
+  if (!cellEdges) return box.containsPoint(x, y);
+  return x > box.x0 && x <= box.xf && y >= box.y0 && (y < box.yf || (box.yf >= 180.0 && y <= box.yf));
+}
+
+std::optional<GeoMapTreeBoundingBox> GeoMapTreeBoxIntersection(const GeoMapTreeBoundingBox& a,
+                                                               const GeoMapTreeBoundingBox& b) {
+  GeoMapTreeBoundingBox overlap{std::max(a.x0, b.x0), std::max(a.y0, b.y0), std::min(a.xf, b.xf),
+                                std::min(a.yf, b.yf)};
+  if (!(overlap.x0 <= overlap.xf) || !(overlap.y0 <= overlap.yf)) return std::nullopt;
+  return overlap;
+}
 
 GeoMapTreeBoundingBox GeoMapTreeBoundingBoxForMapRect(MapRect rect) {
   LocationCoordinate2D topLeft = CoordinateForMapPoint(rect.origin);
@@ -85,6 +94,9 @@ bool GeoMapTree::insert(const GeoMapTreeNodeData& data) {
   GeoMapTreeNode* node = root_;
   if (!node->boundingBox.containsPoint(data.x, data.y)) return false;
   for (;;) {
+    ++node->subtreeCount;
+    node->subtreeSumX += data.x;
+    node->subtreeSumY += data.y;
     if (node->count < nodeCapacity_) {
       node->points[node->count++] = data;
       return true;
@@ -106,23 +118,34 @@ bool GeoMapTree::insert(const GeoMapTreeNodeData& data) {
 }
 
 bool GeoMapTree::remove(double x, double y, MapAnnotation* annotation) {
-  std::vector<GeoMapTreeNode*> stack{root_};
+  // Depth-first, remembering the path so that the totals above the node
+  // that held the point can be taken down.
+  std::vector<std::pair<GeoMapTreeNode*, std::size_t>> stack{{root_, 0}};
+  std::vector<GeoMapTreeNode*> path;
   while (!stack.empty()) {
-    GeoMapTreeNode* node = stack.back();
+    auto [node, depth] = stack.back();
     stack.pop_back();
     if (!node->boundingBox.containsPoint(x, y)) continue;
+    path.resize(depth);
+    path.push_back(node);
     for (std::size_t i = 0; i < node->count; ++i) {
       if (node->points[i].data == annotation) {
+        const GeoMapTreeNodeData removed = node->points[i];
         node->points[i] = node->points[node->count - 1];
         --node->count;
+        for (GeoMapTreeNode* above : path) {
+          --above->subtreeCount;
+          above->subtreeSumX -= removed.x;
+          above->subtreeSumY -= removed.y;
+        }
         return true;
       }
     }
     if (node->northWest) {
-      stack.push_back(node->southEast);
-      stack.push_back(node->southWest);
-      stack.push_back(node->northEast);
-      stack.push_back(node->northWest);
+      stack.emplace_back(node->southEast, depth + 1);
+      stack.emplace_back(node->southWest, depth + 1);
+      stack.emplace_back(node->northEast, depth + 1);
+      stack.emplace_back(node->northWest, depth + 1);
     }
   }
   return false;
@@ -188,13 +211,13 @@ MapAnnotationList GeoMapTree::allAnnotations() const {
 
 void GeoMapTree::annotationsInBox(const GeoMapTreeBoundingBox& box,
                                   GeoMapTreeUnsafeMutableArray& result, bool cellEdges) const {
-  RangeTest range{box, cellEdges, box.yf >= 180.0};
+  RangeTest range{box, cellEdges};
   std::vector<const GeoMapTreeNode*> stack{root_};
   while (!stack.empty()) {
     const GeoMapTreeNode* node = stack.back();
     stack.pop_back();
     for (;;) {
-      if (!node->boundingBox.intersects(box)) break;
+      if (node->subtreeCount == 0 || !node->boundingBox.intersects(box)) break;
       if (range.containsBox(node->boundingBox)) {
         addSubtree(node, result, stack);
         break;
@@ -210,6 +233,64 @@ void GeoMapTree::annotationsInBox(const GeoMapTreeBoundingBox& box,
       node = node->southEast;  // the last child by looping, not by the stack
     }
   }
+}
+
+bool GeoMapTree::visitAnnotationsInBox(const GeoMapTreeBoundingBox& box, bool cellEdges,
+                                       const std::function<bool(MapAnnotation*)>& visit) const {
+  RangeTest range{box, cellEdges};
+  std::vector<const GeoMapTreeNode*> stack{root_};
+  while (!stack.empty()) {
+    const GeoMapTreeNode* node = stack.back();
+    stack.pop_back();
+    if (node->subtreeCount == 0 || !node->boundingBox.intersects(box)) continue;
+    for (std::size_t i = 0; i < node->count; ++i) {
+      const GeoMapTreeNodeData& point = node->points[i];
+      if (range.contains(point.x, point.y) && !visit(point.data)) return false;
+    }
+    if (node->northWest) {
+      stack.push_back(node->southEast);
+      stack.push_back(node->southWest);
+      stack.push_back(node->northEast);
+      stack.push_back(node->northWest);
+    }
+  }
+  return true;
+}
+
+GeoMapTreeAggregate GeoMapTree::aggregateInBox(const GeoMapTreeBoundingBox& box, bool cellEdges) const {
+  RangeTest range{box, cellEdges};
+  GeoMapTreeAggregate total;
+  std::vector<const GeoMapTreeNode*> stack{root_};
+  while (!stack.empty()) {
+    const GeoMapTreeNode* node = stack.back();
+    stack.pop_back();
+    if (node->subtreeCount == 0 || !node->boundingBox.intersects(box)) continue;
+    if (range.containsBox(node->boundingBox)) {
+      total.count += node->subtreeCount;
+      total.sumX += node->subtreeSumX;
+      total.sumY += node->subtreeSumY;
+      continue;
+    }
+    for (std::size_t i = 0; i < node->count; ++i) {
+      const GeoMapTreeNodeData& point = node->points[i];
+      if (range.contains(point.x, point.y)) {
+        ++total.count;
+        total.sumX += point.x;
+        total.sumY += point.y;
+      }
+    }
+    if (node->northWest) {
+      stack.push_back(node->southEast);
+      stack.push_back(node->southWest);
+      stack.push_back(node->northEast);
+      stack.push_back(node->northWest);
+    }
+  }
+  return total;
+}
+
+bool GeoMapTree::hasAnnotationInBox(const GeoMapTreeBoundingBox& box, bool cellEdges) const {
+  return !visitAnnotationsInBox(box, cellEdges, [](MapAnnotation*) { return false; });
 }
 
 MapAnnotationList GeoMapTree::annotationsInMapRect(MapRect rect) const {

@@ -7,8 +7,10 @@
 
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <shared_mutex>
 #include <unordered_map>
 #include <vector>
 
@@ -48,7 +50,27 @@ struct GeoMapTreeNode {
   GeoMapTreeNode* southEast = nullptr;
   GeoMapTreeNodeData* points = nullptr;  // nodeCapacity entries, allocated with the node
   std::size_t count = 0;
+  // Totals of this node and everything below it, so that a query can take
+  // a whole subtree inside its range without visiting its points.
+  std::size_t subtreeCount = 0;
+  double subtreeSumX = 0;
+  double subtreeSumY = 0;
 };
+
+// How many annotations lie in a range, and the sums of their positions.
+struct GeoMapTreeAggregate {
+  std::size_t count = 0;
+  double sumX = 0;
+  double sumY = 0;
+};
+
+// The range test of queries. With cell edges, the south and east sides are
+// exclusive (east stays inclusive at the 180th meridian), so that grid
+// cells that share an edge never both claim a point on it.
+bool GeoMapTreeBoxContains(const GeoMapTreeBoundingBox& box, double x, double y, bool cellEdges);
+// The overlap of two ranges, or nothing when they do not overlap.
+std::optional<GeoMapTreeBoundingBox> GeoMapTreeBoxIntersection(const GeoMapTreeBoundingBox& a,
+                                                               const GeoMapTreeBoundingBox& b);
 
 class GeoMapTree {
  public:
@@ -75,11 +97,17 @@ class GeoMapTree {
   // The distinct annotations whose position lies in the rectangle, all
   // sides inclusive.
   MapAnnotationList annotationsInMapRect(MapRect rect) const;
-  // The raw query. With `cellEdges`, the south and east sides are exclusive
-  // (east stays inclusive at the 180th meridian), so that grid cells that
-  // share an edge never both claim a point on it.
+  // The raw query (see GeoMapTreeBoxContains for `cellEdges`).
   void annotationsInBox(const GeoMapTreeBoundingBox& box, GeoMapTreeUnsafeMutableArray& result,
                         bool cellEdges = false) const;
+  // Calls `visit` with each annotation in the range until it returns false;
+  // returns whether the walk went through.
+  bool visitAnnotationsInBox(const GeoMapTreeBoundingBox& box, bool cellEdges,
+                             const std::function<bool(MapAnnotation*)>& visit) const;
+  // Count and position sums in the range, from the subtree totals: the cost
+  // follows the range's edge, not the number of annotations inside.
+  GeoMapTreeAggregate aggregateInBox(const GeoMapTreeBoundingBox& box, bool cellEdges) const;
+  bool hasAnnotationInBox(const GeoMapTreeBoundingBox& box, bool cellEdges) const;
 
   bool containsAnnotation(const MapAnnotation* annotation) const {
     return entries_.count(annotation) != 0;
@@ -91,6 +119,9 @@ class GeoMapTree {
   std::size_t count() const { return entries_.size(); }
   MapAnnotationList allAnnotations() const;
   const GeoMapTreeNode* root() const { return root_; }
+  // The tree has one writer, the controller's background queue, which takes
+  // this exclusively; other threads that read it hold it shared.
+  std::shared_mutex& mutex() const { return mutex_; }
   std::size_t nodeCapacity() const { return nodeCapacity_; }
 
  private:
@@ -111,6 +142,7 @@ class GeoMapTree {
   std::size_t pointsLeftInBlock_ = 0;
   GeoMapTreeNode* root_;
   std::unordered_map<const MapAnnotation*, Entry> entries_;  // the tree's annotation set
+  mutable std::shared_mutex mutex_;
 };
 
 }  // namespace lumeo

@@ -121,15 +121,23 @@ TEST(GeoMapTreeTest, QueriesMatchABruteForceScanThroughAddsAndRemoves) {
       if (q == 0) box = {-30, -60, 30, 60};  // edges through the shared spots
       std::set<MapAnnotation*> expected;
       std::set<MapAnnotation*> expectedCell;
+      double sumLatitude = 0;
       for (const auto& p : present) {
         auto coordinate = p->coordinate();
         if (box.containsPoint(coordinate.latitude, coordinate.longitude)) expected.insert(p.get());
         if (coordinate.latitude > box.x0 && coordinate.latitude <= box.xf && coordinate.longitude >= box.y0 &&
-            coordinate.longitude < box.yf)
+            coordinate.longitude < box.yf) {
           expectedCell.insert(p.get());
+          sumLatitude += coordinate.latitude;
+        }
       }
       ASSERT_EQ(inBox(tree, box), expected);
       ASSERT_EQ(inBox(tree, box, true), expectedCell);
+      // The subtree totals agree with the points, after removals too.
+      GeoMapTreeAggregate totals = tree.aggregateInBox(box, true);
+      ASSERT_EQ(totals.count, expectedCell.size());
+      ASSERT_NEAR(totals.sumX, sumLatitude, 1e-6);
+      ASSERT_EQ(tree.hasAnnotationInBox(box, true), !expectedCell.empty());
     }
   }
 }

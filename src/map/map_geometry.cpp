@@ -92,11 +92,13 @@ CoordinateRegion CoordinateRegionForMapRect(MapRect rect) {
 }
 
 MapRect MapRectForCoordinateRegion(CoordinateRegion region) {
+  // The poles are infinitely far on the plane: stop at its edge.
+  constexpr double kMaxLatitude = 85.0511287798066;
   MapPoint topLeft = MapPointForCoordinate(
-      {region.center.latitude + region.span.latitudeDelta / 2,
+      {std::min(region.center.latitude + region.span.latitudeDelta / 2, kMaxLatitude),
        region.center.longitude - region.span.longitudeDelta / 2});
   MapPoint bottomRight = MapPointForCoordinate(
-      {region.center.latitude - region.span.latitudeDelta / 2,
+      {std::max(region.center.latitude - region.span.latitudeDelta / 2, -kMaxLatitude),
        region.center.longitude + region.span.longitudeDelta / 2});
   return MapRectMake(topLeft.x, topLeft.y, bottomRight.x - topLeft.x, bottomRight.y - topLeft.y);
 }
