@@ -81,8 +81,9 @@ double signTransfer(double a, double b) {
 
 void imtqlb(long n, double* d, double* e, double* bnd, long& ierr) {
   ierr = 0;
-  if (n == 1) return;
+  // The eigenvector of a 1 x 1 block is (1): its bound is the whole residual.
   bnd[0] = 1.0;
+  if (n == 1) return;
   for (long i = 1; i < n; ++i) {
     bnd[i] = 0.0;
     e[i - 1] = e[i];
