@@ -70,8 +70,8 @@ class MainQueue final : public DispatchQueue {
     finished.get();
   }
 
-  void after(double seconds, Block block) override {
-    TimerScheduler::shared().schedule(
+  DelayedCall after(double seconds, Block block) override {
+    return TimerScheduler::shared().schedule(
         seconds, [this](Block b) { async(std::move(b)); }, std::move(block), true);
   }
 
@@ -161,9 +161,9 @@ class SerialQueue final : public DispatchQueue {
 
   // The delayed call does not keep the queue alive: if the queue is gone when
   // the call falls due, the block is dropped.
-  void after(double seconds, Block block) override {
+  DelayedCall after(double seconds, Block block) override {
     std::weak_ptr<SerialCore> weak = core_;
-    TimerScheduler::shared().schedule(
+    return TimerScheduler::shared().schedule(
         seconds,
         [weak](Block b) {
           if (auto core = weak.lock()) core->push(std::move(b));
@@ -207,8 +207,8 @@ class GlobalQueue final : public DispatchQueue {
   // A concurrent queue has no order to keep, so the caller runs the block.
   void sync(Block block) override { runInline(this, block); }
 
-  void after(double seconds, Block block) override {
-    TimerScheduler::shared().schedule(
+  DelayedCall after(double seconds, Block block) override {
+    return TimerScheduler::shared().schedule(
         seconds, [this](Block b) { async(std::move(b)); }, std::move(block), false);
   }
 
@@ -262,6 +262,6 @@ std::shared_ptr<DispatchQueue> DispatchQueue::makeSerial(const std::string& labe
   return std::make_shared<SerialQueue>(label);
 }
 
-void after(double seconds, Block block) { DispatchQueue::main().after(seconds, std::move(block)); }
+DelayedCall after(double seconds, Block block) { return DispatchQueue::main().after(seconds, std::move(block)); }
 
 }  // namespace lumeo

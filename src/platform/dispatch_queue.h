@@ -26,6 +26,25 @@ namespace lumeo {
 
 using Block = std::function<void()>;
 
+// Handle of one delayed call, returned by after(). Copies share the call.
+// Dropping the handle does not cancel: `after(20, block);` fires as asked.
+class DelayedCall {
+ public:
+  DelayedCall() = default;  // no call: cancel() does nothing
+
+  // Stops the call unless it has already started; true if this stopped it.
+  // The block is released at once. Any thread.
+  bool cancel();
+  // True while the call waits to fire or waits on its queue to start.
+  bool isPending() const;
+
+  struct State;
+  explicit DelayedCall(std::shared_ptr<State> state) : state_(std::move(state)) {}
+
+ private:
+  std::shared_ptr<State> state_;
+};
+
 class DispatchQueue {
  public:
   virtual ~DispatchQueue() = default;
@@ -47,7 +66,9 @@ class DispatchQueue {
   // one is running on runs the block at once instead of deadlocking.
   virtual void sync(Block block) = 0;
   // Runs the block on the queue `seconds` from now on Clock::current().
-  virtual void after(double seconds, Block block) = 0;
+  // The returned handle may cancel the call (a timeout that is no longer
+  // needed); callers that never cancel ignore it.
+  virtual DelayedCall after(double seconds, Block block) = 0;
   // True when the calling thread is running a block of this queue, or a block
   // that such a block waits for through sync(). On the main queue, true on
   // the process's main thread.
@@ -56,7 +77,7 @@ class DispatchQueue {
 };
 
 // Delayed call on the main queue: after(20, block).
-void after(double seconds, Block block);
+DelayedCall after(double seconds, Block block);
 
 // An operation queue: operations run on background threads, at most
 // maxConcurrentOperationCount at a time (1 makes it serial, in order).

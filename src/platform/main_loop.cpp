@@ -8,6 +8,7 @@
 
 #include "platform/clock.h"
 #include "platform/dispatch_queue.h"
+#include "platform/log.h"
 #include "platform/queue_runtime.h"
 #include "platform/timer_scheduler.h"
 
@@ -20,6 +21,9 @@ using runtime::MainQueueState;
 // Longest real-time sleep between looks at the clock: the process clock may
 // be swapped (a test installs a simulated one) while the loop sleeps.
 constexpr std::chrono::milliseconds kLongestNap(250);
+// Real time after which a loop on virtual time that waits for background
+// work says so in the log.
+constexpr std::chrono::seconds kStallHint(10);
 
 // What ends a run.
 struct RunGoal {
@@ -96,7 +100,13 @@ bool drive(const RunGoal& goal) {
     if (runtime::backgroundWorkCount() > 0) {
       // Background blocks may still post here or schedule delayed calls.
       if (simulated) {
-        s.changed.wait(lock, somethingHappened);
+        // Virtual time must not move while a background block runs, however
+        // long it takes; a hint helps when a block waits for virtual time.
+        if (!s.changed.wait_for(lock, kStallHint, somethingHappened)) {
+          LUMEO_LOG_WARNING("Virtual time is held: %d background blocks have not finished for %d seconds",
+                            runtime::backgroundWorkCount(), static_cast<int>(kStallHint.count()));
+          s.changed.wait(lock, somethingHappened);
+        }
       } else {
         s.changed.wait_for(lock, napUntil(timers.nextDueDate(), now), somethingHappened);
       }

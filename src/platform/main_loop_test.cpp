@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <future>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -176,6 +177,67 @@ TEST_F(VirtualTime, RunOnceFiresCallsThatATestBroughtDueByHand) {
   clock_.clock().advance(1);
   MainLoop::shared().runOnce();
   EXPECT_TRUE(fired);
+}
+
+TEST_F(VirtualTime, CancelledCallsNeverRunAndTimeDoesNotMoveToThem) {
+  bool timedOut = false;
+  DelayedCall timeout = after(30, [&] { timedOut = true; });
+  bool nudged = false;
+  DelayedCall nudge = after(20, [&] { nudged = true; });
+  EXPECT_TRUE(timeout.isPending());
+  EXPECT_TRUE(timeout.cancel());
+  EXPECT_FALSE(timeout.isPending());
+  EXPECT_FALSE(timeout.cancel());  // twice: nothing more to stop
+
+  MainLoop::shared().runUntilIdle(3600);
+  EXPECT_TRUE(nudged);
+  EXPECT_FALSE(timedOut);
+  EXPECT_DOUBLE_EQ(elapsed(), 20);  // not 30
+  EXPECT_FALSE(nudge.isPending());
+  EXPECT_FALSE(nudge.cancel());  // already ran
+
+  EXPECT_FALSE(DelayedCall().cancel());
+  EXPECT_FALSE(DelayedCall().isPending());
+}
+
+TEST_F(VirtualTime, CancelReleasesTheBlockAtOnce) {
+  auto payload = std::make_shared<int>(7);
+  std::weak_ptr<int> watch = payload;
+  DelayedCall call = after(5, [payload] { (void)payload; });
+  payload.reset();
+  EXPECT_FALSE(watch.expired());
+  call.cancel();
+  EXPECT_TRUE(watch.expired());
+}
+
+TEST_F(VirtualTime, CancelStopsACallThatFiredButWaitsForItsBusyQueue) {
+  auto queue = DispatchQueue::makeSerial("busy");
+  std::promise<void> release;
+  std::shared_future<void> released = release.get_future().share();
+  std::atomic<bool> ran{false};
+  queue->async([released] { released.wait(); });
+  DelayedCall call = queue->after(1, [&] { ran = true; });
+  clock_.clock().advance(1);
+  TimerScheduler::shared().fireDueTimers();  // now queued behind the busy block
+  EXPECT_TRUE(call.isPending());
+  EXPECT_TRUE(call.cancel());
+  release.set_value();
+  queue->sync([] {});
+  EXPECT_FALSE(ran.load());
+}
+
+TEST_F(VirtualTime, RepeatedRequestsKeepOnlyTheLastPendingCall) {
+  // The sync nudge pattern: each merge cancels the pending nudge and asks
+  // for a new one 20 seconds later, so a burst of merges gives one nudge.
+  int nudges = 0;
+  DelayedCall pending;
+  for (int merge = 0; merge < 5; ++merge) {
+    pending.cancel();
+    pending = after(20, [&] { ++nudges; });
+    MainLoop::shared().runFor(3);
+  }
+  MainLoop::shared().runFor(60);
+  EXPECT_EQ(nudges, 1);
 }
 
 TEST(VirtualTimeIsolation, DelaysOfAFinishedClockNeverFireLater) {

@@ -15,6 +15,8 @@
 //   fires on another clock and is dropped once that clock is gone, so a test's
 //   leftover delays cannot leak into the next test or into real time.
 // - Calls due at the same instant are posted in the order they were scheduled.
+// - A cancelled call leaves the schedule at once, so virtual time never moves
+//   to it.
 #pragma once
 
 #include <cstdint>
@@ -40,7 +42,7 @@ class TimerScheduler {
   // Posts `block` through `post` once `seconds` have passed on Clock::current().
   // A delay of zero or less posts at once. `forMainQueue` marks calls that
   // secondsUntilNextTimer() of the main loop reports.
-  void schedule(double seconds, Poster post, Block block, bool forMainQueue);
+  DelayedCall schedule(double seconds, Poster post, Block block, bool forMainQueue);
 
   // Posts every call that is due on the current clock; returns how many.
   int fireDueTimers();
@@ -51,6 +53,8 @@ class TimerScheduler {
   int pendingCount();
   // Drops every waiting call (a test that wants a clean slate).
   void cancelAll();
+  // Removes one waiting call; false if it was no longer waiting here.
+  bool remove(std::uint64_t id);
 
   TimerScheduler(const TimerScheduler&) = delete;
   TimerScheduler& operator=(const TimerScheduler&) = delete;
