@@ -81,6 +81,24 @@ TEST(SplineFit, MatchesTheTruncatedPseudoInverse) {
   EXPECT_GE(compared, total * 9 / 10) << compared << " of " << total;
 }
 
+TEST(SplineFit, RecordsAtFewDistinctPlaces) {
+  // A daily cycle of someone who always records at the same hours: the
+  // design has the rank of the number of distinct places.
+  for (long n : {10L, 14L}) {
+    for (int places : {1, 2, 3, 5}) {
+      Samples samples = testing::randomSamples(static_cast<unsigned>(places), 240);
+      for (size_t i = 0; i < samples.x.size(); ++i) samples.x[i] = 1.3 + 1.7 * static_cast<double>(i % places);
+      std::vector<double> coefficients(static_cast<size_t>(n));
+      const long count =
+          splineFit(samples.size(), samples.x.data(), samples.y.data(), n, coefficients.data());
+      EXPECT_GE(count, 1);
+      EXPECT_LE(count, places);
+      EXPECT_TRUE(expectFitMatchesReference(samples, n, std::to_string(places) + " places"))
+          << places << " places, n=" << n << ", count " << count;
+    }
+  }
+}
+
 TEST(SplineFit, CentredFitIsTheFitOfTheCentredValues) {
   const Samples samples = testing::journalSamples(9, 120, Scale::kTrend);
   const long m = samples.size();

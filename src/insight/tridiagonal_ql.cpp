@@ -139,8 +139,8 @@ void tridiagonalQL(long n, double* d, double* e, double* z, long& ierr) {
       }
       ++iterations;
       qlSweep(l, m, d, e, [z, n](long i, double s, double c) {
-        double* zi = z + i * n;
-        double* zi1 = zi + n;
+        double* __restrict zi = z + i * n;
+        double* __restrict zi1 = zi + n;
         for (long k = 0; k < n; ++k) {
           const double f = zi1[k];
           zi1[k] = s * zi[k] + c * f;
