@@ -47,8 +47,10 @@ class MoodDescription : public ManagedObject {
   using ImageFileRemover = std::function<void(const std::string& fileName)>;
   static void setImageFileRemover(ImageFileRemover remover);
 
- protected:
+  // As for records: a new identity unless one is there already.
   void awakeFromInsert() override;
+
+ protected:
   // The only place where deleting data removes image files; it runs for a
   // sync merge's deletes as well.
   void prepareForDeletion() override;

@@ -36,7 +36,6 @@ class MoodRecord : public ManagedObject {
   void removeMoodTagsObject(const std::shared_ptr<MoodTag>& tag);
   void removeMoodTags(const std::vector<std::shared_ptr<MoodTag>>& tags);
 
- protected:
   // Gives a new record its identity, unless one came with it (the sync
   // engine inserts objects under their global identifier).
   void awakeFromInsert() override;
