@@ -56,9 +56,9 @@ class DispatchQueue {
   // calling thread.
   static DispatchQueue& global();
   // A new serial queue with its own worker thread; blocks run one at a time
-  // in the order they were added. Dropping the last reference runs the blocks
-  // already queued before the thread ends; delayed calls not yet due are
-  // dropped with the queue.
+  // in the order they were added. Dropping the last reference waits for the
+  // blocks already queued, so do not drop it on a thread that one of them
+  // waits for; delayed calls not yet due are dropped with the queue.
   static std::shared_ptr<DispatchQueue> makeSerial(const std::string& label);
 
   virtual void async(Block block) = 0;

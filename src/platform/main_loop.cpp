@@ -92,6 +92,10 @@ bool drive(const RunGoal& goal) {
     // fast the threads happened to be.
     if (pastDeadline && !simulated && !goal.endWhenIdle) return false;
 
+    // Asked before taking the main queue's lock: looking at the schedule may
+    // release blocks of abandoned calls, whose captures may post to main.
+    std::uint64_t scheduleSeen = timers.generation();
+    std::optional<Date> next = timers.nextDueDate();
     std::unique_lock lock(s.mutex);
     if (!mainQueueEmpty(s) || (goal.endOnQuit && s.quitRequested)) continue;
     auto somethingHappened = [&] {
@@ -108,14 +112,15 @@ bool drive(const RunGoal& goal) {
           s.changed.wait(lock, somethingHappened);
         }
       } else {
-        s.changed.wait_for(lock, napUntil(timers.nextDueDate(), now), somethingHappened);
+        s.changed.wait_for(lock, napUntil(next, now), somethingHappened);
       }
       continue;
     }
 
-    // Every queue is quiet.
+    // Every queue is quiet. A block that finished just now may have asked
+    // for a call earlier than `next`: look again before moving time.
+    if (timers.generation() != scheduleSeen) continue;
     if (pastDeadline) return goal.condition ? (*goal.condition)() : false;
-    std::optional<Date> next = timers.nextDueDate();
     if (next && *next <= now) continue;  // due: the next pass fires it
     bool nextWithinDeadline = next && (!goal.deadline || *next <= *goal.deadline);
     if (goal.endWhenIdle && !nextWithinDeadline) return false;

@@ -3,6 +3,7 @@
 #include "platform/timer_scheduler.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -24,7 +25,7 @@ struct DelayedCall::State {
   std::mutex mutex;
   Phase phase = kWaiting;
   Block block;
-  std::uint64_t id = 0;
+  std::uint64_t id = 0;  // its place in the schedule; 0 when posted at once
 
   // Takes the block to run it, unless the call was cancelled.
   Block start() {
@@ -92,8 +93,9 @@ struct TimerScheduler::State {
   std::mutex mutex;
   std::condition_variable changed;
   std::map<Key, Entry> entries;
-  std::uint64_t nextSequence = 0;
+  std::uint64_t nextSequence = 1;  // 0: a call that never entered the schedule
   bool threadStarted = false;
+  std::atomic<std::uint64_t> generation{0};
 
   // Whether `e` may fire on `clock`; false and `dead` for a call whose
   // simulated clock is gone.
@@ -203,6 +205,7 @@ DelayedCall TimerScheduler::schedule(double seconds, Poster post, Block block, b
   {
     std::lock_guard lock(state_->mutex);
     call->id = state_->nextSequence++;
+    state_->generation.fetch_add(1, std::memory_order_acq_rel);
     state_->entries.emplace(Key{due, call->id}, std::move(e));
     if (!clock->isSimulated()) state_->startThread(state_);
   }
@@ -276,7 +279,10 @@ void TimerScheduler::cancelAll() {
   for (auto& [key, e] : dropped) abandon(e.call);
 }
 
+std::uint64_t TimerScheduler::generation() const { return state_->generation.load(std::memory_order_acquire); }
+
 bool TimerScheduler::remove(std::uint64_t id) {
+  if (id == 0) return false;
   Entry removed;
   {
     std::lock_guard lock(state_->mutex);
@@ -285,6 +291,7 @@ bool TimerScheduler::remove(std::uint64_t id) {
     if (it == state_->entries.end()) return false;
     removed = std::move(it->second);
     state_->entries.erase(it);
+    state_->generation.fetch_add(1, std::memory_order_acq_rel);
   }
   return true;
 }

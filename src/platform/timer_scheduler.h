@@ -51,6 +51,9 @@ class TimerScheduler {
   std::optional<Date> nextDueDate(bool mainQueueOnly = false);
   // Calls waiting on the current clock.
   int pendingCount();
+  // Grows with every schedule() and remove(): a loop that read nextDueDate() can tell
+  // whether a call arrived since.
+  std::uint64_t generation() const;
   // Drops every waiting call (a test that wants a clean slate).
   void cancelAll();
   // Removes one waiting call; false if it was no longer waiting here.
