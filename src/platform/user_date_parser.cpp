@@ -5,7 +5,9 @@
 
 #include <array>
 #include <cctype>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "platform/date_formatter.h"
 
@@ -77,13 +79,38 @@ std::string plainSpaces(std::string_view s) {
 std::optional<Date> parseWithPattern(const std::string& text, const std::string& pattern, const Calendar& calendar,
                                      const Calendar& gmtCalendar) {
   if (pattern.empty()) return std::nullopt;
-  DateFormatter formatter(plainSpaces(pattern));
+  DateFormatter formatter(pattern);
   formatter.setLocale(calendar.localeIdentifier());
   formatter.setTimeZone(TimeZone::gmt());
   const auto instant = formatter.dateFromString(text);
   if (!instant) return std::nullopt;
   const DateComponents fields = gmtCalendar.components(CalendarUnit::kEra | kYearToSecond, *instant);
   return calendar.dateFromComponents(fields);
+}
+
+// The patterns tried, in order, for a locale. ICU's locale data never
+// changes while we run, so each thread keeps the list per locale.
+const std::vector<std::string>& localePatterns(const std::string& locale) {
+  thread_local std::map<std::string, std::vector<std::string>> cache;
+  auto it = cache.find(locale);
+  if (it != cache.end()) return it->second;
+  using Style = DateFormatter::Style;
+  static constexpr std::array<std::pair<Style, Style>, 8> kForms = {{
+      {Style::kShort, Style::kNone},
+      {Style::kMedium, Style::kNone},
+      {Style::kShort, Style::kShort},
+      {Style::kShort, Style::kMedium},
+      {Style::kMedium, Style::kShort},
+      {Style::kMedium, Style::kMedium},
+      {Style::kLong, Style::kNone},
+      {Style::kLong, Style::kShort},
+  }};
+  std::vector<std::string> patterns;
+  for (const auto& [dateStyle, timeStyle] : kForms) {
+    std::string pattern = plainSpaces(DateFormatter::patternForStyles(dateStyle, timeStyle, locale));
+    if (!pattern.empty()) patterns.push_back(std::move(pattern));
+  }
+  return cache.emplace(locale, std::move(patterns)).first->second;
 }
 
 }  // namespace
@@ -154,22 +181,12 @@ std::optional<Date> parseIsoUserDate(std::string_view text, const Calendar& cale
 std::optional<Date> parseUserDate(std::string_view text, const Calendar& calendar) {
   if (auto iso = parseIsoUserDate(text, calendar)) return iso;
   const std::string input = plainSpaces(trim(text));
-  if (input.empty()) return std::nullopt;
+  // Every short, medium and long form writes the day and year in digits, so
+  // a text without any is refused before the costly locale patterns.
+  if (input.find_first_of("0123456789") == std::string::npos) return std::nullopt;
   Calendar gmtCalendar = calendar;
   gmtCalendar.setTimeZone(TimeZone::gmt());
-  using Style = DateFormatter::Style;
-  static constexpr std::array<std::pair<Style, Style>, 8> kForms = {{
-      {Style::kShort, Style::kNone},
-      {Style::kMedium, Style::kNone},
-      {Style::kShort, Style::kShort},
-      {Style::kShort, Style::kMedium},
-      {Style::kMedium, Style::kShort},
-      {Style::kMedium, Style::kMedium},
-      {Style::kLong, Style::kNone},
-      {Style::kLong, Style::kShort},
-  }};
-  for (const auto& [dateStyle, timeStyle] : kForms) {
-    const std::string pattern = DateFormatter::patternForStyles(dateStyle, timeStyle, calendar.localeIdentifier());
+  for (const std::string& pattern : localePatterns(calendar.localeIdentifier())) {
     if (auto date = parseWithPattern(input, pattern, calendar, gmtCalendar)) return date;
   }
   return std::nullopt;
