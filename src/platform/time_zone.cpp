@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
+#include <mutex>
 
 #include "platform/icu_support.h"
 
@@ -144,11 +146,22 @@ std::shared_ptr<const icu::TimeZone> zoneFromPosixRule(const std::string& s) {
   return zone;
 }
 
+// Zones by name. The rules behind a name don't change while we run, so the
+// ICU objects (immutable once made, safe to share) are kept; which name is
+// the user's is still read from TZ at every call.
 std::shared_ptr<const icu::TimeZone> zoneNamed(const std::string& name) {
   if (name.empty()) return nullptr;
+  static std::mutex mutex;
+  static std::map<std::string, std::shared_ptr<const icu::TimeZone>> known;
+  std::lock_guard<std::mutex> lock(mutex);
+  if (auto it = known.find(name); it != known.end()) return it->second;
   std::unique_ptr<icu::TimeZone> zone(icu::TimeZone::createTimeZone(toUnicode(name)));
+  // Only real zones are kept, so that names from outside data cannot grow
+  // the map beyond the few hundred zones there are.
   if (!zone || *zone == icu::TimeZone::getUnknown()) return nullptr;
-  return std::shared_ptr<const icu::TimeZone>(std::move(zone));
+  std::shared_ptr<const icu::TimeZone> result(std::move(zone));
+  known.emplace(name, result);
+  return result;
 }
 
 // "/usr/share/zoneinfo/Europe/Berlin" -> "Europe/Berlin".
