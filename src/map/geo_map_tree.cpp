@@ -4,12 +4,14 @@
 #include "map/geo_map_tree.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <new>
 #include <unordered_set>
 
 namespace lumeo {
 namespace {
 
-constexpr std::size_t kNodesPerPointBlock = 256;
+constexpr std::size_t kSlotsPerBlock = 1024;
 
 // Longitude of a map x without wrapping, so that the east edge of the world
 // reads 180 and not -180.
@@ -66,28 +68,47 @@ GeoMapTreeBoundingBox GeoMapTreeBoundingBoxForMapRect(MapRect rect) {
 }
 
 GeoMapTree::GeoMapTree(GeoMapTreeBoundingBox bounds, std::size_t nodeCapacity)
-    : nodeCapacity_(nodeCapacity == 0 ? 1 : nodeCapacity), root_(makeNode(bounds)) {}
+    : nodeCapacity_(nodeCapacity == 0 ? 1 : nodeCapacity),
+      slotSize_((sizeof(GeoMapTreeNode) + nodeCapacity_ * sizeof(GeoMapTreeNodeData) + 63) / 64 * 64),
+      root_(makeNodes(1)) {
+  root_->boundingBox = bounds;
+}
 
-GeoMapTreeNode* GeoMapTree::makeNode(const GeoMapTreeBoundingBox& box) {
-  if (pointsLeftInBlock_ == 0) {
-    pointBlocks_.emplace_back(new GeoMapTreeNodeData[kNodesPerPointBlock * nodeCapacity_]);
-    pointsLeftInBlock_ = kNodesPerPointBlock;
+GeoMapTreeNode* GeoMapTree::makeNodes(std::size_t count) {
+  if (slotsLeftInBlock_ < count) {
+    // 64-byte slots from a 64-byte aligned block keep nodes on line starts.
+    blocks_.emplace_back(
+        static_cast<std::byte*>(::operator new[](kSlotsPerBlock * slotSize_, std::align_val_t{64})));
+    slotsLeftInBlock_ = kSlotsPerBlock;
   }
-  GeoMapTreeNode& node = nodes_.emplace_back();
-  node.boundingBox = box;
-  node.points = pointBlocks_.back().get() + (kNodesPerPointBlock - pointsLeftInBlock_) * nodeCapacity_;
-  --pointsLeftInBlock_;
-  return &node;
+  std::byte* first = blocks_.back().get() + (kSlotsPerBlock - slotsLeftInBlock_) * slotSize_;
+  slotsLeftInBlock_ -= count;
+  GeoMapTreeNode* firstNode = nullptr;
+  for (std::size_t i = 0; i < count; ++i) {
+    std::byte* slot = first + i * slotSize_;
+    auto* node = new (slot) GeoMapTreeNode();
+    node->points = reinterpret_cast<GeoMapTreeNodeData*>(slot + sizeof(GeoMapTreeNode));
+    if (i == 0) firstNode = node;
+  }
+  return firstNode;
 }
 
 void GeoMapTree::subdivide(GeoMapTreeNode* node) {
   const GeoMapTreeBoundingBox box = node->boundingBox;
   double xMid = (box.x0 + box.xf) / 2;
   double yMid = (box.y0 + box.yf) / 2;
-  node->northWest = makeNode({box.x0, box.y0, xMid, yMid});
-  node->northEast = makeNode({xMid, box.y0, box.xf, yMid});
-  node->southWest = makeNode({box.x0, yMid, xMid, box.yf});
-  node->southEast = makeNode({xMid, yMid, box.xf, box.yf});
+  GeoMapTreeNode* first = makeNodes(4);
+  auto nodeAt = [&](std::size_t i) {
+    return reinterpret_cast<GeoMapTreeNode*>(reinterpret_cast<std::byte*>(first) + i * slotSize_);
+  };
+  node->northWest = nodeAt(0);
+  node->northEast = nodeAt(1);
+  node->southWest = nodeAt(2);
+  node->southEast = nodeAt(3);
+  node->northWest->boundingBox = {box.x0, box.y0, xMid, yMid};
+  node->northEast->boundingBox = {xMid, box.y0, box.xf, yMid};
+  node->southWest->boundingBox = {box.x0, yMid, xMid, box.yf};
+  node->southEast->boundingBox = {xMid, yMid, box.xf, box.yf};
 }
 
 bool GeoMapTree::insert(const GeoMapTreeNodeData& data) {
@@ -102,18 +123,17 @@ bool GeoMapTree::insert(const GeoMapTreeNodeData& data) {
       return true;
     }
     if (!node->northWest) subdivide(node);
-    // The children tile the parent with shared, inclusive edges, so one of
-    // them always takes the point; the first in order wins on an edge.
-    GeoMapTreeNode* children[] = {node->northWest, node->northEast, node->southWest, node->southEast};
-    GeoMapTreeNode* next = nullptr;
-    for (GeoMapTreeNode* child : children) {
-      if (child->boundingBox.containsPoint(data.x, data.y)) {
-        next = child;
-        break;
-      }
+    // The children tile the parent with shared, inclusive edges; on an edge
+    // the first in order (north-west, north-east, south-west, south-east)
+    // takes the point. Deciding from the parent's middle saves reading the
+    // children's boxes.
+    const GeoMapTreeBoundingBox& box = node->boundingBox;
+    bool low = data.x <= (box.x0 + box.xf) / 2;
+    if (data.y <= (box.y0 + box.yf) / 2) {
+      node = low ? node->northWest : node->northEast;
+    } else {
+      node = low ? node->southWest : node->southEast;
     }
-    if (!next) return false;  // only for NaN, which no box contains
-    node = next;
   }
 }
 

@@ -6,9 +6,9 @@
 #pragma once
 
 #include <cstddef>
-#include <deque>
 #include <functional>
 #include <memory>
+#include <new>
 #include <optional>
 #include <shared_mutex>
 #include <unordered_map>
@@ -131,15 +131,20 @@ class GeoMapTree {
     double y;
   };
 
-  GeoMapTreeNode* makeNode(const GeoMapTreeBoundingBox& box);
+  // Nodes come four at a time (a node's children), each followed by its
+  // points in the same block, so that a walk touches few cache lines.
+  GeoMapTreeNode* makeNodes(std::size_t count);
   void subdivide(GeoMapTreeNode* node);
   bool insert(const GeoMapTreeNodeData& data);
   bool remove(double x, double y, MapAnnotation* annotation);
 
   std::size_t nodeCapacity_;
-  std::deque<GeoMapTreeNode> nodes_;
-  std::vector<std::unique_ptr<GeoMapTreeNodeData[]>> pointBlocks_;
-  std::size_t pointsLeftInBlock_ = 0;
+  std::size_t slotSize_;  // bytes of one node and its points
+  struct AlignedBlockDelete {
+    void operator()(std::byte* block) const { ::operator delete[](block, std::align_val_t{64}); }
+  };
+  std::vector<std::unique_ptr<std::byte[], AlignedBlockDelete>> blocks_;
+  std::size_t slotsLeftInBlock_ = 0;
   GeoMapTreeNode* root_;
   std::unordered_map<const MapAnnotation*, Entry> entries_;  // the tree's annotation set
   mutable std::shared_mutex mutex_;
