@@ -19,12 +19,16 @@ namespace {
 
 constexpr long kBlock = 4096;
 
-// Per start index k: the 10 products of the four weights (upper triangle of
-// the 4 x 4 block) and the 4 weighted values. Aᵀ1 and the sum of y need no
-// sums of their own: the four weights of a sample always add up to 6, so
-// Aᵀ1 = AᵀA·1 / 6 and Σ(y - shift) = Σ_j Aᵀ(y - shift)_j / 6.
-constexpr int kGatherWidth = 14;
-constexpr int kPair[4][4] = {{0, 1, 2, 3}, {1, 4, 5, 6}, {2, 5, 7, 8}, {3, 6, 8, 9}};
+// Per start index k: the 4 x 4 block of products of the four weights (by
+// rows, so that a sample on the scalar path adds four rows of four), then the
+// 4 weighted values. Aᵀ1 and the sum of y need no sums of their own: the four
+// weights of a sample always add up to 6, so Aᵀ1 = AᵀA·1 / 6 and
+// Σ(y - shift) = Σ_j Aᵀ(y - shift)_j / 6.
+constexpr int kGatherWidth = 20;
+constexpr int kValues = 16;
+// The vector path keeps only the upper triangle: accumulator e holds the
+// products of weights kUpper[e][0] and kUpper[e][1].
+constexpr int kUpper[10][2] = {{0, 0}, {0, 1}, {0, 2}, {0, 3}, {1, 1}, {1, 2}, {1, 3}, {2, 2}, {2, 3}, {3, 3}};
 
 inline long wrap(long j, long n) { return j < 0 ? j + n : j; }
 
@@ -151,15 +155,24 @@ LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, lon
   decltype(V{} < 0.0) stray = {};
   const double period = static_cast<double>(n);
   // Flushes are fully unrolled, so that the sums can stay in registers.
-  V acc[kGatherWidth] = {};
+  V acc[14] = {};
   long current = -1;
   auto flush = [&]() {
     if (current < 0) return;
     double* target = local + current * kGatherWidth;
-#pragma GCC unroll 16
-    for (int e = 0; e < kGatherWidth; ++e) {
-      target[e] += sum(acc[e]);
+#pragma GCC unroll 10
+    for (int e = 0; e < 10; ++e) {
+      const double total = sum(acc[e]);
+      const int a = kUpper[e][0];
+      const int b = kUpper[e][1];
+      target[a * 4 + b] += total;
+      if (a != b) target[b * 4 + a] += total;
       acc[e] = V{};
+    }
+#pragma GCC unroll 4
+    for (int a = 0; a < 4; ++a) {
+      target[kValues + a] += sum(acc[10 + a]);
+      acc[10 + a] = V{};
     }
   };
 
@@ -195,13 +208,19 @@ LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, lon
     }
     const long stop = std::min(count, i + kGroup);
     for (; i < stop; ++i) {
+      // One sample: its four weights as one vector, added as four rows and
+      // the weighted value.
       double w[4];
       if (!basisAt(x[i], n, period, k, w)) return false;
+      v4d weight;
+      std::memcpy(&weight, w, sizeof weight);
       double* target = local + k * kGatherWidth;
-      const double v = y[i] - shift;
-      for (int a = 0; a < 4; ++a) {
-        for (int b = a; b < 4; ++b) target[kPair[a][b]] += w[a] * w[b];
-        target[10 + a] += v * w[a];
+#pragma GCC unroll 5
+      for (int a = 0; a < 5; ++a) {
+        v4d row;
+        std::memcpy(&row, target + 4 * a, sizeof row);
+        row += (a < 4 ? w[a] : y[i] - shift) * weight;
+        std::memcpy(target + 4 * a, &row, sizeof row);
       }
     }
   }
@@ -270,7 +289,12 @@ LUMEO_INLINE void residualKernel(const double* x, const double* y, long count, l
       const double* cw = window + k * 4;
       const double curve = offset + (cw[3] * w[3] + cw[2] * w[2] + cw[1] * w[1] + cw[0] * w[0]);
       const double r = std::fabs(y[i] - curve);
-      for (int a = 0; a < 4; ++a) local[k * 4 + a] += r * w[a];
+      v4d weight;
+      std::memcpy(&weight, w, sizeof weight);
+      v4d row;
+      std::memcpy(&row, local + k * 4, sizeof row);
+      row += r * weight;
+      std::memcpy(local + k * 4, &row, sizeof row);
     }
   }
   flush();
@@ -363,8 +387,8 @@ DesignSums sumDesign(long m, const double* x, const double* y, long n, double sh
     const double* acc = total.data() + k * kGatherWidth;
     for (int a = 0; a < 4; ++a) {
       const long ja = wrap(k - a, n);
-      for (int b = 0; b < 4; ++b) sums.gram[static_cast<size_t>(ja * n + wrap(k - b, n))] += acc[kPair[a][b]];
-      sums.shiftedB[static_cast<size_t>(ja)] += acc[10 + a];
+      for (int b = 0; b < 4; ++b) sums.gram[static_cast<size_t>(ja * n + wrap(k - b, n))] += acc[a * 4 + b];
+      sums.shiftedB[static_cast<size_t>(ja)] += acc[kValues + a];
     }
   }
   double shiftedTotal = 0.0;
