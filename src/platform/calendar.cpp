@@ -36,7 +36,7 @@ std::optional<int> firstWeekdayOverride() {
 
 std::unique_ptr<icu::Calendar> makeIcuCalendar(const std::string& localeId, const TimeZone& zone,
                                                bool gregorian) {
-  const icu::Locale locale = icu::Locale::createFromName(localeId.c_str());
+  const icu::Locale locale = icuDateLocale(localeId);
   UErrorCode status = U_ZERO_ERROR;
   std::unique_ptr<icu::Calendar> calendar;
   if (gregorian) {
@@ -69,7 +69,7 @@ bool isWeekUnit(CalendarUnit unit) {
 std::vector<std::string> symbols(const icu::Calendar& calendar, const std::string& localeId, bool weekdays,
                                  icu::DateFormatSymbols::DtWidthType width) {
   UErrorCode status = U_ZERO_ERROR;
-  icu::DateFormatSymbols dfs(icu::Locale::createFromName(localeId.c_str()), calendar.getType(), status);
+  icu::DateFormatSymbols dfs(icuDateLocale(localeId), calendar.getType(), status);
   std::vector<std::string> out;
   if (U_FAILURE(status)) return out;
   int32_t count = 0;

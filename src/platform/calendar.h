@@ -47,17 +47,17 @@ class Calendar {
   // locale gets it wrong; values outside 1..7 are ignored.
   static constexpr const char* kFirstWeekdayVariable = "LUMEO_FIRST_WEEKDAY";
 
-  // The user's calendar now: the locale's calendar system (Gregorian for
-  // almost all; a locale keyword such as "@calendar=japanese" chooses
-  // another) in the locale from userLocaleIdentifier(), the zone
+  // The user's calendar now: Gregorian unless the locale asks for another
+  // with a keyword ("th_TH@calendar=buddhist"), in the locale from
+  // userLocaleIdentifier(), the zone
   // TimeZone::current(), and the locale's first weekday unless
   // LUMEO_FIRST_WEEKDAY says otherwise. Nothing is cached: a change of TZ,
   // LANG or LUMEO_FIRST_WEEKDAY shows in the next call.
   static Calendar current();
   // The Gregorian calendar with the user's locale, zone and first weekday.
   static Calendar gregorian();
-  // A calendar for a given ICU locale (its calendar system and first weekday)
-  // and zone. LUMEO_FIRST_WEEKDAY does not apply.
+  // A calendar for a given ICU locale (its first weekday, and its calendar
+  // keyword if it has one) and zone. LUMEO_FIRST_WEEKDAY does not apply.
   Calendar(const std::string& localeIdentifier, const TimeZone& timeZone);
 
   Calendar(const Calendar& other);

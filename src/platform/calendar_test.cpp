@@ -87,9 +87,16 @@ TEST(CalendarCurrentTest, FollowsEnvironmentAtEveryCall) {
   EXPECT_EQ(Calendar::current().component(CalendarUnit::kDay, instant), 1);
   EXPECT_EQ(Calendar::gregorian().timeZone().identifier(), "Asia/Tokyo");
 
+  // Thai dates are Gregorian as in the C library, unless asked otherwise.
   env.set("LANG", "th_TH.UTF-8");
+  EXPECT_EQ(Calendar::current().identifier(), "gregorian");
+  EXPECT_EQ(Calendar::current().component(CalendarUnit::kYear, instant), 2026);
+  env.set("LANG", "th_TH.UTF-8@calendar=buddhist");
   EXPECT_EQ(Calendar::current().identifier(), "buddhist");
+  EXPECT_EQ(Calendar::current().component(CalendarUnit::kYear, instant), 2569);
   EXPECT_EQ(Calendar::gregorian().identifier(), "gregorian");
+  env.set("LANG", "fa_IR.UTF-8");
+  EXPECT_EQ(Calendar::current().identifier(), "gregorian");
 }
 
 TEST(CalendarComponentsTest, ReadsEveryField) {

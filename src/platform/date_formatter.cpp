@@ -89,7 +89,7 @@ void DateFormatter::setTimeZone(const TimeZone& zone) {
 
 icu::DateFormat* DateFormatter::formatter() const {
   if (formatter_) return formatter_.get();
-  const icu::Locale locale = icu::Locale::createFromName(locale_.c_str());
+  const icu::Locale locale = icuDateLocale(locale_);
   UErrorCode status = U_ZERO_ERROR;
   std::unique_ptr<icu::DateFormat> made;
   if (!pattern_.empty()) {
@@ -145,7 +145,7 @@ std::string DateFormatter::localizedStringFromDate(Date date, Style dateStyle, S
 
 std::string DateFormatter::patternForStyles(Style dateStyle, Style timeStyle, const std::string& localeIdentifier) {
   if (dateStyle == Style::kNone && timeStyle == Style::kNone) return {};
-  const icu::Locale locale = icu::Locale::createFromName(icuLocaleFromPosix(localeIdentifier).c_str());
+  const icu::Locale locale = icuDateLocale(icuLocaleFromPosix(localeIdentifier));
   std::unique_ptr<icu::DateFormat> format(
       icu::DateFormat::createDateTimeInstance(icuStyle(dateStyle, false), icuStyle(timeStyle, false), locale));
   auto* simple = dynamic_cast<icu::SimpleDateFormat*>(format.get());
@@ -157,7 +157,7 @@ std::string DateFormatter::patternForStyles(Style dateStyle, Style timeStyle, co
 
 std::string DateFormatter::dateFormatFromTemplate(const std::string& skeleton, const std::string& localeIdentifier) {
   UErrorCode status = U_ZERO_ERROR;
-  const icu::Locale locale = icu::Locale::createFromName(icuLocaleFromPosix(localeIdentifier).c_str());
+  const icu::Locale locale = icuDateLocale(icuLocaleFromPosix(localeIdentifier));
   std::unique_ptr<icu::DateTimePatternGenerator> generator(
       icu::DateTimePatternGenerator::createInstance(locale, status));
   if (U_FAILURE(status)) return {};

@@ -37,6 +37,8 @@ TEST(DateFormatterTest, PatternsInLocaleAndZone) {
       {"EE", "de_DE", "UTC", "Sa."},
       {"HH", "en_US", "America/Sao_Paulo", "14"},
       {"yyyy-MM-dd HH:mm:ss", "en_US", "GMT", "2026-11-28 17:30:05"},
+      {"yyyy", "th_TH", "UTC", "2026"},
+      {"yyyy", "th_TH@calendar=buddhist", "UTC", "2569"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(formatter(c.pattern, c.locale, c.zone).stringFromDate(kEvening), c.text) << c.pattern;

@@ -13,4 +13,16 @@ std::string fromUnicode(const icu::UnicodeString& text) {
   return out;
 }
 
+icu::Locale icuDateLocale(const std::string& identifier) {
+  icu::Locale locale = icu::Locale::createFromName(identifier.c_str());
+  UErrorCode status = U_ZERO_ERROR;
+  char calendar[64] = {0};
+  const int32_t length = locale.getKeywordValue("calendar", calendar, sizeof calendar, status);
+  if (U_FAILURE(status) || length == 0) {
+    status = U_ZERO_ERROR;
+    locale.setKeywordValue("calendar", "gregorian", status);
+  }
+  return locale;
+}
+
 }  // namespace lumeo

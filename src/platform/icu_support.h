@@ -3,6 +3,7 @@
 // failing, so a bad byte in user text never loses the rest of it.
 #pragma once
 
+#include <unicode/locid.h>
 #include <unicode/unistr.h>
 
 #include <string>
@@ -12,5 +13,11 @@ namespace lumeo {
 
 icu::UnicodeString toUnicode(std::string_view utf8);
 std::string fromUnicode(const icu::UnicodeString& text);
+
+// The ICU locale for dates: the named one, in the Gregorian calendar unless
+// the name asks for another ("th_TH@calendar=buddhist"). Linux has no
+// setting for the calendar system apart from the locale, and its C library
+// writes Gregorian dates in every locale, so Lumeo does too.
+icu::Locale icuDateLocale(const std::string& identifier);
 
 }  // namespace lumeo
