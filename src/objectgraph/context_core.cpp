@@ -112,7 +112,7 @@ ManagedObjectPtr ContextCore::objectForID(const ManagedObjectID& rawID) {
 ManagedObjectPtr ContextCore::objectFromSnapshot(RowSnapshot&& row) {
   if (auto o = registeredObject(row.id)) {
     if (o->state_->fault) {
-      o->state_->fillFromSnapshot(row);
+      o->state_->fillFromSnapshot(std::move(row));
       o->awakeFromFetch();
     }
     return o;
@@ -123,7 +123,7 @@ ManagedObjectPtr ContextCore::objectFromSnapshot(RowSnapshot&& row) {
   s.id = row.id;
   s.core = this;
   s.context = &owner_;
-  s.fillFromSnapshot(row);
+  s.fillFromSnapshot(std::move(row));
   registerObject(o);
   o->awakeFromFetch();
   return o;
@@ -186,7 +186,7 @@ bool ContextCore::fireFault(ManagedObject& object) const {
   RowSnapshot row;
   OptionalError error;
   if (!loadSnapshot(s.id, row, error)) return false;
-  s.fillFromSnapshot(row);
+  s.fillFromSnapshot(std::move(row));
   object.awakeFromFetch();
   return true;
 }
@@ -259,8 +259,8 @@ void ContextCore::setToOne(ManagedObject& object, const RelationshipDescription&
   ObjectState& s = *object.state_;
   if (s.fault && !fireFault(object)) return;
   const ManagedObjectID old = resolveID(s.toOne[r.slot()]);
+  s.noteToOneChange(r.slot());
   s.toOne[r.slot()] = target;
-  s.toOneChanged[r.slot()] = 1;
   markChanged(s);
   if (old == target || !maintainInverse) return;
   const RelationshipDescription* inv = r.inverseRelationship();

@@ -13,10 +13,10 @@ namespace {
 
 bool columnsChanged(const ObjectState& s) {
   for (std::size_t i = 0; i < s.attributes.size(); ++i) {
-    if (s.attributeChanged[i] && !(s.attributes[i] == s.committedAttributes[i])) return true;
+    if (s.attributeWasChanged(i) && !(s.attributes[i] == s.committedAttribute(i))) return true;
   }
   for (std::size_t i = 0; i < s.toOne.size(); ++i) {
-    if (s.toOneChanged[i] && s.toOne[i] != s.committedToOne[i]) return true;
+    if (s.toOneWasChanged(i) && s.toOne[i] != s.committedToOneAt(i)) return true;
   }
   return false;
 }
@@ -337,14 +337,14 @@ OptionalError ContextCore::saveToParent(std::vector<ManagedObjectPtr>& tracked) 
       continue;
     }
     for (std::size_t i = 0; i < s.attributes.size(); ++i) {
-      if (!s.attributeChanged[i]) continue;
+      if (!s.attributeWasChanged(i)) continue;
+      p.noteAttributeChange(i);
       p.attributes[i] = s.attributes[i];
-      p.attributeChanged[i] = 1;
     }
     for (std::size_t i = 0; i < s.toOne.size(); ++i) {
-      if (!s.toOneChanged[i]) continue;
+      if (!s.toOneWasChanged(i)) continue;
+      p.noteToOneChange(i);
       p.toOne[i] = s.toOne[i];
-      p.toOneChanged[i] = 1;
     }
     for (const RelationshipDescription* r : s.entity->toManyRelationships()) {
       const ToManyState& tm = s.toMany[r->slot()];
@@ -404,21 +404,21 @@ void ContextCore::refresh(ManagedObject& object, bool mergeChanges) {
   }
   std::vector<std::pair<std::size_t, Value>> attributes;
   for (std::size_t i = 0; i < s.attributes.size(); ++i) {
-    if (s.attributeChanged[i]) attributes.emplace_back(i, s.attributes[i]);
+    if (s.attributeWasChanged(i)) attributes.emplace_back(i, s.attributes[i]);
   }
   std::vector<std::pair<std::size_t, ManagedObjectID>> toOnes;
   for (std::size_t i = 0; i < s.toOne.size(); ++i) {
-    if (s.toOneChanged[i]) toOnes.emplace_back(i, s.toOne[i]);
+    if (s.toOneWasChanged(i)) toOnes.emplace_back(i, s.toOne[i]);
   }
   std::vector<ToManyState> toManys = s.toMany;
-  s.fillFromSnapshot(row);
+  s.fillFromSnapshot(std::move(row));
   for (auto& [i, v] : attributes) {
+    s.noteAttributeChange(i);
     s.attributes[i] = v;
-    s.attributeChanged[i] = 1;
   }
   for (auto& [i, id] : toOnes) {
+    s.noteToOneChange(i);
     s.toOne[i] = id;
-    s.toOneChanged[i] = 1;
   }
   for (std::size_t i = 0; i < toManys.size() && i < s.toMany.size(); ++i) {
     if (!toManys[i].changed()) continue;
@@ -462,10 +462,12 @@ void ContextCore::rollback() {
     s.updated = false;
     s.deleted = false;
     if (s.fault) continue;
-    s.attributes = s.committedAttributes;
-    std::fill(s.attributeChanged.begin(), s.attributeChanged.end(), 0);
-    s.toOne = s.committedToOne;
-    std::fill(s.toOneChanged.begin(), s.toOneChanged.end(), 0);
+    if (!s.committedAttributes.empty()) s.attributes = s.committedAttributes;
+    s.committedAttributes.clear();
+    s.attributeChanged.clear();
+    if (!s.committedToOne.empty()) s.toOne = s.committedToOne;
+    s.committedToOne.clear();
+    s.toOneChanged.clear();
     for (auto& tm : s.toMany) {
       if (tm.loaded) tm.current = tm.committed;
       tm.added.clear();

@@ -77,14 +77,14 @@ void ObjectState::resetToFault() {
   toMany.clear();
 }
 
-void ObjectState::fillFromSnapshot(const RowSnapshot& row) {
+void ObjectState::fillFromSnapshot(RowSnapshot&& row) {
   if (row.entity && row.entity->isKindOfEntity(*entity)) entity = row.entity;
-  attributes = row.attributes;
-  committedAttributes = row.attributes;
-  attributeChanged.assign(attributes.size(), 0);
-  toOne = row.toOne;
-  committedToOne = row.toOne;
-  toOneChanged.assign(toOne.size(), 0);
+  attributes = std::move(row.attributes);
+  committedAttributes.clear();
+  attributeChanged.clear();
+  toOne = std::move(row.toOne);
+  committedToOne.clear();
+  toOneChanged.clear();
   toMany.clear();
   toMany.resize(entity->toManyRelationships().size());
   version = row.version;
@@ -97,10 +97,10 @@ void ObjectState::prepareEmpty(const EntityDescription& e) {
   attributes.resize(attrs.size());
   for (std::size_t i = 0; i < attrs.size(); ++i) attributes[i] = attrs[i]->coerce(attrs[i]->defaultValue());
   committedAttributes.assign(attrs.size(), Value());
-  attributeChanged.assign(attrs.size(), 0);
+  attributeChanged.clear();
   toOne.assign(e.toOneRelationships().size(), ManagedObjectID());
   committedToOne = toOne;
-  toOneChanged.assign(toOne.size(), 0);
+  toOneChanged.clear();
   toMany.clear();
   toMany.resize(e.toManyRelationships().size());
   for (auto& tm : toMany) tm.loaded = true;
@@ -108,10 +108,10 @@ void ObjectState::prepareEmpty(const EntityDescription& e) {
 }
 
 void ObjectState::commit() {
-  committedAttributes = attributes;
-  std::fill(attributeChanged.begin(), attributeChanged.end(), 0);
-  committedToOne = toOne;
-  std::fill(toOneChanged.begin(), toOneChanged.end(), 0);
+  committedAttributes.clear();
+  attributeChanged.clear();
+  committedToOne.clear();
+  toOneChanged.clear();
   for (auto& tm : toMany) {
     if (tm.loaded) tm.committed = tm.current;
     tm.added.clear();
@@ -199,8 +199,8 @@ void ManagedObject::setValueForKey(std::string_view key, const Value& value) {
   if (!state_->core) throw std::logic_error("cannot change an object that has no context");
   if (state_->fault) state_->core->fireFault(*this);
   if (state_->fault) return;  // the row is gone
+  state_->noteAttributeChange(a.slot());
   state_->attributes[a.slot()] = std::move(coerced);
-  state_->attributeChanged[a.slot()] = 1;
   state_->core->markChanged(*state_);
 }
 
@@ -346,11 +346,11 @@ std::vector<std::string> ManagedObject::changedPropertyNames() const {
   if (s.fault) return names;
   const auto& attrs = s.entity->attributes();
   for (std::size_t i = 0; i < attrs.size(); ++i) {
-    if (s.attributeChanged[i] && !(s.attributes[i] == s.committedAttributes[i])) names.push_back(attrs[i]->name());
+    if (s.attributeWasChanged(i) && !(s.attributes[i] == s.committedAttribute(i))) names.push_back(attrs[i]->name());
   }
   const auto& toOnes = s.entity->toOneRelationships();
   for (std::size_t i = 0; i < toOnes.size(); ++i) {
-    if (s.toOneChanged[i] && s.toOne[i] != s.committedToOne[i]) names.push_back(toOnes[i]->name());
+    if (s.toOneWasChanged(i) && s.toOne[i] != s.committedToOneAt(i)) names.push_back(toOnes[i]->name());
   }
   const auto& toManys = s.entity->toManyRelationships();
   for (std::size_t i = 0; i < toManys.size(); ++i) {
@@ -384,7 +384,7 @@ Value::Dictionary ManagedObject::committedValuesForKeys(const std::vector<std::s
     if (p->isAttribute()) {
       Guard g(*state_);
       if (state_->fault && state_->core) state_->core->fireFault(const_cast<ManagedObject&>(*this));
-      if (!state_->fault) out[name] = state_->committedAttributes[p->slot()];
+      if (!state_->fault) out[name] = state_->committedAttribute(p->slot());
     } else if (!static_cast<const RelationshipDescription*>(p)->isToMany()) {
       auto id = committedObjectIDForKey(name);
       out[name] = id ? Value(uriOf(*id)) : Value();
@@ -401,7 +401,7 @@ std::optional<ManagedObjectID> ManagedObject::committedObjectIDForKey(std::strin
   if (state_->fault && (!state_->core || !state_->core->fireFault(const_cast<ManagedObject&>(*this)))) {
     return std::nullopt;
   }
-  const ManagedObjectID& id = state_->committedToOne[r.slot()];
+  const ManagedObjectID& id = state_->committedToOneAt(r.slot());
   if (!id) return std::nullopt;
   return state_->core ? state_->core->resolveID(id) : id;
 }

@@ -111,7 +111,7 @@ std::vector<std::string> EntityDescription::propertyNames() const {
 }
 
 const PropertyDescription* EntityDescription::propertyNamed(std::string_view name) const {
-  auto it = byName_.find(std::string(name));
+  auto it = byName_.find(name);
   return it == byName_.end() ? nullptr : it->second;
 }
 
@@ -147,7 +147,7 @@ EntityDescription& ManagedObjectModel::addEntity(std::string name) {
 }
 
 const EntityDescription* ManagedObjectModel::entityNamed(std::string_view name) const {
-  auto it = byName_.find(std::string(name));
+  auto it = byName_.find(name);
   return it == byName_.end() ? nullptr : it->second;
 }
 

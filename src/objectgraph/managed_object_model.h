@@ -22,6 +22,14 @@ class ManagedObject;
 class EntityDescription;
 class ManagedObjectModel;
 
+// Lets name tables be searched with a string_view without making a string.
+struct NameHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view s) const { return std::hash<std::string_view>()(s); }
+};
+template <class T>
+using NameMap = std::unordered_map<std::string, T, NameHash, std::equal_to<>>;
+
 enum class AttributeType {
   kString,
   kInteger16,
@@ -204,7 +212,7 @@ class EntityDescription {
   std::vector<const RelationshipDescription*> allRelationships_;
   std::vector<const RelationshipDescription*> toOnes_;
   std::vector<const RelationshipDescription*> toManys_;
-  std::unordered_map<std::string, const PropertyDescription*> byName_;
+  NameMap<const PropertyDescription*> byName_;
   Value::Data versionHash_;
   int index_ = 0;
 };
@@ -239,7 +247,7 @@ class ManagedObjectModel {
  private:
   bool finalized_ = false;
   std::vector<std::unique_ptr<EntityDescription>> entities_;
-  std::unordered_map<std::string, EntityDescription*> byName_;
+  NameMap<EntityDescription*> byName_;
   Value::Dictionary userInfo_;
 };
 

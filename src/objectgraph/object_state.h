@@ -73,7 +73,7 @@ struct ObjectState {
   bool awake = false;    // awakeFromInsert/Fetch ran
 
   std::vector<Value> attributes;
-  std::vector<Value> committedAttributes;
+  std::vector<Value> committedAttributes;  // empty: as attributes
   std::vector<std::uint8_t> attributeChanged;
   std::vector<ManagedObjectID> toOne;
   std::vector<ManagedObjectID> committedToOne;
@@ -82,8 +82,30 @@ struct ObjectState {
   std::int64_t version = 0;
 
   bool hasChanges() const { return inserted || updated || deleted; }
+
+  // Committed values and change flags are kept only once something changes:
+  // an object that is only read never copies its row.
+  const Value& committedAttribute(std::size_t i) const {
+    return committedAttributes.empty() ? attributes[i] : committedAttributes[i];
+  }
+  bool attributeWasChanged(std::size_t i) const { return !attributeChanged.empty() && attributeChanged[i]; }
+  // Call before writing attributes[i].
+  void noteAttributeChange(std::size_t i) {
+    if (committedAttributes.empty()) committedAttributes = attributes;
+    if (attributeChanged.empty()) attributeChanged.assign(attributes.size(), 0);
+    attributeChanged[i] = 1;
+  }
+  const ManagedObjectID& committedToOneAt(std::size_t i) const {
+    return committedToOne.empty() ? toOne[i] : committedToOne[i];
+  }
+  bool toOneWasChanged(std::size_t i) const { return !toOneChanged.empty() && toOneChanged[i]; }
+  void noteToOneChange(std::size_t i) {
+    if (committedToOne.empty()) committedToOne = toOne;
+    if (toOneChanged.empty()) toOneChanged.assign(toOne.size(), 0);
+    toOneChanged[i] = 1;
+  }
   void resetToFault();
-  void fillFromSnapshot(const RowSnapshot& row);
+  void fillFromSnapshot(RowSnapshot&& row);
   void prepareEmpty(const EntityDescription& e);
   // Current values become the committed ones.
   void commit();

@@ -39,9 +39,10 @@ Value SQLiteStore::sqlValue(const Value& v) {
   }
 }
 
-void SQLiteStore::bind(sqlite3_stmt* s, int index, const Value& value) {
-  const Value v = sqlValue(value);
+void SQLiteStore::bind(sqlite3_stmt* s, int index, const Value& v) {
   switch (v.type()) {
+    case Value::Type::kBool: sqlite3_bind_int(s, index, v.toBool() ? 1 : 0); break;
+    case Value::Type::kDate: sqlite3_bind_double(s, index, v.asDate()->timeIntervalSince1970()); break;
     case Value::Type::kNull: sqlite3_bind_null(s, index); break;
     case Value::Type::kInteger: sqlite3_bind_int64(s, index, v.toInt()); break;
     case Value::Type::kReal: sqlite3_bind_double(s, index, v.toDouble()); break;
@@ -260,47 +261,56 @@ bool SQLiteStore::allocatePrimaryKeys(const EntityDescription& entity, std::int6
                {Value(name), Value(static_cast<long long>(max + count))}, [](sqlite3_stmt*) { return true; }, error);
 }
 
-namespace {
-
-std::vector<Value> rowValues(const SQLiteStore& store, const ObjectState& o) {
-  std::vector<Value> values;
+// Binds the object's columns (attributes, then to-one targets) from `index`
+// on; returns the next free index.
+int SQLiteStore::bindColumns(sqlite3_stmt* s, int index, const ObjectState& o) const {
   const auto& attributes = o.entity->attributes();
   for (std::size_t i = 0; i < attributes.size(); ++i) {
     if (attributes[i]->isTransient()) continue;
-    values.push_back(store.columnValueFor(*attributes[i], o.attributes[i]));
+    if (attributes[i]->attributeType() == AttributeType::kTransformable) {
+      bind(s, index++, columnValueFor(*attributes[i], o.attributes[i]));
+    } else {
+      bind(s, index++, o.attributes[i]);
+    }
   }
   for (const ManagedObjectID& target : o.toOne) {
     if (target && !target.isTemporaryID()) {
-      values.emplace_back(static_cast<long long>(target.primaryKey()));
+      sqlite3_bind_int64(s, index++, target.primaryKey());
     } else {
-      values.emplace_back();
+      sqlite3_bind_null(s, index++);
     }
   }
-  return values;
+  return index;
 }
 
-std::string columnList(const SQLiteStore& store, const EntityDescription& e) {
-  std::string out;
+const SQLiteStore::EntitySQL& SQLiteStore::entitySQL(const EntityDescription& e) {
+  auto it = entitySQL_.find(&e);
+  if (it != entitySQL_.end()) return it->second;
+  EntitySQL sql;
+  std::string columns, marks, sets;
   for (const AttributeDescription* a : e.attributes()) {
-    if (!a->isTransient()) out += ", " + store.columnFor(*a);
+    if (a->isTransient()) continue;
+    columns += ", " + columnFor(*a);
+    marks += ", ?";
+    sets += ", " + columnFor(*a) + " = ?";
   }
-  for (const RelationshipDescription* r : e.toOneRelationships()) out += ", " + store.columnFor(*r);
-  return out;
+  for (const RelationshipDescription* r : e.toOneRelationships()) {
+    columns += ", " + columnFor(*r);
+    marks += ", ?";
+    sets += ", " + columnFor(*r) + " = ?";
+  }
+  sql.insert = "INSERT INTO " + tableFor(e) + "(_pk, _ent, _opt" + columns + ") VALUES(?, ?, 1" + marks + ")";
+  sql.update = "UPDATE " + tableFor(e) + " SET _opt = _opt + 1" + sets + " WHERE _pk = ? RETURNING _opt";
+  sql.updateChecked = "UPDATE " + tableFor(e) + " SET _opt = _opt + 1" + sets + " WHERE _pk = ? AND _opt = ? RETURNING _opt";
+  return entitySQL_.emplace(&e, std::move(sql)).first->second;
 }
-
-}  // namespace
 
 bool SQLiteStore::insertRow(const ObjectState& o, OptionalError& error) {
-  const std::string columns = columnList(*this, *o.entity);
-  std::vector<Value> values = rowValues(*this, o);
-  std::string sql = "INSERT INTO " + tableFor(*o.entity) + "(_pk, _ent, _opt" + columns + ") VALUES(?, ?, 1";
-  for (std::size_t i = 0; i < values.size(); ++i) sql += ", ?";
-  sql += ")";
-  sqlite3_stmt* s = prepare(sql, error);
+  sqlite3_stmt* s = prepare(entitySQL(*o.entity).insert, error);
   if (!s) return false;
   sqlite3_bind_int64(s, 1, o.id.primaryKey());
   sqlite3_bind_int(s, 2, entityNumbers_.at(o.entity->name()));
-  for (std::size_t i = 0; i < values.size(); ++i) bind(s, static_cast<int>(i + 3), values[i]);
+  bindColumns(s, 3, o);
   const int rc = sqlite3_step(s);
   sqlite3_reset(s);
   if (rc != SQLITE_DONE) {
@@ -313,17 +323,10 @@ bool SQLiteStore::insertRow(const ObjectState& o, OptionalError& error) {
 bool SQLiteStore::updateRow(const ObjectState& o, bool checkVersion, bool& conflict, std::int64_t& newVersion,
                             OptionalError& error) {
   conflict = false;
-  std::string sql = "UPDATE " + tableFor(*o.entity) + " SET _opt = _opt + 1";
-  for (const AttributeDescription* a : o.entity->attributes()) {
-    if (!a->isTransient()) sql += ", " + columnFor(*a) + " = ?";
-  }
-  for (const RelationshipDescription* r : o.entity->toOneRelationships()) sql += ", " + columnFor(*r) + " = ?";
-  sql += checkVersion ? " WHERE _pk = ? AND _opt = ? RETURNING _opt" : " WHERE _pk = ? RETURNING _opt";
-  std::vector<Value> values = rowValues(*this, o);
-  sqlite3_stmt* s = prepare(sql, error);
+  const EntitySQL& sql = entitySQL(*o.entity);
+  sqlite3_stmt* s = prepare(checkVersion ? sql.updateChecked : sql.update, error);
   if (!s) return false;
-  int index = 1;
-  for (const Value& v : values) bind(s, index++, v);
+  int index = bindColumns(s, 1, o);
   sqlite3_bind_int64(s, index++, o.id.primaryKey());
   if (checkVersion) sqlite3_bind_int64(s, index++, o.version);
   int rc = sqlite3_step(s);
@@ -362,30 +365,44 @@ bool SQLiteStore::writeToMany(const ObjectState& o, const RelationshipDescriptio
   auto join = joinTableFor(r);
   if (!join || !join->sourceIsOwner) return true;
   const ToManyState& state = o.toMany[r.slot()];
-  const Value source(static_cast<long long>(o.id.primaryKey()));
-  auto noRows = [](sqlite3_stmt*) { return true; };
-  auto key = [](const ManagedObjectID& id) { return Value(static_cast<long long>(id.primaryKey())); };
+  const std::int64_t source = o.id.primaryKey();
+  auto run = [&](const std::string& sql, std::int64_t member, std::int64_t index, int arity) {
+    sqlite3_stmt* s = prepare(sql, error);
+    if (!s) return false;
+    sqlite3_bind_int64(s, 1, source);
+    if (arity > 1) sqlite3_bind_int64(s, 2, member);
+    if (arity > 2) sqlite3_bind_int64(s, 3, index);
+    const int rc = sqlite3_step(s);
+    sqlite3_reset(s);
+    if (rc != SQLITE_DONE) {
+      error = lastError("cannot write " + r.entity().name() + "." + r.name(), kPersistentStoreSaveError);
+      return false;
+    }
+    return true;
+  };
+  auto it = joinSQL_.find(&r);
+  if (it == joinSQL_.end()) {
+    JoinSQL sql;
+    sql.clear = "DELETE FROM " + join->table + " WHERE _src = ?";
+    sql.remove = "DELETE FROM " + join->table + " WHERE _src = ? AND _dst = ?";
+    sql.add = "INSERT OR IGNORE INTO " + join->table + "(_src, _dst) VALUES(?, ?)";
+    sql.place = "INSERT OR REPLACE INTO " + join->table + "(_src, _dst, _idx) VALUES(?, ?, ?)";
+    it = joinSQL_.emplace(&r, std::move(sql)).first;
+  }
+  const JoinSQL& sql = it->second;
   if (join->ordered) {
-    if (!query("DELETE FROM " + join->table + " WHERE _src = ?", {source}, noRows, error)) return false;
-    long long index = 0;
+    if (!run(sql.clear, 0, 0, 1)) return false;
+    std::int64_t index = 0;
     for (const ManagedObjectID& member : state.current.items()) {
-      if (!query("INSERT OR REPLACE INTO " + join->table + "(_src, _dst, _idx) VALUES(?, ?, ?)",
-                 {source, key(member), Value(index++)}, noRows, error)) {
-        return false;
-      }
+      if (!run(sql.place, member.primaryKey(), index++, 3)) return false;
     }
     return true;
   }
   for (const ManagedObjectID& member : state.removed.items()) {
-    if (!query("DELETE FROM " + join->table + " WHERE _src = ? AND _dst = ?", {source, key(member)}, noRows, error)) {
-      return false;
-    }
+    if (!run(sql.remove, member.primaryKey(), 0, 2)) return false;
   }
   for (const ManagedObjectID& member : state.added.items()) {
-    if (!query("INSERT OR IGNORE INTO " + join->table + "(_src, _dst) VALUES(?, ?)", {source, key(member)}, noRows,
-               error)) {
-      return false;
-    }
+    if (!run(sql.add, member.primaryKey(), 0, 2)) return false;
   }
   return true;
 }

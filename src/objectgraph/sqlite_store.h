@@ -128,6 +128,14 @@ class SQLiteStore {
   bool setUpSchema(const Value::Dictionary& options, OptionalError& error);
   void buildLayouts();
   const Layout& layoutFor(const EntityDescription& entity) const;
+  struct EntitySQL {
+    std::string insert, update, updateChecked;
+  };
+  struct JoinSQL {
+    std::string clear, remove, add, place;
+  };
+  const EntitySQL& entitySQL(const EntityDescription& entity);
+  int bindColumns(sqlite3_stmt* statement, int index, const ObjectState& object) const;
   bool writeMetadata(OptionalError& error);
 
   const ManagedObjectModel& model_;
@@ -140,6 +148,8 @@ class SQLiteStore {
   std::map<std::string, int> entityNumbers_;
   std::unordered_map<int, const EntityDescription*> entitiesByNumber_;
   std::unordered_map<std::string, sqlite3_stmt*> statements_;
+  std::unordered_map<const EntityDescription*, EntitySQL> entitySQL_;
+  std::unordered_map<const RelationshipDescription*, JoinSQL> joinSQL_;
 };
 
 // Registers the SQL functions that predicates use (og_cmp, og_fold).
