@@ -20,7 +20,17 @@ namespace {
 
 constexpr double kMillisPerSecond = 1000.0;
 
-UDate toUDate(Date date) { return date.timeIntervalSince1970() * kMillisPerSecond; }
+// ICU computes fields from a finite instant only. A date that is not a
+// number (a damaged record) reads as 1970, and infinities as the far past or
+// future, so that every operation still answers with whole fields.
+UDate toUDate(Date date) {
+  const double seconds = date.timeIntervalSince1970();
+  if (std::isnan(seconds)) return 0;
+  if (std::isinf(seconds)) {
+    return (seconds > 0 ? Date::distantFuture() : Date::distantPast()).timeIntervalSince1970() * kMillisPerSecond;
+  }
+  return seconds * kMillisPerSecond;
+}
 Date fromUDate(UDate millis) { return Date::fromTimeIntervalSince1970(millis / kMillisPerSecond); }
 
 bool fitsInt32(std::int64_t v) { return v >= INT32_MIN && v <= INT32_MAX; }

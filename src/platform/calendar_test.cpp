@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "platform/date_formatter.h"
 #include "platform/user_locale.h"
 #include "testing/scoped_environment.h"
@@ -126,6 +128,18 @@ TEST(CalendarComponentsTest, ReadsEveryField) {
   const DateComponents some = calendar.components(CalendarUnit::kYear | CalendarUnit::kDay, d);
   EXPECT_TRUE(some.year && some.day);
   EXPECT_FALSE(some.month || some.hour || some.weekday || some.timeZone);
+}
+
+TEST(CalendarComponentsTest, DamagedInstantsStillGiveWholeFields) {
+  const Calendar calendar = calendarIn("UTC");
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const double inf = std::numeric_limits<double>::infinity();
+  EXPECT_EQ(calendar.component(CalendarUnit::kYear, Date::fromTimeIntervalSince1970(nan)), 1970);
+  EXPECT_GT(calendar.component(CalendarUnit::kYear, Date::fromTimeIntervalSince1970(inf)), 3000);
+  EXPECT_EQ(calendar.component(CalendarUnit::kYear, Date::fromTimeIntervalSince1970(-inf)), 1);
+  EXPECT_TRUE(calendar.rangeOfUnit(CalendarUnit::kDay, Date::fromTimeIntervalSince1970(nan)).has_value());
+  const DateComponents huge = calendar.components(kYearMonthDay, Date::fromTimeIntervalSince1970(1e300));
+  EXPECT_TRUE(huge.year && huge.month && huge.day);
 }
 
 TEST(CalendarFromComponentsTest, NormalisesOutOfRangeFields) {
