@@ -16,9 +16,13 @@ int hexDigit(char c) {
   return -1;
 }
 
-double clamp01(double v) { return std::clamp(v, 0.0, 1.0); }
+double clamp01(double v) {
+  return std::clamp(v, 0.0, 1.0);
+}
 
-int toByte(double v) { return static_cast<int>(std::lround(clamp01(v) * 255.0)); }
+int toByte(double v) {
+  return static_cast<int>(std::lround(clamp01(v) * 255.0));
+}
 
 std::optional<double> component(const Value& archive, const char* name) {
   const Value& v = archive[name];

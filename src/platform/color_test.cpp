@@ -47,7 +47,8 @@ TEST(ColorTest, DamagedArchivesReadAsNothing) {
   EXPECT_FALSE(Color::fromArchive(Value::Dictionary{{"red", 1.0}, {"green", 0.0}}));
   EXPECT_FALSE(Color::fromArchive(Value::Dictionary{{"red", "1"}, {"green", 0.0}, {"blue", 0.0}}));
   EXPECT_FALSE(Color::fromArchive(Value::Dictionary{{"red", nan}, {"green", 0.0}, {"blue", 0.0}}));
-  EXPECT_FALSE(Color::fromArchive(Value::Dictionary{{"red", 1.0}, {"green", 0.0}, {"blue", 0.0}, {"alpha", "x"}}));
+  EXPECT_FALSE(
+      Color::fromArchive(Value::Dictionary{{"red", 1.0}, {"green", 0.0}, {"blue", 0.0}, {"alpha", "x"}}));
 
   // Missing alpha is opaque; integers count as numbers; stray values clamp.
   auto c = Color::fromArchive(Value::Dictionary{{"red", 2}, {"green", 0}, {"blue", -1.0}});

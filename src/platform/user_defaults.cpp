@@ -45,7 +45,9 @@ std::string lowered(std::string s) {
 
 // Leading number of a string, as number objects read text: "42abc" is 42,
 // "abc" is 0.
-double leadingNumber(const std::string& s) { return std::strtod(s.c_str(), nullptr); }
+double leadingNumber(const std::string& s) {
+  return std::strtod(s.c_str(), nullptr);
+}
 
 }  // namespace
 
@@ -134,7 +136,9 @@ OptionalError UserDefaults::setObject(const std::string& key, const Value& value
   return applyLocked(std::move(changes));
 }
 
-OptionalError UserDefaults::removeObjectForKey(const std::string& key) { return setObject(key, Value()); }
+OptionalError UserDefaults::removeObjectForKey(const std::string& key) {
+  return setObject(key, Value());
+}
 
 OptionalError UserDefaults::applyLocked(UserDefaultsChanges changes) {
   // Earlier changes whose write failed go along, the newer value winning.
@@ -202,15 +206,18 @@ double UserDefaults::doubleForKey(const std::string& key) const {
 std::optional<std::string> UserDefaults::stringForKey(const std::string& key) const {
   Value v = objectForKey(key);
   switch (v.type()) {
-    case Value::Type::kString: return *v.asString();
+    case Value::Type::kString:
+      return *v.asString();
     case Value::Type::kBool:
-    case Value::Type::kInteger: return std::to_string(v.toInt());
+    case Value::Type::kInteger:
+      return std::to_string(v.toInt());
     case Value::Type::kReal: {
       char buf[64];
       auto r = std::to_chars(buf, buf + sizeof buf, v.toDouble());
       return std::string(buf, r.ptr);
     }
-    default: return std::nullopt;
+    default:
+      return std::nullopt;
   }
 }
 
@@ -238,15 +245,21 @@ std::optional<Value::Data> UserDefaults::dataForKey(const std::string& key) cons
   return std::nullopt;
 }
 
-OptionalError UserDefaults::setBool(const std::string& key, bool value) { return setObject(key, Value(value)); }
+OptionalError UserDefaults::setBool(const std::string& key, bool value) {
+  return setObject(key, Value(value));
+}
 OptionalError UserDefaults::setInteger(const std::string& key, std::int64_t value) {
   return setObject(key, Value(static_cast<long long>(value)));
 }
-OptionalError UserDefaults::setDouble(const std::string& key, double value) { return setObject(key, Value(value)); }
+OptionalError UserDefaults::setDouble(const std::string& key, double value) {
+  return setObject(key, Value(value));
+}
 OptionalError UserDefaults::setString(const std::string& key, const std::string& value) {
   return setObject(key, Value(value));
 }
-OptionalError UserDefaults::setDate(const std::string& key, Date value) { return setObject(key, Value(value)); }
+OptionalError UserDefaults::setDate(const std::string& key, Date value) {
+  return setObject(key, Value(value));
+}
 OptionalError UserDefaults::setData(const std::string& key, const Value::Data& value) {
   return setObject(key, Value(value));
 }

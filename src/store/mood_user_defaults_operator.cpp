@@ -34,7 +34,9 @@ std::shared_ptr<UserDefaults> MoodUserDefaultsOperator::defaults() const {
   return defaults_ ? defaults_ : UserDefaults::standard();
 }
 
-bool MoodUserDefaultsOperator::exists(const char* key) const { return !defaults()->objectForKey(key).isNull(); }
+bool MoodUserDefaultsOperator::exists(const char* key) const {
+  return !defaults()->objectForKey(key).isNull();
+}
 
 OptionalError MoodUserDefaultsOperator::setOptional(const char* key, const std::optional<Value>& value,
                                                     bool synchronize) {
@@ -53,7 +55,9 @@ bool MoodUserDefaultsOperator::isDropboxReminderEnabled() const {
 OptionalError MoodUserDefaultsOperator::setIsDropboxReminderEnabled(bool enabled) {
   return defaults()->setBool(kMoodDropboxReminderEnabled, enabled);
 }
-bool MoodUserDefaultsOperator::isDropboxReminderEnabledExists() const { return exists(kMoodDropboxReminderEnabled); }
+bool MoodUserDefaultsOperator::isDropboxReminderEnabledExists() const {
+  return exists(kMoodDropboxReminderEnabled);
+}
 
 bool MoodUserDefaultsOperator::isDropboxSynchronizeEnabled() const {
   return defaults()->boolForKey(kMoodDropboxSynchronizeEnabled);
@@ -74,7 +78,9 @@ std::optional<std::int64_t> MoodUserDefaultsOperator::setDropboxCounter(std::int
   defaults()->setInteger(kMoodDropboxCounter, sum);
   return sum;
 }
-bool MoodUserDefaultsOperator::dropboxCounterExists() const { return exists(kMoodDropboxCounter); }
+bool MoodUserDefaultsOperator::dropboxCounterExists() const {
+  return exists(kMoodDropboxCounter);
+}
 
 std::optional<Date> MoodUserDefaultsOperator::lastBackupDate() const {
   return defaults()->dateForKey(kLastBackupDateKey);
@@ -82,7 +88,9 @@ std::optional<Date> MoodUserDefaultsOperator::lastBackupDate() const {
 OptionalError MoodUserDefaultsOperator::setLastBackupDate(std::optional<Date> date) {
   return setOptional(kLastBackupDateKey, optionalValue(date));
 }
-bool MoodUserDefaultsOperator::lastBackupDateExists() const { return exists(kLastBackupDateKey); }
+bool MoodUserDefaultsOperator::lastBackupDateExists() const {
+  return exists(kLastBackupDateKey);
+}
 
 std::optional<Date> MoodUserDefaultsOperator::recentBackupMissedLastNotificationDate() const {
   return defaults()->dateForKey(kRecentBackupMissedLastNotificationDateKey);
@@ -96,11 +104,15 @@ bool MoodUserDefaultsOperator::recentBackupMissedLastNotificationDateExists() co
 
 // --- Sync --------------------------------------------------------------------
 
-bool MoodUserDefaultsOperator::isSyncingEnabled() const { return defaults()->boolForKey(kMoodSyncingEnabled); }
+bool MoodUserDefaultsOperator::isSyncingEnabled() const {
+  return defaults()->boolForKey(kMoodSyncingEnabled);
+}
 OptionalError MoodUserDefaultsOperator::setIsSyncingEnabled(bool enabled) {
   return defaults()->setBool(kMoodSyncingEnabled, enabled);
 }
-bool MoodUserDefaultsOperator::isSyncingEnabledExists() const { return exists(kMoodSyncingEnabled); }
+bool MoodUserDefaultsOperator::isSyncingEnabledExists() const {
+  return exists(kMoodSyncingEnabled);
+}
 
 std::optional<std::string> MoodUserDefaultsOperator::syncingService() const {
   return defaults()->stringForKey(kMoodSyncingService);
@@ -108,7 +120,9 @@ std::optional<std::string> MoodUserDefaultsOperator::syncingService() const {
 OptionalError MoodUserDefaultsOperator::setSyncingService(std::optional<std::string> service) {
   return setOptional(kMoodSyncingService, optionalValue(service));
 }
-bool MoodUserDefaultsOperator::syncingServiceExists() const { return exists(kMoodSyncingService); }
+bool MoodUserDefaultsOperator::syncingServiceExists() const {
+  return exists(kMoodSyncingService);
+}
 
 // --- Location ------------------------------------------------------------------
 
@@ -131,21 +145,29 @@ bool MoodUserDefaultsOperator::isMapAutomaticSelectLocationExists() const {
 
 // --- Level colours -------------------------------------------------------------
 
-bool MoodUserDefaultsOperator::gradientColorEnabled() const { return defaults()->boolForKey(kMoodGradientEnabled); }
+bool MoodUserDefaultsOperator::gradientColorEnabled() const {
+  return defaults()->boolForKey(kMoodGradientEnabled);
+}
 OptionalError MoodUserDefaultsOperator::setGradientColorEnabled(bool enabled) {
   return defaults()->setBool(kMoodGradientEnabled, enabled);
 }
-bool MoodUserDefaultsOperator::gradientColorEnabledExists() const { return exists(kMoodGradientEnabled); }
+bool MoodUserDefaultsOperator::gradientColorEnabledExists() const {
+  return exists(kMoodGradientEnabled);
+}
 
 Color MoodUserDefaultsOperator::colorForKey(const char* key, const Color& fallback) const {
   return Color::fromArchive(defaults()->objectForKey(key)).value_or(fallback);
 }
 
-Color MoodUserDefaultsOperator::fromColor() const { return colorForKey(kMoodGradientFromColor, defaultFromColor()); }
+Color MoodUserDefaultsOperator::fromColor() const {
+  return colorForKey(kMoodGradientFromColor, defaultFromColor());
+}
 Color MoodUserDefaultsOperator::middleColor() const {
   return colorForKey(kMoodGradientMiddleColor, defaultMiddleColor());
 }
-Color MoodUserDefaultsOperator::toColor() const { return colorForKey(kMoodGradientToColor, defaultToColor()); }
+Color MoodUserDefaultsOperator::toColor() const {
+  return colorForKey(kMoodGradientToColor, defaultToColor());
+}
 OptionalError MoodUserDefaultsOperator::setFromColor(const Color& color) {
   return defaults()->setObject(kMoodGradientFromColor, color.archived());
 }
@@ -155,9 +177,15 @@ OptionalError MoodUserDefaultsOperator::setMiddleColor(const Color& color) {
 OptionalError MoodUserDefaultsOperator::setToColor(const Color& color) {
   return defaults()->setObject(kMoodGradientToColor, color.archived());
 }
-bool MoodUserDefaultsOperator::fromColorExists() const { return exists(kMoodGradientFromColor); }
-bool MoodUserDefaultsOperator::middleColorExists() const { return exists(kMoodGradientMiddleColor); }
-bool MoodUserDefaultsOperator::toColorExists() const { return exists(kMoodGradientToColor); }
+bool MoodUserDefaultsOperator::fromColorExists() const {
+  return exists(kMoodGradientFromColor);
+}
+bool MoodUserDefaultsOperator::middleColorExists() const {
+  return exists(kMoodGradientMiddleColor);
+}
+bool MoodUserDefaultsOperator::toColorExists() const {
+  return exists(kMoodGradientToColor);
+}
 
 // --- Charts --------------------------------------------------------------------
 
@@ -175,21 +203,31 @@ OptionalError MoodUserDefaultsOperator::setGraphSmoothed(bool smoothed) {
   NotificationCenter::defaultCenter().post(MoodGraphSmoothChangedNotification, this);
   return error;
 }
-bool MoodUserDefaultsOperator::graphSmoothedExists() const { return exists(kMoodGraphSmoothed); }
+bool MoodUserDefaultsOperator::graphSmoothedExists() const {
+  return exists(kMoodGraphSmoothed);
+}
 
-bool MoodUserDefaultsOperator::graphIncreaseWidth() const { return defaults()->boolForKey(kGraphIncreaseWidth); }
+bool MoodUserDefaultsOperator::graphIncreaseWidth() const {
+  return defaults()->boolForKey(kGraphIncreaseWidth);
+}
 OptionalError MoodUserDefaultsOperator::setGraphIncreaseWidth(bool increase) {
   OptionalError error = defaults()->setBool(kGraphIncreaseWidth, increase);
   NotificationCenter::defaultCenter().post(MoodGraphLineWidthChangedNotification, this);
   return error;
 }
-bool MoodUserDefaultsOperator::graphIncreaseWidthExists() const { return exists(kGraphIncreaseWidth); }
+bool MoodUserDefaultsOperator::graphIncreaseWidthExists() const {
+  return exists(kGraphIncreaseWidth);
+}
 
-std::int64_t MoodUserDefaultsOperator::chartType() const { return defaults()->integerForKey(kMoodSummaryChartType); }
+std::int64_t MoodUserDefaultsOperator::chartType() const {
+  return defaults()->integerForKey(kMoodSummaryChartType);
+}
 OptionalError MoodUserDefaultsOperator::setChartType(std::int64_t type) {
   return defaults()->setInteger(kMoodSummaryChartType, type);
 }
-bool MoodUserDefaultsOperator::chartTypeExists() const { return exists(kMoodSummaryChartType); }
+bool MoodUserDefaultsOperator::chartTypeExists() const {
+  return exists(kMoodSummaryChartType);
+}
 
 // --- Reminders -----------------------------------------------------------------
 
@@ -199,7 +237,9 @@ Value::Array MoodUserDefaultsOperator::remindersAlarms() const {
 OptionalError MoodUserDefaultsOperator::setRemindersAlarms(const Value::Array& alarms) {
   return setOptional(kAlarm, Value(alarms), true);
 }
-bool MoodUserDefaultsOperator::remindersAlarmsExists() const { return exists(kAlarm); }
+bool MoodUserDefaultsOperator::remindersAlarmsExists() const {
+  return exists(kAlarm);
+}
 
 std::optional<std::string> MoodUserDefaultsOperator::remindersText() const {
   return defaults()->stringForKey(kRemindersTextKey);
@@ -207,7 +247,9 @@ std::optional<std::string> MoodUserDefaultsOperator::remindersText() const {
 OptionalError MoodUserDefaultsOperator::setRemindersText(std::optional<std::string> text) {
   return setOptional(kRemindersTextKey, optionalValue(text), true);
 }
-bool MoodUserDefaultsOperator::remindersTextExists() const { return exists(kRemindersTextKey); }
+bool MoodUserDefaultsOperator::remindersTextExists() const {
+  return exists(kRemindersTextKey);
+}
 
 // --- Templates -----------------------------------------------------------------
 
@@ -217,7 +259,9 @@ std::optional<std::string> MoodUserDefaultsOperator::templateText() const {
 OptionalError MoodUserDefaultsOperator::setTemplateText(std::optional<std::string> text) {
   return setOptional(kTemplateKey, optionalValue(text), true);
 }
-bool MoodUserDefaultsOperator::templateTextExists() const { return exists(kTemplateKey); }
+bool MoodUserDefaultsOperator::templateTextExists() const {
+  return exists(kTemplateKey);
+}
 
 std::optional<std::string> MoodUserDefaultsOperator::reminderTemplateText() const {
   return defaults()->stringForKey(kReminderTemplateKey);
@@ -225,6 +269,8 @@ std::optional<std::string> MoodUserDefaultsOperator::reminderTemplateText() cons
 OptionalError MoodUserDefaultsOperator::setReminderTemplateText(std::optional<std::string> text) {
   return setOptional(kReminderTemplateKey, optionalValue(text), true);
 }
-bool MoodUserDefaultsOperator::reminderTemplateTextExists() const { return exists(kReminderTemplateKey); }
+bool MoodUserDefaultsOperator::reminderTemplateTextExists() const {
+  return exists(kReminderTemplateKey);
+}
 
 }  // namespace lumeo

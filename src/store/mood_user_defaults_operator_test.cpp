@@ -122,13 +122,14 @@ TEST_F(MoodUserDefaultsOperatorTest, SettersStoreUnderTheKeysUsersAlreadyHave) {
 
   std::set<std::string> keys;
   for (const auto& [key, value] : storage_->load()) keys.insert(key);
-  EXPECT_EQ(keys, (std::set<std::string>{
-                      "MoodDropboxReminderEnabled", "MoodDropboxSynchronizeEnabled", "MoodDropboxCounter",
-                      "kLastBackupDateKey", "kRecentBackupMissedLastNotificationDateKey", "MoodSyncingEnabled",
-                      "MoodSyncingService", "kIsMapAutomaticSelectLocation", "MoodGradientEnabled",
-                      "MoodGradientFromColor", "MoodGradientMiddleColor", "MoodGradientToColor", "MoodGraphSmoothed",
-                      "kGraphIncreaseWidth", "kMoodSummaryChartType", "alarm", "kRemindersTextKey", "kTemplateKey",
-                      "kReminderTemplateKey"}));
+  EXPECT_EQ(keys,
+            (std::set<std::string>{
+                "MoodDropboxReminderEnabled", "MoodDropboxSynchronizeEnabled", "MoodDropboxCounter",
+                "kLastBackupDateKey", "kRecentBackupMissedLastNotificationDateKey", "MoodSyncingEnabled",
+                "MoodSyncingService", "kIsMapAutomaticSelectLocation", "MoodGradientEnabled",
+                "MoodGradientFromColor", "MoodGradientMiddleColor", "MoodGradientToColor",
+                "MoodGraphSmoothed", "kGraphIncreaseWidth", "kMoodSummaryChartType", "alarm",
+                "kRemindersTextKey", "kTemplateKey", "kReminderTemplateKey"}));
 
   // Typed values read back; the empty hand-over text is a value, not absence.
   EXPECT_EQ(op().chartType(), 4);

@@ -23,7 +23,8 @@ inline constexpr char kMoodDropboxReminderEnabled[] = "MoodDropboxReminderEnable
 inline constexpr char kMoodDropboxSynchronizeEnabled[] = "MoodDropboxSynchronizeEnabled";
 inline constexpr char kMoodDropboxCounter[] = "MoodDropboxCounter";
 inline constexpr char kLastBackupDateKey[] = "kLastBackupDateKey";
-inline constexpr char kRecentBackupMissedLastNotificationDateKey[] = "kRecentBackupMissedLastNotificationDateKey";
+inline constexpr char kRecentBackupMissedLastNotificationDateKey[] =
+    "kRecentBackupMissedLastNotificationDateKey";
 inline constexpr char kDropboxLogin[] = "DropboxLogin";
 
 // Sync.

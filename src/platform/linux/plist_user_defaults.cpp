@@ -68,11 +68,16 @@ constexpr double kMaxDateSeconds = static_cast<double>(std::numeric_limits<std::
 
 plist_t toPlist(const Value& value) {
   switch (value.type()) {
-    case Value::Type::kNull: return nullptr;
-    case Value::Type::kBool: return plist_new_bool(value.toBool() ? 1 : 0);
-    case Value::Type::kInteger: return plist_new_uint(static_cast<std::uint64_t>(value.toInt()));
-    case Value::Type::kReal: return plist_new_real(value.toDouble());
-    case Value::Type::kString: return plist_new_string(value.asString()->c_str());
+    case Value::Type::kNull:
+      return nullptr;
+    case Value::Type::kBool:
+      return plist_new_bool(value.toBool() ? 1 : 0);
+    case Value::Type::kInteger:
+      return plist_new_uint(static_cast<std::uint64_t>(value.toInt()));
+    case Value::Type::kReal:
+      return plist_new_real(value.toDouble());
+    case Value::Type::kString:
+      return plist_new_string(value.asString()->c_str());
     case Value::Type::kDate: {
       double seconds = std::floor(value.asDate()->timeIntervalSinceReferenceDate());
       return plist_new_date(static_cast<std::int32_t>(seconds), 0);
@@ -168,7 +173,8 @@ std::optional<Value> fromPlist(plist_t node, int depth = 0) {
       std::free(it);
       return Value(std::move(d));
     }
-    default: return std::nullopt;
+    default:
+      return std::nullopt;
   }
 }
 
@@ -237,11 +243,13 @@ OptionalError validateValue(const Value& value) {
       break;
     case Value::Type::kDictionary:
       for (const auto& [k, v] : *value.asDictionary()) {
-        if (!isValidText(k)) return invalid("a key that is not UTF-8 or holds control characters cannot be kept");
+        if (!isValidText(k))
+          return invalid("a key that is not UTF-8 or holds control characters cannot be kept");
         if (OptionalError e = validateValue(v)) return e;
       }
       break;
-    default: break;
+    default:
+      break;
   }
   return std::nullopt;
 }
@@ -316,7 +324,8 @@ ReadResult readFile(const std::filesystem::path& path) {
   plist_t root = nullptr;
   plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
   result.root.reset(root);
-  result.state = root && plist_get_node_type(root) == PLIST_DICT ? FileState::kReadable : FileState::kUnreadable;
+  result.state =
+      root && plist_get_node_type(root) == PLIST_DICT ? FileState::kReadable : FileState::kUnreadable;
   if (result.state != FileState::kReadable) result.root.reset();
   return result;
 }
@@ -400,7 +409,9 @@ void PlistUserDefaultsStorage::restoreExactValues(Value::Dictionary& contents) c
   }
 }
 
-OptionalError PlistUserDefaultsStorage::validate(const Value& value) const { return validateValue(value); }
+OptionalError PlistUserDefaultsStorage::validate(const Value& value) const {
+  return validateValue(value);
+}
 
 UserDefaultsStorage::ApplyResult PlistUserDefaultsStorage::apply(const UserDefaultsChanges& changes) {
   const std::filesystem::path folder = file_.parent_path().empty() ? "." : file_.parent_path();
@@ -462,7 +473,8 @@ UserDefaultsStorage::ApplyResult PlistUserDefaultsStorage::apply(const UserDefau
   std::uint32_t length = 0;
   plist_to_xml(root.get(), &xml, &length);
   std::unique_ptr<char, void (*)(char*)> xmlOwner(xml, plist_to_xml_free);
-  if (!xml) return {Error(kUserDefaultsErrorDomain, kUserDefaultsWriteFailed, "could not encode the settings"), {}};
+  if (!xml)
+    return {Error(kUserDefaultsErrorDomain, kUserDefaultsWriteFailed, "could not encode the settings"), {}};
 
   std::string tempTemplate = file_.string() + ".XXXXXX";
   const bool tempFails = failsAt("temp");
@@ -494,8 +506,8 @@ UserDefaultsStorage::ApplyResult PlistUserDefaultsStorage::apply(const UserDefau
       int err = errno;
       ::unlink(tempPath.c_str());
       return {Error(kUserDefaultsErrorDomain, kUserDefaultsUnreadable,
-                    "could not keep the unreadable settings file " + file_.string() + " aside: " +
-                        std::strerror(err)),
+                    "could not keep the unreadable settings file " + file_.string() +
+                        " aside: " + std::strerror(err)),
               {}};
     }
     LUMEO_LOG_WARNING("kept the unreadable settings file as %@", aside.string());

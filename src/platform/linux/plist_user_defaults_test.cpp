@@ -72,20 +72,21 @@ TEST_P(UnusableSettingsFileTest, ReadsAsNoKeysAndIsKeptUntilAndThroughAWrite) {
 
 INSTANTIATE_TEST_SUITE_P(
     BadFiles, UnusableSettingsFileTest,
-    ::testing::Values(BadFile{"Empty", ""}, BadFile{"Text", "MoodFirstStart = YES\n"},
-                      BadFile{"TruncatedXml",
-                              "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>a</key><integer>1"},
-                      BadFile{"ArrayAtTop",
-                              "<?xml version=\"1.0\"?><plist version=\"1.0\"><array><true/></array></plist>"},
-                      BadFile{"Binary", std::string("\x00\x01\x02\xff\xfe", 5)},
-                      BadFile{"NestedAMillionDeep", nestedArrays(1000000)},
-                      // A binary list whose key holds a NUL: the library's binary reader
-                      // aborts on it, so binary lists are not read at all.
-                      BadFile{"BinaryListWithNulInKey",
-                              std::string("bplist00\xd1\x01\x02Sa\x00" "bSc\x00" "d\x08\x0b\x0f\x00\x00\x00\x00\x00"
-                                          "\x00\x01\x01\x00\x00\x00\x00\x00\x00\x00\x03\x00\x00\x00\x00"
-                                          "\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x13",
-                                          54)}),
+    ::testing::Values(
+        BadFile{"Empty", ""}, BadFile{"Text", "MoodFirstStart = YES\n"},
+        BadFile{"TruncatedXml", "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>a</key><integer>1"},
+        BadFile{"ArrayAtTop", "<?xml version=\"1.0\"?><plist version=\"1.0\"><array><true/></array></plist>"},
+        BadFile{"Binary", std::string("\x00\x01\x02\xff\xfe", 5)},
+        BadFile{"NestedAMillionDeep", nestedArrays(1000000)},
+        // A binary list whose key holds a NUL: the library's binary reader
+        // aborts on it, so binary lists are not read at all.
+        BadFile{"BinaryListWithNulInKey",
+                std::string("bplist00\xd1\x01\x02Sa\x00"
+                            "bSc\x00"
+                            "d\x08\x0b\x0f\x00\x00\x00\x00\x00"
+                            "\x00\x01\x01\x00\x00\x00\x00\x00\x00\x00\x03\x00\x00\x00\x00"
+                            "\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x13",
+                            54)}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(PlistUserDefaultsTest, MissingFileReadsAsNoKeysAndIsNotCreatedByReading) {
@@ -144,13 +145,13 @@ Value::Dictionary everyKind() {
       {"old date", Date::fromTimeIntervalSince1970(-1000000)},
       {"data", Value::Data{0, 1, 2, 0xff, 0, 0x80}},
       {"empty data", Value::Data{}},
-      {"alarm",
-       Value::Array{Value::Dictionary{{"on", true},
-                                      {"isPeriodic", 0},
-                                      {"timeFrom", Date::fromTimeIntervalSinceReferenceDate(3600)},
-                                      {"reminderText", "Time to check in"}},
-                    Value::Dictionary{}}},
-      {"nested", Value::Dictionary{{"list", Value::Array{Value(1), Value("two"), Value(3.5), Value::Array{}}}}},
+      {"alarm", Value::Array{Value::Dictionary{{"on", true},
+                                               {"isPeriodic", 0},
+                                               {"timeFrom", Date::fromTimeIntervalSinceReferenceDate(3600)},
+                                               {"reminderText", "Time to check in"}},
+                             Value::Dictionary{}}},
+      {"nested",
+       Value::Dictionary{{"list", Value::Array{Value(1), Value("two"), Value(3.5), Value::Array{}}}}},
   };
 }
 
@@ -173,14 +174,15 @@ TEST(PlistUserDefaultsTest, EveryValueKindRoundTripsThroughTheFile) {
   // Each kind is stored as its own property-list type.
   std::string xml = readFile(file);
   EXPECT_NE(xml.find("<?xml"), std::string::npos);
-  for (const char* tag : {"<true/>", "<false/>", "<integer>-42</integer>", "<real>", "<date>2023-11-14T22:13:20Z</date>",
-                          "<data>", "<array>", "<dict>"}) {
+  for (const char* tag : {"<true/>", "<false/>", "<integer>-42</integer>", "<real>",
+                          "<date>2023-11-14T22:13:20Z</date>", "<data>", "<array>", "<dict>"}) {
     EXPECT_NE(xml.find(tag), std::string::npos) << tag;
   }
 }
 
 TEST(PlistUserDefaultsTest, FileIsReadableByAnotherPropertyListReader) {
-  if (std::system("python3 -c 'import plistlib' >/dev/null 2>&1") != 0) GTEST_SKIP() << "python3 not installed";
+  if (std::system("python3 -c 'import plistlib' >/dev/null 2>&1") != 0)
+    GTEST_SKIP() << "python3 not installed";
   TempDir dir;
   const auto file = dir / "defaults.plist";
   {
@@ -188,11 +190,12 @@ TEST(PlistUserDefaultsTest, FileIsReadableByAnotherPropertyListReader) {
     for (const auto& [key, value] : everyKind()) defaults.setObject(key, value);
   }
   const auto out = dir / "summary.txt";
-  std::string cmd = "python3 -c 'import plistlib,sys,datetime\n"
-                    "d = plistlib.load(open(sys.argv[1], \"rb\"))\n"
-                    "print(d[\"negative\"], d[\"yes\"], d[\"data\"].hex(), d[\"date\"].isoformat(), "
-                    "d[\"alarm\"][0][\"reminderText\"], len(d))' '" +
-                    file.string() + "' > '" + out.string() + "'";
+  std::string cmd =
+      "python3 -c 'import plistlib,sys,datetime\n"
+      "d = plistlib.load(open(sys.argv[1], \"rb\"))\n"
+      "print(d[\"negative\"], d[\"yes\"], d[\"data\"].hex(), d[\"date\"].isoformat(), "
+      "d[\"alarm\"][0][\"reminderText\"], len(d))' '" +
+      file.string() + "' > '" + out.string() + "'";
   ASSERT_EQ(std::system(cmd.c_str()), 0);
   EXPECT_EQ(readFile(out), "-42 True 000102ff0080 2023-11-14T22:13:20 Time to check in 16\n");
 }
@@ -209,7 +212,8 @@ TEST(PlistUserDefaultsTest, DatesKeepWholeSecondsInTheFileButExactValuesInThisPr
 
   PlistUserDefaults reopened(file);
   EXPECT_EQ(reopened.dateForKey("IDMLastSyncing"), Date::fromTimeIntervalSinceReferenceDate(100));
-  EXPECT_EQ(reopened.dateForKey("ExportFrom"), Date::fromTimeIntervalSinceReferenceDate(-101)) << "cut towards the past";
+  EXPECT_EQ(reopened.dateForKey("ExportFrom"), Date::fromTimeIntervalSinceReferenceDate(-101))
+      << "cut towards the past";
 
   // A date that another writer changed is not shadowed by the remembered one.
   reopened.setDate("IDMLastSyncing", Date::fromTimeIntervalSinceReferenceDate(500));
@@ -337,7 +341,8 @@ TEST(PlistUserDefaultsTest, ReadOnlyFolderReportsFailureAndKeepsTheOldFile) {
   const auto file = folder / "defaults.plist";
   PlistUserDefaults(file).setBool("a", true);
   const std::string before = readFile(file);
-  std::filesystem::permissions(folder, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+  std::filesystem::permissions(folder,
+                               std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
   OptionalError e = PlistUserDefaults(file).setBool("b", true);
   std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
   ASSERT_TRUE(e);
@@ -413,7 +418,8 @@ TEST(PlistUserDefaultsTest, StandardStoreLivesInTheDataDirectory) {
   EXPECT_EQ(UserDefaults::standard(), installed);
   UserDefaults::standard()->setBool("MoodFirstStart", true);
   UserDefaults::setStandard(previous);
-  EXPECT_TRUE(PlistUserDefaults(DataDirectories::underHome(dir.path()).defaultsFile).boolForKey("MoodFirstStart"));
+  EXPECT_TRUE(
+      PlistUserDefaults(DataDirectories::underHome(dir.path()).defaultsFile).boolForKey("MoodFirstStart"));
 }
 
 }  // namespace
