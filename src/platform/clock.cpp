@@ -6,12 +6,14 @@
 namespace lumeo {
 
 namespace {
+// Never destroyed: the queues' worker threads read the clock until the
+// process is gone, also while static objects are being torn down.
 std::mutex& clockMutex() {
-  static std::mutex m;
+  static std::mutex& m = *new std::mutex;
   return m;
 }
 std::shared_ptr<Clock>& clockSlot() {
-  static std::shared_ptr<Clock> slot = std::make_shared<SystemClock>();
+  static std::shared_ptr<Clock>& slot = *new std::shared_ptr<Clock>(std::make_shared<SystemClock>());
   return slot;
 }
 }  // namespace

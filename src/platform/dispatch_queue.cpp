@@ -88,12 +88,12 @@ struct SerialCore {
 
   // False once the queue is being destroyed: the block is dropped.
   bool push(Block block) {
-    {
-      std::lock_guard lock(mutex);
-      if (closing) return false;
-      runtime::beginBackgroundWork();
-      blocks.push_back(std::move(block));
-    }
+    std::lock_guard lock(mutex);
+    if (closing) return false;
+    runtime::beginBackgroundWork();
+    blocks.push_back(std::move(block));
+    // Signalled under the lock: once the lock is free the worker may run a
+    // block that drops the last reference to this core.
     changed.notify_one();
     return true;
   }

@@ -29,13 +29,15 @@ std::atomic<int>& levelSlot() {
   return level;
 }
 
+// Never destroyed, like the level: worker threads may log while the process
+// tears its static objects down.
 std::mutex& sinkMutex() {
-  static std::mutex m;
+  static std::mutex& m = *new std::mutex;
   return m;
 }
 
 LogSink& sinkSlot() {
-  static LogSink sink;
+  static LogSink& sink = *new LogSink;
   return sink;
 }
 
