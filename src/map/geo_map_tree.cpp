@@ -11,7 +11,9 @@
 namespace lumeo {
 namespace {
 
-constexpr std::size_t kSlotsPerBlock = 1024;
+// Blocks grow from small (a tree of a few pins stays small) to this size.
+constexpr std::size_t kFirstBlockSlots = 16;
+constexpr std::size_t kMaxBlockSlots = 4096;
 
 // Longitude of a map x without wrapping, so that the east edge of the world
 // reads 180 and not -180.
@@ -19,17 +21,49 @@ double longitudeForMapX(double x) { return x / kMapWorldWidth * 360.0 - 180.0; }
 
 // Whether (x, y) lies in the range, with the cell edge convention when asked.
 struct RangeTest {
+  RangeTest(const GeoMapTreeBoundingBox& range, bool cellEdges)
+      : box(range), cellEdges(cellEdges), eastInclusive(!cellEdges || range.yf >= 180.0) {}
+
   GeoMapTreeBoundingBox box;
   bool cellEdges;
+  bool eastInclusive;
 
-  bool contains(double x, double y) const { return GeoMapTreeBoxContains(box, x, y, cellEdges); }
+  bool contains(double x, double y) const {
+    bool south = cellEdges ? x > box.x0 : x >= box.x0;
+    bool east = eastInclusive ? y <= box.yf : y < box.yf;
+    return south && x <= box.xf && y >= box.y0 && east;
+  }
   bool containsBox(const GeoMapTreeBoundingBox& other) const {
     return contains(other.x0, other.y0) && contains(other.xf, other.yf);
   }
 };
 
-void addSubtree(const GeoMapTreeNode* node, GeoMapTreeUnsafeMutableArray& result,
-                std::vector<const GeoMapTreeNode*>& stack) {
+// The walk's to-do list: on the stack for ordinary depths, on the heap
+// only for the deep stacks of many records at one place.
+class NodeStack {
+ public:
+  bool empty() const { return size_ == 0; }
+  std::size_t size() const { return size_; }
+  void push_back(const GeoMapTreeNode* node) {
+    if (size_ < kInline) {
+      inline_[size_] = node;
+    } else {
+      overflow_.resize(size_ - kInline + 1);
+      overflow_[size_ - kInline] = node;
+    }
+    ++size_;
+  }
+  const GeoMapTreeNode* back() const { return size_ <= kInline ? inline_[size_ - 1] : overflow_[size_ - 1 - kInline]; }
+  void pop_back() { --size_; }
+
+ private:
+  static constexpr std::size_t kInline = 128;
+  const GeoMapTreeNode* inline_[kInline];
+  std::size_t size_ = 0;
+  std::vector<const GeoMapTreeNode*> overflow_;
+};
+
+void addSubtree(const GeoMapTreeNode* node, GeoMapTreeUnsafeMutableArray& result, NodeStack& stack) {
   std::size_t base = stack.size();
   stack.push_back(node);
   while (stack.size() > base) {
@@ -46,11 +80,6 @@ void addSubtree(const GeoMapTreeNode* node, GeoMapTreeUnsafeMutableArray& result
 }
 
 }  // namespace
-
-bool GeoMapTreeBoxContains(const GeoMapTreeBoundingBox& box, double x, double y, bool cellEdges) {
-  if (!cellEdges) return box.containsPoint(x, y);
-  return x > box.x0 && x <= box.xf && y >= box.y0 && (y < box.yf || (box.yf >= 180.0 && y <= box.yf));
-}
 
 std::optional<GeoMapTreeBoundingBox> GeoMapTreeBoxIntersection(const GeoMapTreeBoundingBox& a,
                                                                const GeoMapTreeBoundingBox& b) {
@@ -77,11 +106,12 @@ GeoMapTree::GeoMapTree(GeoMapTreeBoundingBox bounds, std::size_t nodeCapacity)
 GeoMapTreeNode* GeoMapTree::makeNodes(std::size_t count) {
   if (slotsLeftInBlock_ < count) {
     // 64-byte slots from a 64-byte aligned block keep nodes on line starts.
+    blockSlots_ = blocks_.empty() ? kFirstBlockSlots : std::min(blockSlots_ * 2, kMaxBlockSlots);
     blocks_.emplace_back(
-        static_cast<std::byte*>(::operator new[](kSlotsPerBlock * slotSize_, std::align_val_t{64})));
-    slotsLeftInBlock_ = kSlotsPerBlock;
+        static_cast<std::byte*>(::operator new[](blockSlots_ * slotSize_, std::align_val_t{64})));
+    slotsLeftInBlock_ = blockSlots_;
   }
-  std::byte* first = blocks_.back().get() + (kSlotsPerBlock - slotsLeftInBlock_) * slotSize_;
+  std::byte* first = blocks_.back().get() + (blockSlots_ - slotsLeftInBlock_) * slotSize_;
   slotsLeftInBlock_ -= count;
   GeoMapTreeNode* firstNode = nullptr;
   for (std::size_t i = 0; i < count; ++i) {
@@ -232,7 +262,8 @@ MapAnnotationList GeoMapTree::allAnnotations() const {
 void GeoMapTree::annotationsInBox(const GeoMapTreeBoundingBox& box,
                                   GeoMapTreeUnsafeMutableArray& result, bool cellEdges) const {
   RangeTest range{box, cellEdges};
-  std::vector<const GeoMapTreeNode*> stack{root_};
+  NodeStack stack;
+  stack.push_back(root_);
   while (!stack.empty()) {
     const GeoMapTreeNode* node = stack.back();
     stack.pop_back();
@@ -255,24 +286,42 @@ void GeoMapTree::annotationsInBox(const GeoMapTreeBoundingBox& box,
   }
 }
 
+namespace {
+
+// Pushes the children of `node` whose quadrant meets the range, working the
+// quadrants out from the parent's box so that the others are never read.
+void pushChildrenMeeting(const GeoMapTreeNode* node, const GeoMapTreeBoundingBox& range, NodeStack& stack) {
+  const GeoMapTreeBoundingBox& box = node->boundingBox;
+  double xMid = (box.x0 + box.xf) / 2;
+  double yMid = (box.y0 + box.yf) / 2;
+  bool low = range.x0 <= xMid;
+  bool high = range.xf >= xMid;
+  bool west = range.y0 <= yMid;
+  bool east = range.yf >= yMid;
+  // Reverse order, so that the north-west child comes off the stack first.
+  if (high && east) stack.push_back(node->southEast);
+  if (low && east) stack.push_back(node->southWest);
+  if (high && west) stack.push_back(node->northEast);
+  if (low && west) stack.push_back(node->northWest);
+}
+
+}  // namespace
+
 bool GeoMapTree::visitAnnotationsInBox(const GeoMapTreeBoundingBox& box, bool cellEdges,
                                        const std::function<bool(MapAnnotation*)>& visit) const {
   RangeTest range{box, cellEdges};
-  std::vector<const GeoMapTreeNode*> stack{root_};
+  if (!root_->boundingBox.intersects(box)) return true;
+  NodeStack stack;
+  stack.push_back(root_);
   while (!stack.empty()) {
     const GeoMapTreeNode* node = stack.back();
     stack.pop_back();
-    if (node->subtreeCount == 0 || !node->boundingBox.intersects(box)) continue;
+    if (node->subtreeCount == 0) continue;
     for (std::size_t i = 0; i < node->count; ++i) {
       const GeoMapTreeNodeData& point = node->points[i];
       if (range.contains(point.x, point.y) && !visit(point.data)) return false;
     }
-    if (node->northWest) {
-      stack.push_back(node->southEast);
-      stack.push_back(node->southWest);
-      stack.push_back(node->northEast);
-      stack.push_back(node->northWest);
-    }
+    if (node->northWest) pushChildrenMeeting(node, box, stack);
   }
   return true;
 }
@@ -280,11 +329,13 @@ bool GeoMapTree::visitAnnotationsInBox(const GeoMapTreeBoundingBox& box, bool ce
 GeoMapTreeAggregate GeoMapTree::aggregateInBox(const GeoMapTreeBoundingBox& box, bool cellEdges) const {
   RangeTest range{box, cellEdges};
   GeoMapTreeAggregate total;
-  std::vector<const GeoMapTreeNode*> stack{root_};
+  if (!root_->boundingBox.intersects(box)) return total;
+  NodeStack stack;
+  stack.push_back(root_);
   while (!stack.empty()) {
     const GeoMapTreeNode* node = stack.back();
     stack.pop_back();
-    if (node->subtreeCount == 0 || !node->boundingBox.intersects(box)) continue;
+    if (node->subtreeCount == 0) continue;
     if (range.containsBox(node->boundingBox)) {
       total.count += node->subtreeCount;
       total.sumX += node->subtreeSumX;
@@ -299,12 +350,7 @@ GeoMapTreeAggregate GeoMapTree::aggregateInBox(const GeoMapTreeBoundingBox& box,
         total.sumY += point.y;
       }
     }
-    if (node->northWest) {
-      stack.push_back(node->southEast);
-      stack.push_back(node->southWest);
-      stack.push_back(node->northEast);
-      stack.push_back(node->northWest);
-    }
+    if (node->northWest) pushChildrenMeeting(node, box, stack);
   }
   return total;
 }

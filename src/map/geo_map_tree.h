@@ -67,7 +67,10 @@ struct GeoMapTreeAggregate {
 // The range test of queries. With cell edges, the south and east sides are
 // exclusive (east stays inclusive at the 180th meridian), so that grid
 // cells that share an edge never both claim a point on it.
-bool GeoMapTreeBoxContains(const GeoMapTreeBoundingBox& box, double x, double y, bool cellEdges);
+inline bool GeoMapTreeBoxContains(const GeoMapTreeBoundingBox& box, double x, double y, bool cellEdges) {
+  if (!cellEdges) return box.containsPoint(x, y);
+  return x > box.x0 && x <= box.xf && y >= box.y0 && (y < box.yf || (box.yf >= 180.0 && y <= box.yf));
+}
 // The overlap of two ranges, or nothing when they do not overlap.
 std::optional<GeoMapTreeBoundingBox> GeoMapTreeBoxIntersection(const GeoMapTreeBoundingBox& a,
                                                                const GeoMapTreeBoundingBox& b);
@@ -144,6 +147,7 @@ class GeoMapTree {
     void operator()(std::byte* block) const { ::operator delete[](block, std::align_val_t{64}); }
   };
   std::vector<std::unique_ptr<std::byte[], AlignedBlockDelete>> blocks_;
+  std::size_t blockSlots_ = 0;
   std::size_t slotsLeftInBlock_ = 0;
   GeoMapTreeNode* root_;
   std::unordered_map<const MapAnnotation*, Entry> entries_;  // the tree's annotation set
