@@ -498,12 +498,15 @@ UserDefaultsStorage::ApplyResult PlistUserDefaultsStorage::apply(const UserDefau
     // damaged by hand, and the user may want it back.
     std::filesystem::path aside = file_;
     aside += ".unreadable";
-    for (int n = 2; std::filesystem::exists(aside, ec) && n < 1000; ++n) {
+    for (int n = 2; std::filesystem::exists(aside, ec) && n <= 1000; ++n) {
       aside = file_;
       aside += ".unreadable-" + std::to_string(n);
     }
-    if (::rename(file_.c_str(), aside.c_str()) != 0) {
-      int err = errno;
+    // Never rename over an earlier kept file; a thousand of them means
+    // something else is wrong, and the write fails instead.
+    const bool taken = std::filesystem::exists(aside, ec);
+    if (taken || ::rename(file_.c_str(), aside.c_str()) != 0) {
+      int err = taken ? EEXIST : errno;
       ::unlink(tempPath.c_str());
       return {Error(kUserDefaultsErrorDomain, kUserDefaultsUnreadable,
                     "could not keep the unreadable settings file " + file_.string() +

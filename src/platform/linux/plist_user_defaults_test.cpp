@@ -238,6 +238,7 @@ TEST(PlistUserDefaultsTest, ValuesTheFileCannotHoldAreRefusedAndChangeNothing) {
       {"kTemplateKey", Value(Date::distantFuture())},
       {"kTemplateKey", Value(Date::distantPast())},
       {"kTemplateKey", Value(std::string("\xc0\xaf"))},  // overlong encoding of "/"
+      {std::string("bad\x01key"), Value(1)},
   };
   for (const auto& [key, value] : refused) {
     OptionalError e = defaults.setObject(key, value);
