@@ -9,6 +9,9 @@
 #include <thread>
 #include <vector>
 
+#include "platform/error.h"
+#include "platform/value.h"
+
 namespace lumeo {
 
 // Logs from a member function and a lambda, as engine code does.
@@ -86,6 +89,19 @@ TEST(Log, MessagesWithoutArgumentsAreWrittenAsTheyStand) {
   ASSERT_EQ(log.lines().size(), 3u);
   EXPECT_NE(log.lines()[0].find(": 100% of 5%d"), std::string::npos);
   EXPECT_NE(log.lines()[1].find(": 50% done, ok"), std::string::npos);
+}
+
+TEST(Log, OurValuesPrintAsText) {
+  ScopedLogCapture log(kLogLevelError);
+  Error error("SyncErrorDomain", 106, "Coordination timed out");
+  enum class Stage { kIdle, kMerging };
+  LUMEO_LOG_ERROR("%@ | %@ | %@ | %d | %@", error, std::filesystem::path("/data/Model.sqlite"),
+                  Date::fromTimeIntervalSince1970(86400.25), Stage::kMerging, Value("text"));
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_NE(log.lines()[0].find(": SyncErrorDomain 106: Coordination timed out | /data/Model.sqlite | "
+                                "1970-01-02T00:00:00.250Z | 1 | text"),
+            std::string::npos)
+      << log.lines()[0];
 }
 
 TEST(Log, BadFormatsStillProduceALine) {
