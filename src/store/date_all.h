@@ -100,7 +100,8 @@ std::int64_t monthFrom1970(Date d);
 Date dateByMonthIndexFrom1970(std::int64_t index);
 // First day of that month, 00:00:00; out-of-range months and days carry over.
 Date dateByYear(std::int64_t year, std::int64_t month);
-// That day, 00:00:00.
+// That day, 00:00:00. A year beyond the calendar's range (millions of
+// years) gives 1 January 1970 rather than an arbitrary instant.
 Date dateByYear(std::int64_t year, std::int64_t month, std::int64_t day);
 
 // --- Distances --------------------------------------------------------------
