@@ -23,6 +23,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/string_format.h"
+
 namespace lumeo {
 
 class Localization {
@@ -41,5 +43,13 @@ class Localization {
 
 // localized("How are you feeling right now?")
 inline std::string localized(std::string_view key) { return Localization::localizedString(key); }
+
+// localizedStringWithFormat("Are you sure you want to recover the data from %@?", name):
+// the translated format filled with the arguments. Throws FormatError when a
+// catalogue's format does not fit the arguments.
+template <typename... Args>
+std::string localizedStringWithFormat(std::string_view key, const Args&... args) {
+  return stringWithFormat(localized(key), args...);
+}
 
 }  // namespace lumeo

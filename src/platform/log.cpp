@@ -3,9 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <cstdio>
-#include <ctime>
 #include <cstdlib>
 #include <utility>
 
@@ -115,42 +113,6 @@ std::string shortFunctionName(std::string_view pretty) {
   return std::string(name.empty() ? pretty : name);
 }
 
-namespace detail {
-std::string logDateText(Date date) {
-  double seconds = date.timeIntervalSince1970();
-  double whole = std::floor(seconds);
-  std::time_t t = static_cast<std::time_t>(whole);
-  std::tm tm{};
-  if (!gmtime_r(&t, &tm)) return std::to_string(seconds);
-  char text[40];
-  int millis = static_cast<int>(std::lround((seconds - whole) * 1000));
-  if (millis == 1000) millis = 999;  // keep the second we printed
-  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", tm.tm_year + 1900, tm.tm_mon + 1,
-                tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, millis);
-  return text;
-}
-
-std::string convertObjectSpecifiers(std::string_view format) {
-  std::string out;
-  out.reserve(format.size());
-  for (std::size_t i = 0; i < format.size(); ++i) {
-    if (format[i] == '%' && i + 1 < format.size()) {
-      if (format[i + 1] == '@') {
-        out += "%s";
-        ++i;
-        continue;
-      }
-      if (format[i + 1] == '%') {
-        out += "%%";
-        ++i;
-        continue;
-      }
-    }
-    out.push_back(format[i]);
-  }
-  return out;
-}
-}  // namespace detail
 
 ScopedLogCapture::ScopedLogCapture(int level) : previousLevel_(logLevel()) {
   if (level >= 0) setLogLevel(level);

@@ -4,18 +4,13 @@
 // to standard error or to an installed sink. Safe to use from any thread.
 #pragma once
 
-#include <fmt/printf.h>
-
-#include <concepts>
-#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
-#include "platform/date.h"
+#include "platform/string_format.h"
 
 namespace lumeo {
 
@@ -51,37 +46,6 @@ void logLine(int level, std::string_view function, int line, std::string_view me
 std::string shortFunctionName(std::string_view prettyFunction);
 
 namespace detail {
-// printf-style formatting through fmt; "%@" stands for any value, as "%s" does.
-std::string convertObjectSpecifiers(std::string_view format);
-
-// An instant as "2024-03-01T08:30:00.250Z" (UTC), for log lines.
-std::string logDateText(Date date);
-
-template <typename>
-inline constexpr bool kUnloggable = false;
-
-// What a log argument prints as: numbers, text and pointers as they are; our
-// values through their own text (an Error as "domain code: description"), a
-// path as its string, a Date in UTC, an enum as its number.
-template <typename T>
-decltype(auto) logArgument(const T& v) {
-  if constexpr (std::is_arithmetic_v<T> || std::is_pointer_v<T> || std::is_convertible_v<const T&, std::string_view>) {
-    return v;
-  } else if constexpr (std::is_enum_v<T>) {
-    return static_cast<std::underlying_type_t<T>>(v);
-  } else if constexpr (std::is_same_v<T, Date>) {
-    return logDateText(v);
-  } else if constexpr (std::is_same_v<T, std::filesystem::path>) {
-    return v.string();
-  } else if constexpr (requires { { v.toString() } -> std::convertible_to<std::string>; }) {
-    return std::string(v.toString());
-  } else if constexpr (fmt::is_formattable<T>::value) {
-    return fmt::format("{}", v);
-  } else {
-    static_assert(kUnloggable<T>, "give this type a toString() to log it");
-  }
-}
-
 template <typename... Args>
 void logFormatted(int level, const char* function, int line, std::string_view format, const Args&... args) {
   std::string message;
@@ -89,8 +53,8 @@ void logFormatted(int level, const char* function, int line, std::string_view fo
     message = std::string(format);
   } else {
     try {
-      message = fmt::sprintf(convertObjectSpecifiers(format), logArgument(args)...);
-    } catch (const fmt::format_error& e) {
+      message = stringWithFormat(format, args...);
+    } catch (const FormatError& e) {
       message = std::string(format) + " [bad log format: " + e.what() + "]";
     }
   }
