@@ -56,7 +56,7 @@ void runBlockLoggingExceptions(const Block& block, const std::string& queueLabel
 void beginBackgroundWork() { gBackgroundWork.fetch_add(1, std::memory_order_acq_rel); }
 
 void endBackgroundWork() {
-  if (gBackgroundWork.fetch_sub(1, std::memory_order_acq_rel) == 1) notifyMainLoop();
+  if (gBackgroundWork.fetch_sub(1, std::memory_order_acq_rel) == 1) notifyMainLoop(false);
 }
 
 int backgroundWorkCount() { return gBackgroundWork.load(std::memory_order_acquire); }
@@ -67,13 +67,13 @@ MainQueueState& mainQueueState() {
   return state;
 }
 
-void notifyMainLoop() {
+void notifyMainLoop(bool wakeHost) {
   MainQueueState& s = mainQueueState();
   std::function<void()> wakeUp;
   {
     // Taking the lock orders this wake-up after a waiter's check of its condition.
     std::lock_guard lock(s.mutex);
-    wakeUp = s.wakeUpHandler;
+    if (wakeHost) wakeUp = s.wakeUpHandler;
   }
   s.changed.notify_all();
   if (wakeUp) wakeUp();

@@ -64,8 +64,10 @@ struct MainQueueState {
 };
 MainQueueState& mainQueueState();
 
-// Wakes a main loop that waits for blocks, quiet or quit.
-void notifyMainLoop();
+// Wakes a main loop that waits for blocks, quiet or quit. `wakeHost` also
+// calls the host loop's wake-up handler: for new main-queue work only, not
+// for background work going quiet, which a host loop has no use for.
+void notifyMainLoop(bool wakeHost = true);
 
 // The main queue's identity in context stacks.
 QueueId mainQueueId();
