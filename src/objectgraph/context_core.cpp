@@ -170,9 +170,9 @@ bool ContextCore::toManyForChild(const ManagedObjectID& id, const RelationshipDe
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   if (auto o = registeredObject(id)) {
     ObjectState& s = *o->state_;
-    if (!s.fault && (s.toMany[r.slot()].loaded || s.toMany[r.slot()].changed())) {
+    if (!s.fault && (s.toManyAt(r.slot()).loaded || s.toManyAt(r.slot()).changed())) {
       ensureToManyLoaded(s, r);
-      out = s.toMany[r.slot()].current.items();
+      out = s.toManyAt(r.slot()).current.items();
       for (auto& member : out) member = resolveID(member);
       return true;
     }
@@ -192,7 +192,7 @@ bool ContextCore::fireFault(ManagedObject& object) const {
 }
 
 void ContextCore::ensureToManyLoaded(ObjectState& s, const RelationshipDescription& r) const {
-  ToManyState& tm = s.toMany[r.slot()];
+  ToManyState& tm = s.toManyAt(r.slot());
   if (tm.loaded) return;
   std::vector<ManagedObjectID> ids;
   OptionalError error;
@@ -296,7 +296,7 @@ void ContextCore::addToMany(ManagedObject& object, const RelationshipDescription
                             bool maintainInverse, std::optional<std::size_t> index) {
   ObjectState& s = *object.state_;
   if (s.fault && !fireFault(object)) return;
-  ToManyState& tm = s.toMany[r.slot()];
+  ToManyState& tm = s.toManyAt(r.slot());
   if (r.isOrdered()) ensureToManyLoaded(s, r);
   if (tm.loaded) {
     if (tm.current.contains(member)) {
@@ -338,7 +338,7 @@ void ContextCore::removeToMany(ManagedObject& object, const RelationshipDescript
                                bool maintainInverse) {
   ObjectState& s = *object.state_;
   if (s.fault && !fireFault(object)) return;
-  ToManyState& tm = s.toMany[r.slot()];
+  ToManyState& tm = s.toManyAt(r.slot());
   if (tm.loaded && !tm.current.remove(member)) return;
   if (!tm.added.remove(member)) tm.removed.add(member);
   markChanged(s);
@@ -368,7 +368,7 @@ void ContextCore::deleteObject(ManagedObject& object) {
     std::vector<ManagedObjectID> targets;
     if (r->isToMany()) {
       ensureToManyLoaded(s, *r);
-      targets = s.toMany[r->slot()].current.items();
+      targets = s.toManyAt(r->slot()).current.items();
     } else if (s.toOne[r->slot()]) {
       targets.push_back(resolveID(s.toOne[r->slot()]));
     }

@@ -380,11 +380,11 @@ bool ContextCore::prefetch(const std::vector<ManagedObjectPtr>& objects, const s
     for (auto& o : current) {
       const RelationshipDescription* r = o->state_->entity->relationshipNamed(key);
       if (!r || !r->isToMany() || o->state_->fault) continue;
-      if (!o->state_->toMany[r->slot()].loaded && !o->state_->id.isTemporaryID()) {
+      if (!o->state_->toManyAt(r->slot()).loaded && !o->state_->id.isTemporaryID()) {
         unloaded[r].push_back(o.get());
       } else {
         ensureToManyLoaded(*o->state_, *r);
-        for (const auto& id : o->state_->toMany[r->slot()].current.items()) {
+        for (const auto& id : o->state_->toManyAt(r->slot()).current.items()) {
           if (seen.insert(id).second) targets.push_back(id);
         }
       }
@@ -416,7 +416,7 @@ bool ContextCore::prefetch(const std::vector<ManagedObjectPtr>& objects, const s
         return false;
       }
       for (ManagedObject* o : owners) {
-        ToManyState& tm = o->state_->toMany[r->slot()];
+        ToManyState& tm = o->state_->toManyAt(r->slot());
         std::vector<ManagedObjectID> list = members[o->state_->id.primaryKey()];
         tm.committed.assign(list);
         for (const auto& id : tm.removed.items()) list.erase(std::remove(list.begin(), list.end(), id), list.end());

@@ -166,7 +166,7 @@ bool ContextCore::assignPermanentIDs(const std::vector<ManagedObject*>& objects,
     }
     for (ManagedObject* o : members) {
       assigned.emplace_back(o, o->state_->id);
-      rekey(*o, ManagedObjectID::makePermanent(*o->state_->entity, store->identifier(), first++));
+      rekey(*o, ManagedObjectID::makePermanent(*o->state_->entity, store->internedIdentifier(), first++));
     }
   }
   if (ownTransaction && !store->commit(error)) {
@@ -239,7 +239,7 @@ OptionalError ContextCore::saveToStore(std::vector<ManagedObjectPtr>& tracked,
   for (ManagedObject* o : inserted) {
     if (!store->insertRow(*o->state_, error)) return fail();
     for (const RelationshipDescription* r : o->state_->entity->toManyRelationships()) {
-      if (o->state_->toMany[r->slot()].changed() && !store->writeToMany(*o->state_, *r, error)) return fail();
+      if (o->state_->toManyAt(r->slot()).changed() && !store->writeToMany(*o->state_, *r, error)) return fail();
     }
   }
   for (ManagedObject* o : updated) {
@@ -262,7 +262,7 @@ OptionalError ContextCore::saveToStore(std::vector<ManagedObjectPtr>& tracked,
       versions.emplace_back(&s, newVersion);
     }
     for (const RelationshipDescription* r : s.entity->toManyRelationships()) {
-      if (!s.toMany[r->slot()].changed()) continue;
+      if (!s.toManyAt(r->slot()).changed()) continue;
       if (r->isOrdered()) ensureToManyLoaded(s, *r);
       if (!store->writeToMany(s, *r, error)) return fail();
     }
@@ -317,9 +317,9 @@ OptionalError ContextCore::saveToParent(std::vector<ManagedObjectPtr>& tracked) 
       c.toOneChanged.assign(s.toOne.size(), 1);
       c.toMany.resize(s.toMany.size());
       for (std::size_t i = 0; i < s.toMany.size(); ++i) {
-        c.toMany[i].loaded = true;
-        c.toMany[i].current = s.toMany[i].current;
-        c.toMany[i].added = s.toMany[i].current;
+        c.toManyAt(i).loaded = true;
+        c.toManyAt(i).current = s.toManyAt(i).current;
+        c.toManyAt(i).added = s.toManyAt(i).current;
       }
       c.touchedSinceWillSave = true;
       parent.registerObject(copy);
@@ -347,7 +347,7 @@ OptionalError ContextCore::saveToParent(std::vector<ManagedObjectPtr>& tracked) 
       p.toOne[i] = s.toOne[i];
     }
     for (const RelationshipDescription* r : s.entity->toManyRelationships()) {
-      const ToManyState& tm = s.toMany[r->slot()];
+      const ToManyState& tm = s.toManyAt(r->slot());
       if (!tm.changed()) continue;
       if (tm.reordered) {
         parent.ensureToManyLoaded(p, *r);
@@ -422,8 +422,8 @@ void ContextCore::refresh(ManagedObject& object, bool mergeChanges) {
   }
   for (std::size_t i = 0; i < toManys.size() && i < s.toMany.size(); ++i) {
     if (!toManys[i].changed()) continue;
-    s.toMany[i].added = toManys[i].added;
-    s.toMany[i].removed = toManys[i].removed;
+    s.toManyAt(i).added = toManys[i].added;
+    s.toManyAt(i).removed = toManys[i].removed;
   }
 }
 

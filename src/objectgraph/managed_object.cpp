@@ -86,7 +86,6 @@ void ObjectState::fillFromSnapshot(RowSnapshot&& row) {
   committedToOne.clear();
   toOneChanged.clear();
   toMany.clear();
-  toMany.resize(entity->toManyRelationships().size());
   version = row.version;
   fault = false;
 }
@@ -164,7 +163,7 @@ Value uriArray(const std::vector<ManagedObjectID>& ids) {
 
 }  // namespace
 
-ManagedObject::ManagedObject() : state_(std::make_unique<ObjectState>()) {}
+ManagedObject::ManagedObject() = default;
 
 ManagedObject::~ManagedObject() {
   if (state_->core) state_->core->forget(state_->id, this);
@@ -270,7 +269,7 @@ std::vector<ManagedObjectID> ManagedObject::objectIDsForRelationshipNamed(std::s
   if (!state_->core) return {};
   if (state_->fault && !state_->core->fireFault(const_cast<ManagedObject&>(*this))) return {};
   state_->core->ensureToManyLoaded(*state_, *r);
-  std::vector<ManagedObjectID> out = state_->toMany[r->slot()].current.items();
+  std::vector<ManagedObjectID> out = state_->toManyAt(r->slot()).current.items();
   for (auto& id : out) id = state_->core->resolveID(id);
   return out;
 }
@@ -354,7 +353,7 @@ std::vector<std::string> ManagedObject::changedPropertyNames() const {
   }
   const auto& toManys = s.entity->toManyRelationships();
   for (std::size_t i = 0; i < toManys.size(); ++i) {
-    if (s.toMany[i].changed()) names.push_back(toManys[i]->name());
+    if (i < s.toMany.size() && s.toMany[i].changed()) names.push_back(toManys[i]->name());
   }
   return names;
 }
@@ -412,7 +411,7 @@ std::vector<ManagedObjectID> ManagedObject::committedObjectIDsForKey(std::string
   if (!state_->core) return {};
   if (state_->fault && !state_->core->fireFault(const_cast<ManagedObject&>(*this))) return {};
   state_->core->ensureToManyLoaded(*state_, r);
-  return state_->toMany[r.slot()].committed.items();
+  return state_->toManyAt(r.slot()).committed.items();
 }
 
 }  // namespace lumeo

@@ -23,12 +23,12 @@
 
 #include "objectgraph/managed_object_id.h"
 #include "objectgraph/managed_object_model.h"
+#include "objectgraph/object_state.h"
 #include "platform/value.h"
 
 namespace lumeo {
 
 class ManagedObjectContext;
-struct ObjectState;
 class ContextCore;
 
 class ManagedObject;
@@ -119,8 +119,10 @@ class ManagedObject : public std::enable_shared_from_this<ManagedObject> {
  private:
   friend class ContextCore;
   friend class ManagedObjectContext;
-  ObjectState& state() const { return *state_; }
-  std::unique_ptr<ObjectState> state_;
+  // Kept inside the object (not behind a pointer): one allocation less per
+  // fetched row. Mutable because faulting fills it from const accessors.
+  mutable ObjectState stateStorage_;
+  ObjectState* const state_ = &stateStorage_;
 };
 
 // Filters objects in memory by a predicate (see predicate.h).

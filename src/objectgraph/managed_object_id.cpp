@@ -46,6 +46,10 @@ std::string ManagedObjectID::URIRepresentation() const {
   return uri;
 }
 
+const std::string* ManagedObjectID::internStoreIdentifier(const std::string& storeIdentifier) {
+  return intern(storeIdentifier);
+}
+
 ManagedObjectID ManagedObjectID::makePermanent(const EntityDescription& entity, const std::string& storeIdentifier,
                                                std::int64_t primaryKey) {
   ManagedObjectID id;

@@ -34,6 +34,17 @@ class ManagedObjectID {
   static ManagedObjectID makePermanent(const EntityDescription& entity, const std::string& storeIdentifier,
                                        std::int64_t primaryKey);
   static ManagedObjectID makeTemporary(const EntityDescription& entity);
+  // The shared copy of a store identifier, for stores that make many IDs:
+  // makePermanent with it skips the interning lookup.
+  static const std::string* internStoreIdentifier(const std::string& storeIdentifier);
+  static ManagedObjectID makePermanent(const EntityDescription& entity, const std::string* internedStore,
+                                       std::int64_t primaryKey) {
+    ManagedObjectID id;
+    id.entity_ = &entity;
+    id.store_ = internedStore;
+    id.key_ = primaryKey;
+    return id;
+  }
 
   friend bool operator==(const ManagedObjectID& a, const ManagedObjectID& b);
   friend bool operator!=(const ManagedObjectID& a, const ManagedObjectID& b) { return !(a == b); }

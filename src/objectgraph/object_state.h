@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <unordered_set>
 #include <vector>
 
@@ -103,6 +104,13 @@ struct ObjectState {
     if (committedToOne.empty()) committedToOne = toOne;
     if (toOneChanged.empty()) toOneChanged.assign(toOne.size(), 0);
     toOneChanged[i] = 1;
+  }
+  // The state of a to-many relationship, made on first use: a fetched
+  // object that never touches its to-many relationships allocates nothing
+  // for them.
+  ToManyState& toManyAt(std::size_t slot) {
+    if (toMany.size() <= slot) toMany.resize(entity->toManyRelationships().size());
+    return toMany[slot];
   }
   void resetToFault();
   void fillFromSnapshot(RowSnapshot&& row);

@@ -12,6 +12,7 @@ namespace lumeo {
 namespace {
 
 constexpr int kMaxDepth = 100;
+constexpr int kMaxSubqueryDepth = 4;
 
 std::string upper(std::string_view s) {
   std::string out(s);
@@ -344,6 +345,8 @@ class Parser {
     const std::string word = upper(peekWord());
     if (word == "SUBQUERY" && s_.substr(pos_ + 8).find_first_not_of(" \t\r\n") != std::string_view::npos &&
         s_[s_.find_first_not_of(" \t\r\n", pos_ + 8)] == '(') {
+      // Each level of nested subqueries multiplies the work of evaluation.
+      if (++subqueryDepth_ > kMaxSubqueryDepth) fail("SUBQUERY nested too deep");
       pos_ += 8;
       expectChar('(');
       e->kind = PredicateExpression::Kind::kSubquery;
@@ -356,6 +359,7 @@ class Parser {
       expectChar(',');
       e->subpredicate = parseOr();
       expectChar(')');
+      --subqueryDepth_;
       parseKeySuffix(*e);
       return e;
     }
@@ -448,6 +452,7 @@ class Parser {
   std::size_t pos_ = 0;
   std::size_t argIndex_ = 0;
   int depth_ = 0;
+  int subqueryDepth_ = 0;
 };
 
 }  // namespace

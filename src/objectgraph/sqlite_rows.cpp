@@ -144,7 +144,7 @@ RowSnapshot SQLiteStore::rowFromStatement(const EntityDescription& anyOfChain, s
   const std::int64_t pk = sqlite3_column_int64(s, 0);
   const EntityDescription* entity = entityForNumber(anyOfChain, sqlite3_column_int(s, 1));
   row.entity = entity ? entity : &anyOfChain;
-  row.id = ManagedObjectID::makePermanent(*row.entity, identifier_, pk);
+  row.id = ManagedObjectID::makePermanent(*row.entity, interned_, pk);
   row.version = sqlite3_column_int64(s, 2);
   const auto& attributeColumns = layout.attributeColumn.at(row.entity);
   const auto& attributes = row.entity->attributes();
@@ -161,7 +161,7 @@ RowSnapshot SQLiteStore::rowFromStatement(const EntityDescription& anyOfChain, s
     const EntityDescription& destination = toOnes[i]->destinationEntity();
     // Only a destination with subentities needs a look at the target's row
     // to know its entity; that happens lazily when the fault fires.
-    row.toOne[i] = ManagedObjectID::makePermanent(destination, identifier_, sqlite3_column_int64(s, column));
+    row.toOne[i] = ManagedObjectID::makePermanent(destination, interned_, sqlite3_column_int64(s, column));
   }
   return row;
 }
@@ -364,6 +364,7 @@ bool SQLiteStore::deleteRow(const ManagedObjectID& id, OptionalError& error) {
 bool SQLiteStore::writeToMany(const ObjectState& o, const RelationshipDescription& r, OptionalError& error) {
   auto join = joinTableFor(r);
   if (!join || !join->sourceIsOwner) return true;
+  if (o.toMany.size() <= r.slot()) return true;  // never touched
   const ToManyState& state = o.toMany[r.slot()];
   const std::int64_t source = o.id.primaryKey();
   auto run = [&](const std::string& sql, std::int64_t member, std::int64_t index, int arity) {

@@ -219,7 +219,7 @@ std::optional<SQLiteStore::JoinTable> SQLiteStore::joinTableFor(const Relationsh
 
 ManagedObjectID SQLiteStore::makeID(const EntityDescription& anyOfChain, int entityNumber, std::int64_t pk) const {
   const EntityDescription* e = entityForNumber(anyOfChain, entityNumber);
-  return ManagedObjectID::makePermanent(e ? *e : anyOfChain, identifier_, pk);
+  return ManagedObjectID::makePermanent(e ? *e : anyOfChain, interned_, pk);
 }
 
 const EntityDescription* SQLiteStore::entityForNumber(const EntityDescription& anyOfChain, int entityNumber) const {
@@ -273,6 +273,7 @@ bool SQLiteStore::setUpSchema(const Value::Dictionary& options, OptionalError& e
   }
   identifier_ = metadata_[kStoreUUIDKey].toString();
   if (identifier_.empty()) identifier_ = newUUID();
+  interned_ = ManagedObjectID::internStoreIdentifier(identifier_);
 
   if (readOnly) {
     return query("SELECT _ent, name FROM _og_entities", {},

@@ -41,6 +41,7 @@ class SQLiteStore {
   SQLiteStore& operator=(const SQLiteStore&) = delete;
 
   const std::string& identifier() const { return identifier_; }
+  const std::string* internedIdentifier() const { return interned_; }
   const Value::Dictionary& metadata() const { return metadata_; }
   sqlite3* db() const { return db_; }
   const ManagedObjectModel& model() const { return model_; }
@@ -141,6 +142,7 @@ class SQLiteStore {
   const ManagedObjectModel& model_;
   sqlite3* db_ = nullptr;
   std::string identifier_;
+  const std::string* interned_ = nullptr;
   Value::Dictionary metadata_;
   bool inTransaction_ = false;
   std::unordered_map<const EntityDescription*, Layout> layouts_;  // by root
