@@ -16,11 +16,16 @@
 //
 // Exceptions: one escaping an async block is logged as an error and the queue
 // goes on; one escaping a sync block reaches the caller of sync().
+//
+// Threads: every call may be made from any thread, except that the main
+// loop's run* calls belong to the main thread. The worker threads do not
+// survive fork(); a child process must exec or use no queue.
 #pragma once
 
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace lumeo {
 
