@@ -137,11 +137,10 @@ State& loadedState() {
 std::string Localization::localizedString(std::string_view key) {
   State& s = loadedState();
   std::string k(key);
-  {
-    std::lock_guard lock(s.mutex);
-    if (!s.directory || k.empty()) return k;
-  }
-  // dgettext is thread-safe; the returned text lives in the mapped catalogue.
+  // Under the lock so that a lookup never meets a reload halfway through
+  // changing LANGUAGE; gettext answers from its cache, so this stays cheap.
+  std::lock_guard lock(s.mutex);
+  if (!s.directory || k.empty()) return k;
   return dgettext(kTableName, k.c_str());
 }
 
