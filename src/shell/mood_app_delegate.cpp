@@ -3,12 +3,15 @@
 // the comments say where it matters.
 #include "shell/mood_app_delegate.h"
 
+#include <set>
 #include <system_error>
 
 #include "objectgraph/managed_object_context.h"
 #include "platform/calendar.h"
 #include "platform/dispatch_queue.h"
 #include "platform/user_defaults.h"
+#include "store/image_store.h"
+#include "store/mood_description.h"
 #include "store/notification_names.h"
 #include "store/settings_keys.h"
 #include "shell/shell_text.h"
@@ -19,6 +22,27 @@ namespace {
 MoodAppDelegate* gSharedDelegate = nullptr;
 }  // namespace
 
+namespace {
+
+// The launch clean-up of the image store: files that no description names
+// are removed.
+class JournalImageStoreCleaner : public ImageStoreCleaner {
+ public:
+  void clearImageStore() override {
+    MoodAppDelegate* app = MoodAppDelegate::sharedDelegate();
+    auto images = ImageStore::shared();
+    if (!app || !images || !app->store().hasStore()) return;
+    std::set<std::string> inUse;
+    for (const auto& description : app->store().allDescriptions()) {
+      if (auto name = description->photoName()) inUse.insert(*name);
+      if (auto name = description->thumbName()) inUse.insert(*name);
+    }
+    images->clearImageStore(inUse);
+  }
+};
+
+}  // namespace
+
 void ShellServices::fillDefaults() {
   if (!passcode) passcode = std::make_shared<AlwaysGrantedPasscodeGate>();
   if (!sync) sync = std::make_shared<SyncService>();
@@ -27,7 +51,7 @@ void ShellServices::fillDefaults() {
   if (!location) location = std::make_shared<LocationService>();
   if (!watch) watch = std::make_shared<WatchService>();
   if (!capture) capture = std::make_shared<CaptureHooks>();
-  if (!imageStore) imageStore = std::make_shared<ImageStoreCleaner>();
+  if (!imageStore) imageStore = std::make_shared<JournalImageStoreCleaner>();
   if (!application) application = std::make_shared<ApplicationHost>();
 }
 
@@ -48,6 +72,9 @@ MoodAppDelegate::MoodAppDelegate(ApplicationDirectories directories, ShellServic
     observeSavesForSync(context);
   });
   gSharedDelegate = this;
+  // The image store of this journal: the one descriptions write to and
+  // delete from.
+  ImageStore::setShared(std::make_shared<ImageStore>(directories_.library));
   if (!remindersTextExists()) setRemindersText(shellText("How are you feeling right now?"));
 }
 

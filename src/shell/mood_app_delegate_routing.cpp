@@ -8,6 +8,7 @@
 #include "platform/user_defaults.h"
 #include "shell/mood_app_delegate.h"
 #include "shell/shell_text.h"
+#include "store/image_store.h"
 #include "store/mood_description.h"
 #include "store/mood_record.h"
 #include "store/notification_names.h"
@@ -186,7 +187,9 @@ void MoodAppDelegate::chooseActionForRecord(const std::shared_ptr<MoodRecord>& r
   ShareSheetRequest request;
   request.text = shareTextForRecord(*record);
   if (auto description = record->moodDescription()) {
-    if (auto photo = description->photoName()) request.photoPath = (directories_.library / "imageStore" / *photo).string();
+    if (auto images = ImageStore::shared()) {
+      if (auto file = images->imageURLForName(description->photoName())) request.photoPath = file->string();
+    }
   }
   // The placeholder item adds the handle for the Twitter activity only.
   request.itemForActivityType = [](const std::string& type) {

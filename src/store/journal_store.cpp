@@ -7,6 +7,7 @@
 #include "objectgraph/persistent_store_coordinator.h"
 #include "objectgraph/predicate.h"
 #include "platform/user_defaults.h"
+#include "store/image_store.h"
 #include "store/journal_model.h"
 #include "store/mood_description.h"
 #include "store/mood_record.h"
@@ -62,14 +63,13 @@ std::shared_ptr<ManagedObjectContext> JournalStore::managedObjectContext() {
   context_ = std::make_shared<ManagedObjectContext>(ConcurrencyType::kMainQueue);
   context_->setName("journal main");
   context_->setPersistentStoreCoordinator(coordinator);
-  // Deleted descriptions take their image files with them.
-  // IMAGE STORE CALL SITE: route this through the image store's removal once
-  // it is in; until then the file is removed from "imageStore" directly.
-  std::filesystem::path images = locations_.libraryDirectory / "imageStore";
-  MoodDescription::setImageFileRemover([images](const std::string& name) {
-    if (name.empty() || name.find('/') != std::string::npos) return;
-    std::error_code ec;
-    std::filesystem::remove(images / name, ec);
+  // Deleted descriptions take their image files with them, through the
+  // image store of this journal.
+  std::filesystem::path library = locations_.libraryDirectory;
+  MoodDescription::setImageFileRemover([library](const std::string& name) {
+    auto images = ImageStore::shared();
+    if (!images) images = std::make_shared<ImageStore>(library);
+    images->deleteImageWithName(name);
   });
   if (contextCreated_) contextCreated_(context_);
   return context_;

@@ -1,0 +1,470 @@
+// lumeo add, list, show and delete, and the journal session: the CLI runs
+// the application's launch sequence before the first journal command and
+// its termination step after the command, as the GUI does around its run.
+//
+// Records are named on the command line by their row number in the store
+// (the number in the record's object URI), which stays the same for the
+// record's life.
+#include "journal_commands.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <random>
+#include <regex>
+
+#include "capture/mood_levels_presentation.h"
+#include "capture/tag_extraction.h"
+#include "cli_app.h"
+#include "objectgraph/managed_object_context.h"
+#include "platform/calendar.h"
+#include "platform/date_formatter.h"
+#include "platform/linux/data_directories.h"
+#include "platform/linux/plist_user_defaults.h"
+#include "platform/user_date_parser.h"
+#include "shell/mood_app_delegate.h"
+#include "store/journal_model.h"
+#include "store/journal_store.h"
+#include "store/mood_description.h"
+#include "store/mood_record.h"
+#include "store/mood_tag.h"
+
+namespace lumeo::cli {
+
+namespace {
+
+std::unique_ptr<MoodAppDelegate>& sessionSlot() {
+  static std::unique_ptr<MoodAppDelegate> app;
+  return app;
+}
+
+// An existing store file that SQLite would not read is refused before
+// anything touches it: the launch would otherwise treat the journal as new.
+void checkStoreFile(const std::filesystem::path& file) {
+  std::error_code ec;
+  if (!std::filesystem::exists(file, ec)) return;
+  std::ifstream in(file, std::ios::binary);
+  char header[16] = {};
+  in.read(header, sizeof header);
+  auto size = std::filesystem::file_size(file, ec);
+  if (size == 0) return;  // an empty file is a fresh database to SQLite
+  if (!in || std::string(header, 16) != std::string("SQLite format 3\0", 16)) {
+    throw CommandError("the journal store " + file.string() +
+                       " is not an SQLite database; it was left as it is. Move it away to start a new journal.");
+  }
+}
+
+void launch(CliApp& app) {
+  DataDirectories dirs = DataDirectories::current();
+  if (!dirs.create()) throw CommandError("cannot make Lumeo's folders under " + dirs.library.parent_path().string());
+  checkStoreFile(dirs.library / kJournalStoreFileName);
+  PlistUserDefaults::installStandard();
+  // The level words of the share text come from the user's level table.
+  MoodLevelTableFiles::setCurrent({dirs.library, {}});
+  MoodAppDelegate::setLevelTextProvider([](long level) {
+    auto presentation = MoodLevelsPresentation().presentationForMoodLevel(level);
+    return presentation ? presentation->text : std::to_string(level);
+  });
+  ApplicationDirectories appDirs{dirs.library, dirs.documents, {}};
+  auto delegate = std::make_unique<MoodAppDelegate>(appDirs, ShellServices{});
+  delegate->applicationDidFinishLaunchingWithOptions({});
+  // No splash animation on a terminal: the completion runs at once.
+  delegate->splash()->viewDidAppear(false);
+  delegate->applicationDidBecomeActive();
+  if (auto error = delegate->store().storeOpenError()) {
+    throw CommandError("cannot open the journal store " + delegate->storeURL().string() + ": " + error->description);
+  }
+  sessionSlot() = std::move(delegate);
+  (void)app;
+}
+
+void terminate(CliApp&) {
+  if (auto& app = sessionSlot()) {
+    app->applicationWillTerminate();
+    sessionSlot().reset();
+  }
+}
+
+// --- Dates ----------------------------------------------------------------
+
+struct ParsedDate {
+  Date date;
+  bool hasTime = false;
+};
+
+std::optional<ParsedDate> readUserDate(const std::string& raw) {
+  std::string text = raw;
+  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.pop_back();
+  while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.erase(0, 1);
+  if (text.empty()) return std::nullopt;
+  Calendar calendar = Calendar::current();
+  if (text == "now") return ParsedDate{Date::now(), true};
+  if (text == "today") return ParsedDate{calendar.startOfDay(Date::now()), false};
+  if (text == "yesterday") {
+    auto d = calendar.dateByAddingUnit(CalendarUnit::kDay, -1, calendar.startOfDay(Date::now()));
+    if (d) return ParsedDate{*d, false};
+  }
+  // ISO 8601 or the user's locale; a text without a time names a day.
+  auto date = parseUserDate(text, calendar);
+  if (!date) return std::nullopt;
+  return ParsedDate{*date, text.find(':') != std::string::npos};
+}
+
+Date requireDate(const std::string& text, const std::string& what, bool endOfDay) {
+  auto parsed = readUserDate(text);
+  if (!parsed) {
+    std::string example = DateFormatter::localizedStringFromDate(Date::now(), DateFormatter::Style::kShort,
+                                                                  DateFormatter::Style::kShort);
+    throw CommandError("cannot read the " + what + " \"" + text +
+                           "\": write it as 2026-11-22, 2026-11-22T14:30 or as your locale writes it (" + example +
+                           ")",
+                       2);
+  }
+  if (endOfDay && !parsed->hasTime) {
+    // "--to 2026-11-22" means the whole of that day.
+    Calendar calendar = Calendar::current();
+    if (auto next = calendar.dateByAddingUnit(CalendarUnit::kDay, 1, parsed->date)) {
+      return next->dateByAddingTimeInterval(-0.001);
+    }
+  }
+  return parsed->date;
+}
+
+std::string isoText(Date date) {
+  DateFormatter formatter("yyyy-MM-dd'T'HH:mm:ssXXX");
+  formatter.setLocale("en_US_POSIX");
+  return formatter.stringFromDate(date);
+}
+
+std::string shortText(Date date) {
+  DateFormatter formatter("yyyy-MM-dd HH:mm");
+  formatter.setLocale("en_US_POSIX");
+  return formatter.stringFromDate(date);
+}
+
+// --- Records --------------------------------------------------------------
+
+std::int64_t recordID(const MoodRecord& record) { return record.objectID().primaryKey(); }
+
+nlohmann::json recordJson(const MoodRecord& record) {
+  nlohmann::json j;
+  j["id"] = recordID(record);
+  j["uri"] = record.objectID().URIRepresentation();
+  j["uniqueIdentifier"] = record.uniqueIdentifier().value_or("");
+  j["date"] = record.date() ? nlohmann::json(isoText(*record.date())) : nlohmann::json(nullptr);
+  j["level"] = record.moodLevel();
+  auto description = record.moodDescription();
+  j["comment"] = description && description->comment() ? nlohmann::json(*description->comment()) : nlohmann::json(nullptr);
+  nlohmann::json tags = nlohmann::json::array();
+  for (const auto& tag : record.moodTags()) tags.push_back(tag->tagName());
+  j["tags"] = tags;
+  if (description && description->hasPosition()) {
+    j["latitude"] = description->latitude();
+    j["longitude"] = description->longitude();
+  }
+  if (description && description->photoName()) j["photo"] = *description->photoName();
+  return j;
+}
+
+std::string oneLine(std::string text, std::size_t width) {
+  for (char& c : text) {
+    if (c == '\n' || c == '\t') c = ' ';
+  }
+  // Cut on a character boundary of UTF-8.
+  if (text.size() > width) {
+    std::size_t cut = width;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
+    text = text.substr(0, cut) + "...";
+  }
+  return text;
+}
+
+long parseLevel(const std::string& text) {
+  long level = 0;
+  try {
+    level = parseInteger(text, "LEVEL");
+  } catch (const CommandError&) {
+    throw CommandError("the mood level must be a whole number from 1 (worst) to 10 (best), not \"" + text + "\"", 2);
+  }
+  if (level < 1 || level > 10) {
+    throw CommandError("the mood level must be a whole number from 1 (worst) to 10 (best), not " + text, 2);
+  }
+  return level;
+}
+
+// Links the record to the tags named in its comment, making tags that do
+// not exist yet; a tag is found by its name up to case and accents.
+void applyCommentTags(JournalStore& store, const std::shared_ptr<MoodRecord>& record, const std::string& comment) {
+  auto context = store.managedObjectContext();
+  for (const ExtractedTag& extracted : extractTagsForRecord(comment)) {
+    auto matches = store.tagsNamedLike(extracted.tagName);
+    std::shared_ptr<MoodTag> tag = matches.empty() ? nullptr : matches.front();
+    if (!tag) {
+      tag = context->insertNewObject<MoodTag>(kMoodTagEntity);
+      tag->setTagName(extracted.tagName);
+    } else if (tag->tagName() != extracted.tagName) {
+      tag->setTagName(extracted.tagName);  // the latest spelling wins
+    }
+    tag->setTagUnit(unitAfterApply(tag->tagUnit(), extracted));
+    record->addMoodTagsObject(tag);
+  }
+}
+
+std::shared_ptr<MoodRecord> requireRecord(JournalStore& store, const std::string& text) {
+  std::int64_t id = 0;
+  try {
+    id = parseInteger(text, "ID");
+  } catch (const CommandError&) {
+    throw CommandError("a record ID is the number that `lumeo list` shows, not \"" + text + "\"", 2);
+  }
+  auto record = id > 0 ? store.recordWithRowNumber(id) : nullptr;
+  if (!record) throw CommandError("no record with ID " + text + " (see `lumeo list`)");
+  return record;
+}
+
+void saveOrFail(MoodAppDelegate& app, const std::string& what) {
+  app.saveContext();
+  if (auto error = app.store().lastSaveError()) {
+    app.managedObjectContext()->rollback();
+    throw CommandError("could not " + what + ": " + error->description + " (nothing was changed)");
+  }
+}
+
+void printRecordLine(CliApp& app, const MoodRecord& record) {
+  auto description = record.moodDescription();
+  std::string comment = description ? description->comment().value_or("") : "";
+  char head[64];
+  std::snprintf(head, sizeof head, "%6lld  %s  %2ld  ", static_cast<long long>(recordID(record)),
+                record.date() ? shortText(*record.date()).c_str() : "                ", record.moodLevel());
+  app.out() << head << oneLine(comment, 60) << "\n";
+}
+
+// --- Commands ---------------------------------------------------------------
+
+struct AddOptions {
+  std::string level;
+  std::optional<std::string> comment;
+  std::optional<std::string> at;
+};
+
+void runAdd(CliApp& cli, const AddOptions& options) {
+  long level = parseLevel(options.level);
+  Date when = options.at ? requireDate(*options.at, "date", false) : Date::now();
+  MoodAppDelegate& app = journalSession(cli);
+  JournalStore& store = app.store();
+  // As the capture path does: record and description together, one save.
+  auto record = store.insertRecordWithDescription();
+  if (!record) throw CommandError("the journal store is not open");
+  record->setMoodLevel(level);
+  record->setDate(when);
+  if (options.comment && !options.comment->empty()) {
+    record->moodDescription()->setComment(*options.comment);
+    applyCommentTags(store, record, *options.comment);
+  }
+  saveOrFail(app, "save the record");
+  app.setDropboxCounter(1);
+  if (cli.json()) {
+    cli.printJson(recordJson(*record));
+  } else {
+    cli.out() << "Added record " << recordID(*record) << ": level " << level << " on " << shortText(when) << "\n";
+  }
+}
+
+struct ListOptions {
+  std::optional<std::string> from;
+  std::optional<std::string> to;
+  long limit = 100;
+};
+
+void runList(CliApp& cli, const ListOptions& options) {
+  Date from = options.from ? requireDate(*options.from, "start date", false) : Date::distantPast();
+  Date to = options.to ? requireDate(*options.to, "end date", true) : Date::distantFuture();
+  if (options.limit < 0) throw CommandError("--limit must be 0 (all) or more", 2);
+  if (to < from) throw CommandError("the end date lies before the start date", 2);
+  MoodAppDelegate& app = journalSession(cli);
+  auto records = app.store().newestRecordsFrom(from, to, static_cast<std::size_t>(options.limit));
+  if (cli.json()) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const auto& record : records) list.push_back(recordJson(*record));
+    cli.printJson(list);
+    return;
+  }
+  if (records.empty()) {
+    cli.out() << "No records" << (options.from || options.to ? " in that period" : " yet") << ".\n";
+    return;
+  }
+  cli.out() << "    ID  DATE              LV  COMMENT\n";
+  for (const auto& record : records) printRecordLine(cli, *record);
+}
+
+void runShow(CliApp& cli, const std::string& id, bool share) {
+  MoodAppDelegate& app = journalSession(cli);
+  auto record = requireRecord(app.store(), id);
+  if (share) {
+    std::string text = MoodAppDelegate::shareTextForRecord(*record);
+    if (cli.json()) {
+      cli.printJson({{"id", recordID(*record)}, {"text", text}});
+    } else {
+      cli.out() << text << "\n";
+    }
+    return;
+  }
+  if (cli.json()) {
+    cli.printJson(recordJson(*record));
+    return;
+  }
+  auto description = record->moodDescription();
+  cli.out() << "Record " << recordID(*record) << "\n"
+            << "  date     " << (record->date() ? shortText(*record->date()) : std::string("-")) << "\n"
+            << "  level    " << record->moodLevel() << "\n";
+  if (description && description->comment()) cli.out() << "  comment  " << *description->comment() << "\n";
+  auto tags = record->moodTags();
+  if (!tags.empty()) {
+    cli.out() << "  tags    ";
+    for (const auto& tag : tags) cli.out() << " #" << tag->tagName();
+    cli.out() << "\n";
+  }
+  if (description && description->hasPosition()) {
+    cli.out() << "  place    " << description->latitude() << ", " << description->longitude() << "\n";
+  }
+  cli.out() << "  identity " << record->uniqueIdentifier().value_or("-") << "\n";
+}
+
+void runDelete(CliApp& cli, const std::string& id, bool yes) {
+  MoodAppDelegate& app = journalSession(cli);
+  auto record = requireRecord(app.store(), id);
+  if (!yes) {
+    if (!cli.interactive()) {
+      throw CommandError("deleting needs --yes when not run on a terminal", 2);
+    }
+    cli.out() << "Wait a moment!\n"
+              << "Deleting your genuine mood records may compromise statistics and cannot be undone. You will only "
+                 "benifit from being honest to yourself about both pleasant & unpleasant memories. Do you really "
+                 "want to delete selected record?\n";
+    printRecordLine(cli, *record);
+    cli.out() << "Yes or No? [y/N] " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    if (answer != "y" && answer != "Y" && answer != "yes" && answer != "Yes") {
+      cli.out() << "Kept record " << id << ".\n";
+      return;
+    }
+  }
+  std::int64_t row = recordID(*record);
+  app.store().deleteRecord(record);
+  saveOrFail(app, "delete the record");
+  if (cli.json()) {
+    cli.printJson({{"deleted", row}});
+  } else {
+    cli.out() << "Deleted record " << row << ".\n";
+  }
+}
+
+void registerCommands(CliApp& cli) {
+  cli.addStartHook(launch);
+  cli.addStopHook(terminate);
+
+  auto add = std::make_shared<AddOptions>();
+  CLI::App* addCmd = cli.root().add_subcommand("add", "Record how you feel: a level from 1 (worst) to 10 (best)");
+  addCmd->add_option("LEVEL", add->level, "Mood level, 1 to 10")->required();
+  addCmd->add_option("-c,--comment", add->comment, "Text of the record; #tags in it become tags")->type_name("TEXT");
+  addCmd->add_option("--at", add->at, "When (default now): 2026-11-22T14:30, 2026-11-22 or your locale's form")
+      ->type_name("WHEN");
+  addCmd->callback([&cli, add] { runAdd(cli, *add); });
+
+  auto list = std::make_shared<ListOptions>();
+  CLI::App* listCmd = cli.root().add_subcommand("list", "List records, newest first");
+  listCmd->add_option("--from", list->from, "First day or moment to list")->type_name("DATE");
+  listCmd->add_option("--to", list->to, "Last day or moment to list (a day counts whole)")->type_name("DATE");
+  listCmd->add_option("-n,--limit", list->limit, "At most this many records (0: all)")
+      ->capture_default_str()
+      ->type_name("N");
+  listCmd->callback([&cli, list] { runList(cli, *list); });
+
+  auto showId = std::make_shared<std::string>();
+  auto share = std::make_shared<bool>(false);
+  CLI::App* showCmd = cli.root().add_subcommand("show", "Show one record");
+  showCmd->add_option("ID", *showId, "Record ID as `lumeo list` shows it")->required();
+  showCmd->add_flag("--share", *share, "Print the text the share sheet offers");
+  showCmd->callback([&cli, showId, share] { runShow(cli, *showId, *share); });
+
+  auto deleteId = std::make_shared<std::string>();
+  auto yes = std::make_shared<bool>(false);
+  CLI::App* deleteCmd = cli.root().add_subcommand("delete", "Delete one record (asks first on a terminal)");
+  deleteCmd->add_option("ID", *deleteId, "Record ID as `lumeo list` shows it")->required();
+  deleteCmd->add_flag("-y,--yes", *yes, "Delete without asking");
+  deleteCmd->callback([&cli, deleteId, yes] { runDelete(cli, *deleteId, *yes); });
+}
+
+const CommandRegistration kJournalCommands(10, registerCommands);
+
+const DemoStep kJournalDemo(10, "Journal: four weeks of records", [](CliApp& cli) {
+  MoodAppDelegate& app = journalSession(cli);
+  std::size_t made = fillDemoJournal(app.store());
+  cli.out() << "Made " << made << " sample records. The newest five:\n";
+  ListOptions options;
+  options.limit = 5;
+  bool json = cli.json();
+  if (json) {
+    auto records = app.store().newestRecordsFrom(Date::distantPast(), Date::distantFuture(), 5);
+    nlohmann::json list = nlohmann::json::array();
+    for (const auto& record : records) list.push_back(recordJson(*record));
+    cli.printJson(list);
+  } else {
+    runList(cli, options);
+  }
+});
+
+}  // namespace
+
+MoodAppDelegate& journalSession(CliApp& app) {
+  if (!sessionSlot()) app.runStartHooks();
+  if (!sessionSlot()) throw CommandError("the journal could not be opened");
+  return *sessionSlot();
+}
+
+std::size_t fillDemoJournal(JournalStore& store, int days, std::uint32_t seed) {
+  static const char* kComments[] = {
+      "Slept well #sleep:8h and a long walk #walk",
+      "Busy day at #work, too much coffee #coffee:3",
+      "Dinner with friends #friends",
+      "Tired #sleep:5h",
+      "Quiet evening reading #reading",
+      "Ran in the park #running:5km",
+      "Headache all afternoon #work",
+      "Cooked something new #cooking #friends",
+  };
+  std::mt19937 random(seed);
+  Calendar calendar = Calendar::current();
+  Date today = calendar.startOfDay(Date::now());
+  std::size_t made = 0;
+  for (int d = days - 1; d >= 0; --d) {
+    auto day = calendar.dateByAddingUnit(CalendarUnit::kDay, -d, today);
+    if (!day) continue;
+    int perDay = 2 + static_cast<int>(random() % 2);
+    for (int i = 0; i < perDay; ++i) {
+      double hour = 8 + i * 5 + static_cast<double>(random() % 180) / 60.0;
+      Date when = day->dateByAddingTimeInterval(hour * 3600);
+      if (when > Date::now()) continue;
+      // A weekly rhythm with some noise, better on weekends.
+      int weekday = static_cast<int>(calendar.component(CalendarUnit::kWeekday, when));
+      long level = 5 + (weekday == 1 || weekday == 7 ? 2 : 0) + static_cast<long>(random() % 4) - 1;
+      level = std::clamp(level, 1L, 10L);
+      auto record = store.insertRecordWithDescription();
+      if (!record) return made;
+      record->setMoodLevel(level);
+      record->setDate(when);
+      std::string comment = kComments[random() % std::size(kComments)];
+      record->moodDescription()->setComment(comment);
+      applyCommentTags(store, record, comment);
+      ++made;
+    }
+  }
+  store.saveContext();
+  return made;
+}
+
+}  // namespace lumeo::cli

@@ -1,0 +1,27 @@
+// The journal commands of the lumeo command (add, list, show, delete) and
+// the journal session behind them: the application object, launched when a
+// command first needs the journal and terminated when the command ends.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace lumeo {
+class JournalStore;
+class MoodAppDelegate;
+}  // namespace lumeo
+
+namespace lumeo::cli {
+
+class CliApp;
+
+// The running application object; launches it (store open, tabs up) on
+// first use. Throws CommandError when the store file is not a journal.
+MoodAppDelegate& journalSession(CliApp& app);
+
+// Fills the journal with `days` days of sample records ending today, two
+// or three a day, with comments and tags, saved in one transaction; the same
+// `seed` gives the same journal. Returns the number of records made.
+std::size_t fillDemoJournal(JournalStore& store, int days = 28, std::uint32_t seed = 7);
+
+}  // namespace lumeo::cli

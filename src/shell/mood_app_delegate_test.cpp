@@ -1,0 +1,376 @@
+// The application object's life cycle on a real store: launch and first
+// start, the splash hand-over, the background walk and its outcomes, the
+// foreground steps, reminders, redirect URLs and pushes.
+#include "shell/mood_app_delegate.h"
+
+#include <chrono>
+#include <thread>
+
+#include "shell/shell_test_support.h"
+#include "store/notification_names.h"
+#include "store/settings_keys.h"
+
+namespace lumeo {
+namespace {
+
+using testing::FakePasscodeGate;
+using testing::ShellTest;
+
+class MoodAppDelegateTest : public ShellTest {};
+
+// --- Launch and first start -----------------------------------------------
+
+TEST_F(MoodAppDelegateTest, FirstStartOnAnEmptyStoreClearsOldSecretsAndMarksIt) {
+  passcode_->passcodeStored = true;
+  cloud_->authorized = true;
+  MoodAppDelegate& app = makeApp();
+  app.applicationDidFinishLaunchingWithOptions({});
+  EXPECT_TRUE(defaults_->boolForKey(kMoodFirstStart));
+  EXPECT_EQ(passcode_->deletions, 1);
+  EXPECT_EQ(cloud_->unlinks, 1);
+
+  // The next launch leaves everything alone.
+  passcode_->passcodeStored = true;
+  launch();
+  EXPECT_EQ(passcode_->deletions, 1);
+  EXPECT_EQ(cloud_->unlinks, 1);
+}
+
+TEST_F(MoodAppDelegateTest, RecordsWithoutTheMarkAreNoFirstStart) {
+  seedRecord();
+  passcode_->passcodeStored = true;
+  launch();
+  EXPECT_TRUE(defaults_->objectForKey(kMoodFirstStart).isNull()) << "the test repeats at the next launch";
+  EXPECT_EQ(passcode_->deletions, 0);
+  EXPECT_TRUE(passcode_->passcodeStored);
+  EXPECT_EQ(cloud_->unlinks, 0);
+}
+
+TEST_F(MoodAppDelegateTest, LaunchSetsDefaultsAndShowsTheSplashThenTheTabs) {
+  location_->enabled = true;
+  MoodAppDelegate& app = makeApp();
+  EXPECT_EQ(app.remindersText(), "How are you feeling right now?");
+  LocalNotification reminder;
+  reminder.userInfo["template"] = Value("#sleep ");
+  app.applicationDidFinishLaunchingWithOptions({reminder});
+  EXPECT_TRUE(app.isDropboxReminderEnabled());
+  EXPECT_TRUE(app.isMapAutomaticSelectLocation());
+  EXPECT_EQ(app.reminderTemplateText(), "#sleep ");
+  EXPECT_EQ(application_->authorizationRequests, std::vector<int>{7});
+  EXPECT_EQ(app.window().rootViewController()->className(), "MoodSplashViewController");
+  EXPECT_TRUE(app.window().isVisible());
+  EXPECT_EQ(sync_->setupCalls, 1) << "the first-start fetch opened the store";
+
+  app.splash()->viewDidAppear(false);
+  auto root = app.window().rootViewController();
+  ASSERT_TRUE(root->isNavigationController());
+  EXPECT_EQ(root->className(), "MoodPortraitOnlyNavigationController");
+  ASSERT_TRUE(app.tabBarController());
+  EXPECT_EQ(app.tabBarController()->currentIndex(), MoodTabBarController::kCaptureTab);
+  EXPECT_EQ(reminders_->calls, std::vector<bool>{false});
+  EXPECT_GE(sync_->synchronizeCalls, 1);
+  auto alarms = defaults_->arrayForKey(kAlarm);
+  ASSERT_TRUE(alarms);
+  ASSERT_EQ(alarms->size(), 3u);
+  EXPECT_FALSE((*alarms)[0]["on"].toBool());
+  EXPECT_TRUE((*alarms)[2]["on"].toBool());
+  EXPECT_TRUE(defaults_->persistentDomain().count(kAlarm) == 0) << "registered, not stored";
+  EXPECT_EQ(app.window().visibleViewController()->className(), "MoodTutorialViewController");
+}
+
+TEST_F(MoodAppDelegateTest, LaunchWithoutLocationDropsAutomaticPlaces) {
+  defaults_->setBool(kIsMapAutomaticSelectLocation, false);
+  location_->enabled = true;
+  launch();
+  EXPECT_FALSE(defaults_->objectForKey(kIsMapAutomaticSelectLocation).isNull()) << "a user's false survives";
+  location_->enabled = false;
+  launch();
+  EXPECT_TRUE(defaults_->objectForKey(kIsMapAutomaticSelectLocation).isNull());
+}
+
+TEST_F(MoodAppDelegateTest, EverySaveOfTheMainContextAsksForASync) {
+  MoodAppDelegate& app = launch();
+  int before = sync_->synchronizeCalls;
+  auto record = app.store().insertRecordWithDescription();
+  record->setMoodLevel(5);
+  record->setDate(Date::now());
+  app.saveContext();
+  // Two observers: the store's and the splash completion's.
+  EXPECT_EQ(sync_->synchronizeCalls, before + 2);
+}
+
+// --- Background walk ----------------------------------------------------------
+
+class BackgroundWalkTest : public ShellTest {
+ protected:
+  MoodAppDelegate& ready() {
+    defaults_->setBool(kTutorialCompleted, true);
+    defaults_->setBool(kTutorialSyncCompleted, true);
+    MoodAppDelegate& app = launch();
+    app.tabBarController()->selectTab(MoodTabBarController::kMapTab, false);
+    return app;
+  }
+  std::shared_ptr<NavigationController> presentInNav(MoodAppDelegate& app, const std::string& screen) {
+    auto nav = std::make_shared<NavigationController>(std::make_shared<MoodViewController>(screen));
+    app.navigationController()->presentViewController(nav, false);
+    return nav;
+  }
+};
+
+TEST_F(BackgroundWalkTest, SettingsUpAreDismissedAndCaptureShownWithoutPasscodeScreen) {
+  MoodAppDelegate& app = ready();
+  passcode_->passcodeStored = true;
+  app.passCodeUnlocked = true;
+  presentInNav(app, "MoodSettingsViewController");
+  app.applicationDidEnterBackground();
+  EXPECT_FALSE(app.passCodeUnlocked);
+  EXPECT_FALSE(app.navigationController()->presentedViewController());
+  ASSERT_TRUE(app.settingsController());
+  EXPECT_EQ(app.settingsController()->className(), "MoodSettingsViewController");
+  EXPECT_EQ(app.tabBarController()->currentIndex(), MoodTabBarController::kCaptureTab);
+  EXPECT_FALSE(app.isPasscodeScreenRoot()) << "S set: the settings gate asks again when reopened";
+}
+
+TEST_F(BackgroundWalkTest, RunningBackupKeepsItsScreenAndTheTab) {
+  MoodAppDelegate& app = ready();
+  auto nav = presentInNav(app, "MoodSettingsViewController");
+  nav->pushViewController(std::make_shared<MoodViewController>("MoodBackupViewController"), false);
+  app.backupOrrestoreStarted = true;
+  app.applicationDidEnterBackground();
+  EXPECT_EQ(app.tabBarController()->currentIndex(), MoodTabBarController::kMapTab);
+  EXPECT_FALSE(app.isPasscodeScreenRoot());
+}
+
+TEST_F(BackgroundWalkTest, IdleBackupScreenStaysButCaptureIsSelected) {
+  MoodAppDelegate& app = ready();
+  presentInNav(app, "MoodBackupViewController");
+  app.applicationDidEnterBackground();
+  EXPECT_TRUE(app.navigationController()->presentedViewController()) << "nothing dismissed it";
+  EXPECT_EQ(app.tabBarController()->currentIndex(), MoodTabBarController::kCaptureTab);
+}
+
+TEST_F(BackgroundWalkTest, HelpOpenReturnsToWhereTheUserWas) {
+  MoodAppDelegate& app = ready();
+  presentInNav(app, "MoodHelpViewController");
+  app.applicationDidEnterBackground();
+  EXPECT_EQ(app.tabBarController()->currentIndex(), MoodTabBarController::kMapTab);
+}
+
+TEST_F(BackgroundWalkTest, PasscodeScreenUpBecomesTheWindowRoot) {
+  MoodAppDelegate& app = ready();
+  passcode_->passcodeStored = true;
+  app.navigationController()->presentViewController(
+      std::make_shared<MoodViewController>("MoodPassInputViewController"), false);
+  app.applicationDidEnterBackground();
+  EXPECT_FALSE(app.navigationController()->presentedViewController());
+  EXPECT_TRUE(app.isPasscodeScreenRoot());
+  EXPECT_EQ(app.mainNavigationController(), app.navigationController());
+  EXPECT_EQ(passcode_->screensShown, std::vector<bool>{false});
+
+  // Coming back asks for biometrics on the same screen.
+  int ended = 0;
+  ScopedObserver observer(NotificationCenter::defaultCenter(), MoodBackgroundEndedNotification, nullptr,
+                          [&](const Notification&) { ++ended; });
+  app.applicationWillEnterForeground();
+  EXPECT_EQ(ended, 1);
+  EXPECT_EQ(passcode_->screensShown, (std::vector<bool>{false, true}));
+  app.switchWindowRootToMainNavigationController();
+  EXPECT_EQ(app.window().rootViewController(), app.navigationController());
+}
+
+TEST_F(BackgroundWalkTest, BiometricPromptOnScreenKeepsThePasscodeScreenDown) {
+  MoodAppDelegate& app = ready();
+  passcode_->passcodeStored = true;
+  passcode_->biometricPromptShown = true;
+  app.navigationController()->presentViewController(
+      std::make_shared<MoodViewController>("MoodPassInputViewController"), false);
+  app.applicationDidEnterBackground();
+  EXPECT_FALSE(app.isPasscodeScreenRoot());
+}
+
+TEST_F(BackgroundWalkTest, LinkingACloudAccountSkipsTheWalkOnce) {
+  MoodAppDelegate& app = ready();
+  presentInNav(app, "MoodSettingsViewController");
+  app.isDropboxTryConnect = true;
+  app.applicationDidEnterBackground();
+  EXPECT_FALSE(app.isDropboxTryConnect);
+  EXPECT_TRUE(app.navigationController()->presentedViewController());
+  app.applicationDidEnterBackground();
+  EXPECT_FALSE(app.navigationController()->presentedViewController());
+}
+
+TEST_F(BackgroundWalkTest, SavesPendingChangesAndSyncsUnderABackgroundTask) {
+  MoodAppDelegate& app = ready();
+  auto record = app.store().insertRecordWithDescription();
+  record->setMoodLevel(3);
+  record->setDate(Date::now());
+  int syncs = sync_->synchronizeCalls;
+  app.applicationDidEnterBackground();
+  // The save runs on a global queue that hands over to the main queue: wait
+  // in real time for both.
+  for (int i = 0; i < 2000 && !(application_->openBackgroundTasks() == 0 && sync_->synchronizeCalls > syncs); ++i) {
+    MainLoop::shared().runOnce();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_FALSE(app.managedObjectContext()->hasChanges());
+  EXPECT_EQ(application_->openBackgroundTasks(), 0);
+}
+
+// --- Foreground and termination ---------------------------------------------
+
+TEST_F(MoodAppDelegateTest, ActiveClearsBadgeSyncsAndFollowsLocation) {
+  MoodAppDelegate& app = launch();
+  application_->setApplicationIconBadgeNumber(4);
+  defaults_->setBool(kIsMapAutomaticSelectLocation, true);
+  int syncs = sync_->synchronizeCalls;
+  location_->enabled = false;
+  app.applicationDidBecomeActive();
+  EXPECT_EQ(application_->applicationIconBadgeNumber(), 0);
+  EXPECT_EQ(sync_->synchronizeCalls, syncs + 1);
+  EXPECT_TRUE(defaults_->objectForKey(kIsMapAutomaticSelectLocation).isNull());
+}
+
+TEST_F(MoodAppDelegateTest, GoingInactiveDuringACloudTransferCancelsIt) {
+  MoodAppDelegate& app = launch();
+  int ended = 0;
+  ScopedObserver observer(NotificationCenter::defaultCenter(), MoodBackgroundEndedNotification, nullptr,
+                          [&](const Notification&) { ++ended; });
+  app.applicationWillResignActive();
+  EXPECT_TRUE(application_->notificationsShown.empty());
+  app.isDropboxOperationStarted = true;
+  app.applicationWillResignActive();
+  ASSERT_EQ(application_->notificationsShown.size(), 1u);
+  EXPECT_EQ(application_->notificationsShown[0].first, "Operation could not continue in background. Cancelled.");
+  EXPECT_FALSE(application_->notificationsShown[0].second);
+  EXPECT_EQ(ended, 1);
+  EXPECT_FALSE(app.isDropboxOperationStarted);
+}
+
+TEST_F(MoodAppDelegateTest, TerminationSavesWhatIsPending) {
+  MoodAppDelegate& app = launch();
+  auto record = app.store().insertRecordWithDescription();
+  record->setMoodLevel(8);
+  record->setDate(Date::now());
+  app.applicationWillTerminate();
+  app_.reset();
+  JournalStore reread({dir_ / "Library", dir_ / "Documents"}, defaults_);
+  EXPECT_EQ(reread.allRecords().size(), 1u);
+}
+
+// --- Reminders ----------------------------------------------------------------
+
+TEST_F(MoodAppDelegateTest, TappedReminderAbandonsTheCaptureAndLeavesTheEditorSlowly) {
+  defaults_->setBool(kTutorialCompleted, true);
+  defaults_->setBool(kTutorialSyncCompleted, true);
+  MoodAppDelegate& app = launch();
+  defaults_->setString(kMoodRecordInCreation, "x-lumeo-og://store/MoodRecord/p1");
+  app.tabBarController()->selectTab(MoodTabBarController::kHistoryTab, false);
+  app.navigationController()->presentViewController(
+      std::make_shared<MoodViewController>("MoodRecordEditViewController"), true);
+  application_->setApplicationState(ApplicationHost::State::kInactive);
+  LocalNotification reminder;
+  reminder.userInfo["template"] = Value("#work");
+  app.applicationDidReceiveLocalNotification(reminder);
+  EXPECT_EQ(app.reminderTemplateText(), "#work");
+  EXPECT_TRUE(defaults_->objectForKey(kMoodRecordInCreation).isNull());
+  EXPECT_EQ(app.tabBarController()->currentIndex(), MoodTabBarController::kCaptureTab);
+  EXPECT_FALSE(app.navigationController()->presentedViewController());
+  EXPECT_DOUBLE_EQ(app.window().layerSpeed(), 0.2);
+}
+
+TEST_F(MoodAppDelegateTest, ReminderInTheForegroundAsksFirst) {
+  defaults_->setBool(kTutorialCompleted, true);
+  defaults_->setBool(kTutorialSyncCompleted, true);
+  MoodAppDelegate& app = launch();
+  app.tabBarController()->selectTab(MoodTabBarController::kSummaryTab, false);
+  presenter_->answers.push_back(1);
+  bool completed = false;
+  app.userNotificationCenterDidReceiveNotificationResponse({}, [&] { completed = true; });
+  EXPECT_TRUE(completed);
+  EXPECT_EQ(app.reminderTemplateText(), "") << "no template: stored empty";
+  ASSERT_EQ(presenter_->alerts.size(), 1u);
+  const AlertRequest& alert = presenter_->alerts[0].request;
+  EXPECT_EQ(alert.title, "Reminders");
+  EXPECT_EQ(alert.message, "How are you feeling right now?");
+  ASSERT_EQ(alert.actions.size(), 2u);
+  EXPECT_EQ(alert.actions[0].title, "CAPTURE_ACTION_BUTTON_TITLE");
+  EXPECT_EQ(alert.actions[1].style, AlertActionStyle::kCancel);
+  EXPECT_EQ(app.tabBarController()->currentIndex(), MoodTabBarController::kCaptureTab);
+
+  // A reminder without action only keeps its template.
+  LocalNotification silent;
+  silent.hasAction = false;
+  silent.userInfo["template"] = Value("t");
+  app.applicationDidReceiveLocalNotification(silent);
+  EXPECT_EQ(presenter_->alerts.size(), 1u);
+  EXPECT_EQ(app.reminderTemplateText(), "t");
+
+  EXPECT_EQ(MoodAppDelegate::userNotificationCenterWillPresentNotificationOptions(14), 10);
+  EXPECT_EQ(MoodAppDelegate::userNotificationCenterWillPresentNotificationOptions(13), 4);
+}
+
+// --- URLs and pushes ------------------------------------------------------------
+
+TEST_F(MoodAppDelegateTest, RedirectURLsOfTheCloudLinkAreRouted) {
+  MoodAppDelegate& app = launch();
+  std::vector<std::string> posted;
+  ScopedObserver linked(NotificationCenter::defaultCenter(), DropboxLinkedNotification, nullptr,
+                        [&](const Notification& n) { posted.push_back(n.name); });
+  ScopedObserver canceled(NotificationCenter::defaultCenter(), DropboxLinkCanceledNotification, nullptr,
+                          [&](const Notification& n) { posted.push_back(n.name); });
+  EXPECT_TRUE(app.applicationOpenURL("db-k3y://2/token"));
+  EXPECT_TRUE(app.isDropboxOpenWithHandler);
+  cloud_->result = CloudLinkService::RedirectResult::kCancel;
+  EXPECT_TRUE(app.applicationOpenURL("db-k3y://2/cancel"));
+  EXPECT_FALSE(app.applicationOpenURL("db-other://x"));
+  EXPECT_FALSE(app.applicationOpenURL("fb12345://authorize"));
+  EXPECT_EQ(posted, (std::vector<std::string>{DropboxLinkedNotification, DropboxLinkCanceledNotification}));
+  EXPECT_EQ(cloud_->redirects.size(), 2u);
+}
+
+Value::Dictionary pushFor(const std::string& recordID) {
+  return {{"aps", Value(Value::Dictionary{{"content-available", Value(1)}})},
+          {"ck", Value(Value::Dictionary{{"qry", Value(Value::Dictionary{{"rid", Value(recordID)}})}})}};
+}
+
+TEST_F(MoodAppDelegateTest, PushAnswersNoDataAtOnceThenTheRealOutcome) {
+  MoodAppDelegate& app = launch();
+  app.setSyncingEnabled(true);
+  app.setSyncingService("iCloud");
+  std::vector<int> results;
+  app.applicationDidReceiveRemoteNotification(pushFor("R1"), [&](int r) { results.push_back(r); });
+  EXPECT_EQ(results, (std::vector<int>{1, 0}));
+  EXPECT_EQ(sync_->fetched, std::vector<std::string>{"R1"});
+  EXPECT_NE(app.backgroundTask, ApplicationHost::kInvalidBackgroundTask);
+
+  results.clear();
+  sync_->fetchError = Error("CKErrorDomain", 3);
+  app.applicationDidReceiveRemoteNotification(pushFor("R2"), [&](int r) { results.push_back(r); });
+  EXPECT_EQ(results, (std::vector<int>{1, 2}));
+
+  results.clear();
+  sync_->fetchError.reset();
+  sync_->syncError = Error("SyncErrorDomain", 103);
+  sync_->answerLater = true;
+  app.applicationDidReceiveRemoteNotification(pushFor("R3"), [&](int r) { results.push_back(r); });
+  EXPECT_EQ(results, std::vector<int>{1});
+  sync_->later.back()();
+  EXPECT_EQ(results, (std::vector<int>{1, 2}));
+}
+
+TEST_F(MoodAppDelegateTest, PushIsIgnoredUnlessICloudSyncIsOn) {
+  MoodAppDelegate& app = launch();
+  std::vector<int> results;
+  auto handler = [&](int r) { results.push_back(r); };
+  app.applicationDidReceiveRemoteNotification(pushFor("R1"), handler);
+  app.setSyncingEnabled(true);
+  app.setSyncingService("Dropbox");
+  app.applicationDidReceiveRemoteNotification(pushFor("R1"), handler);
+  app.setSyncingService("iCloud");
+  app.applicationDidReceiveRemoteNotification({{"aps", Value(Value::Dictionary{})}}, handler);
+  EXPECT_EQ(results, (std::vector<int>{1, 1, 1}));
+  EXPECT_TRUE(sync_->fetched.empty());
+}
+
+}  // namespace
+}  // namespace lumeo
