@@ -145,11 +145,34 @@ bool GeoMapClusterAnnotation::containsAnnotation(const MapAnnotation* annotation
 }
 
 bool GeoMapClusterAnnotation::isUniqueLocation() const {
-  auto list = annotations();
-  if (list->empty()) return true;
-  std::uint64_t key = geohashBitsForCoordinate((*list)[0]->coordinate());
+  std::shared_ptr<const GeoMapTree> tree;
+  GeoMapTreeBoundingBox cell;
+  std::shared_ptr<const MapAnnotationList> list;
+  {
+    std::lock_guard lock(mutex_);
+    tree = cellTree_;
+    cell = cell_;
+    list = annotations_;
+  }
+  // The map asks this for every pin it draws: stop at the second location
+  // instead of listing a big cell.
+  bool first = true;
+  std::uint64_t key = 0;
+  auto sameLocation = [&](const MapAnnotation* member) {
+    std::uint64_t memberKey = geohashBitsForCoordinate(member->coordinate());
+    if (first) {
+      first = false;
+      key = memberKey;
+      return true;
+    }
+    return memberKey == key;
+  };
+  if (!list && tree) {
+    std::shared_lock treeLock(tree->mutex());
+    return tree->visitAnnotationsInBox(cell, true, [&](MapAnnotation* member) { return sameLocation(member); });
+  }
   for (const MapAnnotationPtr& member : *list) {
-    if (geohashBitsForCoordinate(member->coordinate()) != key) return false;
+    if (!sameLocation(member.get())) return false;
   }
   return true;
 }

@@ -145,11 +145,20 @@ TEST_F(GeoMapClusterControllerTest, MinimumOfZeroOrOneAlwaysMakesOnePinPerCell) 
     EXPECT_EQ(pins()[0]->count(), 2u);
     // The default clusterer puts the pin at the centre of mass.
     EXPECT_NEAR(pins()[0]->coordinate().latitude, 48.855, 1e-9);
+    EXPECT_FALSE(pins()[0]->isUniqueLocation());
     bool done = false;
     controller->removeAnnotations(two, [&] { done = true; });
     settle();
     EXPECT_TRUE(done);
     EXPECT_TRUE(pins().empty());
+
+    MapAnnotationList samePoint{pin(48.85, 2.35), pin(48.85, 2.35), pin(48.85, 2.35)};
+    add(samePoint);
+    ASSERT_EQ(pins().size(), 1u);
+    EXPECT_TRUE(pins()[0]->isUniqueLocation());
+    EXPECT_EQ(pins()[0]->annotations()->size(), 3u);
+    controller->removeAnnotations(samePoint);
+    settle();
   }
 }
 
