@@ -221,11 +221,18 @@ void ContextCore::markChanged(ObjectState& s) {
 }
 
 std::vector<ManagedObjectPtr> ContextCore::trackedObjects() const {
+  // An object may sit in the list twice (untracked by a refresh, tracked
+  // again); a mark on the object drops the second entry.
   std::vector<ManagedObjectPtr> out;
-  std::unordered_set<const ManagedObject*> seen;
+  out.reserve(tracked_.size());
   for (const auto& o : tracked_) {
-    if (o->state_->tracked && o->state_->core == this && seen.insert(o.get()).second) out.push_back(o);
+    ObjectState& s = *o->state_;
+    if (s.tracked && s.core == this && !s.listed) {
+      s.listed = true;
+      out.push_back(o);
+    }
   }
+  for (const auto& o : out) o->state_->listed = false;
   return out;
 }
 

@@ -180,7 +180,11 @@ bool ContextCore::assignPermanentIDs(const std::vector<ManagedObject*>& objects,
 
 void ContextCore::remapReferences(const std::unordered_map<ManagedObjectID, ManagedObjectID, ManagedObjectIDHash>& map) {
   if (map.empty()) return;
+  // A map goes one way (temporary to permanent, or back after a failed
+  // save), so IDs of the other kind need no lookup.
+  const bool fromTemporary = map.begin()->first.isTemporaryID();
   auto remap = [&](ManagedObjectID& id) {
+    if (id.isTemporaryID() != fromTemporary || !id) return false;
     auto it = map.find(id);
     if (it == map.end()) return false;
     id = it->second;

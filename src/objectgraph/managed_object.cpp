@@ -19,7 +19,7 @@ void IdList::buildIndex() const {
 }
 
 bool IdList::contains(const ManagedObjectID& id) const {
-  if (items_.size() < 16) {
+  if (items_.size() < 64) {
     for (const auto& item : items_) {
       if (item == id) return true;
     }

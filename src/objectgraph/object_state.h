@@ -72,6 +72,7 @@ struct ObjectState {
   bool tracked = false;  // in the context's list of changed objects
   bool touchedSinceWillSave = false;
   bool awake = false;    // awakeFromInsert/Fetch ran
+  bool listed = false;   // scratch mark of trackedObjects()
 
   std::vector<Value> attributes;
   std::vector<Value> committedAttributes;  // empty: as attributes
