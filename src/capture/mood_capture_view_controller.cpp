@@ -1,0 +1,93 @@
+// The capture tab. The record is saved before the editor opens, so the level
+// is kept whatever happens to the editor; the defaults key marks it as
+// unfinished until done or cancel.
+#include "capture/mood_capture_view_controller.h"
+
+#include <cmath>
+
+#include "capture/mood_levels_presentation.h"
+#include "platform/user_defaults.h"
+#include "store/journal_store.h"
+#include "store/mood_record.h"
+#include "store/settings_keys.h"
+
+namespace lumeo {
+
+MoodCaptureViewController::MoodCaptureViewController(RecordStateServices services,
+                                                     std::filesystem::path libraryDirectory,
+                                                     std::shared_ptr<UserDefaults> defaults)
+    : MoodViewController("MoodCaptureViewController"),
+      services_(std::move(services)),
+      libraryDirectory_(std::move(libraryDirectory)),
+      defaults_(defaults ? std::move(defaults) : UserDefaults::standard()) {}
+
+void MoodCaptureViewController::updateColors() {
+  tiles_.clear();
+  MoodLevelsPresentation levels;
+  for (long level = 10; level >= 1; --level) {
+    auto presentation = levels.presentationForMoodLevel(level);
+    MoodCaptureLevelTile tile;
+    tile.level = level;
+    if (presentation) {
+      tile.text = presentation->text;
+      tile.color = presentation->baseColor;
+    }
+    tiles_.push_back(tile);
+  }
+}
+
+int MoodCaptureViewController::indexForPosition(double position, double tileHeight) {
+  if (!(tileHeight > 0) || !(position >= 0)) return -1;
+  double index = std::floor(position / tileHeight);
+  return index < 10 ? static_cast<int>(index) : -1;
+}
+
+void MoodCaptureViewController::selectMenu(int selectedView) {
+  if (selectedView < 0 || selectedView > 9 || !services_.store) return;
+  JournalStore& store = *services_.store;
+  auto record = store.insertRecordWithDescription();
+  if (!record) return;
+  record->setMoodLevel(10 - selectedView);
+  record->setDate(Date::now());
+  // Saved at once: the level is recorded whatever happens next.
+  store.saveContext();
+  presentEditControllerWithRecord(record, true);
+  defaults_->setString(kMoodRecordInCreation, record->objectID().URIRepresentation());
+  defaults_->synchronize();
+}
+
+void MoodCaptureViewController::presentEditControllerWithRecord(const std::shared_ptr<MoodRecord>& record,
+                                                                bool animated) {
+  editor_ = MoodRecordEditViewController::forNewRecord(record, services_, libraryDirectory_);
+  auto self = std::dynamic_pointer_cast<MoodCaptureViewController>(shared_from_this());
+  editor_->setDelegate(std::weak_ptr<MoodRecordEditViewControllerDelegate>(self));
+  presentViewController(editor_, animated);
+  if (editorOpened_) editorOpened_(*editor_);
+}
+
+void MoodCaptureViewController::checkForRecordBeingCreated() {
+  if (!services_.store) return;
+  auto uri = defaults_->stringForKey(kMoodRecordInCreation);
+  if (!uri || uri->empty()) return;
+  auto record = services_.store->recordWithURI(*uri);
+  if (!record) return;
+  presentEditControllerWithRecord(record, false);
+}
+
+void MoodCaptureViewController::viewControllerDone(MoodRecordEditViewController& editor) {
+  auto record = editor.recordInEdit();
+  if (record && recordFinished_) recordFinished_(record->uniqueIdentifier().value_or(""));
+  dismissViewControllerAnimated(true);
+  defaults_->removeObjectForKey(kMoodRecordInCreation);
+  defaults_->synchronize();
+  editor_.reset();
+}
+
+void MoodCaptureViewController::viewControllerDidCancel(MoodRecordEditViewController&) {
+  dismissViewControllerAnimated(true);
+  defaults_->removeObjectForKey(kMoodRecordInCreation);
+  defaults_->synchronize();
+  editor_.reset();
+}
+
+}  // namespace lumeo

@@ -1,0 +1,332 @@
+// The record editor. Cancel must undo exactly what the user did in this
+// editor, so the editor keeps two states: for a new record the initial one
+// is empty (its apply deletes the record), for an existing record it is the
+// record as opened (its apply writes the old values back). Date and place
+// go to the record directly and are not undone.
+#include "capture/mood_record_edit_view_controller.h"
+
+#include <algorithm>
+
+#include "capture/hashtag_grammar.h"
+#include "capture/mood_tag_editing.h"
+#include "capture/tag_extraction.h"
+#include "platform/dispatch_queue.h"
+#include "platform/localization.h"
+#include "shell/shell_services.h"
+#include "store/image_store.h"
+#include "store/journal_store.h"
+#include "store/mood_description.h"
+#include "store/mood_record.h"
+#include "store/mood_tag.h"
+#include "store/mood_user_defaults_operator.h"
+#include "store/notification_names.h"
+
+namespace lumeo {
+
+std::shared_ptr<MoodRecordEditViewController> MoodRecordEditViewController::forNewRecord(
+    std::shared_ptr<MoodRecord> record, RecordStateServices services, std::filesystem::path libraryDirectory) {
+  return std::make_shared<MoodRecordEditViewController>(std::move(record), false, std::move(services),
+                                                        std::move(libraryDirectory));
+}
+
+std::shared_ptr<MoodRecordEditViewController> MoodRecordEditViewController::forExistingRecord(
+    std::shared_ptr<MoodRecord> record, RecordStateServices services, std::filesystem::path libraryDirectory) {
+  return std::make_shared<MoodRecordEditViewController>(std::move(record), true, std::move(services),
+                                                        std::move(libraryDirectory));
+}
+
+MoodRecordEditViewController::MoodRecordEditViewController(std::shared_ptr<MoodRecord> record, bool editing,
+                                                           RecordStateServices services,
+                                                           std::filesystem::path libraryDirectory)
+    : MoodViewController("MoodRecordEditViewController"),
+      recordInEdit_(std::move(record)),
+      editing_(editing),
+      services_(std::move(services)),
+      libraryDirectory_(libraryDirectory),
+      suggestions_(*services_.store, libraryDirectory, CompletionSort::kFrequencyThenName) {
+  if (recordInEdit_) {
+    currentState_ = MoodRecordState(*recordInEdit_, services_.images.get());
+    initialState_ = editing_ ? *currentState_ : MoodRecordState();
+  }
+  // Leaving the application saves what was typed; after a cancel there is
+  // no record any more and the save does nothing.
+  backgroundObserver_ = ScopedObserver(NotificationCenter::defaultCenter(), kApplicationDidEnterBackgroundNotification,
+                                       nullptr, [this](const Notification&) { saveChanges(); });
+}
+
+MoodRecordEditViewController::~MoodRecordEditViewController() = default;
+
+void MoodRecordEditViewController::viewDidLoad() {
+  MoodUserDefaultsOperator& defaults = MoodUserDefaultsOperator::sharedOperator();
+  std::string templateText = defaults.reminderTemplateText().value_or("");
+  if (templateText.empty()) templateText = defaults.templateText().value_or("");
+  defaults.setReminderTemplateText(std::string());
+  if (currentState_) {
+    // Only a record without any comment takes the template, so a template
+    // never fills an older record.
+    if (currentState_->comment) {
+      text_ = *currentState_->comment;
+    } else {
+      text_ = templateText;
+      currentState_->comment = templateText;
+    }
+    if (!currentState_->date) currentState_->date = Date::now();
+  }
+  cursor_ = text_.size();
+  if (auto v = view()) {
+    v->showText(text_, cursor_);
+    if (currentState_) v->showDate(*currentState_->date);
+    if (currentState_) v->showThumb(currentState_->thumb);
+  }
+}
+
+void MoodRecordEditViewController::viewWillAppear() { suggestions_.createChildManagedObjectContext(); }
+
+// --- Text ------------------------------------------------------------------------
+
+bool MoodRecordEditViewController::shouldChangeTextInRange(TextRange range, const std::string& replacement) {
+  isDeleted_ = range.length > 0 && replacement.empty();
+  return true;
+}
+
+void MoodRecordEditViewController::textViewDidChange(const std::string& text, std::size_t cursor) {
+  text_ = text;
+  cursor_ = std::min(cursor, text_.size());
+  selectionLength_ = 0;
+  checkTagCompletion();
+  if (currentState_) currentState_->comment = text_;
+  markEdited();
+  if (!text_.empty() && !isDeleted_) insertUnitIfOffered();
+}
+
+void MoodRecordEditViewController::setSelection(std::size_t location, std::size_t length) {
+  cursor_ = std::min(location, text_.size());
+  selectionLength_ = std::min(length, text_.size() - cursor_);
+  // Touching the text while the picker is open takes the picked date.
+  if (isTimeEditing_ && !timePickerCancelled_) closeTimePicker();
+}
+
+void MoodRecordEditViewController::insertUnitIfOffered() {
+  if (cursor_ == 0 || text_[cursor_ - 1] != ':') return;
+  auto name = tagNameForUnitOffer(std::string_view(text_).substr(0, cursor_));
+  if (!name || !services_.store) return;
+  auto tag = services_.store->tagNamed(*name);
+  if (!tag || !tag->tagUnit() || tag->tagUnit()->empty()) return;
+  // The number typed next lands between ":" and the unit.
+  text_.insert(cursor_, *tag->tagUnit());
+  if (currentState_) currentState_->comment = text_;
+  if (auto v = view()) v->showText(text_, cursor_);
+}
+
+void MoodRecordEditViewController::markEdited() {
+  // A new record's typing is not an edit: it still counts as a new record
+  // for the backup reminder.
+  if (initialState_ && initialState_->existing && currentState_) currentState_->wasEdited = true;
+}
+
+// --- Completion ------------------------------------------------------------------------
+
+std::optional<TextRange> MoodRecordEditViewController::rangeOfIncompleteTag() const {
+  if (selectionLength_ > 0) return std::nullopt;
+  return lumeo::rangeOfIncompleteTag(text_, cursor_);
+}
+
+void MoodRecordEditViewController::checkTagCompletion() {
+  auto range = rangeOfIncompleteTag();
+  if (!range) {
+    setCompletionOptions({});
+    return;
+  }
+  auto options = suggestions_.completionOptionsForString(text_.substr(range->location, range->length));
+  if (!options.empty() && isTimeEditing_) closeTimePicker();
+  setCompletionOptions(std::move(options));
+}
+
+void MoodRecordEditViewController::setCompletionOptions(std::vector<std::shared_ptr<MoodTag>> options) {
+  if (options.empty() && completionOptions_.empty()) return;
+  bool wasEmpty = completionOptions_.empty();
+  completionOptions_ = std::move(options);
+  auto v = view();
+  if (v) v->reloadCompletionList();
+  if (completionOptions_.empty()) {
+    NotificationCenter::defaultCenter().post(MoodTagEditStartNotification, this, std::any(-1L));
+  }
+  if (v && wasEmpty != completionOptions_.empty()) v->showCompletionList(!completionOptions_.empty());
+}
+
+bool MoodRecordEditViewController::isCompletionRowUsed(std::size_t row) const {
+  if (row >= completionOptions_.size()) return false;
+  std::string name = completionOptions_[row]->tagName();
+  for (const TaggedToken& token : taggedTokensInText(text_)) {
+    if (token.tagName == name) return true;
+  }
+  return false;
+}
+
+void MoodRecordEditViewController::didSelectCompletionRow(std::size_t row) {
+  if (row >= completionOptions_.size()) return;
+  NotificationCenter::defaultCenter().post(MoodTagEditStartNotification, this, std::any(-1L));
+  auto range = rangeOfIncompleteTag();
+  std::string name = completionOptions_[row]->tagName();
+  if (range) {
+    // What was typed stays in the user's spelling; only the rest goes in,
+    // without a blank after it. The name is counted in bytes of the typed
+    // text, which has the same length whenever the match is by prefix.
+    std::size_t typed = range->length;
+    std::string rest = typed <= name.size() ? name.substr(typed) : std::string();
+    text_.insert(cursor_, rest);
+    cursor_ += rest.size();
+  }
+  if (currentState_) currentState_->comment = text_;
+  markEdited();
+  setCompletionOptions({});
+  if (auto v = view()) v->showText(text_, cursor_);
+}
+
+// --- Photo --------------------------------------------------------------------------
+
+void MoodRecordEditViewController::imagePicked(const Image& image) {
+  if (!currentState_) return;
+  auto [w, h] = photoSizeForImageSize(image.orientedWidth(), image.orientedHeight());
+  currentState_->photo = imageByScalingToSize(image, w, h);
+  markEdited();
+  currentState_->thumb = imageByScalingToSize(image, kThumbnailSize, kThumbnailSize);
+  if (auto v = view()) v->showThumb(currentState_->thumb);
+  saveChanges();
+}
+
+void MoodRecordEditViewController::deletePhoto() {
+  if (!currentState_) return;
+  if (auto v = view()) v->showThumb(std::nullopt);
+  currentState_->removePhotoAndThumb();
+}
+
+// --- Date ----------------------------------------------------------------------------
+
+void MoodRecordEditViewController::dateButtonClick() {
+  timePickerCancelled_ = false;
+  auto open = [this] {
+    isUnlocked_ = true;
+    Date start = recordInEdit_ && recordInEdit_->date() ? *recordInEdit_->date()
+                                                         : currentState_ ? currentState_->date.value_or(Date::now())
+                                                                         : Date::now();
+    setCompletionOptions({});
+    isTimeEditing_ = true;
+    if (auto v = view()) v->showTimePicker(start, Date::now());
+  };
+  if (passcode_ && passcode_->hasPasscode()) {
+    passcode_->requestPassCodeFromViewController(*this, true, [open](bool granted) {
+      if (granted) open();
+    }, {});
+  } else {
+    open();
+  }
+}
+
+void MoodRecordEditViewController::timePickerDone(Date picked) {
+  if (!isTimeEditing_) return;
+  Date now = Date::now();
+  if (picked > now) picked = now;
+  if (recordInEdit_) recordInEdit_->setDate(picked);
+  if (currentState_) currentState_->date = picked;
+  if (auto v = view()) v->showDate(picked);
+  isTimeEditing_ = false;
+  if (auto v = view()) v->hideTimePicker();
+}
+
+void MoodRecordEditViewController::timePickerCancel() {
+  timePickerCancelled_ = true;
+  isTimeEditing_ = false;
+  if (auto v = view()) v->hideTimePicker();
+}
+
+void MoodRecordEditViewController::closeTimePicker() {
+  isTimeEditing_ = false;
+  if (auto v = view()) v->hideTimePicker();
+}
+
+// --- Ending --------------------------------------------------------------------------
+
+void MoodRecordEditViewController::saveChanges() {
+  if (!recordInEdit_ || !currentState_) return;
+  if (isTimeEditing_) closeTimePicker();
+  currentState_->applyToRecord(recordInEdit_, services_);
+}
+
+void MoodRecordEditViewController::done() {
+  setCompletionOptions({});
+  saveChanges();
+  if (auto d = delegate_.lock()) d->viewControllerDone(*this);
+}
+
+void MoodRecordEditViewController::cancel() {
+  showAlert(localized("Attention!"), localized("Your current editing progress will be lost. Are you sure?"),
+            localized("Yes"), localized("Cancel"), [this](int result) {
+              if (result == 1) confirmCancel();
+            });
+}
+
+void MoodRecordEditViewController::confirmCancel() {
+  setCompletionOptions({});
+  currentState_.reset();
+  if (initialState_ && recordInEdit_) initialState_->applyToRecord(recordInEdit_, services_);
+  recordInEdit_.reset();
+  if (auto d = delegate_.lock()) d->viewControllerDidCancel(*this);
+}
+
+// --- Tag panel -----------------------------------------------------------------------
+
+void MoodRecordEditViewController::tagEdit(const std::shared_ptr<MoodTag>& tag) {
+  if (!tag) return;
+  editingTag_ = tag;
+  isTagEditing_ = true;
+  if (auto v = view()) v->showTagPanel(tag->tagName(), tag->tagUnit().value_or(""));
+}
+
+void MoodRecordEditViewController::tagEditDone(const std::string& newName, const std::string& unit) {
+  if (editingTag_) updateMoodTag(editingTag_->tagName(), newName, editingTag_, unit);
+  tagEditCancel();
+}
+
+void MoodRecordEditViewController::tagEditCancel() {
+  editingTag_.reset();
+  isTagEditing_ = false;
+  if (auto v = view()) v->hideTagPanel();
+}
+
+void MoodRecordEditViewController::updateMoodTag(const std::string& oldName, const std::string& newName,
+                                                 const std::shared_ptr<MoodTag>& tag, const std::string& unit) {
+  if (!services_.store) return;
+  auto renamed = lumeo::updateMoodTag(*services_.store, oldName, newName, unit);
+  for (auto& option : completionOptions_) {
+    if (option == tag) option = renamed;
+  }
+  if (auto v = view()) v->reloadCompletionList();
+  // The suggestions are rebuilt from the word list at the next use.
+  suggestions_.dropChildManagedObjectContext();
+  checkTagCompletion();
+}
+
+void MoodRecordEditViewController::tagDelete(const std::shared_ptr<MoodTag>& tag) {
+  if (!tag) return;
+  std::string message = localizedStringWithFormat("Are you sure, you want delete tag %@?", tag->tagName());
+  std::weak_ptr<MoodTag> weakTag = tag;
+  showAlert(localized("Delete"), message, localized("Delete"), localized("Cancel"),
+            [this, weakTag](int result) {
+              if (result != 1) return;
+              if (auto t = weakTag.lock()) removeMoodTag(t);
+            });
+}
+
+void MoodRecordEditViewController::removeMoodTag(const std::shared_ptr<MoodTag>& tag) {
+  if (!tag || !services_.store) return;
+  std::string name = tag->tagName();
+  if (lumeo::removeMoodTag(*services_.store, tag, name, libraryDirectory_)) {
+    suggestions_.dropChildManagedObjectContext();
+  }
+  completionOptions_.erase(std::remove(completionOptions_.begin(), completionOptions_.end(), tag),
+                           completionOptions_.end());
+  if (auto v = view()) v->reloadCompletionList();
+}
+
+}  // namespace lumeo

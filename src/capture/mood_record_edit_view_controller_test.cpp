@@ -1,0 +1,290 @@
+// The capture flow on a real SQLite journal: a tile touch saves the record
+// and opens the editor; done applies, cancel deletes a new record or writes
+// an existing record's old values back (its date change stays); an
+// unfinished record comes back after a restart; the text rules (unit after
+// "#name:", completion with suggestions, templates) and the tag panel.
+#include "capture/mood_record_edit_view_controller.h"
+
+#include <gtest/gtest.h>
+
+#include "capture/emotions_list.h"
+#include "capture/mood_capture_view_controller.h"
+#include "capture/property_list_file.h"
+#include "objectgraph/managed_object_context.h"
+#include "platform/color.h"
+#include "platform/user_defaults.h"
+#include "store/image_store.h"
+#include "store/journal_store.h"
+#include "store/mood_description.h"
+#include "store/mood_record.h"
+#include "store/mood_tag.h"
+#include "store/mood_user_defaults_operator.h"
+#include "store/settings_keys.h"
+#include "testing/temp_dir.h"
+
+namespace lumeo {
+namespace {
+
+class CaptureFlowTest : public ::testing::Test {
+ protected:
+  CaptureFlowTest()
+      : defaults_(std::make_shared<UserDefaults>(std::make_shared<InMemoryUserDefaultsStorage>())),
+        images_(std::make_shared<ImageStore>(library())) {
+    previousDefaults_ = UserDefaults::standard();
+    UserDefaults::setStandard(defaults_);
+    openStore();
+    std::filesystem::create_directories(library());
+    writePropertyListFile(emotionsListURL(library()), Value(Value::Array{Value(std::string("calm")),
+                                                                        Value(std::string("sad")),
+                                                                        Value(std::string("Sleepy"))}));
+  }
+  ~CaptureFlowTest() override { UserDefaults::setStandard(previousDefaults_); }
+
+  std::filesystem::path library() const { return dir_ / "Library"; }
+  void openStore() {
+    capture_.reset();
+    store_ = std::make_unique<JournalStore>(JournalStore::Locations{library(), dir_ / "Documents"}, defaults_);
+  }
+  RecordStateServices services() { return {store_.get(), images_, [this](long d) { counter_ += d; }}; }
+  std::shared_ptr<MoodCaptureViewController> makeCapture() {
+    capture_ = std::make_shared<MoodCaptureViewController>(services(), library(), defaults_);
+    capture_->setRecordFinishedHandler([this](const std::string& id) { finished_ = id; });
+    return capture_;
+  }
+  std::shared_ptr<MoodRecord> existingRecord(const std::string& comment, long level = 6) {
+    auto record = store_->insertRecordWithDescription();
+    record->setMoodLevel(level);
+    record->setDate(Date::fromTimeIntervalSince1970(1700000000));
+    MoodRecordState state(*record, images_.get());
+    state.comment = comment;
+    state.photo = Image::filled(30, 20, Color::fromRGB255(250, 0, 0));
+    state.thumb = Image::filled(10, 10, Color::fromRGB255(250, 0, 0));
+    state.applyToRecord(record, services());
+    return record;
+  }
+  // Types `typed` at the end of the editor's text, as a keyboard would.
+  static void type(MoodRecordEditViewController& editor, const std::string& typed) {
+    editor.shouldChangeTextInRange({editor.cursor(), 0}, typed);
+    std::string text = editor.text();
+    text.insert(editor.cursor(), typed);
+    editor.textViewDidChange(text, editor.cursor() + typed.size());
+  }
+  static void backspace(MoodRecordEditViewController& editor) {
+    editor.shouldChangeTextInRange({editor.cursor() - 1, 1}, "");
+    std::string text = editor.text();
+    text.erase(editor.cursor() - 1, 1);
+    editor.textViewDidChange(text, editor.cursor() - 1);
+  }
+  static std::vector<std::string> names(const std::vector<std::shared_ptr<MoodTag>>& tags) {
+    std::vector<std::string> out;
+    for (const auto& t : tags) out.push_back(t->tagName());
+    return out;
+  }
+
+  testing::TempDir dir_;
+  std::shared_ptr<UserDefaults> defaults_;
+  std::shared_ptr<UserDefaults> previousDefaults_;
+  std::shared_ptr<ImageStore> images_;
+  std::unique_ptr<JournalStore> store_;
+  std::shared_ptr<MoodCaptureViewController> capture_;
+  long counter_ = 0;
+  std::string finished_;
+};
+
+TEST_F(CaptureFlowTest, TileTouchSavesAtOnceAndDoneAppliesTheText) {
+  auto capture = makeCapture();
+  EXPECT_EQ(MoodCaptureViewController::indexForPosition(0, 50), 0);
+  EXPECT_EQ(MoodCaptureViewController::indexForPosition(499, 50), 9);
+  EXPECT_EQ(MoodCaptureViewController::indexForPosition(500, 50), -1);
+  capture->selectMenu(-1);
+  EXPECT_FALSE(store_->hasAnyRecord());
+
+  capture->selectMenu(0);
+  auto editor = capture->editor();
+  ASSERT_TRUE(editor);
+  auto record = editor->recordInEdit();
+  EXPECT_EQ(record->moodLevel(), 10);
+  EXPECT_FALSE(record->objectID().isTemporaryID());  // saved before any typing
+  EXPECT_EQ(defaults_->stringForKey(kMoodRecordInCreation), record->objectID().URIRepresentation());
+  EXPECT_FALSE(editor->editing());
+  EXPECT_FALSE(editor->initialState()->existing);
+
+  editor->viewDidLoad();
+  editor->viewWillAppear();
+  type(*editor, "Good day #walk:3km");
+  EXPECT_FALSE(editor->currentState()->wasEdited);  // a new record's typing is no edit
+  editor->done();
+  EXPECT_EQ(record->moodDescription()->comment(), "Good day #walk:3km");
+  ASSERT_EQ(record->moodTags().size(), 1u);
+  EXPECT_EQ(store_->tagNamed("walk")->tagUnit(), "km");
+  EXPECT_EQ(finished_, *record->uniqueIdentifier());
+  EXPECT_FALSE(defaults_->stringForKey(kMoodRecordInCreation));
+  EXPECT_EQ(counter_, 1);
+}
+
+TEST_F(CaptureFlowTest, CancelOfANewRecordDeletesItAlsoAfterARestart) {
+  makeCapture()->selectMenu(9);
+  auto uri = capture_->editor()->recordInEdit()->objectID().URIRepresentation();
+  EXPECT_EQ(capture_->editor()->recordInEdit()->moodLevel(), 1);
+  type(*capture_->editor(), "half written");
+  capture_->editor()->saveChanges();  // the background save
+
+  // The process ends with the editor open; the next launch resumes it.
+  openStore();
+  auto capture = makeCapture();
+  capture->checkForRecordBeingCreated();
+  auto editor = capture->editor();
+  ASSERT_TRUE(editor);
+  EXPECT_EQ(editor->recordInEdit()->objectID().URIRepresentation(), uri);
+  editor->viewDidLoad();
+  EXPECT_EQ(editor->text(), "half written");
+  editor->confirmCancel();
+  EXPECT_FALSE(store_->hasAnyRecord());
+  EXPECT_FALSE(defaults_->stringForKey(kMoodRecordInCreation));
+
+  // A key that names no record any more does nothing and stays.
+  defaults_->setString(kMoodRecordInCreation, uri);
+  capture->checkForRecordBeingCreated();
+  EXPECT_FALSE(capture->editor());
+  EXPECT_TRUE(defaults_->stringForKey(kMoodRecordInCreation));
+}
+
+TEST_F(CaptureFlowTest, CancelOfAnExistingRecordRestoresValuesButKeepsTheNewDate) {
+  auto record = existingRecord("Old #work", 6);
+  auto oldPhotoName = record->moodDescription()->photoName();
+  auto editor = MoodRecordEditViewController::forExistingRecord(record, services(), library());
+  EXPECT_TRUE(editor->editing());
+  editor->viewDidLoad();
+  EXPECT_EQ(editor->text(), "Old #work");
+  type(*editor, " and #gym");
+  EXPECT_TRUE(editor->currentState()->wasEdited);
+  editor->imagePicked(Image::filled(1280, 860, Color::fromRGB255(0, 0, 250)));  // saves at once
+  EXPECT_EQ(record->moodTags().size(), 2u);
+  EXPECT_EQ(editor->currentState()->photo->width(), 640);
+  EXPECT_EQ(editor->currentState()->thumb->width(), 264);
+  editor->dateButtonClick();
+  ASSERT_TRUE(editor->isTimeEditing());
+  Date picked = Date::fromTimeIntervalSince1970(1690000000);
+  editor->timePickerDone(picked);
+
+  editor->confirmCancel();
+  EXPECT_EQ(record->moodDescription()->comment(), "Old #work");
+  EXPECT_EQ(record->moodTags().size(), 1u);
+  EXPECT_EQ(record->date(), picked);
+  // The old photo's pixels come back as a new file.
+  auto photoName = record->moodDescription()->photoName();
+  ASSERT_TRUE(photoName);
+  EXPECT_NE(photoName, oldPhotoName);
+  auto photo = images_->imageForName(photoName);
+  ASSERT_TRUE(photo);
+  EXPECT_EQ(photo->width(), 30);
+  EXPECT_FALSE(editor->recordInEdit());
+  editor->saveChanges();  // the background save after a cancel does nothing
+  EXPECT_EQ(record->moodDescription()->comment(), "Old #work");
+}
+
+TEST_F(CaptureFlowTest, TemplateFillsOnlyNewRecordsAndTheReminderTemplateIsUsedUp) {
+  MoodUserDefaultsOperator& defaults = MoodUserDefaultsOperator::sharedOperator();
+  defaults.setTemplateText(std::string("General #t"));
+  defaults.setReminderTemplateText(std::string("From reminder"));
+  makeCapture()->selectMenu(4);
+  auto editor = capture_->editor();
+  editor->viewDidLoad();
+  EXPECT_EQ(editor->text(), "From reminder");
+  EXPECT_EQ(editor->currentState()->comment, "From reminder");
+  EXPECT_EQ(defaults.reminderTemplateText().value_or(""), "");
+
+  makeCapture()->selectMenu(4);
+  capture_->editor()->viewDidLoad();
+  EXPECT_EQ(capture_->editor()->text(), "General #t");
+
+  // An older record with an empty comment keeps it empty.
+  auto record = existingRecord("");
+  auto existing = MoodRecordEditViewController::forExistingRecord(record, services(), library());
+  existing->viewDidLoad();
+  EXPECT_EQ(existing->text(), "");
+}
+
+TEST_F(CaptureFlowTest, UnitIsOfferedAfterTheColonButNotWhenDeletingBackToIt) {
+  existingRecord("#sleep:8h");
+  makeCapture()->selectMenu(2);
+  auto editor = capture_->editor();
+  editor->viewDidLoad();
+  type(*editor, "#sleep:");
+  EXPECT_EQ(editor->text(), "#sleep:h");
+  EXPECT_EQ(editor->cursor(), 7u);  // in front of the unit
+  type(*editor, "7");
+  EXPECT_EQ(editor->text(), "#sleep:7h");
+  backspace(*editor);
+  EXPECT_EQ(editor->text(), "#sleep:h");
+  // A suggestion has no row and so no unit.
+  editor->setSelection(editor->text().size(), 0);
+  type(*editor, " #calm:");
+  EXPECT_EQ(editor->text(), "#sleep:h #calm:");
+}
+
+TEST_F(CaptureFlowTest, CompletionOffersTagsThenSuggestionsAndTakesTheRest) {
+  existingRecord("#sleep:8h #sport");
+  existingRecord("#sleep:7h #Sad");
+  makeCapture()->selectMenu(3);
+  auto editor = capture_->editor();
+  editor->viewDidLoad();
+  editor->viewWillAppear();
+  type(*editor, "Went #s");
+  // Most used first, then by name; "sad" is a tag already and not doubled.
+  EXPECT_EQ(names(editor->completionOptions()), (std::vector<std::string>{"sleep", "Sad", "sport", "Sleepy"}));
+  type(*editor, "LEEPY");
+  EXPECT_TRUE(editor->completionOptions().empty());  // the only match is the word itself
+  backspace(*editor);
+  EXPECT_EQ(names(editor->completionOptions()), (std::vector<std::string>{"sleep", "Sleepy"}));
+  editor->didSelectCompletionRow(1);
+  EXPECT_EQ(editor->text(), "Went #sLEEPy");
+  EXPECT_TRUE(editor->completionOptions().empty());
+
+  editor->textViewDidChange("Went #sport #", 13);
+  // A bare # offers all, real tags first; the ones in the text are marked.
+  EXPECT_EQ(names(editor->completionOptions()),
+            (std::vector<std::string>{"sleep", "Sad", "sport", "Sleepy", "calm"}));
+  EXPECT_TRUE(editor->isCompletionRowUsed(2));
+  EXPECT_FALSE(editor->isCompletionRowUsed(0));
+  // A suggestion that is removed before saving leaves no row.
+  editor->textViewDidChange("Went", 4);
+  editor->done();
+  EXPECT_FALSE(store_->tagNamed("Sleepy"));
+}
+
+TEST_F(CaptureFlowTest, TagPanelRenamesAndDeletesAcrossComments) {
+  auto a = existingRecord("#run:5km then #run. #running");
+  auto b = existingRecord("#Run");
+  makeCapture()->selectMenu(5);
+  auto editor = capture_->editor();
+  editor->viewDidLoad();
+  editor->viewWillAppear();
+  auto run = store_->tagNamed("run");
+  ASSERT_TRUE(run);
+  editor->tagEdit(run);
+  EXPECT_TRUE(editor->isTagEditing());
+  editor->tagEditDone("jog", "km");
+  EXPECT_FALSE(editor->isTagEditing());
+  // The tag's name is "Run" now (latest spelling); the rename matches it
+  // with case, so "#run" in the first comment stays.
+  EXPECT_EQ(b->moodDescription()->comment(), "#jog");
+  EXPECT_EQ(a->moodDescription()->comment(), "#run:5km then #run. #running");
+  EXPECT_EQ(store_->tagNamed("jog")->tagUnit(), "km");
+
+  auto running = store_->tagNamed("running");
+  editor->removeMoodTag(running);
+  EXPECT_FALSE(store_->tagNamed("running"));
+  EXPECT_EQ(a->moodDescription()->comment(), "#run:5km then #run. ");
+
+  // Deleting a suggestion only takes it out of the word list.
+  type(*editor, "#ca");
+  ASSERT_EQ(names(editor->completionOptions()), (std::vector<std::string>{"calm"}));
+  editor->removeMoodTag(editor->completionOptions()[0]);
+  EXPECT_EQ(readEmotionsList(library()), (std::vector<std::string>{"sad", "Sleepy"}));
+  EXPECT_TRUE(editor->completionOptions().empty());
+  EXPECT_FALSE(editor->suggestions().hasChildManagedObjectContext());
+}
+
+}  // namespace
+}  // namespace lumeo

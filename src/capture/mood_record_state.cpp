@@ -1,0 +1,116 @@
+// Taking a record into the editor and writing the editor's values back. The
+// comment is the source of the record's tags, so every apply relinks them
+// from the text; pictures are re-stored at every apply so that a cancelled
+// edit can bring back the old photo from the copy held in memory.
+#include "capture/mood_record_state.h"
+
+#include <variant>
+
+#include "capture/hashtag_grammar.h"
+#include "capture/tag_extraction.h"
+#include "objectgraph/managed_object_context.h"
+#include "shell/mood_app_delegate.h"
+#include "store/image_store.h"
+#include "store/journal_model.h"
+#include "store/journal_store.h"
+#include "store/mood_description.h"
+#include "store/mood_record.h"
+#include "store/mood_tag.h"
+
+namespace lumeo {
+
+RecordStateServices RecordStateServices::fromSharedDelegate() {
+  RecordStateServices services;
+  services.images = ImageStore::shared();
+  if (MoodAppDelegate* app = MoodAppDelegate::sharedDelegate()) {
+    services.store = &app->store();
+    services.addToDropboxCounter = [app](long delta) { app->setDropboxCounter(delta); };
+  }
+  return services;
+}
+
+MoodRecordState::MoodRecordState(const MoodRecord& record, const ImageStore* images) {
+  existing = true;
+  moodLevel = record.moodLevel();
+  date = record.date();
+  if (auto description = record.moodDescription()) {
+    wasEdited = description->wasEdited();
+    comment = description->comment();
+    if (images) {
+      thumb = images->imageForName(description->thumbName());
+      photo = images->imageForName(description->photoName());
+    }
+  }
+}
+
+MoodRecordState MoodRecordState::initWithStateOfRecord(const MoodRecord& record) {
+  auto images = ImageStore::shared();
+  return MoodRecordState(record, images.get());
+}
+
+void MoodRecordState::removePhotoAndThumb() {
+  if (!existing) return;
+  thumb.reset();
+  photo.reset();
+}
+
+void MoodRecordState::applyCommentTags(JournalStore& store, const std::shared_ptr<MoodRecord>& record,
+                                       const std::string& text) {
+  record->removeMoodTags(record->moodTags());
+  auto context = store.managedObjectContext();
+  for (const MoodPreTag& preTag : findTagsInText(text)) {
+    // The fetch sees tags inserted a moment ago, so a tag named twice in one
+    // text gets one row. With two rows of one name (after a rename onto an
+    // existing name) the last one wins.
+    auto matches = store.tagsNamedLike(preTag.tagName);
+    std::shared_ptr<MoodTag> tag = matches.empty() ? nullptr : matches.back();
+    if (!tag) tag = context->insertNewObject<MoodTag>(kMoodTagEntity);
+    if (!tag) continue;
+    tag->setTagName(preTag.tagName);
+    auto unit = tag->tagUnit();
+    if (!unit || unit->empty()) tag->setTagUnit(preTag.tagUnit);
+    record->addMoodTagsObject(tag);
+  }
+}
+
+OptionalError MoodRecordState::applyToRecord(const std::shared_ptr<MoodRecord>& record,
+                                             const RecordStateServices& services) const {
+  if (!record || !services.store) return std::nullopt;
+  JournalStore& store = *services.store;
+  if (existing) {
+    record->setMoodLevel(moodLevel);
+    auto description = record->moodDescription();
+    if (description) {
+      description->setWasEdited(wasEdited);
+      description->setComment(comment);
+      if (services.images) {
+        // Thumbnail first, then photo; a failed write leaves that picture's
+        // old file and name in place.
+        auto storedThumb = services.images->replaceImage(description->thumbName(), thumb);
+        if (auto* error = std::get_if<Error>(&storedThumb)) return *error;
+        const auto& newThumb = std::get<StoredImage>(storedThumb);
+        description->setThumbName(newThumb.name);
+        description->setThumbChecksum(newThumb.checksum);
+        auto storedPhoto = services.images->replaceImage(description->photoName(), photo);
+        if (auto* error = std::get_if<Error>(&storedPhoto)) return *error;
+        const auto& newPhoto = std::get<StoredImage>(storedPhoto);
+        description->setPhotoName(newPhoto.name);
+        description->setPhotoChecksum(newPhoto.checksum);
+      }
+    }
+    applyCommentTags(store, record, comment.value_or(""));
+  } else {
+    store.deleteRecord(record);
+  }
+  // Every apply counts towards the backup reminder, a cancel's delete too;
+  // only edits of an older record don't.
+  if (!wasEdited && services.addToDropboxCounter) services.addToDropboxCounter(1);
+  store.saveContext();
+  return std::nullopt;
+}
+
+OptionalError MoodRecordState::applyToRecord(const std::shared_ptr<MoodRecord>& record) const {
+  return applyToRecord(record, RecordStateServices::fromSharedDelegate());
+}
+
+}  // namespace lumeo
