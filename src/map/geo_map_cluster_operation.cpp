@@ -74,6 +74,8 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
   // 3. Each cell.
   bool meanFromTotals = clusterer_->placesAtMeanOfMembers();
   std::vector<std::uint64_t> keys;
+  const GeoMapCellGrid* cellGrid =
+      limit == 0 && meanFromTotals ? allTree_->cellGridForCellMapSize(snapshot_.cellMapSize) : nullptr;
   enumerateGridCells(grid, snapshot_.cellMapSize, [&](MapRect cell) {
     GeoMapTreeBoundingBox box = GeoMapTreeBoundingBoxForMapRect(cell);
 
@@ -104,7 +106,7 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
     GeoMapTreeAggregate totals;
     if (!uniqueLocationMode) {
       if (meanFromTotals) {
-        totals = allTree_->aggregateInBox(box, true);
+        totals = allTree_->aggregateInCell(cell, box, cellGrid);
         if (totals.count == 0) return;
       } else {
         members.removeAllObjects();
@@ -146,6 +148,9 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
         GeoMapClusterAnnotation::Members held = candidate.heldMembers();
         if (cellGroup) {
           if (held.cell) {
+            // The same cell as last pass (a pan): it holds this cell's members.
+            const GeoMapTreeBoundingBox& was = *held.cell;
+            if (was.x0 == box.x0 && was.y0 == box.y0 && was.xf == box.xf && was.yf == box.yf) return true;
             auto overlap = GeoMapTreeBoxIntersection(*held.cell, box);
             return overlap && allTree_->hasAnnotationInBox(*overlap, true);
           }

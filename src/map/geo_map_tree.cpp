@@ -205,6 +205,7 @@ bool GeoMapTree::addAnnotation(const MapAnnotationPtr& annotation, LocationCoord
   if (!annotation || entries_.count(annotation.get())) return false;
   if (!insert({position.latitude, position.longitude, annotation.get()})) return false;
   entries_.emplace(annotation.get(), Entry{annotation, position.latitude, position.longitude});
+  for (const auto& grid : grids_) grid->addPoint(position.latitude, position.longitude, 1);
   return true;
 }
 
@@ -220,7 +221,9 @@ bool GeoMapTree::addAnnotations(const MapAnnotationList& annotations) {
 bool GeoMapTree::removeAnnotation(MapAnnotation* annotation) {
   auto it = entries_.find(annotation);
   if (it == entries_.end()) return false;
-  remove(it->second.x, it->second.y, annotation);
+  if (remove(it->second.x, it->second.y, annotation)) {
+    for (const auto& grid : grids_) grid->addPoint(it->second.x, it->second.y, -1);
+  }
   entries_.erase(it);
   return true;
 }
@@ -357,6 +360,54 @@ GeoMapTreeAggregate GeoMapTree::aggregateInBox(const GeoMapTreeBoundingBox& box,
 
 bool GeoMapTree::hasAnnotationInBox(const GeoMapTreeBoundingBox& box, bool cellEdges) const {
   return !visitAnnotationsInBox(box, cellEdges, [](MapAnnotation*) { return false; });
+}
+
+const GeoMapCellGrid* GeoMapTree::cellGridForCellMapSize(double cellMapSize) const {
+  // Below this many points a pass walks few nodes anyway.
+  constexpr std::size_t kMinPointsForGrid = 4096;
+  constexpr std::size_t kMaxGrids = 3;
+  constexpr std::size_t kRememberedSizes = 8;
+  if (entries_.size() < kMinPointsForGrid || !GeoMapCellGrid::servesCellMapSize(cellMapSize)) return nullptr;
+  for (std::size_t i = 0; i < grids_.size(); ++i) {
+    if (grids_[i]->cellMapSize() == cellMapSize) {
+      std::rotate(grids_.begin() + static_cast<std::ptrdiff_t>(i), grids_.begin() + static_cast<std::ptrdiff_t>(i) + 1,
+                  grids_.end());
+      return grids_.back().get();
+    }
+  }
+  auto asked = std::find(askedCellMapSizes_.begin(), askedCellMapSizes_.end(), cellMapSize);
+  if (asked == askedCellMapSizes_.end()) {
+    if (askedCellMapSizes_.size() == kRememberedSizes) askedCellMapSizes_.erase(askedCellMapSizes_.begin());
+    askedCellMapSizes_.push_back(cellMapSize);
+    return nullptr;
+  }
+  askedCellMapSizes_.erase(asked);
+  if (grids_.size() == kMaxGrids) grids_.erase(grids_.begin());
+  auto grid = std::make_unique<GeoMapCellGrid>(cellMapSize);
+  // Filed positions straight from the nodes, which lie close in memory.
+  std::vector<const GeoMapTreeNode*> stack{root_};
+  while (!stack.empty()) {
+    const GeoMapTreeNode* node = stack.back();
+    stack.pop_back();
+    if (node->subtreeCount == 0) continue;
+    for (std::size_t i = 0; i < node->count; ++i) grid->addPoint(node->points[i].x, node->points[i].y, 1);
+    if (node->northWest) {
+      stack.push_back(node->southEast);
+      stack.push_back(node->southWest);
+      stack.push_back(node->northEast);
+      stack.push_back(node->northWest);
+    }
+  }
+  grids_.push_back(std::move(grid));
+  return grids_.back().get();
+}
+
+GeoMapTreeAggregate GeoMapTree::aggregateInCell(MapRect cell, const GeoMapTreeBoundingBox& box,
+                                                const GeoMapCellGrid* grid) const {
+  if (grid) {
+    if (auto totals = grid->aggregateForCell(cell)) return *totals;
+  }
+  return aggregateInBox(box, true);
 }
 
 MapAnnotationList GeoMapTree::annotationsInMapRect(MapRect rect) const {

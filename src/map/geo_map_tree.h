@@ -14,6 +14,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "map/geo_map_cell_grid.h"
 #include "map/geo_map_tree_unsafe_mutable_array.h"
 #include "map/map_annotation.h"
 #include "map/map_geometry.h"
@@ -112,6 +113,19 @@ class GeoMapTree {
   GeoMapTreeAggregate aggregateInBox(const GeoMapTreeBoundingBox& box, bool cellEdges) const;
   bool hasAnnotationInBox(const GeoMapTreeBoundingBox& box, bool cellEdges) const;
 
+  // The table of per-cell totals for an aligned cell size, or null. A size
+  // gets a table the second time a pass asks for it (the first pass at a
+  // zoom walks the tree, and zooming through sizes builds nothing), and
+  // only for trees big enough for the walk to cost more than the table.
+  // The few most recent tables are kept and follow every add and remove.
+  // Called only by the tree's one writer (the background queue).
+  const GeoMapCellGrid* cellGridForCellMapSize(double cellMapSize) const;
+  // Count and position sums of one grid cell: from the cell's table when
+  // it can answer exactly, from the tree otherwise.
+  GeoMapTreeAggregate aggregateInCell(MapRect cell, const GeoMapTreeBoundingBox& box,
+                                      const GeoMapCellGrid* grid) const;
+  std::size_t cellGridCount() const { return grids_.size(); }
+
   bool containsAnnotation(const MapAnnotation* annotation) const {
     return entries_.count(annotation) != 0;
   }
@@ -151,6 +165,10 @@ class GeoMapTree {
   std::size_t slotsLeftInBlock_ = 0;
   GeoMapTreeNode* root_;
   std::unordered_map<const MapAnnotation*, Entry> entries_;  // the tree's annotation set
+  // Per-cell tables, most recently used last, and the cell sizes asked for
+  // lately (each asked once so far).
+  mutable std::vector<std::unique_ptr<GeoMapCellGrid>> grids_;
+  mutable std::vector<double> askedCellMapSizes_;
   mutable std::shared_mutex mutex_;
 };
 
