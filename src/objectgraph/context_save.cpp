@@ -84,7 +84,6 @@ OptionalError ContextCore::save() {
   if (error) return error;
 
   auto info = std::make_shared<ContextSaveInfo>(*willInfo);
-  Value::Array insertedURIs, updatedURIs, deletedURIs;
   for (auto& o : tracked) {
     ObjectState& s = *o->state_;
     const SaveKind kind = kindOf(s);
@@ -92,17 +91,14 @@ OptionalError ContextCore::save() {
       case SaveKind::kInsert:
         info->insertedObjects.push_back(o);
         info->insertedObjectIDs.push_back(s.id);
-        insertedURIs.emplace_back(s.id.URIRepresentation());
         break;
       case SaveKind::kUpdate:
         info->updatedObjects.push_back(o);
         info->updatedObjectIDs.push_back(s.id);
-        updatedURIs.emplace_back(s.id.URIRepresentation());
         break;
       case SaveKind::kDelete:
         info->deletedObjects.push_back(o);
         info->deletedObjectIDs.push_back(s.id);
-        deletedURIs.emplace_back(s.id.URIRepresentation());
         break;
       default: break;
     }
@@ -134,9 +130,6 @@ OptionalError ContextCore::save() {
   didSave.name = kManagedObjectContextDidSaveNotification;
   didSave.sender = &owner_;
   didSave.object = std::shared_ptr<const ContextSaveInfo>(info);
-  didSave.userInfo[kInsertedObjectsKey] = Value(std::move(insertedURIs));
-  didSave.userInfo[kUpdatedObjectsKey] = Value(std::move(updatedURIs));
-  didSave.userInfo[kDeletedObjectsKey] = Value(std::move(deletedURIs));
   NotificationCenter::defaultCenter().post(didSave);
   return std::nullopt;
 }

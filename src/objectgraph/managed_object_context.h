@@ -54,11 +54,9 @@ inline constexpr const char* kManagedObjectContextDidSaveNotification = "Managed
 inline constexpr const char* kManagedObjectContextObjectsDidChangeNotification =
     "ManagedObjectContextObjectsDidChangeNotification";
 
-// Keys of the userInfo of a did-save notification; each holds an array of
-// the URI strings of the objects (the objects themselves are in
-// ContextSaveInfo).
-inline constexpr const char* kInsertedObjectsKey = "inserted";
-inline constexpr const char* kUpdatedObjectsKey = "updated";
+// Key of the userInfo of an objects-did-change notification after a merge:
+// an array of the URI strings of the objects that left the context (and
+// "refreshed" for those reloaded).
 inline constexpr const char* kDeletedObjectsKey = "deleted";
 
 class ManagedObjectContext;
