@@ -85,8 +85,8 @@ template <typename... Args>
 std::string stringWithFormat(std::string_view format, const Args&... args) {
   format_detail::ObjectConversions conversions = format_detail::findObjectConversions(format);
   fmt::dynamic_format_arg_store<fmt::printf_context> store;
-  std::size_t index = 0;
-  auto isObject = [&](std::size_t i) { return i < conversions.isObject.size() && conversions.isObject[i]; };
+  [[maybe_unused]] std::size_t index = 0;
+  [[maybe_unused]] auto isObject = [&](std::size_t i) { return i < conversions.isObject.size() && conversions.isObject[i]; };
   (format_detail::pushArgument(store, isObject(index++), args), ...);
   try {
     return fmt::vsprintf(conversions.format, store);
