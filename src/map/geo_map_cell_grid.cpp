@@ -104,6 +104,27 @@ void GeoMapCellGrid::addPoint(double latitude, double longitude, int sign) {
   }
 }
 
+bool GeoMapCellGrid::addTotalsInBox(double south, double west, double north, double east, std::size_t count,
+                                    double sumX, double sumY) {
+  MapPoint northWest = MapPointForCoordinate({north, west});
+  MapPoint southEast = MapPointForCoordinate({south, east});
+  const double cell = cellMapSize_;
+  long long column = static_cast<long long>(std::floor(northWest.x / cell));
+  long long row = static_cast<long long>(std::floor(northWest.y / cell));
+  if (row < 0 || row >= columns_ || column < 0 || column >= columns_) return false;
+  if (northWest.x - static_cast<double>(column) * cell <= kEdgeMargin ||
+      static_cast<double>(column + 1) * cell - southEast.x <= kEdgeMargin ||
+      northWest.y - static_cast<double>(row) * cell <= kEdgeMargin ||
+      static_cast<double>(row + 1) * cell - southEast.y <= kEdgeMargin) {
+    return false;
+  }
+  Slot& slot = slotFor(static_cast<std::uint64_t>(row * columns_ + column) + 1);
+  slot.count += static_cast<std::uint32_t>(count);
+  slot.sumX += sumX;
+  slot.sumY += sumY;
+  return true;
+}
+
 std::optional<GeoMapTreeAggregate> GeoMapCellGrid::aggregateForCell(MapRect cell) const {
   const double size = cellMapSize_;
   if (std::fabs(cell.size.width - size) > kEdgeMargin || std::fabs(cell.size.height - size) > kEdgeMargin)

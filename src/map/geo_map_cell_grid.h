@@ -33,6 +33,11 @@ class GeoMapCellGrid {
   // Files a point (latitude, longitude) with `sign` +1, or takes it out
   // with -1, at the position it was filed under.
   void addPoint(double latitude, double longitude, int sign);
+  // Files the totals of a whole box of points (x latitude, y longitude) at
+  // once if the box lies inside one cell, clear of its edges; returns
+  // whether it did. Filing them one by one gives the same table.
+  bool addTotalsInBox(double south, double west, double north, double east, std::size_t count, double sumX,
+                      double sumY);
   // The totals of the cell whose map rectangle is `cell` (its origin on
   // the lattice of this grid), or nothing when a point lies so close to the
   // cell's edge that only the exact test can place it.

@@ -76,8 +76,21 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
   std::vector<std::uint64_t> keys;
   const GeoMapCellGrid* cellGrid =
       limit == 0 && meanFromTotals ? allTree_->cellGridForCellMapSize(snapshot_.cellMapSize) : nullptr;
+  double rowY = std::numeric_limits<double>::quiet_NaN();
+  double rowHeight = 0, rowSouth = 0, rowNorth = 0;
   enumerateGridCells(grid, snapshot_.cellMapSize, [&](MapRect cell) {
-    GeoMapTreeBoundingBox box = GeoMapTreeBoundingBoxForMapRect(cell);
+    // The cells of a row share their latitudes; converting them costs more
+    // than the rest of a cell read from the table.
+    GeoMapTreeBoundingBox box;
+    if (cell.minY() == rowY && cell.size.height == rowHeight) {
+      box = {rowSouth, GeoMapTreeLongitudeForMapX(cell.minX()), rowNorth, GeoMapTreeLongitudeForMapX(cell.maxX())};
+    } else {
+      box = GeoMapTreeBoundingBoxForMapRect(cell);
+      rowY = cell.minY();
+      rowHeight = cell.size.height;
+      rowSouth = box.x0;
+      rowNorth = box.xf;
+    }
 
     // Groups by location while there are at most `limit` of them; one more
     // location ends the walk, and the cell becomes one group.

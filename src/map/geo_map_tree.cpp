@@ -15,9 +15,7 @@ namespace {
 constexpr std::size_t kFirstBlockSlots = 16;
 constexpr std::size_t kMaxBlockSlots = 4096;
 
-// Longitude of a map x without wrapping, so that the east edge of the world
-// reads 180 and not -180.
-double longitudeForMapX(double x) { return x / kMapWorldWidth * 360.0 - 180.0; }
+double longitudeForMapX(double x) { return GeoMapTreeLongitudeForMapX(x); }
 
 // Whether (x, y) lies in the range, with the cell edge convention when asked.
 struct RangeTest {
@@ -390,6 +388,12 @@ const GeoMapCellGrid* GeoMapTree::cellGridForCellMapSize(double cellMapSize) con
     const GeoMapTreeNode* node = stack.back();
     stack.pop_back();
     if (node->subtreeCount == 0) continue;
+    // A subtree inside one cell goes in by its totals: where the tree is
+    // dense, most points are filed a node at a time.
+    const GeoMapTreeBoundingBox& box = node->boundingBox;
+    if (grid->addTotalsInBox(box.x0, box.y0, box.xf, box.yf, node->subtreeCount, node->subtreeSumX,
+                             node->subtreeSumY))
+      continue;
     for (std::size_t i = 0; i < node->count; ++i) grid->addPoint(node->points[i].x, node->points[i].y, 1);
     if (node->northWest) {
       stack.push_back(node->southEast);
