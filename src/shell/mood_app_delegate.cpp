@@ -32,12 +32,7 @@ class JournalImageStoreCleaner : public ImageStoreCleaner {
     MoodAppDelegate* app = MoodAppDelegate::sharedDelegate();
     auto images = ImageStore::shared();
     if (!app || !images || !app->store().hasStore()) return;
-    std::set<std::string> inUse;
-    for (const auto& description : app->store().allDescriptions()) {
-      if (auto name = description->photoName()) inUse.insert(*name);
-      if (auto name = description->thumbName()) inUse.insert(*name);
-    }
-    images->clearImageStore(inUse);
+    images->clearImageStore(app->store().imageNamesInUse());
   }
 };
 

@@ -281,6 +281,22 @@ std::vector<std::shared_ptr<MoodDescription>> JournalStore::allDescriptions() {
   return fetchAs<MoodDescription>(FetchRequest(kMoodDescriptionEntity));
 }
 
+std::set<std::string> JournalStore::imageNamesInUse() {
+  FetchRequest request(kMoodDescriptionEntity);
+  request.setPredicate(Predicate::predicateWithFormat("photoName != NIL OR thumbName != NIL"));
+  request.setResultType(FetchRequestResultType::kDictionary);
+  request.setPropertiesToFetch({"photoName", "thumbName"});
+  std::set<std::string> names;
+  FetchResults results = executeFetch(request);
+  for (const auto& row : results.dictionaries()) {
+    for (const char* key : {"photoName", "thumbName"}) {
+      auto it = row.find(key);
+      if (it != row.end() && it->second.asString() && !it->second.asString()->empty()) names.insert(*it->second.asString());
+    }
+  }
+  return names;
+}
+
 std::vector<std::shared_ptr<MoodDescription>> JournalStore::locatedDescriptions() {
   FetchRequest request(kMoodDescriptionEntity);
   request.setPredicate(Predicate::predicateWithFormat("latitude != %@ && longitude != %@", -1, -1));

@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -113,6 +114,10 @@ class JournalStore {
   std::vector<std::shared_ptr<MoodRecord>> locatedRecordsFrom(Date from, Date to,
                                                               const std::vector<std::string>& tagNames);
   std::vector<std::shared_ptr<MoodDescription>> allDescriptions();
+  // The image file names that descriptions hold (photos and thumbnails),
+  // read without making objects: the image store's launch clean-up keeps
+  // exactly these.
+  std::set<std::string> imageNamesInUse();
   std::vector<std::shared_ptr<MoodDescription>> locatedDescriptions();
   // "tagName like[cd] %@" with the exact text: every tag of that name.
   std::vector<std::shared_ptr<MoodTag>> tagsNamedLike(const std::string& name);

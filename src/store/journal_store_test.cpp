@@ -251,6 +251,7 @@ TEST_F(JournalStoreTest, TagAndPhotoAndPlaceFetches) {
   ASSERT_EQ(byFrequency.size(), 1u);
   EXPECT_EQ(byFrequency[0], walk);
   EXPECT_EQ(store_->suggestedTags("w", 10).front(), walk);
+  EXPECT_EQ(store_->imageNamesInUse(), (std::set<std::string>{"a.jpg", "c.jpg"}));
 }
 
 TEST_F(JournalStoreTest, RemoveCoordinatesClearsEveryPositionAndSaves) {
