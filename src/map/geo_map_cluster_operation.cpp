@@ -64,7 +64,9 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
   // 2. The grid.
   MapRect grid = gridMapRectForMapRect(snapshot_.visibleMapRect, snapshot_.cellMapSize, settings.marginFactor);
   Result result;
-  std::unordered_set<const MapAnnotation*> clusterSet;
+  // The new picture and the pins on the map are told apart by marks on
+  // the pins, which saves a hash set per pass.
+  const std::uint64_t inPicture = nextMark();
   std::vector<std::pair<GeoMapClusterAnnotationPtr, LocationCoordinate2D>> moved;
   GeoMapTreeUnsafeMutableArray members(64);
   GeoMapTreeUnsafeMutableArray visibleInCell(8);
@@ -232,21 +234,21 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
           annotation->setCoordinate(coordinate);
         }
       }
-      clusterSet.insert(annotation.get());
+      annotation->clusterMark().store(inPicture, std::memory_order_relaxed);
       result.clusters.push_back(std::move(annotation));
     }
   });
 
   // 4. The diff against the pins this controller has on the map.
   MapAnnotationList existing = visibleTree_->allAnnotations();
-  std::unordered_set<const MapAnnotation*> existingSet;
-  existingSet.reserve(existing.size());
-  for (const MapAnnotationPtr& annotation : existing) existingSet.insert(annotation.get());
-  for (const GeoMapClusterAnnotationPtr& cluster : result.clusters) {
-    if (!existingSet.count(cluster.get())) result.annotationsToAdd.push_back(cluster);
-  }
   for (const MapAnnotationPtr& annotation : existing) {
-    if (!clusterSet.count(annotation.get())) result.annotationsToRemove.push_back(annotation);
+    if (annotation->clusterMark().load(std::memory_order_relaxed) != inPicture)
+      result.annotationsToRemove.push_back(annotation);
+  }
+  const std::uint64_t onMap = nextMark();
+  for (const MapAnnotationPtr& annotation : existing) annotation->clusterMark().store(onMap, std::memory_order_relaxed);
+  for (const GeoMapClusterAnnotationPtr& cluster : result.clusters) {
+    if (cluster->clusterMark().load(std::memory_order_relaxed) != onMap) result.annotationsToAdd.push_back(cluster);
   }
 
   // 5. The visible tree follows: removals first, then the pins that moved

@@ -363,7 +363,7 @@ bool GeoMapTree::hasAnnotationInBox(const GeoMapTreeBoundingBox& box, bool cellE
 const GeoMapCellGrid* GeoMapTree::cellGridForCellMapSize(double cellMapSize) const {
   // Below this many points a pass walks few nodes anyway.
   constexpr std::size_t kMinPointsForGrid = 4096;
-  constexpr std::size_t kMaxGrids = 3;
+  constexpr std::size_t kMaxGrids = 2;  // up to 64 MB each at a million points
   constexpr std::size_t kRememberedSizes = 8;
   if (entries_.size() < kMinPointsForGrid || !GeoMapCellGrid::servesCellMapSize(cellMapSize)) return nullptr;
   for (std::size_t i = 0; i < grids_.size(); ++i) {

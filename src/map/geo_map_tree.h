@@ -120,7 +120,7 @@ class GeoMapTree {
   // gets a table the second time a pass asks for it (the first pass at a
   // zoom walks the tree, and zooming through sizes builds nothing), and
   // only for trees big enough for the walk to cost more than the table.
-  // The few most recent tables are kept and follow every add and remove.
+  // The two most recent tables are kept and follow every add and remove.
   // Called only by the tree's one writer (the background queue).
   const GeoMapCellGrid* cellGridForCellMapSize(double cellMapSize) const;
   // Count and position sums of one grid cell: from the cell's table when
