@@ -67,6 +67,11 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
   // The new picture and the pins on the map are told apart by marks on
   // the pins, which saves a hash set per pass.
   const std::uint64_t inPicture = nextMark();
+  if (snapshot_.cellMapSize > 0 && !grid.isNull()) {
+    double cells = std::round(grid.size.width / snapshot_.cellMapSize) *
+                   std::round(grid.size.height / snapshot_.cellMapSize);
+    result.clusters.reserve(static_cast<std::size_t>(std::clamp(cells, 0.0, 65536.0)));
+  }
   std::vector<std::pair<GeoMapClusterAnnotationPtr, LocationCoordinate2D>> moved;
   GeoMapTreeUnsafeMutableArray members(64);
   GeoMapTreeUnsafeMutableArray visibleInCell(8);
@@ -255,6 +260,7 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
   // and the new ones, each filed where it will be shown.
   visibleTree_->removeAnnotations(result.annotationsToRemove);
   for (const auto& [annotation, coordinate] : moved) visibleTree_->moveAnnotation(annotation, coordinate);
+  visibleTree_->reserve(visibleTree_->count() + result.annotationsToAdd.size());
   for (const MapAnnotationPtr& annotation : result.annotationsToAdd)
     visibleTree_->addAnnotation(annotation, annotation->coordinate());
   return result;

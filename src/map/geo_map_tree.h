@@ -137,6 +137,8 @@ class GeoMapTree {
   // The strong reference the tree holds for a raw pointer it returned.
   MapAnnotationPtr retained(MapAnnotation* annotation) const;
   std::size_t count() const { return entries_.size(); }
+  // Room for `count` annotations in all, ahead of adding many one by one.
+  void reserve(std::size_t count) { entries_.reserve(count); }
   MapAnnotationList allAnnotations() const;
   const GeoMapTreeNode* root() const { return root_; }
   // The tree has one writer, the controller's background queue, which takes
