@@ -17,6 +17,7 @@
 #include <regex>
 
 #include "capture/mood_levels_presentation.h"
+#include "capture_commands.h"
 #include "capture/tag_extraction.h"
 #include "cli_app.h"
 #include "objectgraph/managed_object_context.h"
@@ -248,24 +249,24 @@ struct AddOptions {
   std::string level;
   std::optional<std::string> comment;
   std::optional<std::string> at;
+  std::optional<std::string> photo;
+  std::optional<std::string> place;
 };
 
 void runAdd(CliApp& cli, const AddOptions& options) {
   long level = parseLevel(options.level);
   Date when = options.at ? requireDate(*options.at, "date", false) : Date::now();
+  // Photo and place are read before the journal opens, so bad input
+  // changes nothing. The editor's apply makes the tag links and stores the
+  // pictures.
+  CaptureInput input;
+  input.level = level;
+  input.date = when;
+  if (options.comment && !options.comment->empty()) input.comment = *options.comment;
+  if (options.photo) input.photo = readPickedPhoto(*options.photo);
+  if (options.place) input.place = parsePlace(*options.place);
   MoodAppDelegate& app = journalSession(cli);
-  JournalStore& store = app.store();
-  // As the capture path does: record and description together, one save.
-  auto record = store.insertRecordWithDescription();
-  if (!record) throw CommandError("the journal store is not open");
-  record->setMoodLevel(level);
-  record->setDate(when);
-  if (options.comment && !options.comment->empty()) {
-    record->moodDescription()->setComment(*options.comment);
-    applyCommentTags(store, record, *options.comment);
-  }
-  saveOrFail(app, "save the record");
-  app.setDropboxCounter(1);
+  auto record = captureRecord(app, input);
   if (cli.json()) {
     cli.printJson(recordJson(*record));
   } else {
@@ -373,6 +374,8 @@ void registerCommands(CliApp& cli) {
   addCmd->add_option("-c,--comment", add->comment, "Text of the record; #tags in it become tags")->type_name("TEXT");
   addCmd->add_option("--at", add->at, "When (default now): 2026-11-22T14:30, 2026-11-22 or your locale's form")
       ->type_name("WHEN");
+  addCmd->add_option("--photo", add->photo, "A picture file (JPEG or PNG) to attach")->type_name("FILE");
+  addCmd->add_option("--place", add->place, "Where, as LAT,LON in degrees")->type_name("LAT,LON");
   addCmd->callback([&cli, add] { runAdd(cli, *add); });
 
   auto list = std::make_shared<ListOptions>();

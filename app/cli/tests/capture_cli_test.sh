@@ -58,10 +58,11 @@ expect "place" 0 '"latitude": 48.2' L --json edit 2 --place 48.2,16.37
 
 # --- Values and completion.
 expect "values per tag and unit" 0 "#walk +km +5 +5 +1" L values
-expect "values json" 0 '"key": "sleep:h"' L --json values
+expect "values json" 0 '"key": "walk:km"' L --json values
 expect "completion of a prefix" 0 "^#walk" L complete wa
 expect "bare # offers real tags before suggestions" 0 "^#" L complete ""
 expect "a complete word offers nothing" 0 "^$" L complete walk
+expect "feeling words are offered as suggestions" 0 "\(suggestion\)" L complete ""
 
 # --- Rename and delete rewrite the comments.
 L add 6 --comment "#run:5km then #run" --at 2026-11-22T08:00 >/dev/null
@@ -69,13 +70,13 @@ expect "rename" 0 "Renamed #run to #jog in 1 records" L tag rename run jog
 check "rename rewrote the comment" [ "$(comment 3)" = "#jog:5km then #jog" ]
 expect "renamed tag keeps its unit" 0 "#jog +km" L tags
 expect "delete" 0 "Deleted #jog from 1 records" L tag delete jog
-check "delete removed the mentions" [ "$(comment 3)" = "then " ]
+check "delete removed the mentions" [ "$(comment 3)" = " then " ]
 check "no row for the deleted tag" [ "$(sqlite3 "$store" "SELECT COUNT(*) FROM MoodTag WHERE tagName='jog';")" = 0 ]
 
 # --- Template and levels.
 expect "template set" 0 "Template set" L template set "Today #sleep:"
 expect "template show" 0 "^Today #sleep:$" L template show
-expect "level text" 0 "^ +10 +#[0-9a-f]{6} +Wonderful day" L levels set 10 --text "Wonderful day" --color "#10a040"
+expect "level text" 0 "^ +10 +#10A040 +Wonderful day" L levels set 10 --text "Wonderful day" --color "#10a040"
 expect "levels reset" 0 "^ +10 " L levels reset
 
 # --- Bad input changes nothing.
