@@ -176,7 +176,12 @@ std::string renameTagInText(std::string_view text, std::string_view oldName, std
 
 std::string removeTagFromText(std::string_view text, std::string_view name) {
   if (!isTagName(name)) return std::string(text);
-  auto pattern = RegularExpression::compile(fillPattern(kTagDeletionPattern, {name, name, name, name}),
+  return removeTagFromText(text, name, kTagDeletionPatternPossessive);
+}
+
+std::string removeTagFromText(std::string_view text, std::string_view name, std::string_view patternFormat) {
+  if (!isTagName(name)) return std::string(text);
+  auto pattern = RegularExpression::compile(fillPattern(patternFormat, {name, name, name, name}),
                                             RegularExpression::kCaseInsensitive);
   if (!pattern) return std::string(text);
   std::vector<std::pair<TextRange, std::string_view>> edits;

@@ -166,8 +166,19 @@ TEST(RemoveTagFromText, RemovesEveryFormButATagBeforePunctuation) {
       {"#sleepy stays", "#sleepy stays"},
       {"#sleep #sleep #sleep", ""},
   };
-  for (const auto& c : cases) EXPECT_EQ(removeTagFromText(c.text, "sleep"), c.expected) << c.text;
+  for (const auto& c : cases) {
+    EXPECT_EQ(removeTagFromText(c.text, "sleep"), c.expected) << c.text;
+    EXPECT_EQ(removeTagFromText(c.text, "sleep", kTagDeletionPattern), c.expected) << c.text;
+  }
   EXPECT_EQ(removeTagFromText("#a*b", "a*b"), "#a*b");
+}
+
+TEST(RemoveTagFromText, LongNumbersDoNotFreezeTheRewrite) {
+  // With the literal pattern this takes minutes (cubic backtracking).
+  const std::string text = "#a:" + std::string(5000, '1') + "! #a:7.5x.";
+  EXPECT_EQ(removeTagFromText(text, "a"), "! .");
+  const std::string longValue = "#a:" + std::string(20000, '2') + "x #a:3h";
+  EXPECT_EQ(graphValuesInComment(longValue, MoodThirdValue{"a", "h", 0, 0, 0}), (std::vector<double>{3}));
 }
 
 TEST(ThirdValues, OnePairPerCommentFirstValueCounts) {
@@ -203,6 +214,11 @@ TEST(ThirdValues, GraphValuesOfOnePair) {
   EXPECT_EQ(graphValuesInComment("#sleep:8", bare), (std::vector<double>{8}));
   EXPECT_EQ(graphValuesInComment("#sleep:8h", bare), (std::vector<double>{}));
   EXPECT_EQ(graphValuesInComment("#сон:8ч", MoodThirdValue{"сон", "ч", 0, 0, 0}), (std::vector<double>{8}));
+  for (const char* comment : {"#sleep:8h #sleep:6,5h", "#sleep:8", "#sleep:8h", "#sleep:8.5 #sleep:1,", "#sleep:"}) {
+    for (const MoodThirdValue& entry : {hours, bare}) {
+      EXPECT_EQ(graphValuesInComment(comment, entry), graphValuesInComment(comment, entry, kGraphValuesPattern)) << comment;
+    }
+  }
 }
 
 TEST(ExtractTagsForRecord, OneLinkPerTagLatestSpellingFirstUnit) {

@@ -85,11 +85,12 @@ std::string tagNameOfThirdValueKey(std::string_view key) {
   return std::string(key.substr(0, key.find(':')));
 }
 
-std::vector<double> graphValuesInComment(std::string_view comment, const MoodThirdValue& entry) {
+std::vector<double> graphValuesInComment(std::string_view comment, const MoodThirdValue& entry,
+                                         std::string_view patternFormat) {
   std::vector<double> values;
   if (!isTagName(entry.tagName)) return values;
   const std::string unit = entry.unitValue.empty() ? std::string(" ") : entry.unitValue;
-  auto pattern = RegularExpression::compile(fillPattern(kGraphValuesPattern, {entry.tagName, unit}));
+  auto pattern = RegularExpression::compile(fillPattern(patternFormat.empty() ? kGraphValuesPatternPossessive : patternFormat, {entry.tagName, unit}));
   if (!pattern) return values;
   const std::string text = lowercaseString(comment) + " ";
   for (const RegexMatch& match : pattern->matches(text)) {

@@ -46,7 +46,10 @@ std::string tagNameOfThirdValueKey(std::string_view key);
 // Every value of the pair in one comment, in text order (all of them, not
 // only the first). An entry without unit matches only numbers followed by a
 // blank or the end of the text, so "#sleep:8h" is not a value of "sleep:".
-std::vector<double> graphValuesInComment(std::string_view comment, const MoodThirdValue& entry);
+// `patternFormat` (two "%@", name and unit) exists for comparing the literal
+// pattern with the possessive one that runs by default.
+std::vector<double> graphValuesInComment(std::string_view comment, const MoodThirdValue& entry,
+                                         std::string_view patternFormat = {});
 
 // Lowercase by Unicode's full mapping, independent of the user's locale.
 std::string lowercaseString(std::string_view text);

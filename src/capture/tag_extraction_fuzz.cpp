@@ -1,7 +1,8 @@
 // Feeds arbitrary bytes to every comment parser: tag extraction, the record
 // fold, the third-value table, the display tokens, rename and deletion. Any
 // name that comes out must consist of the tag alphabet alone, checked here
-// against Unicode properties rather than the regex engine that produced it.
+// against Unicode properties rather than the regex engine that produced it,
+// and the fast possessive patterns must agree with the literal ones.
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -57,7 +58,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const lumeo::MoodThirdValueTable table = lumeo::thirdValuesForComments({text});
   for (const auto& [key, value] : table.values()) {
     if (value.count != 1 || value.minValue != value.maxValue) std::abort();
-    (void)lumeo::graphValuesInComment(text, value);
+    if (lumeo::graphValuesInComment(text, value) != lumeo::graphValuesInComment(text, value, lumeo::kGraphValuesPattern)) {
+      std::abort();
+    }
   }
   for (const lumeo::TaggedToken& token : lumeo::taggedTokensInText(text)) {
     checkName(token.tagName);
@@ -68,6 +71,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!tags.empty()) {
     const std::string removed = lumeo::removeTagFromText(text, tags.front().tagName);
     if (removed.size() > text.size()) std::abort();
+    // The possessive pattern that runs must remove exactly what the literal one does.
+    if (removed != lumeo::removeTagFromText(text, tags.front().tagName, lumeo::kTagDeletionPattern)) std::abort();
     (void)lumeo::renameTagInText(text, tags.front().tagName, "renamed");
   }
   if (size > 0) (void)lumeo::rangeOfIncompleteTag(text, size / 2);
