@@ -73,10 +73,21 @@ void MoodRecordState::applyCommentTags(JournalStore& store, const std::shared_pt
   }
 }
 
+namespace {
+
+// Writes a picture under a fresh name without touching the file it
+// replaces; no picture gives no name and no checksum.
+OrError<StoredImage> storeReplacement(const ImageStore& images, const std::optional<Image>& image) {
+  return images.replaceImage(std::nullopt, image);
+}
+
+}  // namespace
+
 OptionalError MoodRecordState::applyToRecord(const std::shared_ptr<MoodRecord>& record,
                                              const RecordStateServices& services) const {
   if (!record || !services.store) return std::nullopt;
   JournalStore& store = *services.store;
+  std::vector<std::optional<std::string>> replacedNames;
   if (existing) {
     record->setMoodLevel(moodLevel);
     auto description = record->moodDescription();
@@ -84,16 +95,23 @@ OptionalError MoodRecordState::applyToRecord(const std::shared_ptr<MoodRecord>& 
       description->setWasEdited(wasEdited);
       description->setComment(comment);
       if (services.images) {
-        // Thumbnail first, then photo; a failed write leaves that picture's
-        // old file and name in place.
-        auto storedThumb = services.images->replaceImage(description->thumbName(), thumb);
+        // Thumbnail first, then photo. The old files stay until the save has
+        // gone through: should it fail, the context still points at them
+        // and keeps the change for the next save, and the launch clean-up
+        // later drops whichever files no description names.
+        auto storedThumb = storeReplacement(*services.images, thumb);
         if (auto* error = std::get_if<Error>(&storedThumb)) return *error;
+        auto storedPhoto = storeReplacement(*services.images, photo);
+        if (auto* error = std::get_if<Error>(&storedPhoto)) {
+          services.images->deleteImageWithName(std::get<StoredImage>(storedThumb).name);
+          return *error;
+        }
         const auto& newThumb = std::get<StoredImage>(storedThumb);
+        const auto& newPhoto = std::get<StoredImage>(storedPhoto);
+        replacedNames.push_back(description->thumbName());
+        replacedNames.push_back(description->photoName());
         description->setThumbName(newThumb.name);
         description->setThumbChecksum(newThumb.checksum);
-        auto storedPhoto = services.images->replaceImage(description->photoName(), photo);
-        if (auto* error = std::get_if<Error>(&storedPhoto)) return *error;
-        const auto& newPhoto = std::get<StoredImage>(storedPhoto);
         description->setPhotoName(newPhoto.name);
         description->setPhotoChecksum(newPhoto.checksum);
       }
@@ -106,6 +124,10 @@ OptionalError MoodRecordState::applyToRecord(const std::shared_ptr<MoodRecord>& 
   // only edits of an older record don't.
   if (!wasEdited && services.addToDropboxCounter) services.addToDropboxCounter(1);
   store.saveContext();
+  auto context = store.managedObjectContext();
+  if (services.images && context && !context->hasChanges()) {
+    for (const auto& name : replacedNames) services.images->deleteImageWithName(name);
+  }
   return std::nullopt;
 }
 

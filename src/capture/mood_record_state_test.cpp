@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sqlite3.h>
+
 #include <algorithm>
 
 #include "objectgraph/managed_object_context.h"
@@ -167,6 +169,35 @@ TEST_F(MoodRecordStateTest, PicturesGetNewFilesAtEveryApplyAndAbsentOnesClearThe
   empty.photo = Image::filled(2, 2, Color::fromRGB255(0, 0, 0));
   empty.removePhotoAndThumb();
   EXPECT_TRUE(empty.photo.has_value());
+}
+
+TEST_F(MoodRecordStateTest, AFailedSaveKeepsThePicturesTheStoreStillNames) {
+  auto record = newRecord(7);
+  MoodRecordState state(*record, images_.get());
+  state.photo = Image::filled(40, 30, Color::fromRGB255(200, 30, 30));
+  state.thumb = Image::filled(26, 26, Color::fromRGB255(30, 200, 30));
+  ASSERT_FALSE(state.applyToRecord(record, services()));
+  const auto savedPhoto = record->moodDescription()->photoName();
+  ASSERT_TRUE(savedPhoto);
+
+  // The disk refuses the next write to descriptions (a trigger stands in
+  // for a full disk): the saved row still names the first photo, so its
+  // file must survive the failed apply.
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open((dir_ / "Library" / "Model.sqlite").c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db,
+                         "CREATE TRIGGER refuse BEFORE UPDATE ON \"MoodDescription\" "
+                         "BEGIN SELECT RAISE(ABORT, 'disk full'); END;",
+                         nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(db);
+
+  state.photo = Image::filled(40, 30, Color::fromRGB255(10, 10, 200));
+  state.applyToRecord(record, services());
+  EXPECT_TRUE(store_->managedObjectContext()->hasChanges());
+  auto path = images_->imageURLForName(savedPhoto);
+  ASSERT_TRUE(path);
+  EXPECT_TRUE(std::filesystem::exists(*path));
 }
 
 TEST_F(MoodRecordStateTest, EmptyStateDeletesTheRecordAndItsPictures) {
