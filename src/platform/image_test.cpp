@@ -329,17 +329,23 @@ TEST(ImageScaling, HundredMegapixelPhotoIsDecodedReduced) {
   const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
-    rlimit rl{limit, limit};
-    setrlimit(RLIMIT_AS, &rl);
-    auto full = Image::readFile(path);
-    if (!std::holds_alternative<Error>(full)) _exit(10);  // the limit must bite
-    if (!std::get<Error>(full).is(kImageErrorDomain, kImageTooLarge)) _exit(14);
-    auto thumb = scaledImageFromFile(path, 264, 264);
-    if (!std::holds_alternative<Image>(thumb)) _exit(11);
-    const Image& t = std::get<Image>(thumb);
-    if (t.width() != 264 || t.height() != 264) _exit(12);
-    if (t.pixelAt(132, 10).red > 0.25 || t.pixelAt(132, 250).red < 0.75) _exit(13);
-    _exit(0);
+    // The child must never fall back into the test runner: its queues'
+    // threads did not survive the fork, and the parent would wait forever.
+    try {
+      rlimit rl{limit, limit};
+      setrlimit(RLIMIT_AS, &rl);
+      auto full = Image::readFile(path);
+      if (!std::holds_alternative<Error>(full)) _exit(10);  // the limit must bite
+      if (!std::get<Error>(full).is(kImageErrorDomain, kImageTooLarge)) _exit(14);
+      auto thumb = scaledImageFromFile(path, 264, 264);
+      if (!std::holds_alternative<Image>(thumb)) _exit(11);
+      const Image& t = std::get<Image>(thumb);
+      if (t.width() != 264 || t.height() != 264) _exit(12);
+      if (t.pixelAt(132, 10).red > 0.25 || t.pixelAt(132, 250).red < 0.75) _exit(13);
+      _exit(0);
+    } catch (...) {
+      _exit(15);
+    }
   }
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
