@@ -15,25 +15,9 @@ store="$home/Library/Model.sqlite"
 images="$home/Library/imageStore"
 picture="$source_dir/testdata/fuzz/image_decode/plain.jpg"
 fail=0
+source "$(dirname "$0")/checks.sh"
 L() { "$lumeo" --home "$home" "$@"; }
 
-expect() {  # expect NAME STATUS PATTERN COMMAND...
-  local name=$1 status=$2 pattern=$3
-  shift 3
-  local out
-  out=$("$@" 2>&1)
-  local got=$?
-  if [ "$got" -ne "$status" ] || ! grep -qE -- "$pattern" <<<"$out"; then
-    echo "FAIL $name: exit $got (expected $status)"; sed 's/^/  | /' <<<"$out"; fail=1
-  else
-    echo "ok   $name"
-  fi
-}
-check() {  # check NAME CONDITION...
-  local name=$1
-  shift
-  if "$@"; then echo "ok   $name"; else echo "FAIL $name"; fail=1; fi
-}
 fingerprint() {
   { sqlite3 "$store" "SELECT * FROM MoodRecord; SELECT * FROM MoodDescription; SELECT * FROM MoodTag; SELECT * FROM MoodRecord_moodTags;"; ls "$images" 2>/dev/null; } | md5sum
 }

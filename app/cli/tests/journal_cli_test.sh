@@ -10,20 +10,9 @@ trap 'rm -rf "$home"' EXIT
 export TZ=UTC LANG=en_US.UTF-8
 store="$home/Library/Model.sqlite"
 fail=0
+source "$(dirname "$0")/checks.sh"
 L() { "$lumeo" --home "$home" "$@"; }
 
-expect() {  # expect NAME STATUS PATTERN COMMAND...: status and a pattern of the output
-  local name=$1 status=$2 pattern=$3
-  shift 3
-  local out
-  out=$("$@" 2>&1)
-  local got=$?
-  if [ "$got" -ne "$status" ] || ! grep -qE -- "$pattern" <<<"$out"; then
-    echo "FAIL $name: exit $got (expected $status)"; sed 's/^/  | /' <<<"$out"; fail=1
-  else
-    echo "ok   $name"
-  fi
-}
 
 # The journal's rows (opening the store may touch its bookkeeping, never them).
 fingerprint() { sqlite3 "$store" "SELECT * FROM MoodRecord; SELECT * FROM MoodDescription; SELECT * FROM MoodTag; SELECT * FROM MoodRecord_moodTags;" | md5sum; }
