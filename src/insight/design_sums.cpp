@@ -1,12 +1,14 @@
 // The streaming passes of the curve fit. Journals are read in time order, so
-// consecutive samples usually start at the same basis index k (on the open
-// time line for long runs, on a cycle for a day or so at a time). Four such
-// samples are handled together in vector registers, their sums kept there
-// until k changes; a group that straddles two indices, and anything that
-// is not a plain position inside the period, takes the scalar path, which
-// adds straight into the per-index sums. Partial sums are closed every block
-// of samples, so the rounding of a million-sample sum stays near that of a
-// few thousand.
+// consecutive samples usually lie on the same unit interval [k, k + 1) (on
+// the open time line for long runs, on a cycle for a day or so at a time).
+// On one interval the four non-zero basis functions are fixed cubics, so a
+// pass only sums powers of the sample's offset, four samples at a time in
+// vector registers, and turns those moments into basis products once per
+// interval at the end. A group that leaves the interval, and anything that is
+// not a plain position inside the period, takes the scalar path, which adds
+// straight into the per-interval sums. Partial sums are closed every block of
+// samples, so the rounding of a million-sample sum stays near that of a few
+// thousand.
 #include "insight/design_sums.h"
 
 #include <algorithm>
@@ -19,18 +21,29 @@ namespace {
 
 constexpr long kBlock = 4096;
 
-// Per start index k: the 4 x 4 block of products of the four weights (by
-// rows, so that a sample on the scalar path adds four rows of four), then the
-// 4 weighted values. Aᵀ1 and the sum of y need no sums of their own: the four
-// weights of a sample always add up to 6, so Aᵀ1 = AᵀA·1 / 6 and
-// Σ(y - shift) = Σ_j Aᵀ(y - shift)_j / 6.
-constexpr int kGatherWidth = 20;
-constexpr int kValues = 16;
-// The vector path keeps only the upper triangle: accumulator e holds the
-// products of weights kUpper[e][0] and kUpper[e][1].
-constexpr int kUpper[10][2] = {{0, 0}, {0, 1}, {0, 2}, {0, 3}, {1, 1}, {1, 2}, {1, 3}, {2, 2}, {2, 3}, {3, 3}};
+// Within the unit interval [k, k + 1) of a sample, with tau its offset from
+// the interval's centre (-1/2 <= tau < 1/2), the four non-zero basis
+// functions are cubics in tau: basis k - a has the coefficients
+// kCubic[a][0..3] of 1, tau, tau², tau³. They are exact binary fractions, and
+// centring keeps every term at most a few units, so sums of powers of tau
+// turn into sums of basis products with little cancellation.
+constexpr double kCubic[4][4] = {
+    {0.125, 0.75, 1.5, 1.0}, {2.875, 3.75, -1.5, -3.0}, {2.875, -3.75, -1.5, 3.0}, {0.125, -0.75, 1.5, -1.0}};
 
-inline long wrap(long j, long n) { return j < 0 ? j + n : j; }
+// Per start index k the design pass keeps the moments Σtau^p (p = 0..6) and
+// Σ(y - shift)·tau^p (p = 0..3); every product of two of the four weights is
+// a fixed combination of the first, every weighted value one of the second.
+// That is eleven sums a sample instead of ten products and four weighted
+// values, and no weights to compute. Slot 7 is padding, so that a sample on
+// the scalar path adds three vectors of four.
+constexpr int kGatherWidth = 12;
+constexpr int kValueMoments = 8;
+// The residual pass keeps Σ|r|·tau^p, p = 0..3.
+constexpr int kResidualWidth = 4;
+
+inline long wrap(long j, long n) {
+  return j < 0 ? j + n : j;
+}
 
 // Position of x within one period, in [0, period). False for NaN and
 // infinities.
@@ -44,31 +57,22 @@ inline bool periodPosition(double x, double period, double& r) {
   return r >= 0.0 && r < period;
 }
 
-// The four basis functions that are non-zero at x: indices k, k-1, k-2, k-3
-// (modulo n), valued at distances t, t+1, t+2, t+3 from their starts, where t
-// is the fractional part of the position. These are the bump's two cubics
-// written in t, so that no basis function needs its own fmod.
-inline bool basisAt(double x, long n, double period, long& k, double w[4]) {
+// Start index k and offset tau of x from the centre of [k, k + 1).
+inline bool intervalAt(double x, long n, double period, long& k, double& tau) {
   double r;
   if (!periodPosition(x, period, r)) {
     k = 0;
-    w[0] = w[1] = w[2] = w[3] = 0.0;
+    tau = 0.0;
     return false;
   }
   k = static_cast<long>(r);
-  const double t = r - static_cast<double>(k);
-  const double s = 1.0 - t;
-  const double t2 = t * t;
-  const double s2 = s * s;
-  w[0] = t2 * t;
-  w[1] = 1.0 + 3.0 * (t + t2 - t2 * t);
-  w[2] = 1.0 + 3.0 * (s + s2 - s2 * s);
-  w[3] = s2 * s;
+  tau = (r - static_cast<double>(k)) - 0.5;
   if (k >= n) k -= n;
   return true;
 }
 
 typedef double v4d __attribute__((vector_size(32)));
+typedef long v4l __attribute__((vector_size(32)));
 
 #define LUMEO_INLINE inline __attribute__((always_inline))
 
@@ -83,259 +87,175 @@ LUMEO_INLINE double sum(const V& v) {
   return total;
 }
 
-// Whether every lane of a comparison result is true, by halving the vector
-// with shuffles rather than extracting lane by lane.
-typedef long v4l __attribute__((vector_size(32)));
-
-LUMEO_INLINE bool allLanes(v4l m) {
+// Whether every offset of a group lies inside its interval, [-1/2, 1/2):
+// the mask is halved with shuffles rather than read lane by lane.
+LUMEO_INLINE bool allInside(const v4d& tau) {
+  v4l m = (tau >= -0.5) & (tau < 0.5);
   m &= __builtin_shuffle(m, v4l{2, 3, 0, 1});
   m &= __builtin_shuffle(m, v4l{1, 0, 3, 2});
   return m[0] != 0;
 }
 
-// Loads a group of samples and says whether they all lie inside
-// [0, period) with one start index; if so, k and the fractional parts t are
-// set. Subtracting the integer k is exact for positions in [k, k + 1).
-//
-// The careful form tests every lane. The quick form, for blocks that are
-// probably in time order, only compares the first and the last lane and
-// records any lane outside [k, k + 1) in `stray`; the caller redoes the block
-// carefully if that ever happens, which in ordered data it cannot.
-template <typename V>
-LUMEO_INLINE bool uniformGroup(const double* x, double period, long& k, V& t) {
-  const double first = x[0];
-  if (!(first >= 0.0 && first < period)) return false;
-  k = static_cast<long>(first);
-  V position;
-  std::memcpy(&position, x, sizeof position);
-  t = position - static_cast<double>(k);
-  return allLanes((t >= 0.0) & (t < 1.0));
+// One sample on the scalar path: 1, tau, tau², tau³ as one vector.
+LUMEO_INLINE void powers(double tau, v4d& p) {
+  const double t2 = tau * tau;
+  p = v4d{1.0, tau, t2, t2 * tau};
 }
 
-template <typename V, typename M>
-LUMEO_INLINE bool quickGroup(const double* x, double period, long& k, V& t, M& stray) {
-  const double first = x[0];
-  const double last = x[kLanes<V> - 1];
-  if (!(first >= 0.0 && last < period)) return false;
-  k = static_cast<long>(first);
-  if (static_cast<long>(last) != k) return false;
-  V position;
-  std::memcpy(&position, x, sizeof position);
-  t = position - static_cast<double>(k);
-  stray |= (t < 0.0) | (t >= 1.0);
-  return true;
-}
-
-template <typename V, bool kQuick, typename M>
-LUMEO_INLINE bool groupAt(const double* x, double period, long& k, V& t, M& stray) {
-  if constexpr (kQuick) {
-    return quickGroup(x, period, k, t, stray);
-  } else {
-    return uniformGroup(x, period, k, t);
-  }
-}
-
-template <typename V>
-LUMEO_INLINE void weights(const V& t, V w[4]) {
-  const V s = 1.0 - t;
-  const V t2 = t * t;
-  const V s2 = s * s;
-  w[0] = t2 * t;
-  w[1] = 1.0 + 3.0 * (t + t2 - t2 * t);
-  w[2] = 1.0 + 3.0 * (s + s2 - s2 * s);
-  w[3] = s2 * s;
+LUMEO_INLINE void addTo(double* target, const v4d& value) {
+  v4d row;
+  std::memcpy(&row, target, sizeof row);
+  row += value;
+  std::memcpy(target, &row, sizeof row);
 }
 
 // One block of the design pass into `local` (n x kGatherWidth, zeroed by the
-// caller). Returns false at the first sample that is not a finite position.
-template <typename V, bool kQuick>
-LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, long n, double shift, double* local,
-                               bool& strayed) {
-  constexpr int kGroup = kLanes<V>;
-  decltype(V{} < 0.0) stray = {};
+// caller). Journals come in time order, so samples arrive in runs on one
+// interval [k, k + 1): a run is summed in groups of four in registers until a
+// group leaves the interval, and the sample where it left goes alone on the
+// scalar path, which handles any position, so data in any order comes out
+// right. False at the first sample that is not a finite position.
+LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, long n, double shift,
+                               double* local) {
+  constexpr int kGroup = 4;
   const double period = static_cast<double>(n);
-  // Flushes are fully unrolled, so that the sums can stay in registers.
-  V acc[14] = {};
-  long current = -1;
-  auto flush = [&]() {
-    if (current < 0) return;
-    double* target = local + current * kGatherWidth;
-#pragma GCC unroll 10
-    for (int e = 0; e < 10; ++e) {
-      const double total = sum(acc[e]);
-      const int a = kUpper[e][0];
-      const int b = kUpper[e][1];
-      target[a * 4 + b] += total;
-      if (a != b) target[b * 4 + a] += total;
-      acc[e] = V{};
+  long i = 0;
+  while (i < count) {
+    const double first = x[i];
+    if (i + kGroup <= count && first >= 0.0 && first < period) {
+      const long k = static_cast<long>(first);
+      const double centre = static_cast<double>(k) + 0.5;
+      v4d m1 = {}, m2 = {}, m3 = {}, m4 = {}, m5 = {}, m6 = {};
+      v4d y0 = {}, y1 = {}, y2 = {}, y3 = {};
+      const long start = i;
+      v4d tau;
+      for (; i + kGroup <= count; i += kGroup) {
+        std::memcpy(&tau, x + i, sizeof tau);
+        tau -= centre;
+        if (!allInside(tau)) break;
+        v4d v;
+        std::memcpy(&v, y + i, sizeof v);
+        v -= shift;
+        const v4d t2 = tau * tau;
+        const v4d t3 = t2 * tau;
+        const v4d t4 = t2 * t2;
+        m1 += tau;
+        m2 += t2;
+        m3 += t3;
+        m4 += t4;
+        m5 += t4 * tau;
+        m6 += t3 * t3;
+        y0 += v;
+        y1 += v * tau;
+        y2 += v * t2;
+        y3 += v * t3;
+      }
+      if (i > start) {
+        double* target = local + k * kGatherWidth;
+        target[0] += static_cast<double>(i - start);
+        target[1] += sum(m1);
+        target[2] += sum(m2);
+        target[3] += sum(m3);
+        target[4] += sum(m4);
+        target[5] += sum(m5);
+        target[6] += sum(m6);
+        target[kValueMoments + 0] += sum(y0);
+        target[kValueMoments + 1] += sum(y1);
+        target[kValueMoments + 2] += sum(y2);
+        target[kValueMoments + 3] += sum(y3);
+      }
+      if (i >= count) break;
     }
-#pragma GCC unroll 4
-    for (int a = 0; a < 4; ++a) {
-      target[kValues + a] += sum(acc[10 + a]);
-      acc[10 + a] = V{};
-    }
-  };
-
-  for (long i = 0; i < count;) {
     long k;
-    V t;
-    if (i + kGroup <= count && groupAt<V, kQuick>(x + i, period, k, t, stray)) {
-      if (k != current) {
-        flush();
-        current = k;
-      }
-      V w[4];
-      weights(t, w);
-      V v;
-      std::memcpy(&v, y + i, sizeof v);
-      v -= shift;
-      acc[0] += w[0] * w[0];
-      acc[1] += w[0] * w[1];
-      acc[2] += w[0] * w[2];
-      acc[3] += w[0] * w[3];
-      acc[4] += w[1] * w[1];
-      acc[5] += w[1] * w[2];
-      acc[6] += w[1] * w[3];
-      acc[7] += w[2] * w[2];
-      acc[8] += w[2] * w[3];
-      acc[9] += w[3] * w[3];
-      acc[10] += v * w[0];
-      acc[11] += v * w[1];
-      acc[12] += v * w[2];
-      acc[13] += v * w[3];
-      i += kGroup;
-      continue;
-    }
-    const long stop = std::min(count, i + kGroup);
-    for (; i < stop; ++i) {
-      // One sample: its four weights as one vector, added as four rows and
-      // the weighted value.
-      double w[4];
-      if (!basisAt(x[i], n, period, k, w)) return false;
-      v4d weight;
-      std::memcpy(&weight, w, sizeof weight);
-      double* target = local + k * kGatherWidth;
-#pragma GCC unroll 5
-      for (int a = 0; a < 5; ++a) {
-        v4d row;
-        std::memcpy(&row, target + 4 * a, sizeof row);
-        row += (a < 4 ? w[a] : y[i] - shift) * weight;
-        std::memcpy(target + 4 * a, &row, sizeof row);
-      }
-    }
+    double tau;
+    if (!intervalAt(x[i], n, period, k, tau)) return false;
+    v4d p;
+    powers(tau, p);
+    double* target = local + k * kGatherWidth;
+    addTo(target, p);
+    addTo(target + 4, p * (p[2] * p[2]));
+    addTo(target + kValueMoments, p * (y[i] - shift));
+    ++i;
   }
-  flush();
-  strayed = !allLanes(stray == 0);
   return true;
 }
 
-// A block in the quick form, redone in the careful one when a group turned
-// out to straddle two indices after all.
-template <typename V>
-LUMEO_INLINE bool gatherBlock(const double* x, const double* y, long count, long n, double shift, double* local) {
-  bool strayed = false;
-  if (!gatherKernel<V, true>(x, y, count, n, shift, local, strayed)) return false;
-  if (!strayed) return true;
-  std::fill(local, local + n * kGatherWidth, 0.0);
-  return gatherKernel<V, false>(x, y, count, n, shift, local, strayed);
-}
-
-// One block of the residual pass into `local` (n x 4, zeroed by the caller).
-// window[k*4 + a] is the coefficient of basis k - a.
-template <typename V, bool kQuick>
-LUMEO_INLINE void residualKernel(const double* x, const double* y, long count, long n, const double* window,
-                                 double offset, double* local, bool& strayed) {
-  constexpr int kGroup = kLanes<V>;
-  decltype(V{} < 0.0) stray = {};
+// One block of the residual pass into `local` (n x kResidualWidth, zeroed by
+// the caller). On [k, k + 1) the curve is the cubic cubic[k*4 + 0..3] in tau
+// (offset included), so a residual costs three fused steps of Horner's rule.
+LUMEO_INLINE void residualKernel(const double* x, const double* y, long count, long n, const double* cubic,
+                                 double* local) {
+  constexpr int kGroup = 4;
   const double period = static_cast<double>(n);
-  V acc[4] = {};
-  V c[4] = {};
-  long current = -1;
-  auto flush = [&]() {
-    if (current < 0) return;
-#pragma GCC unroll 4
-    for (int a = 0; a < 4; ++a) {
-      local[current * 4 + a] += sum(acc[a]);
-      acc[a] = V{};
-    }
-  };
-
-  for (long i = 0; i < count;) {
-    long k;
-    V t;
-    if (i + kGroup <= count && groupAt<V, kQuick>(x + i, period, k, t, stray)) {
-      if (k != current) {
-        flush();
-        current = k;
-#pragma GCC unroll 4
-        for (int a = 0; a < 4; ++a) c[a] = V{} + window[k * 4 + a];
+  long i = 0;
+  while (i < count) {
+    const double first = x[i];
+    if (i + kGroup <= count && first >= 0.0 && first < period) {
+      const long k = static_cast<long>(first);
+      const double centre = static_cast<double>(k) + 0.5;
+      const double* c = cubic + k * 4;
+      v4d r0 = {}, r1 = {}, r2 = {}, r3 = {};
+      const long start = i;
+      v4d tau;
+      for (; i + kGroup <= count; i += kGroup) {
+        std::memcpy(&tau, x + i, sizeof tau);
+        tau -= centre;
+        if (!allInside(tau)) break;
+        v4d v;
+        std::memcpy(&v, y + i, sizeof v);
+        const v4d curve = ((c[3] * tau + c[2]) * tau + c[1]) * tau + c[0];
+        v4d r = v - curve;
+        r = r < 0.0 ? -r : r;
+        const v4d t2 = tau * tau;
+        r0 += r;
+        r1 += r * tau;
+        r2 += r * t2;
+        r3 += r * (t2 * tau);
       }
-      V w[4];
-      weights(t, w);
-      V v;
-      std::memcpy(&v, y + i, sizeof v);
-      const V curve = offset + (c[3] * w[3] + c[2] * w[2] + c[1] * w[1] + c[0] * w[0]);
-      V r = v - curve;
-      r = r < 0.0 ? -r : r;
-#pragma GCC unroll 4
-      for (int a = 0; a < 4; ++a) acc[a] += r * w[a];
-      i += kGroup;
-      continue;
+      if (i > start) {
+        double* target = local + k * kResidualWidth;
+        target[0] += sum(r0);
+        target[1] += sum(r1);
+        target[2] += sum(r2);
+        target[3] += sum(r3);
+      }
+      if (i >= count) break;
     }
-    const long stop = std::min(count, i + kGroup);
-    for (; i < stop; ++i) {
-      double w[4];
-      basisAt(x[i], n, period, k, w);
-      const double* cw = window + k * 4;
-      const double curve = offset + (cw[3] * w[3] + cw[2] * w[2] + cw[1] * w[1] + cw[0] * w[0]);
-      const double r = std::fabs(y[i] - curve);
-      v4d weight;
-      std::memcpy(&weight, w, sizeof weight);
-      v4d row;
-      std::memcpy(&row, local + k * 4, sizeof row);
-      row += r * weight;
-      std::memcpy(local + k * 4, &row, sizeof row);
-    }
+    long k;
+    double tau;
+    intervalAt(x[i], n, period, k, tau);
+    const double* c = cubic + k * 4;
+    const double curve = ((c[3] * tau + c[2]) * tau + c[1]) * tau + c[0];
+    v4d p;
+    powers(tau, p);
+    addTo(local + k * kResidualWidth, p * std::fabs(y[i] - curve));
+    ++i;
   }
-  flush();
-  strayed = !allLanes(stray == 0);
-}
-
-template <typename V>
-LUMEO_INLINE void residualBlock(const double* x, const double* y, long count, long n, const double* window,
-                                double offset, double* local) {
-  bool strayed = false;
-  residualKernel<V, true>(x, y, count, n, window, offset, local, strayed);
-  if (!strayed) return;
-  std::fill(local, local + n * 4, 0.0);
-  residualKernel<V, false>(x, y, count, n, window, offset, local, strayed);
 }
 
 // The kernels compiled twice: with AVX2 and FMA where the processor has
 // them, and for whatever the baseline offers (two SSE2 halves on x86-64, NEON
-// on a phone). The choice is made once per process. Eight lanes of AVX-512
-// measured slower here: groups of eight straddle a basis index twice as
-// often, and the extra sums no longer fit the registers.
+// on a phone). The choice is made once per process.
 using GatherFn = bool (*)(const double*, const double*, long, long, double, double*);
-using ResidualFn = void (*)(const double*, const double*, long, long, const double*, double, double*);
+using ResidualFn = void (*)(const double*, const double*, long, long, const double*, double*);
 
 bool gatherBaseline(const double* x, const double* y, long count, long n, double shift, double* local) {
-  return gatherBlock<v4d>(x, y, count, n, shift, local);
+  return gatherKernel(x, y, count, n, shift, local);
 }
-void residualBaseline(const double* x, const double* y, long count, long n, const double* window, double offset,
+void residualBaseline(const double* x, const double* y, long count, long n, const double* cubic,
                       double* local) {
-  residualBlock<v4d>(x, y, count, n, window, offset, local);
+  residualKernel(x, y, count, n, cubic, local);
 }
 
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
 #define LUMEO_HAS_WIDE_KERNELS 1
-__attribute__((target("arch=x86-64-v3"))) bool gatherWide4(const double* x, const double* y, long count, long n,
-                                                             double shift, double* local) {
-  return gatherBlock<v4d>(x, y, count, n, shift, local);
+__attribute__((target("arch=x86-64-v3"))) bool gatherWide4(const double* x, const double* y, long count,
+                                                           long n, double shift, double* local) {
+  return gatherKernel(x, y, count, n, shift, local);
 }
-__attribute__((target("arch=x86-64-v3"))) void residualWide4(const double* x, const double* y, long count, long n,
-                                                               const double* window, double offset, double* local) {
-  residualBlock<v4d>(x, y, count, n, window, offset, local);
+__attribute__((target("arch=x86-64-v3"))) void residualWide4(const double* x, const double* y, long count,
+                                                             long n, const double* cubic, double* local) {
+  residualKernel(x, y, count, n, cubic, local);
 }
 #endif
 
@@ -362,7 +282,23 @@ const Kernels& kernels() {
 }  // namespace
 
 bool splineBasisAt(double x, long n, long& k, double w[4]) {
-  return basisAt(x, n, static_cast<double>(n), k, w);
+  double r;
+  if (!periodPosition(x, static_cast<double>(n), r)) {
+    k = 0;
+    w[0] = w[1] = w[2] = w[3] = 0.0;
+    return false;
+  }
+  k = static_cast<long>(r);
+  const double t = r - static_cast<double>(k);
+  const double s = 1.0 - t;
+  const double t2 = t * t;
+  const double s2 = s * s;
+  w[0] = t2 * t;
+  w[1] = 1.0 + 3.0 * (t + t2 - t2 * t);
+  w[2] = 1.0 + 3.0 * (s + s2 - s2 * s);
+  w[3] = s2 * s;
+  if (k >= n) k -= n;
+  return true;
 }
 
 DesignSums sumDesign(long m, const double* x, const double* y, long n, double shift) {
@@ -382,23 +318,39 @@ DesignSums sumDesign(long m, const double* x, const double* y, long n, double sh
     for (size_t e = 0; e < total.size(); ++e) total[e] += local[e];
   }
 
-  // Fold the per-start-index sums into the n x n matrix.
+  // Turn the moments of each interval into its 4 x 4 block of basis
+  // products and its 4 weighted values, and fold those into the n x n matrix.
+  double shiftedTotal = 0.0;
   for (long k = 0; k < n; ++k) {
-    const double* acc = total.data() + k * kGatherWidth;
+    const double* moments = total.data() + k * kGatherWidth;
+    const double* values = moments + kValueMoments;
+    shiftedTotal += values[0];
     for (int a = 0; a < 4; ++a) {
+      // hankel[q] = Σ_p kCubic[a][p] · Σtau^(p+q)
+      double hankel[4];
+      for (int q = 0; q < 4; ++q) {
+        double s = 0.0;
+        for (int p = 0; p < 4; ++p) s += kCubic[a][p] * moments[p + q];
+        hankel[q] = s;
+      }
       const long ja = wrap(k - a, n);
-      for (int b = 0; b < 4; ++b) sums.gram[static_cast<size_t>(ja * n + wrap(k - b, n))] += acc[a * 4 + b];
-      sums.shiftedB[static_cast<size_t>(ja)] += acc[kValues + a];
+      double* row = sums.gram.data() + ja * n;
+      for (int b = 0; b < 4; ++b) {
+        double s = 0.0;
+        for (int q = 0; q < 4; ++q) s += kCubic[b][q] * hankel[q];
+        row[wrap(k - b, n)] += s;
+      }
+      double weighted = 0.0;
+      double ones = 0.0;
+      for (int p = 0; p < 4; ++p) {
+        weighted += kCubic[a][p] * values[p];
+        ones += kCubic[a][p] * moments[p];
+      }
+      sums.shiftedB[static_cast<size_t>(ja)] += weighted;
+      sums.columnSums[static_cast<size_t>(ja)] += ones;
     }
   }
-  double shiftedTotal = 0.0;
-  for (long j = 0; j < n; ++j) {
-    double row = 0.0;
-    for (long l = 0; l < n; ++l) row += sums.gram[static_cast<size_t>(j * n + l)];
-    sums.columnSums[static_cast<size_t>(j)] = row / 6.0;
-    shiftedTotal += sums.shiftedB[static_cast<size_t>(j)];
-  }
-  sums.sumShiftedY = shiftedTotal / 6.0;
+  sums.sumShiftedY = shiftedTotal;
   if (!std::isfinite(sums.sumShiftedY)) sums.finite = false;
   for (double v : sums.shiftedB)
     if (!std::isfinite(v)) sums.finite = false;
@@ -407,20 +359,33 @@ DesignSums sumDesign(long m, const double* x, const double* y, long n, double sh
 
 std::vector<double> sumResiduals(long m, const double* x, const double* y, long n, const double* coefficients,
                                  double offset) {
-  std::vector<double> window(static_cast<size_t>(n * 4));
-  for (long k = 0; k < n; ++k)
-    for (long a = 0; a < 4; ++a) window[static_cast<size_t>(k * 4 + a)] = coefficients[wrap(k - a, n)];
-  std::vector<double> local(static_cast<size_t>(n * 4));
-  std::vector<double> total(static_cast<size_t>(n * 4), 0.0);
+  // The curve on each interval as a cubic in tau.
+  std::vector<double> cubic(static_cast<size_t>(n * 4), 0.0);
+  for (long k = 0; k < n; ++k) {
+    double* c = cubic.data() + k * 4;
+    for (int a = 0; a < 4; ++a) {
+      const double coefficient = coefficients[wrap(k - a, n)];
+      for (int p = 0; p < 4; ++p) c[p] += coefficient * kCubic[a][p];
+    }
+    c[0] += offset;
+  }
+  std::vector<double> local(static_cast<size_t>(n * kResidualWidth));
+  std::vector<double> total(static_cast<size_t>(n * kResidualWidth), 0.0);
   for (long start = 0; start < m; start += kBlock) {
     const long count = std::min(m - start, kBlock);
     std::fill(local.begin(), local.end(), 0.0);
-    kernels().residual(x + start, y + start, count, n, window.data(), offset, local.data());
+    kernels().residual(x + start, y + start, count, n, cubic.data(), local.data());
     for (size_t e = 0; e < total.size(); ++e) total[e] += local[e];
   }
   std::vector<double> atr(static_cast<size_t>(n), 0.0);
-  for (long k = 0; k < n; ++k)
-    for (long a = 0; a < 4; ++a) atr[static_cast<size_t>(wrap(k - a, n))] += total[static_cast<size_t>(k * 4 + a)];
+  for (long k = 0; k < n; ++k) {
+    const double* moments = total.data() + k * kResidualWidth;
+    for (int a = 0; a < 4; ++a) {
+      double s = 0.0;
+      for (int p = 0; p < 4; ++p) s += kCubic[a][p] * moments[p];
+      atr[static_cast<size_t>(wrap(k - a, n))] += s;
+    }
+  }
   return atr;
 }
 
