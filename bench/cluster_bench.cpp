@@ -4,6 +4,8 @@
 //   cluster_bench --write-points DIR        writes the points and viewports
 //   cluster_bench --points DIR --peer FILE  times Lumeo and prints ratios
 // Without arguments it generates the points itself and prints its own times.
+// For a profiler, --count N --viewport NAME --passes P time one case with
+// exactly P viewport passes (the build then runs once).
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -30,7 +32,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr double kMapWidth = 1280;
 constexpr double kMapHeight = 800;
-const std::vector<std::size_t> kSizes = {100000, 1000000};
+std::vector<std::size_t> kSizes = {100000, 1000000};
+std::string onlyViewport;  // empty: all of them
+int fixedPasses = 0;       // 0: as many as fit in the time budget
 
 struct Viewport {
   std::string name;
@@ -136,7 +140,7 @@ Measurements measureLumeo(const std::map<std::size_t, std::vector<double>>& poin
 
     std::vector<double> builds;
     std::shared_ptr<GeoMapTree> tree;
-    int buildRuns = count >= 1000000 ? 3 : 5;
+    int buildRuns = fixedPasses ? 1 : count >= 1000000 ? 3 : 5;
     for (int run = 0; run < buildRuns; ++run) {
       tree.reset();
       auto fresh = std::make_shared<GeoMapTree>();
@@ -148,6 +152,7 @@ Measurements measureLumeo(const std::map<std::size_t, std::vector<double>>& poin
     result.milliseconds["build " + std::to_string(count)] = median(builds);
 
     for (const Viewport& viewport : kViewports) {
+      if (!onlyViewport.empty() && viewport.name != onlyViewport) continue;
       auto map = mapFor(viewport);
       GeoMapClusterSnapshot snapshot;
       snapshot.visibleMapRect = map->visibleMapRect();
@@ -162,7 +167,7 @@ Measurements measureLumeo(const std::map<std::size_t, std::vector<double>>& poin
       // The first pass at a zoom walks the tree; the second builds the cell
       // table for the zoom's cell size; later ones (the steady state while
       // panning, and what the ratio compares) read the table.
-      for (int run = 0; run < 200 && (run < 7 || Clock::now() < deadline); ++run) {
+      for (int run = 0; fixedPasses ? run < fixedPasses : run < 200 && (run < 7 || Clock::now() < deadline); ++run) {
         auto visible = std::make_shared<GeoMapTree>();
         GeoMapClusterOperation operation(snapshot, tree, visible, clusterer, nullptr, {}, {});
         auto start = Clock::now();
@@ -232,6 +237,7 @@ void print(const Measurements& lumeo, const Measurements* peer) {
     for (const Viewport& viewport : kViewports) cases.push_back(viewport.name);
     for (const std::string& what : cases) {
       std::string key = what + " " + std::to_string(count);
+      if (!lumeo.milliseconds.count(key)) continue;
       double ours = lumeo.milliseconds.at(key);
       auto pins = lumeo.clusters.count(key) ? std::to_string(lumeo.clusters.at(key)) : std::string("-");
       auto number = [](const std::map<std::string, double>& values, const std::string& name, const char* format) {
@@ -264,6 +270,9 @@ int main(int argc, char** argv) {
     if (!std::strcmp(argv[i], "--write-points")) writeDir = argv[i + 1];
     else if (!std::strcmp(argv[i], "--points")) pointsDir = argv[i + 1];
     else if (!std::strcmp(argv[i], "--peer")) peerFile = argv[i + 1];
+    else if (!std::strcmp(argv[i], "--count")) kSizes = {std::stoul(argv[i + 1])};
+    else if (!std::strcmp(argv[i], "--viewport")) onlyViewport = argv[i + 1];
+    else if (!std::strcmp(argv[i], "--passes")) fixedPasses = std::max(3, std::stoi(argv[i + 1]));
   }
   if (!writeDir.empty()) {
     for (std::size_t count : kSizes) {

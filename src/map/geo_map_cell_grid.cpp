@@ -125,17 +125,24 @@ bool GeoMapCellGrid::addTotalsInBox(double south, double west, double north, dou
   return true;
 }
 
+long long GeoMapCellGrid::latticeIndexForEdge(double edge) const {
+  long long index = std::llround(edge / cellMapSize_);
+  if (std::fabs(edge - static_cast<double>(index) * cellMapSize_) > kEdgeMargin / 4 || index < 0 ||
+      index >= columns_) {
+    return -1;
+  }
+  return index;
+}
+
 std::optional<GeoMapTreeAggregate> GeoMapCellGrid::aggregateForCell(MapRect cell) const {
   const double size = cellMapSize_;
   if (std::fabs(cell.size.width - size) > kEdgeMargin || std::fabs(cell.size.height - size) > kEdgeMargin)
     return std::nullopt;
-  long long column = std::llround(cell.minX() / size);
-  long long row = std::llround(cell.minY() / size);
-  if (std::fabs(cell.minX() - static_cast<double>(column) * size) > kEdgeMargin / 4 ||
-      std::fabs(cell.minY() - static_cast<double>(row) * size) > kEdgeMargin / 4 || column < 0 ||
-      column >= columns_ || row < 0 || row >= columns_) {
-    return std::nullopt;
-  }
+  return aggregateForCell(latticeIndexForEdge(cell.minY()), latticeIndexForEdge(cell.minX()));
+}
+
+std::optional<GeoMapTreeAggregate> GeoMapCellGrid::aggregateForCell(long long row, long long column) const {
+  if (row < 0 || column < 0) return std::nullopt;
   const Slot* slot = findSlot(static_cast<std::uint64_t>(row * columns_ + column) + 1);
   if (!slot) return GeoMapTreeAggregate{};
   if (slot->edgePoints != 0) return std::nullopt;

@@ -42,6 +42,13 @@ class GeoMapCellGrid {
   // the lattice of this grid), or nothing when a point lies so close to the
   // cell's edge that only the exact test can place it.
   std::optional<GeoMapTreeAggregate> aggregateForCell(MapRect cell) const;
+  // The same by lattice row and column, each from latticeIndexForEdge: a
+  // pass works out the rows and columns of its grid once, then reads each
+  // cell with one probe.
+  std::optional<GeoMapTreeAggregate> aggregateForCell(long long row, long long column) const;
+  // The row or column whose top or left edge lies at map coordinate `edge`,
+  // or -1 when `edge` is off this grid's lattice or outside the world.
+  long long latticeIndexForEdge(double edge) const;
   std::size_t occupiedCells() const { return used_; }
   std::size_t memoryBytes() const { return slots_.size() * sizeof(Slot); }
 

@@ -25,6 +25,12 @@ class GeoMapClusterAnnotation : public MapAnnotation {
   GeoMapClusterAnnotation(std::weak_ptr<GeoMapClusterController> mapClusterController,
                           std::weak_ptr<GeoMapClusterControllerDelegate> delegate,
                           MapAnnotationList annotations, LocationCoordinate2D coordinate);
+  // A pin for a whole cell (see setAnnotationsInCell), made in one step:
+  // clustering makes one per occupied cell on screen.
+  GeoMapClusterAnnotation(std::weak_ptr<GeoMapClusterController> mapClusterController,
+                          std::weak_ptr<GeoMapClusterControllerDelegate> delegate,
+                          std::shared_ptr<const GeoMapTree> tree, const GeoMapTreeBoundingBox& box,
+                          std::size_t count, LocationCoordinate2D coordinate);
 
   LocationCoordinate2D coordinate() const override;
   void setCoordinate(LocationCoordinate2D coordinate);

@@ -61,44 +61,45 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
                                      : 0);
   bool notifyMainQueue = !controller_.expired();
 
-  // 2. The grid.
-  MapRect grid = gridMapRectForMapRect(snapshot_.visibleMapRect, snapshot_.cellMapSize, settings.marginFactor);
+  // 2. The grid, as columns and rows. The cells of a column share their
+  // longitudes and those of a row their latitudes, so each is converted once
+  // (the conversion costs more than the rest of a cell read from a table).
+  const double cellMapSize = snapshot_.cellMapSize;
+  MapRect grid = gridMapRectForMapRect(snapshot_.visibleMapRect, cellMapSize, settings.marginFactor);
+  GeoMapGridLines lines = gridLinesForMapRect(grid, cellMapSize);
   Result result;
   // The new picture and the pins on the map are told apart by marks on
   // the pins, which saves a hash set per pass.
   const std::uint64_t inPicture = nextMark();
-  if (snapshot_.cellMapSize > 0 && !grid.isNull()) {
-    double cells = std::round(grid.size.width / snapshot_.cellMapSize) *
-                   std::round(grid.size.height / snapshot_.cellMapSize);
-    result.clusters.reserve(static_cast<std::size_t>(std::clamp(cells, 0.0, 65536.0)));
-  }
+  result.clusters.reserve(std::min<std::size_t>(lines.columns.size() * lines.rows.size(), 65536));
+  // Where each pin of the picture is to be shown, for filing it.
+  std::vector<LocationCoordinate2D> shownAt;
+  shownAt.reserve(result.clusters.capacity());
   std::vector<std::pair<GeoMapClusterAnnotationPtr, LocationCoordinate2D>> moved;
   GeoMapTreeUnsafeMutableArray members(64);
   GeoMapTreeUnsafeMutableArray visibleInCell(8);
   std::vector<std::vector<MapAnnotation*>> groups;
   std::vector<GeoMapClusterAnnotation*> candidates;
 
-  // 3. Each cell.
   bool meanFromTotals = clusterer_->placesAtMeanOfMembers();
   std::vector<std::uint64_t> keys;
   const GeoMapCellGrid* cellGrid =
-      limit == 0 && meanFromTotals ? allTree_->cellGridForCellMapSize(snapshot_.cellMapSize) : nullptr;
-  double rowY = std::numeric_limits<double>::quiet_NaN();
-  double rowHeight = 0, rowSouth = 0, rowNorth = 0;
-  enumerateGridCells(grid, snapshot_.cellMapSize, [&](MapRect cell) {
-    // The cells of a row share their latitudes; converting them costs more
-    // than the rest of a cell read from the table.
-    GeoMapTreeBoundingBox box;
-    if (cell.minY() == rowY && cell.size.height == rowHeight) {
-      box = {rowSouth, GeoMapTreeLongitudeForMapX(cell.minX()), rowNorth, GeoMapTreeLongitudeForMapX(cell.maxX())};
-    } else {
-      box = GeoMapTreeBoundingBoxForMapRect(cell);
-      rowY = cell.minY();
-      rowHeight = cell.size.height;
-      rowSouth = box.x0;
-      rowNorth = box.xf;
-    }
+      limit == 0 && meanFromTotals ? allTree_->cellGridForCellMapSize(cellMapSize) : nullptr;
+  struct Column {
+    double x;
+    double west;
+    double east;
+    long long tableColumn;  // -1: the table cannot answer for this column
+  };
+  std::vector<Column> columns;
+  columns.reserve(lines.columns.size());
+  for (double x : lines.columns) {
+    columns.push_back({x, GeoMapTreeLongitudeForMapX(x), GeoMapTreeLongitudeForMapX(x + cellMapSize),
+                       cellGrid ? cellGrid->latticeIndexForEdge(x) : -1});
+  }
 
+  // 3. Each cell.
+  auto clusterCell = [&](MapRect cell, const GeoMapTreeBoundingBox& box, const GeoMapTreeAggregate* tableTotals) {
     // Groups by location while there are at most `limit` of them; one more
     // location ends the walk, and the cell becomes one group.
     bool uniqueLocationMode = false;
@@ -126,7 +127,7 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
     GeoMapTreeAggregate totals;
     if (!uniqueLocationMode) {
       if (meanFromTotals) {
-        totals = allTree_->aggregateInCell(cell, box, cellGrid);
+        totals = tableTotals ? *tableTotals : allTree_->aggregateInBox(box, true);
         if (totals.count == 0) return;
       } else {
         members.removeAllObjects();
@@ -215,14 +216,17 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
       GeoMapClusterAnnotationPtr annotation;
       if (reused) {
         annotation = std::static_pointer_cast<GeoMapClusterAnnotation>(reused->shared_from_this());
-      } else {
-        annotation = std::make_shared<GeoMapClusterAnnotation>(controller_, delegate_, MapAnnotationList{},
+        if (cellGroup) {
+          annotation->setAnnotationsInCell(allTree_, box, totals.count);
+        } else {
+          annotation->setAnnotations(std::move(group));
+        }
+      } else if (cellGroup) {
+        annotation = std::make_shared<GeoMapClusterAnnotation>(controller_, delegate_, allTree_, box, totals.count,
                                                                coordinate);
-      }
-      if (cellGroup) {
-        annotation->setAnnotationsInCell(allTree_, box, totals.count);
       } else {
-        annotation->setAnnotations(std::move(group));
+        annotation = std::make_shared<GeoMapClusterAnnotation>(controller_, delegate_, std::move(group),
+                                                               coordinate);
       }
       if (reused) {
         if (!uniqueLocationMode) moved.emplace_back(annotation, coordinate);
@@ -241,28 +245,49 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
       }
       annotation->clusterMark().store(inPicture, std::memory_order_relaxed);
       result.clusters.push_back(std::move(annotation));
+      shownAt.push_back(coordinate);
     }
-  });
+  };
+
+  for (double y : lines.rows) {
+    MapRect rowRect = MapRectMake(0, y, cellMapSize, cellMapSize);
+    GeoMapTreeBoundingBox rowBox = GeoMapTreeBoundingBoxForMapRect(rowRect);
+    long long tableRow = cellGrid ? cellGrid->latticeIndexForEdge(y) : -1;
+    for (const Column& column : columns) {
+      GeoMapTreeBoundingBox box{rowBox.x0, column.west, rowBox.xf, column.east};
+      MapRect cell = MapRectMake(column.x, y, cellMapSize, cellMapSize);
+      if (tableRow >= 0 && column.tableColumn >= 0) {
+        // Most cells on screen are empty or wholly answered by the table.
+        std::optional<GeoMapTreeAggregate> totals = cellGrid->aggregateForCell(tableRow, column.tableColumn);
+        if (totals && totals->count == 0) continue;
+        clusterCell(cell, box, totals ? &*totals : nullptr);
+      } else {
+        clusterCell(cell, box, nullptr);
+      }
+    }
+  }
 
   // 4. The diff against the pins this controller has on the map.
-  MapAnnotationList existing = visibleTree_->allAnnotations();
-  for (const MapAnnotationPtr& annotation : existing) {
+  const std::uint64_t onMap = nextMark();
+  visibleTree_->forEachAnnotation([&](const MapAnnotationPtr& annotation) {
     if (annotation->clusterMark().load(std::memory_order_relaxed) != inPicture)
       result.annotationsToRemove.push_back(annotation);
+    annotation->clusterMark().store(onMap, std::memory_order_relaxed);
+  });
+  std::vector<std::size_t> added;
+  added.reserve(result.clusters.size());
+  for (std::size_t i = 0; i < result.clusters.size(); ++i) {
+    if (result.clusters[i]->clusterMark().load(std::memory_order_relaxed) != onMap) added.push_back(i);
   }
-  const std::uint64_t onMap = nextMark();
-  for (const MapAnnotationPtr& annotation : existing) annotation->clusterMark().store(onMap, std::memory_order_relaxed);
-  for (const GeoMapClusterAnnotationPtr& cluster : result.clusters) {
-    if (cluster->clusterMark().load(std::memory_order_relaxed) != onMap) result.annotationsToAdd.push_back(cluster);
-  }
+  result.annotationsToAdd.reserve(added.size());
+  for (std::size_t i : added) result.annotationsToAdd.push_back(result.clusters[i]);
 
   // 5. The visible tree follows: removals first, then the pins that moved
   // and the new ones, each filed where it will be shown.
   visibleTree_->removeAnnotations(result.annotationsToRemove);
   for (const auto& [annotation, coordinate] : moved) visibleTree_->moveAnnotation(annotation, coordinate);
-  visibleTree_->reserve(visibleTree_->count() + result.annotationsToAdd.size());
-  for (const MapAnnotationPtr& annotation : result.annotationsToAdd)
-    visibleTree_->addAnnotation(annotation, annotation->coordinate());
+  visibleTree_->reserve(visibleTree_->count() + added.size());
+  for (std::size_t i : added) visibleTree_->addAnnotation(result.clusters[i], shownAt[i]);
   return result;
 }
 

@@ -35,26 +35,37 @@ MapRect gridMapRectForMapRect(MapRect mapRect, double cellMapSize, double margin
   return MapRectMake(minX, minY, maxX - minX, maxY - minY);
 }
 
-void enumerateGridCells(MapRect gridMapRect, double cellMapSize,
-                        const std::function<void(MapRect cell)>& block) {
-  if (!(cellMapSize > 0) || gridMapRect.isEmpty()) return;
+GeoMapGridLines gridLinesForMapRect(MapRect gridMapRect, double cellMapSize) {
+  GeoMapGridLines lines;
+  if (!(cellMapSize > 0) || gridMapRect.isEmpty()) return lines;
   // Count whole cells instead of stepping by the cell size: repeated
   // addition drifts, and a drifted step would visit a column past the edge.
   auto columnsInWorld = std::llround(kMapWorldWidth / cellMapSize);
   auto columns = std::min(std::llround(gridMapRect.size.width / cellMapSize), columnsInWorld);
   auto rows = std::llround(gridMapRect.size.height / cellMapSize);
+  lines.columns.reserve(static_cast<std::size_t>(std::max(0LL, columns)));
+  for (long long column = 0; column < columns; ++column) {
+    double x = gridMapRect.minX() + static_cast<double>(column) * cellMapSize;
+    double wrapped = std::fmod(x, kMapWorldWidth);
+    if (wrapped < 0) wrapped += kMapWorldWidth;
+    // Snap to the cell lattice so that wrapped cells share exact edges.
+    wrapped = std::round(wrapped / cellMapSize) * cellMapSize;
+    if (wrapped >= kMapWorldWidth) wrapped -= kMapWorldWidth;
+    lines.columns.push_back(wrapped);
+  }
   for (long long row = 0; row < rows; ++row) {
     double y = gridMapRect.minY() + static_cast<double>(row) * cellMapSize;
     if (y + cellMapSize <= 0 || y >= kMapWorldWidth) continue;
-    for (long long column = 0; column < columns; ++column) {
-      double x = gridMapRect.minX() + static_cast<double>(column) * cellMapSize;
-      double wrapped = std::fmod(x, kMapWorldWidth);
-      if (wrapped < 0) wrapped += kMapWorldWidth;
-      // Snap to the cell lattice so that wrapped cells share exact edges.
-      wrapped = std::round(wrapped / cellMapSize) * cellMapSize;
-      if (wrapped >= kMapWorldWidth) wrapped -= kMapWorldWidth;
-      block(MapRectMake(wrapped, y, cellMapSize, cellMapSize));
-    }
+    lines.rows.push_back(y);
+  }
+  return lines;
+}
+
+void enumerateGridCells(MapRect gridMapRect, double cellMapSize,
+                        const std::function<void(MapRect cell)>& block) {
+  GeoMapGridLines lines = gridLinesForMapRect(gridMapRect, cellMapSize);
+  for (double y : lines.rows) {
+    for (double x : lines.columns) block(MapRectMake(x, y, cellMapSize, cellMapSize));
   }
 }
 

@@ -28,6 +28,14 @@ double alignedCellMapSize(double distance);
 // widened to whole cells; the null rectangle for a cell size of 0.
 MapRect gridMapRectForMapRect(MapRect mapRect, double cellMapSize, double marginFactor);
 
+// The walk over a grid as its columns and rows: the grid's cells are every
+// column in every row, each `cellMapSize` square.
+struct GeoMapGridLines {
+  std::vector<double> columns;  // left edges, wrapped into the world, west to east
+  std::vector<double> rows;     // top edges, north to south
+};
+GeoMapGridLines gridLinesForMapRect(MapRect gridMapRect, double cellMapSize);
+
 // Calls `block` with each cell of the grid, row by row from the top. Cells
 // beyond the 180th meridian wrap around; a grid wider than the world visits
 // each column once, and rows wholly outside the world are skipped.

@@ -200,9 +200,9 @@ bool GeoMapTree::remove(double x, double y, MapAnnotation* annotation) {
 }
 
 bool GeoMapTree::addAnnotation(const MapAnnotationPtr& annotation, LocationCoordinate2D position) {
-  if (!annotation || entries_.count(annotation.get())) return false;
+  if (!annotation || entries_.find(annotation.get())) return false;
   if (!insert({position.latitude, position.longitude, annotation.get()})) return false;
-  entries_.emplace(annotation.get(), Entry{annotation, position.latitude, position.longitude});
+  entries_.insertAbsent(annotation, position.latitude, position.longitude);
   for (const auto& grid : grids_) grid->addPoint(position.latitude, position.longitude, 1);
   return true;
 }
@@ -217,12 +217,13 @@ bool GeoMapTree::addAnnotations(const MapAnnotationList& annotations) {
 }
 
 bool GeoMapTree::removeAnnotation(MapAnnotation* annotation) {
-  auto it = entries_.find(annotation);
-  if (it == entries_.end()) return false;
-  if (remove(it->second.x, it->second.y, annotation)) {
-    for (const auto& grid : grids_) grid->addPoint(it->second.x, it->second.y, -1);
+  const GeoMapTreeEntryTable::Entry* entry = entries_.find(annotation);
+  if (!entry) return false;
+  double x = entry->x, y = entry->y;
+  if (remove(x, y, annotation)) {
+    for (const auto& grid : grids_) grid->addPoint(x, y, -1);
   }
-  entries_.erase(it);
+  entries_.erase(annotation);
   return true;
 }
 
@@ -235,28 +236,27 @@ bool GeoMapTree::removeAnnotations(const MapAnnotationList& annotations) {
 }
 
 void GeoMapTree::moveAnnotation(const MapAnnotationPtr& annotation, LocationCoordinate2D position) {
-  auto it = entries_.find(annotation.get());
-  if (it != entries_.end() && it->second.x == position.latitude && it->second.y == position.longitude)
-    return;
+  const GeoMapTreeEntryTable::Entry* entry = entries_.find(annotation.get());
+  if (entry && entry->x == position.latitude && entry->y == position.longitude) return;
   removeAnnotation(annotation.get());
   addAnnotation(annotation, position);
 }
 
 std::optional<LocationCoordinate2D> GeoMapTree::positionOf(const MapAnnotation* annotation) const {
-  auto it = entries_.find(annotation);
-  if (it == entries_.end()) return std::nullopt;
-  return LocationCoordinate2D{it->second.x, it->second.y};
+  const GeoMapTreeEntryTable::Entry* entry = entries_.find(annotation);
+  if (!entry) return std::nullopt;
+  return LocationCoordinate2D{entry->x, entry->y};
 }
 
 MapAnnotationPtr GeoMapTree::retained(MapAnnotation* annotation) const {
-  auto it = entries_.find(annotation);
-  return it == entries_.end() ? nullptr : it->second.annotation;
+  const GeoMapTreeEntryTable::Entry* entry = entries_.find(annotation);
+  return entry ? entry->annotation : nullptr;
 }
 
 MapAnnotationList GeoMapTree::allAnnotations() const {
   MapAnnotationList result;
   result.reserve(entries_.size());
-  for (const auto& [raw, entry] : entries_) result.push_back(entry.annotation);
+  for (const GeoMapTreeEntryTable::Entry& entry : entries_.entries()) result.push_back(entry.annotation);
   return result;
 }
 

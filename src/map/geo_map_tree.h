@@ -11,10 +11,10 @@
 #include <new>
 #include <optional>
 #include <shared_mutex>
-#include <unordered_map>
 #include <vector>
 
 #include "map/geo_map_cell_grid.h"
+#include "map/geo_map_tree_entry_table.h"
 #include "map/geo_map_tree_unsafe_mutable_array.h"
 #include "map/map_annotation.h"
 #include "map/map_geometry.h"
@@ -129,9 +129,7 @@ class GeoMapTree {
                                       const GeoMapCellGrid* grid) const;
   std::size_t cellGridCount() const { return grids_.size(); }
 
-  bool containsAnnotation(const MapAnnotation* annotation) const {
-    return entries_.count(annotation) != 0;
-  }
+  bool containsAnnotation(const MapAnnotation* annotation) const { return entries_.find(annotation) != nullptr; }
   // Where the annotation is filed, if it is in the tree.
   std::optional<LocationCoordinate2D> positionOf(const MapAnnotation* annotation) const;
   // The strong reference the tree holds for a raw pointer it returned.
@@ -140,6 +138,12 @@ class GeoMapTree {
   // Room for `count` annotations in all, ahead of adding many one by one.
   void reserve(std::size_t count) { entries_.reserve(count); }
   MapAnnotationList allAnnotations() const;
+  // Calls `visit` with each annotation, in no particular order, without
+  // taking references; the tree must not change meanwhile.
+  template <typename Visit>
+  void forEachAnnotation(Visit&& visit) const {
+    for (const GeoMapTreeEntryTable::Entry& entry : entries_.entries()) visit(entry.annotation);
+  }
   const GeoMapTreeNode* root() const { return root_; }
   // The tree has one writer, the controller's background queue, which takes
   // this exclusively; other threads that read it hold it shared.
@@ -147,12 +151,6 @@ class GeoMapTree {
   std::size_t nodeCapacity() const { return nodeCapacity_; }
 
  private:
-  struct Entry {
-    MapAnnotationPtr annotation;
-    double x;  // where it was filed, so removal finds it after a move
-    double y;
-  };
-
   // Nodes come four at a time (a node's children), each followed by its
   // points in the same block, so that a walk touches few cache lines.
   GeoMapTreeNode* makeNodes(std::size_t count);
@@ -169,7 +167,7 @@ class GeoMapTree {
   std::size_t blockSlots_ = 0;
   std::size_t slotsLeftInBlock_ = 0;
   GeoMapTreeNode* root_;
-  std::unordered_map<const MapAnnotation*, Entry> entries_;  // the tree's annotation set
+  GeoMapTreeEntryTable entries_;  // the tree's annotation set
   // Per-cell tables, most recently used last, and the cell sizes asked for
   // lately (each asked once so far).
   mutable std::vector<std::unique_ptr<GeoMapCellGrid>> grids_;

@@ -1,0 +1,107 @@
+// Linear probing over a power-of-two index, at most three quarters full.
+// Removal shifts the following slots back instead of leaving tombstones,
+// so a table that sees many adds and removes (the visible pins) never
+// slows down.
+#include "map/geo_map_tree_entry_table.h"
+
+#include <bit>
+#include <stdexcept>
+
+namespace lumeo {
+namespace {
+
+constexpr std::size_t kFirstSlots = 16;
+
+}  // namespace
+
+GeoMapTreeEntryTable::GeoMapTreeEntryTable()
+    : slots_(kFirstSlots), shift_(64 - std::countr_zero(kFirstSlots)) {}
+
+std::uint64_t GeoMapTreeEntryTable::hash(const MapAnnotation* annotation) {
+  // Objects are 16-byte aligned; the multiply spreads the rest into the
+  // top bits, which pick the slot.
+  return (reinterpret_cast<std::uintptr_t>(annotation) >> 4) * 0x9E3779B97F4A7C15ULL;
+}
+
+std::size_t GeoMapTreeEntryTable::slotOf(const MapAnnotation* annotation) const {
+  std::uint64_t h = hash(annotation);
+  auto tag = static_cast<std::uint32_t>(h >> 32);
+  std::size_t mask = slots_.size() - 1;
+  for (std::size_t i = h >> shift_;; i = (i + 1) & mask) {
+    const Slot& slot = slots_[i];
+    if (slot.index == 0) return slots_.size();
+    if (slot.tag == tag && entries_[slot.index - 1].annotation.get() == annotation) return i;
+  }
+}
+
+const GeoMapTreeEntryTable::Entry* GeoMapTreeEntryTable::find(const MapAnnotation* annotation) const {
+  std::size_t i = slotOf(annotation);
+  return i == slots_.size() ? nullptr : &entries_[slots_[i].index - 1];
+}
+
+bool GeoMapTreeEntryTable::insert(MapAnnotationPtr annotation, double x, double y) {
+  if (slotOf(annotation.get()) != slots_.size()) return false;
+  insertAbsent(std::move(annotation), x, y);
+  return true;
+}
+
+void GeoMapTreeEntryTable::insertAbsent(MapAnnotationPtr annotation, double x, double y) {
+  if ((entries_.size() + 1) * 4 > slots_.size() * 3) rebuildIndex(slots_.size() * 2);
+  if (entries_.size() >= UINT32_MAX) throw std::length_error("GeoMapTreeEntryTable: too many annotations");
+  std::uint64_t h = hash(annotation.get());
+  std::size_t mask = slots_.size() - 1;
+  std::size_t i = h >> shift_;
+  while (slots_[i].index != 0) i = (i + 1) & mask;
+  entries_.push_back({std::move(annotation), x, y});
+  slots_[i] = {static_cast<std::uint32_t>(entries_.size()), static_cast<std::uint32_t>(h >> 32)};
+}
+
+bool GeoMapTreeEntryTable::erase(const MapAnnotation* annotation) {
+  std::size_t hole = slotOf(annotation);
+  if (hole == slots_.size()) return false;
+  std::size_t removed = slots_[hole].index - 1;
+
+  // Close the gap: a later slot of the same run moves back into the hole
+  // unless its home lies after the hole, where a probe would miss it.
+  std::size_t mask = slots_.size() - 1;
+  for (std::size_t j = (hole + 1) & mask; slots_[j].index != 0; j = (j + 1) & mask) {
+    std::size_t distanceFromHome = (j - home(slots_[j].tag)) & mask;
+    std::size_t distanceFromHole = (j - hole) & mask;
+    if (distanceFromHome >= distanceFromHole) {
+      slots_[hole] = slots_[j];
+      hole = j;
+    }
+  }
+  slots_[hole] = {};
+
+  // Keep the entries dense: the last one takes the removed one's place.
+  std::size_t last = entries_.size() - 1;
+  if (removed != last) {
+    std::size_t i = slotOf(entries_[last].annotation.get());
+    entries_[removed] = std::move(entries_[last]);
+    slots_[i].index = static_cast<std::uint32_t>(removed + 1);
+  }
+  entries_.pop_back();
+  return true;
+}
+
+void GeoMapTreeEntryTable::reserve(std::size_t count) {
+  entries_.reserve(count);
+  std::size_t slotCount = slots_.size();
+  while (count * 4 > slotCount * 3) slotCount *= 2;
+  if (slotCount != slots_.size()) rebuildIndex(slotCount);
+}
+
+void GeoMapTreeEntryTable::rebuildIndex(std::size_t slotCount) {
+  slots_.assign(slotCount, Slot{});
+  shift_ = 64 - std::countr_zero(slotCount);
+  std::size_t mask = slotCount - 1;
+  for (std::size_t e = 0; e < entries_.size(); ++e) {
+    std::uint64_t h = hash(entries_[e].annotation.get());
+    std::size_t i = h >> shift_;
+    while (slots_[i].index != 0) i = (i + 1) & mask;
+    slots_[i] = {static_cast<std::uint32_t>(e + 1), static_cast<std::uint32_t>(h >> 32)};
+  }
+}
+
+}  // namespace lumeo
