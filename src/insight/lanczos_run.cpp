@@ -228,6 +228,68 @@ long LanczosRun::errorBounds(long j) {
   return converged;
 }
 
+// The Ritz values of the tridiagonal matrix 0..j, sorted ascending, and
+// their residual bounds, which are rnorm times the last components of their
+// eigenvectors. When this batch is known to be the last, and the matrix is
+// one unreduced block, the eigenproblem is solved once with whole
+// eigenvectors, which the Ritz step needs as well; otherwise imtqlb gives
+// just the values and the components needed, block by block.
+void LanczosRun::ritzValues(long j, bool lastBatch) {
+  const long order = j + 1;
+  vectorsOrder_ = 0;
+  bool unreduced = order > 1;
+  for (long i = 1; i <= j && unreduced; ++i) unreduced = offdiag_[i] != 0.0;
+  if (lastBatch && unreduced) {
+    double* z = vectors_;
+    std::fill(z, z + order * order, 0.0);
+    for (long i = 0; i < order; ++i) z[i * order + i] = 1.0;
+    copy(order, diag_, ritz_);
+    copy(order, offdiag_, work_);
+    long qlError = 0;
+    tridiagonalQL(order, ritz_, work_, z, qlError);
+    if (qlError == 0) {
+      for (long k = 0; k < order; ++k) bnd_[k] = rnorm_ * std::fabs(z[k * order + j]);
+      vectorsOrder_ = order;
+      ierr = 0;
+      return;
+    }
+  }
+
+  // Block by block where the matrix splits. Each block is reversed so that
+  // imtqlb's first components are the last components of the eigenvectors.
+  long l = 0;
+  while (l <= j) {
+    long i = l;
+    for (; i <= j; ++i)
+      if (offdiag_[i + 1] == 0.0) break;
+    i = std::min(i, j);
+    const long size = i - l + 1;
+    copyReversed(size, diag_ + l, ritz_ + l);
+    copyReversed(size, offdiag_ + l + 1, work_ + l);
+    long qlError = 0;
+    imtqlb(size, ritz_ + l, work_ + l, bnd_ + l, qlError);
+    ierr = qlError;
+    if (ierr != 0) {
+      fprintf(stderr, "svdLanczos: imtqlb failed to converge (ierr = %ld)\n", ierr);
+      fprintf(stderr, "  l = %ld  i = %ld\n", l, i);
+      for (long k = l; k <= i; ++k) fprintf(stderr, "  %ld  %lg  %lg  %lg\n", k, ritz_[k], work_[k], bnd_[k]);
+    }
+    for (long k = l; k <= i; ++k) bnd_[k] = rnorm_ * std::fabs(bnd_[k]);
+    l = i + 1;
+  }
+
+  // Shell sort of the Ritz values, ascending, bounds following.
+  const long count = j + 1;
+  for (long gap = count / 2; gap > 0; gap /= 2) {
+    for (long i = gap; i < count; ++i) {
+      for (long k = i - gap; k >= 0 && ritz_[k] > ritz_[k + gap]; k -= gap) {
+        std::swap(ritz_[k], ritz_[k + gap]);
+        std::swap(bnd_[k], bnd_[k + gap]);
+      }
+    }
+  }
+}
+
 long LanczosRun::run(long& converged) {
   converged = 0;
   if (!firstStep()) return 0;
@@ -245,42 +307,7 @@ long LanczosRun::run(long& converged) {
     first = j + 1;
     offdiag_[j + 1] = rnorm_;
 
-    // Eigenvalues of the tridiagonal matrix, block by block where it splits.
-    // Each block is reversed so that imtqlb's first components are the last
-    // components of the eigenvectors, which give the residual bounds.
-    long l = 0;
-    while (l <= j) {
-      long i = l;
-      for (; i <= j; ++i)
-        if (offdiag_[i + 1] == 0.0) break;
-      i = std::min(i, j);
-      const long size = i - l + 1;
-      copyReversed(size, diag_ + l, ritz_ + l);
-      copyReversed(size, offdiag_ + l + 1, work_ + l);
-      long qlError = 0;
-      imtqlb(size, ritz_ + l, work_ + l, bnd_ + l, qlError);
-      ierr = qlError;
-      if (ierr != 0) {
-        fprintf(stderr, "svdLanczos: imtqlb failed to converge (ierr = %ld)\n", ierr);
-        fprintf(stderr, "  l = %ld  i = %ld\n", l, i);
-        for (long k = l; k <= i; ++k)
-          fprintf(stderr, "  %ld  %lg  %lg  %lg\n", k, ritz_[k], work_[k], bnd_[k]);
-      }
-      for (long k = l; k <= i; ++k) bnd_[k] = rnorm_ * std::fabs(bnd_[k]);
-      l = i + 1;
-    }
-
-    // Shell sort of the Ritz values, ascending, bounds following.
-    const long count = j + 1;
-    for (long gap = count / 2; gap > 0; gap /= 2) {
-      for (long i = gap; i < count; ++i) {
-        for (long k = i - gap; k >= 0 && ritz_[k] > ritz_[k + gap]; k -= gap) {
-          std::swap(ritz_[k], ritz_[k + gap]);
-          std::swap(bnd_[k], bnd_[k + gap]);
-        }
-      }
-    }
-
+    ritzValues(j, finished_ || first >= iterations_);
     converged = errorBounds(j);
 
     if (converged < dimensions_) {

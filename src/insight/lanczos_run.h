@@ -29,7 +29,8 @@ class LanczosRun {
         prevOrth_(ws.wptr[8].data()),
         offdiag_(ws.wptr[9].data()),
         ritz_(ws.ritz.data()),
-        bnd_(ws.bnd.data()) {}
+        bnd_(ws.bnd.data()),
+        vectors_(ws.eigenvectors.data()) {}
 
   // Runs the process; returns the index of the last step (`steps`) and sets
   // `converged` to the number of Ritz values whose bounds passed.
@@ -39,6 +40,12 @@ class LanczosRun {
   double* offdiag() const { return offdiag_; }
   double* work() const { return work_; }
 
+  // When the last batch's eigenproblem was solved with whole eigenvectors
+  // (see run), their order (steps + 1) and the vectors, vector k at k * order
+  // in the order of ritz; 0 and the Ritz step solves it itself otherwise.
+  long eigenvectorOrder() const { return vectorsOrder_; }
+  const double* eigenvectors() const { return vectors_; }
+
  private:
   double startVector(long step);
   bool firstStep();
@@ -46,6 +53,7 @@ class LanczosRun {
   void updateOrthogonality(long j);
   void purge(long j);
   long errorBounds(long j);
+  void ritzValues(long j, bool lastBatch);
 
   const NormalOperator& op_;
   const long n_;
@@ -65,6 +73,8 @@ class LanczosRun {
   double* offdiag_;
   double* ritz_;
   double* bnd_;
+  double* vectors_;
+  long vectorsOrder_ = 0;
   double rnorm_ = 0.0;
   double tol_ = 0.0;
   double matrixNorm_ = 0.0;

@@ -203,6 +203,7 @@ bool Workspace::allocate(long n, long iterations) {
   if (!lanczos::allocate(wptr[9], iterations + 1, kTags[9])) return false;
   if (!lanczos::allocate(ritz, iterations + 1, "lanczos: ritz")) return false;
   if (!lanczos::allocate(bnd, iterations + 1, "lanczos: bnd")) return false;
+  if (!lanczos::allocate(eigenvectors, (iterations + 1) * (iterations + 1), "ritzVectors: s")) return false;
   // Every byte 127: a huge positive bound that no convergence test passes.
   std::memset(bnd.data(), 127, bnd.size() * sizeof(double));
   return true;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -82,10 +83,34 @@ struct NormalOperator {
   long cols = 0;
   const SMat* matrix = nullptr;
   const double* gram = nullptr;
+  // The Gram matrix again with its rows padded by zeros to a multiple of
+  // four (gramStride entries), at most kMaxPaddedColumns wide, so that a
+  // product runs on whole vectors.
+  const double* paddedGram = nullptr;
+  long gramStride = 0;
+  static constexpr long kMaxPaddedColumns = 32;
 
   // y = AᵀA·x
   void multiplyNormal(const double* x, double* y) const {
     productCount += 2;
+    if (paddedGram) {
+      // AᵀA is symmetric, so y = Σ_j x_j · (row j): the sums run across
+      // the vector lanes and no lane ever waits for another.
+      typedef double v4 __attribute__((vector_size(32)));
+      v4 sums[kMaxPaddedColumns / 4] = {};
+      const long blocks = gramStride / 4;
+      for (long j = 0; j < cols; ++j) {
+        const v4 xj = v4{} + x[j];
+        const double* row = paddedGram + j * gramStride;
+        for (long b = 0; b < blocks; ++b) {
+          v4 g;
+          std::memcpy(&g, row + 4 * b, sizeof g);
+          sums[b] += xj * g;
+        }
+      }
+      std::memcpy(y, sums, static_cast<size_t>(cols) * sizeof(double));
+      return;
+    }
     if (gram) {
       for (long i = 0; i < cols; ++i) y[i] = dot(cols, gram + i * cols, x);
       return;
@@ -129,6 +154,7 @@ struct Workspace {
   std::vector<double> wptr[10];
   std::vector<double> ritz;
   std::vector<double> bnd;
+  std::vector<double> eigenvectors;  // (iterations + 1)², see LanczosRun
 
   // Sizes every vector for n-long Lanczos vectors and `iterations` steps;
   // false (after perror with the vector's tag) when memory runs out.

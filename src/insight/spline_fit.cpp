@@ -213,12 +213,30 @@ SplineBand splineBand(long m, const double* x, const double* y, long n) {
     splineFit(m, x, residuals.data(), n, band.spreadCoefficients.data());
   }
 
+  // Both curves share the grid, so each point finds its four basis values
+  // once; the sums are those of splineEval, term for term.
+  const double* c = band.coefficients.data();
+  const double* c2 = band.spreadCoefficients.data();
   double gridX = 0.0;
   for (int i = 0; i < kSplineGridPoints; ++i) {
-    band.x[static_cast<size_t>(i)] = gridX;
-    band.curve[static_cast<size_t>(i)] = splineEval(n, band.coefficients.data(), gridX, band.mean);
-    band.halfWidth[static_cast<size_t>(i)] =
-        splineBandHalfWidth(splineEval(n, band.spreadCoefficients.data(), gridX, 0.0));
+    const auto at = static_cast<size_t>(i);
+    band.x[at] = gridX;
+    long k;
+    double w[4];
+    if (n >= 4 && splineBasisAt(gridX, n, k, w)) {
+      double curve = 0.0;
+      double width = 0.0;
+      for (int a = 3; a >= 0; --a) {
+        const long j = k - a < 0 ? k - a + n : k - a;
+        curve += c[j] * w[a];
+        width += c2[j] * w[a];
+      }
+      band.curve[at] = band.mean + curve;
+      band.halfWidth[at] = splineBandHalfWidth(0.0 + width);
+    } else {
+      band.curve[at] = splineEval(n, c, gridX, band.mean);
+      band.halfWidth[at] = splineBandHalfWidth(splineEval(n, c2, gridX, 0.0));
+    }
     gridX += kSplineGridStep;
   }
   return band;

@@ -28,17 +28,22 @@ std::mutex solverMutex;
 // eigenvectors of the final tridiagonal matrix, for the values whose bounds
 // are within `accuracy`. Rows of rightVectors are filled from the bottom up in
 // ascending order of value and then rotated, so the largest comes first.
-long ritzVectors(const NormalOperator& op, SVDRec& rec, double accuracy, const double* ritz, const double* bnd,
-                 double* diag, double* offdiag, double* work, long steps, long converged, bool wantLeft) {
+long ritzVectors(const NormalOperator& op, SVDRec& rec, double accuracy, const lanczos::LanczosRun& run,
+                 const double* ritz, const double* bnd, long steps, long converged, bool wantLeft) {
   const long n = op.cols;
   const long js = steps + 1;
-  std::vector<double> s;
-  if (!allocate(s, js * js, "ritzVectors: s")) return 0;
-  for (long i = 0; i < js; ++i) s[static_cast<size_t>(i * js + i)] = 1.0;
-  long qlError = ierr;
-  tridiagonalQL(js, diag, offdiag, s.data(), qlError);
-  ierr = qlError;
-  if (ierr != 0) return 0;
+  std::vector<double> solved;
+  const double* s = run.eigenvectors();
+  if (run.eigenvectorOrder() != js) {
+    if (!allocate(solved, js * js, "ritzVectors: s")) return 0;
+    for (long i = 0; i < js; ++i) solved[static_cast<size_t>(i * js + i)] = 1.0;
+    long qlError = ierr;
+    tridiagonalQL(js, run.diag(), run.offdiag(), solved.data(), qlError);
+    ierr = qlError;
+    if (ierr != 0) return 0;
+    s = solved.data();
+  }
+  double* work = run.work();
 
   DMat& right = *rec.rightVectors;
   const long d = rec.d;
@@ -49,7 +54,7 @@ long ritzVectors(const NormalOperator& op, SVDRec& rec, double accuracy, const d
       if (--x < 0) x = d - 1;
       double* row = right[x];
       std::fill(row, row + n, 0.0);
-      for (long i = 0; i < js; ++i) axpy(n, s[static_cast<size_t>(k * js + i)], storedQ(i), row);
+      for (long i = 0; i < js; ++i) axpy(n, s[k * js + i], storedQ(i), row);
       ++kept;
     }
   }
@@ -139,6 +144,17 @@ std::unique_ptr<SVDRec> runLanczos(NormalOperator& op, long dimensions, long ite
     releaseState();
     return nullptr;
   }
+  std::vector<double> padded;
+  if (op.gram && n <= NormalOperator::kMaxPaddedColumns) {
+    op.gramStride = (n + 3) / 4 * 4;
+    try {
+      padded.assign(static_cast<size_t>(n * op.gramStride), 0.0);
+      for (long i = 0; i < n; ++i) copy(n, op.gram + i * n, padded.data() + i * op.gramStride);
+      op.paddedGram = padded.data();
+    } catch (const std::exception&) {
+      // Not fatal: the products then use the plain Gram matrix.
+    }
+  }
 
   LanczosRun lanczos(op, ws, iterations, dimensions, end);
   long converged = 0;
@@ -159,13 +175,14 @@ std::unique_ptr<SVDRec> runLanczos(NormalOperator& op, long dimensions, long ite
     return nullptr;
   }
 
-  const long reported = ritzVectors(op, *rec, accuracy, ws.ritz.data(), ws.bnd.data(), lanczos.diag(),
-                                    lanczos.offdiag(), lanczos.work(), steps, converged, wantLeft);
+  const long reported =
+      ritzVectors(op, *rec, accuracy, lanczos, ws.ritz.data(), ws.bnd.data(), steps, converged, wantLeft);
   rec->d = reported;
   rec->singularValues.resize(static_cast<size_t>(reported));
   rec->rightVectors->truncateRows(reported);
   if (rec->leftVectors) rec->leftVectors->truncateRows(reported);
   op.gram = nullptr;
+  op.paddedGram = nullptr;
   releaseState();
   return rec;
 }

@@ -38,15 +38,28 @@ bool qlSweep(long l, long m, double* d, double* e, Rotate rotate) {
   for (long i = m - 1; i >= l; --i) {
     const double f = s * e[i];
     const double b = c * e[i];
-    r = hypotenuse(f, g);
+    // The sweep is one long chain of dependent operations, and a square root
+    // followed by a division is most of each link. Inside the range where
+    // the squares can neither overflow nor vanish, 1/r = r · (1/r²) lets the
+    // square root and the reciprocal run side by side.
+    const double squares = f * f + g * g;
+    double inverse;
+    if (squares > 1e-290 && squares < 1e290) {
+      const double reciprocal = 1.0 / squares;
+      r = std::sqrt(squares);
+      inverse = r * reciprocal;
+    } else {
+      r = hypotenuse(f, g);
+      inverse = 1.0 / r;
+    }
     e[i + 1] = r;
     if (r == 0.0) {
       d[i + 1] -= p;
       e[m] = 0.0;
       return false;
     }
-    s = f / r;
-    c = g / r;
+    s = f * inverse;
+    c = g * inverse;
     g = d[i + 1] - p;
     r = (d[i] - g) * s + 2.0 * c * b;
     p = s * r;
