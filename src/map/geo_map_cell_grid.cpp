@@ -33,15 +33,6 @@ GeoMapCellGrid::GeoMapCellGrid(double cellMapSize)
   shift_ = 64 - 10;  // log2(kFirstSlots)
 }
 
-const GeoMapCellGrid::Slot* GeoMapCellGrid::findSlot(std::uint64_t key) const {
-  std::size_t mask = slots_.size() - 1;
-  for (std::size_t i = (key * 0x9E3779B97F4A7C15ULL) >> shift_;; i = (i + 1) & mask) {
-    const Slot& slot = slots_[i];
-    if (slot.key == key) return &slot;
-    if (slot.key == 0) return nullptr;
-  }
-}
-
 GeoMapCellGrid::Slot& GeoMapCellGrid::slotFor(std::uint64_t key) {
   if ((used_ + 1) * 2 > slots_.size()) grow();
   std::size_t mask = slots_.size() - 1;
@@ -139,14 +130,6 @@ std::optional<GeoMapTreeAggregate> GeoMapCellGrid::aggregateForCell(MapRect cell
   if (std::fabs(cell.size.width - size) > kEdgeMargin || std::fabs(cell.size.height - size) > kEdgeMargin)
     return std::nullopt;
   return aggregateForCell(latticeIndexForEdge(cell.minY()), latticeIndexForEdge(cell.minX()));
-}
-
-std::optional<GeoMapTreeAggregate> GeoMapCellGrid::aggregateForCell(long long row, long long column) const {
-  if (row < 0 || column < 0) return std::nullopt;
-  const Slot* slot = findSlot(static_cast<std::uint64_t>(row * columns_ + column) + 1);
-  if (!slot) return GeoMapTreeAggregate{};
-  if (slot->edgePoints != 0) return std::nullopt;
-  return GeoMapTreeAggregate{slot->count, slot->sumX, slot->sumY};
 }
 
 }  // namespace lumeo

@@ -14,7 +14,12 @@
 
 namespace lumeo {
 
-struct GeoMapTreeAggregate;
+// How many annotations lie in a range, and the sums of their positions.
+struct GeoMapTreeAggregate {
+  std::size_t count = 0;
+  double sumX = 0;
+  double sumY = 0;
+};
 
 class GeoMapCellGrid {
  public:
@@ -62,7 +67,14 @@ class GeoMapCellGrid {
   };
 
   Slot& slotFor(std::uint64_t key);
-  const Slot* findSlot(std::uint64_t key) const;
+  const Slot* findSlot(std::uint64_t key) const {
+    std::size_t mask = slots_.size() - 1;
+    for (std::size_t i = (key * 0x9E3779B97F4A7C15ULL) >> shift_;; i = (i + 1) & mask) {
+      const Slot& slot = slots_[i];
+      if (slot.key == key) return &slot;
+      if (slot.key == 0) return nullptr;
+    }
+  }
   void grow();
 
   double cellMapSize_;
@@ -71,5 +83,13 @@ class GeoMapCellGrid {
   std::size_t used_ = 0;
   int shift_ = 0;
 };
+
+inline std::optional<GeoMapTreeAggregate> GeoMapCellGrid::aggregateForCell(long long row, long long column) const {
+  if (row < 0 || column < 0) return std::nullopt;
+  const Slot* slot = findSlot(static_cast<std::uint64_t>(row * columns_ + column) + 1);
+  if (!slot) return GeoMapTreeAggregate{};
+  if (slot->edgePoints != 0) return std::nullopt;
+  return GeoMapTreeAggregate{slot->count, slot->sumX, slot->sumY};
+}
 
 }  // namespace lumeo

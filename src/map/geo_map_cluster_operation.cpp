@@ -138,7 +138,9 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
     bool cellGroup = !uniqueLocationMode && meanFromTotals;
 
     candidates.clear();
-    if (settings.reuseExistingClusterAnnotations) {
+    // Nothing on screen yet (the first pass, or after everything left):
+    // no pin to reuse, and no query.
+    if (settings.reuseExistingClusterAnnotations && visibleTree_->count() != 0) {
       visibleInCell.removeAllObjects();
       visibleTree_->annotationsInBox(box, visibleInCell, true);
       for (MapAnnotation* visible : visibleInCell)

@@ -61,13 +61,6 @@ struct GeoMapTreeNode {
   double subtreeSumY = 0;
 };
 
-// How many annotations lie in a range, and the sums of their positions.
-struct GeoMapTreeAggregate {
-  std::size_t count = 0;
-  double sumX = 0;
-  double sumY = 0;
-};
-
 // The range test of queries. With cell edges, the south and east sides are
 // exclusive (east stays inclusive at the 180th meridian), so that grid
 // cells that share an edge never both claim a point on it.

@@ -25,10 +25,6 @@ bool operator==(const MapRect& a, const MapRect& b) {
          a.size.height == b.size.height;
 }
 
-MapRect MapRectMake(double x, double y, double width, double height) {
-  return MapRect{{x, y}, {width, height}};
-}
-
 MapPoint MapPointForCoordinate(LocationCoordinate2D coordinate) {
   double x = (coordinate.longitude + 180.0) / 360.0 * kMapWorldWidth;
   double s = std::sin(coordinate.latitude * kRadians);
