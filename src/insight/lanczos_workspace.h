@@ -83,32 +83,27 @@ struct NormalOperator {
   long cols = 0;
   const SMat* matrix = nullptr;
   const double* gram = nullptr;
-  // The Gram matrix again with its rows padded by zeros to a multiple of
-  // four (gramStride entries), at most kMaxPaddedColumns wide, so that a
-  // product runs on whole vectors.
+  // The Gram matrix again with its rows padded by zeros to an even length
+  // (gramStride entries), so that a product runs on whole vectors.
   const double* paddedGram = nullptr;
   long gramStride = 0;
-  static constexpr long kMaxPaddedColumns = 32;
 
   // y = AᵀA·x
   void multiplyNormal(const double* x, double* y) const {
     productCount += 2;
     if (paddedGram) {
-      // AᵀA is symmetric, so y = Σ_j x_j · (row j): the sums run across
-      // the vector lanes and no lane ever waits for another.
-      typedef double v4 __attribute__((vector_size(32)));
-      v4 sums[kMaxPaddedColumns / 4] = {};
-      const long blocks = gramStride / 4;
-      for (long j = 0; j < cols; ++j) {
-        const v4 xj = v4{} + x[j];
-        const double* row = paddedGram + j * gramStride;
-        for (long b = 0; b < blocks; ++b) {
-          v4 g;
-          std::memcpy(&g, row + 4 * b, sizeof g);
-          sums[b] += xj * g;
-        }
+      switch (gramStride / 2) {
+        case 1: return gramProduct<1>(x, y);
+        case 2: return gramProduct<2>(x, y);
+        case 3: return gramProduct<3>(x, y);
+        case 4: return gramProduct<4>(x, y);
+        case 5: return gramProduct<5>(x, y);
+        case 6: return gramProduct<6>(x, y);
+        case 7: return gramProduct<7>(x, y);
+        case 8: return gramProduct<8>(x, y);
+        default: break;
       }
-      std::memcpy(y, sums, static_cast<size_t>(cols) * sizeof(double));
+      for (long i = 0; i < cols; ++i) y[i] = dot(cols, paddedGram + i * gramStride, x);
       return;
     }
     if (gram) {
@@ -127,6 +122,29 @@ struct NormalOperator {
       for (long k = pointr[j]; k < pointr[j + 1]; ++k) sum += value[k] * temp[rowind[k]];
       y[j] = sum;
     }
+  }
+
+  // y = G·x with G the padded Gram matrix, kPairs pairs of entries a row.
+  // G is symmetric, so y = Σ_j x_j · (row j): the sums run across pairs of
+  // lanes (the width every x86-64 has), stay in registers, and no sum waits
+  // for another.
+  template <int kPairs>
+  void gramProduct(const double* x, double* y) const {
+    typedef double v2 __attribute__((vector_size(16)));
+    v2 sums[kPairs] = {};
+    for (long j = 0; j < cols; ++j) {
+      const v2 xj = v2{} + x[j];
+      const double* row = paddedGram + j * gramStride;
+#pragma GCC unroll 8
+      for (int b = 0; b < kPairs; ++b) {
+        v2 g;
+        std::memcpy(&g, row + 2 * b, sizeof g);
+        sums[b] += xj * g;
+      }
+    }
+    double out[2 * kPairs];
+    std::memcpy(out, sums, sizeof out);
+    std::copy(out, out + cols, y);
   }
 
   // y = A·x (rows entries)

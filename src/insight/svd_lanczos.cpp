@@ -145,8 +145,8 @@ std::unique_ptr<SVDRec> runLanczos(NormalOperator& op, long dimensions, long ite
     return nullptr;
   }
   std::vector<double> padded;
-  if (op.gram && n <= NormalOperator::kMaxPaddedColumns) {
-    op.gramStride = (n + 3) / 4 * 4;
+  if (op.gram) {
+    op.gramStride = (n + 1) / 2 * 2;
     try {
       padded.assign(static_cast<size_t>(n * op.gramStride), 0.0);
       for (long i = 0; i < n; ++i) copy(n, op.gram + i * n, padded.data() + i * op.gramStride);
