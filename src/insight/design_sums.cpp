@@ -41,6 +41,30 @@ constexpr int kValueMoments = 8;
 // The residual pass keeps Σ|r|·tau^p, p = 0..3.
 constexpr int kResidualWidth = 4;
 
+// Scratch of a pass: on the stack for the basis counts the charts use, on
+// the heap beyond.
+class Scratch {
+ public:
+  explicit Scratch(size_t count) {
+    if (count > kInline) {
+      heap_.assign(count, 0.0);
+      data_ = heap_.data();
+    } else {
+      std::fill(inline_, inline_ + count, 0.0);
+      data_ = inline_;
+    }
+  }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  double* data() { return data_; }
+
+ private:
+  static constexpr size_t kInline = 16 * kGatherWidth;
+  double inline_[kInline];
+  std::vector<double> heap_;
+  double* data_;
+};
+
 inline long wrap(long j, long n) {
   return j < 0 ? j + n : j;
 }
@@ -306,23 +330,26 @@ DesignSums sumDesign(long m, const double* x, const double* y, long n, double sh
   sums.gram.assign(static_cast<size_t>(n * n), 0.0);
   sums.shiftedB.assign(static_cast<size_t>(n), 0.0);
   sums.columnSums.assign(static_cast<size_t>(n), 0.0);
-  std::vector<double> local(static_cast<size_t>(n * kGatherWidth));
-  std::vector<double> total(static_cast<size_t>(n * kGatherWidth), 0.0);
+  const long width = n * kGatherWidth;
+  Scratch localScratch(static_cast<size_t>(width));
+  Scratch totalScratch(static_cast<size_t>(width));
+  double* local = localScratch.data();
+  double* total = totalScratch.data();
   for (long start = 0; start < m; start += kBlock) {
     const long count = std::min(m - start, kBlock);
-    std::fill(local.begin(), local.end(), 0.0);
-    if (!kernels().gather(x + start, y + start, count, n, shift, local.data())) {
+    if (start > 0) std::fill(local, local + width, 0.0);
+    if (!kernels().gather(x + start, y + start, count, n, shift, local)) {
       sums.finite = false;
       return sums;
     }
-    for (size_t e = 0; e < total.size(); ++e) total[e] += local[e];
+    for (long e = 0; e < width; ++e) total[e] += local[e];
   }
 
   // Turn the moments of each interval into its 4 x 4 block of basis
   // products and its 4 weighted values, and fold those into the n x n matrix.
   double shiftedTotal = 0.0;
   for (long k = 0; k < n; ++k) {
-    const double* moments = total.data() + k * kGatherWidth;
+    const double* moments = total + k * kGatherWidth;
     const double* values = moments + kValueMoments;
     shiftedTotal += values[0];
     for (int a = 0; a < 4; ++a) {
@@ -360,26 +387,30 @@ DesignSums sumDesign(long m, const double* x, const double* y, long n, double sh
 std::vector<double> sumResiduals(long m, const double* x, const double* y, long n, const double* coefficients,
                                  double offset) {
   // The curve on each interval as a cubic in tau.
-  std::vector<double> cubic(static_cast<size_t>(n * 4), 0.0);
+  Scratch cubicScratch(static_cast<size_t>(n * 4));
+  double* cubic = cubicScratch.data();
   for (long k = 0; k < n; ++k) {
-    double* c = cubic.data() + k * 4;
+    double* c = cubic + k * 4;
     for (int a = 0; a < 4; ++a) {
       const double coefficient = coefficients[wrap(k - a, n)];
       for (int p = 0; p < 4; ++p) c[p] += coefficient * kCubic[a][p];
     }
     c[0] += offset;
   }
-  std::vector<double> local(static_cast<size_t>(n * kResidualWidth));
-  std::vector<double> total(static_cast<size_t>(n * kResidualWidth), 0.0);
+  const long width = n * kResidualWidth;
+  Scratch localScratch(static_cast<size_t>(width));
+  Scratch totalScratch(static_cast<size_t>(width));
+  double* local = localScratch.data();
+  double* total = totalScratch.data();
   for (long start = 0; start < m; start += kBlock) {
     const long count = std::min(m - start, kBlock);
-    std::fill(local.begin(), local.end(), 0.0);
-    kernels().residual(x + start, y + start, count, n, cubic.data(), local.data());
-    for (size_t e = 0; e < total.size(); ++e) total[e] += local[e];
+    if (start > 0) std::fill(local, local + width, 0.0);
+    kernels().residual(x + start, y + start, count, n, cubic, local);
+    for (long e = 0; e < width; ++e) total[e] += local[e];
   }
   std::vector<double> atr(static_cast<size_t>(n), 0.0);
   for (long k = 0; k < n; ++k) {
-    const double* moments = total.data() + k * kResidualWidth;
+    const double* moments = total + k * kResidualWidth;
     for (int a = 0; a < 4; ++a) {
       double s = 0.0;
       for (int p = 0; p < 4; ++p) s += kCubic[a][p] * moments[p];

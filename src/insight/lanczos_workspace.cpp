@@ -18,6 +18,7 @@ double rootEps = 0.0;
 double epsThreeQuarters = 0.0;
 long ierr = 0;
 std::vector<std::vector<double>> lanczosStore;
+std::vector<char> lanczosStored;
 std::vector<double> normalProductTemp;
 long productCount = 0;
 
@@ -119,19 +120,20 @@ void store(long n, int code, long j, double* s) {
   switch (code) {
     case kStoreQ: {
       auto& slot = lanczosStore[static_cast<size_t>(j + kMaxLL)];
-      if (slot.empty()) {
+      if (!lanczosStored[static_cast<size_t>(j + kMaxLL)]) {
         try {
           slot.resize(static_cast<size_t>(n));
         } catch (const std::exception&) {
           reportError(true, "svdLanczos: failed to allocate lanczosStore[" + std::to_string(j + kMaxLL) + "]");
         }
+        lanczosStored[static_cast<size_t>(j + kMaxLL)] = 1;
       }
       copy(n, s, slot.data());
       break;
     }
     case kRetrieveQ: {
       const auto& slot = lanczosStore[static_cast<size_t>(j + kMaxLL)];
-      if (slot.empty()) {
+      if (!lanczosStored[static_cast<size_t>(j + kMaxLL)]) {
         reportError(false, "svdLanczos: store (RETRQ) called on index " + std::to_string(j + kMaxLL) +
                                " (not allocated)");
         break;
@@ -145,12 +147,13 @@ void store(long n, int code, long j, double* s) {
         break;
       }
       auto& slot = lanczosStore[static_cast<size_t>(j)];
-      if (slot.empty()) {
+      if (!lanczosStored[static_cast<size_t>(j)]) {
         try {
           slot.resize(static_cast<size_t>(n));
         } catch (const std::exception&) {
           reportError(true, "svdLanczos: failed to allocate lanczosStore[" + std::to_string(j) + "]");
         }
+        lanczosStored[static_cast<size_t>(j)] = 1;
       }
       copy(n, s, slot.data());
       break;
@@ -161,7 +164,7 @@ void store(long n, int code, long j, double* s) {
         break;
       }
       const auto& slot = lanczosStore[static_cast<size_t>(j)];
-      if (slot.empty()) {
+      if (!lanczosStored[static_cast<size_t>(j)]) {
         reportError(false, "svdLanczos: store (RETRP) called on index " + std::to_string(j) + " (not allocated)");
         break;
       }
@@ -176,7 +179,7 @@ void store(long n, int code, long j, double* s) {
 // Read-only view of a stored q, to spare a copy in the inner loops.
 const double* storedQ(long j) {
   const auto& slot = lanczosStore[static_cast<size_t>(j + kMaxLL)];
-  if (slot.empty()) {
+  if (!lanczosStored[static_cast<size_t>(j + kMaxLL)]) {
     reportError(true, "svdLanczos: store (RETRQ) called on index " + std::to_string(j + kMaxLL) +
                           " (not allocated)");
   }
@@ -184,11 +187,61 @@ const double* storedQ(long j) {
 }
 
 const double* storedP(long j) {
-  const auto& slot = lanczosStore[static_cast<size_t>(j)];
-  if (j >= kMaxLL || slot.empty()) {
+  if (j < 0 || j >= kMaxLL || !lanczosStored[static_cast<size_t>(j)]) {
     reportError(true, "svdLanczos: store (RETRP) called on index " + std::to_string(j) + " (not allocated)");
   }
-  return slot.data();
+  return lanczosStore[static_cast<size_t>(j)].data();
+}
+
+bool resetStore(long iterations) {
+  try {
+    const auto slots = static_cast<size_t>(iterations + kMaxLL);
+    if (lanczosStore.size() < slots) lanczosStore.resize(slots);
+    lanczosStored.assign(slots, 0);
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+namespace {
+
+// Memory kept between runs, in doubles; a fit of 14 columns needs a few
+// hundred.
+constexpr size_t kKeptDoubles = size_t{1} << 16;
+
+size_t heldDoubles(const std::vector<double>& v) { return v.capacity(); }
+
+void giveBack(std::vector<double>& v) {
+  v.clear();
+  v.shrink_to_fit();
+}
+
+}  // namespace
+
+void releaseState() {
+  lanczosStored.clear();
+  size_t held = heldDoubles(normalProductTemp);
+  for (const auto& slot : lanczosStore) held += heldDoubles(slot);
+  Workspace& ws = sharedWorkspace();
+  for (const auto& v : ws.wptr) held += heldDoubles(v);
+  held += heldDoubles(ws.ritz) + heldDoubles(ws.bnd) + heldDoubles(ws.eigenvectors) + heldDoubles(ws.paddedGram) +
+          heldDoubles(ws.rotated);
+  if (held <= kKeptDoubles) return;
+  lanczosStore.clear();
+  lanczosStore.shrink_to_fit();
+  giveBack(normalProductTemp);
+  for (auto& v : ws.wptr) giveBack(v);
+  giveBack(ws.ritz);
+  giveBack(ws.bnd);
+  giveBack(ws.eigenvectors);
+  giveBack(ws.paddedGram);
+  giveBack(ws.rotated);
+}
+
+Workspace& sharedWorkspace() {
+  static Workspace workspace;
+  return workspace;
 }
 
 bool Workspace::allocate(long n, long iterations) {

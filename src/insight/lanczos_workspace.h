@@ -33,6 +33,7 @@ extern double rootEps;
 extern double epsThreeQuarters;
 extern long ierr;
 extern std::vector<std::vector<double>> lanczosStore;
+extern std::vector<char> lanczosStored;  // which slots hold a vector in this run
 extern std::vector<double> normalProductTemp;
 extern long productCount;  // products with A; kept for debugging sessions
 
@@ -168,15 +169,30 @@ void store(long n, int code, long j, double* s);
 const double* storedQ(long j);
 const double* storedP(long j);
 
+// Empties the store for a run of `iterations` steps; false when memory runs
+// out.
+bool resetStore(long iterations);
+
+// Ends a run: the store is emptied, and the memory of the store, the scratch
+// vector and the work space is kept for the next run when it is small (the
+// curve fit decomposes matrices of at most 14 columns several times per
+// refresh), or given back when a large matrix needed it.
+void releaseState();
+
 struct Workspace {
   std::vector<double> wptr[10];
   std::vector<double> ritz;
   std::vector<double> bnd;
   std::vector<double> eigenvectors;  // (iterations + 1)², see LanczosRun
+  std::vector<double> paddedGram;
+  std::vector<double> rotated;       // scratch of the Ritz step
 
   // Sizes every vector for n-long Lanczos vectors and `iterations` steps;
   // false (after perror with the vector's tag) when memory runs out.
   bool allocate(long n, long iterations);
 };
+
+// The one work space, reused from run to run under the solver's lock.
+Workspace& sharedWorkspace();
 
 }  // namespace lumeo::lanczos

@@ -34,7 +34,8 @@ long coefficientsFromGram(const SVDRec& rec, const double* aty, long n, double* 
   std::fill(coefficients, coefficients + n, 0.0);
   if (rec.d < 1) return 0;
   const double threshold = rec.singularValues[0] * kTruncation;
-  std::vector<double> w(static_cast<size_t>(rec.d), 0.0);
+  // Discarded components contribute 0, so each kept one is added as it is
+  // found.
   long kept = 0;
   for (long j = 0; j < rec.d; ++j) {
     const double sigma = rec.singularValues[static_cast<size_t>(j)];
@@ -42,13 +43,10 @@ long coefficientsFromGram(const SVDRec& rec, const double* aty, long n, double* 
       const double* v = (*rec.rightVectors)[j];
       double projection = 0.0;
       for (long k = 0; k < n; ++k) projection += v[k] * aty[k];
-      w[static_cast<size_t>(j)] = projection / sigma / sigma;
+      const double w = projection / sigma / sigma;
+      for (long k = 0; k < n; ++k) coefficients[k] += v[k] * w;
       ++kept;
     }
-  }
-  for (long j = 0; j < rec.d; ++j) {
-    const double* v = (*rec.rightVectors)[j];
-    for (long k = 0; k < n; ++k) coefficients[k] += v[k] * w[static_cast<size_t>(j)];
   }
   return kept;
 }
@@ -116,11 +114,10 @@ CentredGramFit centredGramFit(long m, const double* x, const double* y, long n, 
   fit.mean = shift + meanShift;
   fit.rec = svdLanczosGram(m, n, sums.gram.data(), 0);
   if (!fit.rec) return fit;
-  std::vector<double> centredB(static_cast<size_t>(n));
+  // Aᵀ(y - mean) in place of Aᵀ(y - shift).
   for (long j = 0; j < n; ++j)
-    centredB[static_cast<size_t>(j)] =
-        sums.shiftedB[static_cast<size_t>(j)] - meanShift * sums.columnSums[static_cast<size_t>(j)];
-  fit.count = coefficientsFromGram(*fit.rec, centredB.data(), n, coefficients);
+    sums.shiftedB[static_cast<size_t>(j)] -= meanShift * sums.columnSums[static_cast<size_t>(j)];
+  fit.count = coefficientsFromGram(*fit.rec, sums.shiftedB.data(), n, coefficients);
   return fit;
 }
 

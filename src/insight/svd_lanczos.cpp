@@ -60,7 +60,7 @@ long ritzVectors(const NormalOperator& op, SVDRec& rec, double accuracy, const l
   }
   if (kept == 0) return 0;
 
-  std::vector<double> rotated;
+  std::vector<double>& rotated = sharedWorkspace().rotated;
   if (!allocate(rotated, d * n, "ritzVectors: xv2")) return 0;
   for (long i = 0; i < d; ++i) copy(n, right[(x + i) % d], rotated.data() + i * n);
   for (long i = 0; i < d; ++i) copy(n, rotated.data() + i * n, right[i]);
@@ -101,13 +101,6 @@ const char* checkParameters(long rows, long cols, long& dimensions, long& iterat
   //   "6*N+4*ITERATIONS+1 CANNOT EXCEED NW"
 }
 
-void releaseState() {
-  lanczosStore.clear();
-  lanczosStore.shrink_to_fit();
-  normalProductTemp.clear();
-  normalProductTemp.shrink_to_fit();
-}
-
 // Largest column count for which the solver trades the sparse products for
 // one Gram matrix; beyond it the n x n matrix would outgrow the savings.
 constexpr long kMaxGramColumns = 32;
@@ -120,15 +113,8 @@ std::unique_ptr<SVDRec> runLanczos(NormalOperator& op, long dimensions, long ite
   ierr = 0;
   measureMachine(n);
 
-  Workspace ws;
-  bool ok = ws.allocate(n, iterations);
-  if (ok) {
-    try {
-      lanczosStore.assign(static_cast<size_t>(iterations + kMaxLL), {});
-    } catch (const std::exception&) {
-      ok = false;
-    }
-  }
+  Workspace& ws = sharedWorkspace();
+  bool ok = ws.allocate(n, iterations) && resetStore(iterations);
   if (ok && op.matrix) ok = allocate(normalProductTemp, op.rows, "lanczos: normalProductTemp");
   std::vector<double> gram;
   if (ok && op.matrix && !op.gram && n <= kMaxGramColumns && n * n <= op.matrix->vals) {
@@ -144,13 +130,12 @@ std::unique_ptr<SVDRec> runLanczos(NormalOperator& op, long dimensions, long ite
     releaseState();
     return nullptr;
   }
-  std::vector<double> padded;
   if (op.gram) {
     op.gramStride = (n + 1) / 2 * 2;
     try {
-      padded.assign(static_cast<size_t>(n * op.gramStride), 0.0);
-      for (long i = 0; i < n; ++i) copy(n, op.gram + i * n, padded.data() + i * op.gramStride);
-      op.paddedGram = padded.data();
+      ws.paddedGram.assign(static_cast<size_t>(n * op.gramStride), 0.0);
+      for (long i = 0; i < n; ++i) copy(n, op.gram + i * n, ws.paddedGram.data() + i * op.gramStride);
+      op.paddedGram = ws.paddedGram.data();
     } catch (const std::exception&) {
       // Not fatal: the products then use the plain Gram matrix.
     }
