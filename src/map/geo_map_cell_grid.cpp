@@ -1,6 +1,8 @@
-// The cell table: open addressing with linear probing over a power-of-two
-// array. Cells never leave the table (an emptied cell keeps its slot with a
-// zero count), so probing needs no tombstones.
+// The cell table: a directory of rows, each a vector of its occupied cells
+// in column order. A pass reads a screen's row west to east, which walks a
+// few neighbouring entries instead of probing a hash table all over
+// memory; and the first filling, which visits the tree in quadrant order,
+// appends to a few rows at a time and sorts each row once at the end.
 #include "map/geo_map_cell_grid.h"
 
 #include <cmath>
@@ -17,8 +19,6 @@ namespace {
 // it is on the same side for both.
 constexpr double kEdgeMargin = 1e-2;
 
-constexpr std::size_t kFirstSlots = 1024;
-
 }  // namespace
 
 bool GeoMapCellGrid::servesCellMapSize(double cellMapSize) {
@@ -29,35 +29,89 @@ bool GeoMapCellGrid::servesCellMapSize(double cellMapSize) {
 }
 
 GeoMapCellGrid::GeoMapCellGrid(double cellMapSize)
-    : cellMapSize_(cellMapSize), columns_(std::llround(kMapWorldWidth / cellMapSize)), slots_(kFirstSlots) {
-  shift_ = 64 - 10;  // log2(kFirstSlots)
+    : cellMapSize_(cellMapSize), columns_(std::llround(kMapWorldWidth / cellMapSize)) {}
+
+GeoMapCellGrid::Row& GeoMapCellGrid::rowAt(long long row) {
+  auto index = static_cast<std::size_t>(row);
+  if (index >= rowIndex_.size()) rowIndex_.resize(index + 1, 0);
+  if (rowIndex_[index] == 0) {
+    rows_.emplace_back();
+    rowIndex_[index] = static_cast<std::uint32_t>(rows_.size());
+  }
+  return rows_[rowIndex_[index] - 1];
 }
 
-GeoMapCellGrid::Slot& GeoMapCellGrid::slotFor(std::uint64_t key) {
-  if ((used_ + 1) * 2 > slots_.size()) grow();
-  std::size_t mask = slots_.size() - 1;
-  for (std::size_t i = (key * 0x9E3779B97F4A7C15ULL) >> shift_;; i = (i + 1) & mask) {
-    Slot& slot = slots_[i];
-    if (slot.key == key) return slot;
-    if (slot.key == 0) {
-      slot.key = key;
-      ++used_;
-      return slot;
+const GeoMapCellGrid::Row* GeoMapCellGrid::findRow(long long row) const {
+  auto index = static_cast<std::size_t>(row);
+  if (row < 0 || index >= rowIndex_.size() || rowIndex_[index] == 0) return nullptr;
+  return &rows_[rowIndex_[index] - 1];
+}
+
+void GeoMapCellGrid::add(long long row, long long column, long long count, long long edgePoints, double sumX,
+                         double sumY) {
+  Row& cells = rowAt(row);
+  auto column32 = static_cast<std::uint32_t>(column);
+  if (filling_) {
+    // Unordered until finishFilling(); runs of one cell merge as they come.
+    if (!cells.empty() && cells.back().column == column32) {
+      Cell& cell = cells.back();
+      cell.count = static_cast<std::uint32_t>(cell.count + count);
+      cell.edgePoints = static_cast<std::uint32_t>(cell.edgePoints + edgePoints);
+      cell.sumX += sumX;
+      cell.sumY += sumY;
+    } else {
+      cells.push_back({column32, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(edgePoints), sumX,
+                       sumY});
     }
+    return;
+  }
+  auto at = std::lower_bound(cells.begin(), cells.end(), column32,
+                             [](const Cell& cell, std::uint32_t value) { return cell.column < value; });
+  if (at == cells.end() || at->column != column32) {
+    cells.insert(at, {column32, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(edgePoints), sumX,
+                      sumY});
+    return;
+  }
+  at->count = static_cast<std::uint32_t>(at->count + count);
+  at->edgePoints = static_cast<std::uint32_t>(at->edgePoints + edgePoints);
+  at->sumX += sumX;
+  at->sumY += sumY;
+  // An emptied cell leaves, and with it the rounding left in its sums.
+  if (at->count == 0 && at->edgePoints == 0) cells.erase(at);
+}
+
+void GeoMapCellGrid::finishFilling() {
+  if (!filling_) return;
+  filling_ = false;
+  for (Row& cells : rows_) {
+    std::sort(cells.begin(), cells.end(), [](const Cell& a, const Cell& b) { return a.column < b.column; });
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+      if (kept > 0 && cells[kept - 1].column == cells[i].column) {
+        Cell& cell = cells[kept - 1];
+        cell.count += cells[i].count;
+        cell.edgePoints += cells[i].edgePoints;
+        cell.sumX += cells[i].sumX;
+        cell.sumY += cells[i].sumY;
+      } else {
+        cells[kept++] = cells[i];
+      }
+    }
+    cells.resize(kept);
+    if (cells.capacity() > kept + kept / 4) cells.shrink_to_fit();
   }
 }
 
-void GeoMapCellGrid::grow() {
-  std::vector<Slot> old(slots_.size() * 2);
-  old.swap(slots_);
-  --shift_;
-  std::size_t mask = slots_.size() - 1;
-  for (const Slot& slot : old) {
-    if (slot.key == 0) continue;
-    std::size_t i = (slot.key * 0x9E3779B97F4A7C15ULL) >> shift_;
-    while (slots_[i].key != 0) i = (i + 1) & mask;
-    slots_[i] = slot;
-  }
+std::size_t GeoMapCellGrid::occupiedCells() const {
+  std::size_t total = 0;
+  for (const Row& cells : rows_) total += cells.size();
+  return total;
+}
+
+std::size_t GeoMapCellGrid::memoryBytes() const {
+  std::size_t total = rowIndex_.capacity() * sizeof(std::uint32_t) + rows_.capacity() * sizeof(Row);
+  for (const Row& cells : rows_) total += cells.capacity() * sizeof(Cell);
+  return total;
 }
 
 void GeoMapCellGrid::addPoint(double latitude, double longitude, int sign) {
@@ -74,24 +128,15 @@ void GeoMapCellGrid::addPoint(double latitude, double longitude, int sign) {
   if (static_cast<double>(row + 1) * cell - point.y <= kEdgeMargin) lastRow = row + 1;
   bool nearEdge = firstColumn != lastColumn || firstRow != lastRow;
 
-  auto keyOf = [&](long long r, long long c) -> std::uint64_t {
+  auto wrapColumn = [&](long long c) {
     c %= columns_;
-    if (c < 0) c += columns_;
-    return static_cast<std::uint64_t>(r * columns_ + c) + 1;
+    return c < 0 ? c + columns_ : c;
   };
-  if (row >= 0 && row < columns_) {
-    Slot& slot = slotFor(keyOf(row, column));
-    slot.count = static_cast<std::uint32_t>(static_cast<long long>(slot.count) + sign);
-    slot.sumX += sign * latitude;
-    slot.sumY += sign * longitude;
-  }
+  if (row >= 0 && row < columns_) add(row, wrapColumn(column), sign, 0, sign * latitude, sign * longitude);
   if (!nearEdge) return;
   for (long long r = firstRow; r <= lastRow; ++r) {
     if (r < 0 || r >= columns_) continue;
-    for (long long c = firstColumn; c <= lastColumn; ++c) {
-      Slot& slot = slotFor(keyOf(r, c));
-      slot.edgePoints = static_cast<std::uint32_t>(static_cast<long long>(slot.edgePoints) + sign);
-    }
+    for (long long c = firstColumn; c <= lastColumn; ++c) add(r, wrapColumn(c), 0, sign, 0, 0);
   }
 }
 
@@ -109,10 +154,7 @@ bool GeoMapCellGrid::addTotalsInBox(double south, double west, double north, dou
       static_cast<double>(row + 1) * cell - southEast.y <= kEdgeMargin) {
     return false;
   }
-  Slot& slot = slotFor(static_cast<std::uint64_t>(row * columns_ + column) + 1);
-  slot.count += static_cast<std::uint32_t>(count);
-  slot.sumX += sumX;
-  slot.sumY += sumY;
+  add(row, column, static_cast<long long>(count), 0, sumX, sumY);
   return true;
 }
 
@@ -123,6 +165,17 @@ long long GeoMapCellGrid::latticeIndexForEdge(double edge) const {
     return -1;
   }
   return index;
+}
+
+std::optional<GeoMapTreeAggregate> GeoMapCellGrid::aggregateForCell(long long row, long long column) const {
+  if (column < 0) return std::nullopt;
+  return rowReader(row).aggregateForColumn(column);
+}
+
+GeoMapCellGrid::RowReader GeoMapCellGrid::rowReader(long long row) const {
+  const Row* cells = findRow(row);
+  if (!cells || cells->empty()) return RowReader(nullptr, nullptr);
+  return RowReader(cells->data(), cells->data() + cells->size());
 }
 
 std::optional<GeoMapTreeAggregate> GeoMapCellGrid::aggregateForCell(MapRect cell) const {

@@ -5,6 +5,7 @@
 // answers nothing, and the pass asks the tree, which decides edges exactly.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -22,6 +23,8 @@ struct GeoMapTreeAggregate {
 };
 
 class GeoMapCellGrid {
+  struct Cell;
+
  public:
   // Grids finer than this many columns around the world are not kept: the
   // tree walk is short at such zooms, and the table would near one entry per
@@ -32,6 +35,8 @@ class GeoMapCellGrid {
   // around the world) that a grid can serve.
   static bool servesCellMapSize(double cellMapSize);
 
+  // A new grid starts filling: points and boxes go in unordered, cheaply,
+  // and finishFilling() puts them in order before the first read.
   explicit GeoMapCellGrid(double cellMapSize);
 
   double cellMapSize() const { return cellMapSize_; }
@@ -43,53 +48,78 @@ class GeoMapCellGrid {
   // whether it did. Filing them one by one gives the same table.
   bool addTotalsInBox(double south, double west, double north, double east, std::size_t count, double sumX,
                       double sumY);
+  // Ends the first filling; the grid answers from now on.
+  void finishFilling();
+
   // The totals of the cell whose map rectangle is `cell` (its origin on
   // the lattice of this grid), or nothing when a point lies so close to the
   // cell's edge that only the exact test can place it.
   std::optional<GeoMapTreeAggregate> aggregateForCell(MapRect cell) const;
-  // The same by lattice row and column, each from latticeIndexForEdge: a
-  // pass works out the rows and columns of its grid once, then reads each
-  // cell with one probe.
+  // The same by lattice row and column, each from latticeIndexForEdge.
   std::optional<GeoMapTreeAggregate> aggregateForCell(long long row, long long column) const;
   // The row or column whose top or left edge lies at map coordinate `edge`,
   // or -1 when `edge` is off this grid's lattice or outside the world.
   long long latticeIndexForEdge(double edge) const;
-  std::size_t occupiedCells() const { return used_; }
-  std::size_t memoryBytes() const { return slots_.size() * sizeof(Slot); }
+
+  // Reads the cells of one row, cheapest when the columns asked for mostly
+  // go east (a pass asks for a screen's row west to east). Valid until the
+  // grid changes.
+  class RowReader {
+   public:
+    std::optional<GeoMapTreeAggregate> aggregateForColumn(long long column);
+
+   private:
+    friend class GeoMapCellGrid;
+    RowReader(const Cell* begin, const Cell* end) : begin_(begin), end_(end), at_(begin) {}
+    const Cell* begin_;
+    const Cell* end_;
+    const Cell* at_;  // the first cell not west of the last column asked for
+  };
+  // A reader of `row` (from latticeIndexForEdge, -1 reads nothing).
+  RowReader rowReader(long long row) const;
+
+  std::size_t occupiedCells() const;
+  std::size_t memoryBytes() const;
 
  private:
-  struct Slot {
-    std::uint64_t key = 0;  // row * columns + column + 1; 0 marks a free slot
-    std::uint32_t count = 0;
-    std::uint32_t edgePoints = 0;  // points near an edge of this cell
-    double sumX = 0;
-    double sumY = 0;
+  // One occupied cell of a row. A cell holds points or marks for points
+  // near its edge; it leaves the row when it has neither.
+  struct Cell {
+    std::uint32_t column;
+    std::uint32_t count;
+    std::uint32_t edgePoints;  // points near an edge of this cell
+    double sumX;
+    double sumY;
   };
+  using Row = std::vector<Cell>;
 
-  Slot& slotFor(std::uint64_t key);
-  const Slot* findSlot(std::uint64_t key) const {
-    std::size_t mask = slots_.size() - 1;
-    for (std::size_t i = (key * 0x9E3779B97F4A7C15ULL) >> shift_;; i = (i + 1) & mask) {
-      const Slot& slot = slots_[i];
-      if (slot.key == key) return &slot;
-      if (slot.key == 0) return nullptr;
-    }
+  // The row's cells, made on demand.
+  Row& rowAt(long long row);
+  const Row* findRow(long long row) const;
+  void add(long long row, long long column, long long count, long long edgePoints, double sumX, double sumY);
+  static std::optional<GeoMapTreeAggregate> answer(const Cell& cell) {
+    if (cell.edgePoints != 0) return std::nullopt;
+    return GeoMapTreeAggregate{cell.count, cell.sumX, cell.sumY};
   }
-  void grow();
 
   double cellMapSize_;
   long long columns_;
-  std::vector<Slot> slots_;
-  std::size_t used_ = 0;
-  int shift_ = 0;
+  // Rows by number: the position plus one of each occupied row in rows_,
+  // 0 for none. Rows hold their cells in column order once filled.
+  std::vector<std::uint32_t> rowIndex_;
+  std::vector<Row> rows_;
+  bool filling_ = true;
 };
 
-inline std::optional<GeoMapTreeAggregate> GeoMapCellGrid::aggregateForCell(long long row, long long column) const {
-  if (row < 0 || column < 0) return std::nullopt;
-  const Slot* slot = findSlot(static_cast<std::uint64_t>(row * columns_ + column) + 1);
-  if (!slot) return GeoMapTreeAggregate{};
-  if (slot->edgePoints != 0) return std::nullopt;
-  return GeoMapTreeAggregate{slot->count, slot->sumX, slot->sumY};
+inline std::optional<GeoMapTreeAggregate> GeoMapCellGrid::RowReader::aggregateForColumn(long long column) {
+  auto west = [column](const Cell& cell, long long) { return static_cast<long long>(cell.column) < column; };
+  // A step or two east of the last column is the common case; anything
+  // else searches the row.
+  if (at_ != begin_ && static_cast<long long>(at_[-1].column) >= column) at_ = begin_;
+  for (int step = 0; step < 4 && at_ != end_ && static_cast<long long>(at_->column) < column; ++step) ++at_;
+  if (at_ != end_ && static_cast<long long>(at_->column) < column) at_ = std::lower_bound(at_, end_, column, west);
+  if (at_ == end_ || static_cast<long long>(at_->column) != column) return GeoMapTreeAggregate{};
+  return answer(*at_);
 }
 
 }  // namespace lumeo

@@ -255,12 +255,14 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
     MapRect rowRect = MapRectMake(0, y, cellMapSize, cellMapSize);
     GeoMapTreeBoundingBox rowBox = GeoMapTreeBoundingBoxForMapRect(rowRect);
     long long tableRow = cellGrid ? cellGrid->latticeIndexForEdge(y) : -1;
+    std::optional<GeoMapCellGrid::RowReader> tableCells;
+    if (tableRow >= 0) tableCells = cellGrid->rowReader(tableRow);
     for (const Column& column : columns) {
       GeoMapTreeBoundingBox box{rowBox.x0, column.west, rowBox.xf, column.east};
       MapRect cell = MapRectMake(column.x, y, cellMapSize, cellMapSize);
-      if (tableRow >= 0 && column.tableColumn >= 0) {
+      if (tableCells && column.tableColumn >= 0) {
         // Most cells on screen are empty or wholly answered by the table.
-        std::optional<GeoMapTreeAggregate> totals = cellGrid->aggregateForCell(tableRow, column.tableColumn);
+        std::optional<GeoMapTreeAggregate> totals = tableCells->aggregateForColumn(column.tableColumn);
         if (totals && totals->count == 0) continue;
         clusterCell(cell, box, totals ? &*totals : nullptr);
       } else {

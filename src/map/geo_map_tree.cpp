@@ -402,6 +402,7 @@ const GeoMapCellGrid* GeoMapTree::cellGridForCellMapSize(double cellMapSize) con
       stack.push_back(node->northWest);
     }
   }
+  grid->finishFilling();
   grids_.push_back(std::move(grid));
   return grids_.back().get();
 }
