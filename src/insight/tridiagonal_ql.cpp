@@ -7,6 +7,12 @@
 #include <algorithm>
 #include <cmath>
 
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && !defined(__SANITIZE_ADDRESS__)
+#define LUMEO_QL_CLONES __attribute__((target_clones("arch=x86-64-v3", "default")))
+#else
+#define LUMEO_QL_CLONES
+#endif
+
 namespace lumeo {
 
 namespace {
@@ -28,7 +34,7 @@ long splitPoint(long l, long n, const double* d, const double* e) {
 // rotation between i and i+1. Returns false when a rotation underflowed and
 // the sweep stopped early (the caller then simply iterates again).
 template <typename Rotate>
-bool qlSweep(long l, long m, double* d, double* e, Rotate rotate) {
+inline __attribute__((always_inline)) bool qlSweep(long l, long m, double* d, double* e, Rotate rotate) {
   double g = (d[l + 1] - d[l]) / (2.0 * e[l]);
   double r = hypotenuse(g, 1.0);
   g = d[m] - d[l] + e[l] / (g + signTransfer(r, g));
@@ -135,7 +141,9 @@ void imtqlb(long n, double* d, double* e, double* bnd, long& ierr) {
   }
 }
 
-void tridiagonalQL(long n, double* d, double* e, double* z, long& ierr) {
+// The sweeps are a chain of dependent operations; fused multiply-adds
+// shorten each link, so processors that have them get their own copy.
+LUMEO_QL_CLONES void tridiagonalQL(long n, double* d, double* e, double* z, long& ierr) {
   if (n == 1) return;
   ierr = 0;
   for (long i = 1; i < n; ++i) e[i - 1] = e[i];
