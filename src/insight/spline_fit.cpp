@@ -121,6 +121,39 @@ CentredGramFit centredGramFit(long m, const double* x, const double* y, long n, 
   return fit;
 }
 
+// The grid's x values and, for each, the four basis indices and values
+// that are not zero there (as splineBasisAt gives them, index k - a for
+// weight a, wrapped).
+struct GridBasis {
+  std::array<double, kSplineGridPoints> x{};
+  std::array<std::array<long, 4>, kSplineGridPoints> index{};
+  std::array<std::array<double, 4>, kSplineGridPoints> weight{};
+
+  explicit GridBasis(long n) {
+    double gridX = 0.0;
+    for (size_t i = 0; i < x.size(); ++i) {
+      x[i] = gridX;
+      long k = 0;
+      double w[4] = {};
+      splineBasisAt(gridX, n, k, w);
+      for (int a = 0; a < 4; ++a) {
+        index[i][static_cast<size_t>(a)] = k - a < 0 ? k - a + n : k - a;
+        weight[i][static_cast<size_t>(a)] = w[a];
+      }
+      gridX += kSplineGridStep;
+    }
+  }
+};
+
+// The tables of the two basis counts the charts use; null for any other.
+const GridBasis* gridBasisFor(long n) {
+  static const GridBasis open(14);
+  static const GridBasis cycle(10);
+  if (n == 14) return &open;
+  if (n == 10) return &cycle;
+  return nullptr;
+}
+
 }  // namespace
 
 double splineBump(long n, double v) {
@@ -210,31 +243,32 @@ SplineBand splineBand(long m, const double* x, const double* y, long n) {
     splineFit(m, x, residuals.data(), n, band.spreadCoefficients.data());
   }
 
-  // Both curves share the grid, so each point finds its four basis values
-  // once; the sums are those of splineEval, term for term.
+  // Both curves share the grid, and the grid is the same for every fit of
+  // the charts' basis counts, so its basis values are worked out once; the
+  // sums are those of splineEval, term for term.
+  const GridBasis* grid = gridBasisFor(n);
   const double* c = band.coefficients.data();
   const double* c2 = band.spreadCoefficients.data();
-  double gridX = 0.0;
   for (int i = 0; i < kSplineGridPoints; ++i) {
     const auto at = static_cast<size_t>(i);
-    band.x[at] = gridX;
-    long k;
-    double w[4];
-    if (n >= 4 && splineBasisAt(gridX, n, k, w)) {
+    if (grid) {
+      band.x[at] = grid->x[at];
       double curve = 0.0;
       double width = 0.0;
       for (int a = 3; a >= 0; --a) {
-        const long j = k - a < 0 ? k - a + n : k - a;
-        curve += c[j] * w[a];
-        width += c2[j] * w[a];
+        const long j = grid->index[at][a];
+        const double w = grid->weight[at][a];
+        curve += c[j] * w;
+        width += c2[j] * w;
       }
       band.curve[at] = band.mean + curve;
       band.halfWidth[at] = splineBandHalfWidth(0.0 + width);
     } else {
+      const double gridX = at == 0 ? 0.0 : band.x[at - 1] + kSplineGridStep;
+      band.x[at] = gridX;
       band.curve[at] = splineEval(n, c, gridX, band.mean);
       band.halfWidth[at] = splineBandHalfWidth(splineEval(n, c2, gridX, 0.0));
     }
-    gridX += kSplineGridStep;
   }
   return band;
 }
