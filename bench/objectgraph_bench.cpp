@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -87,10 +88,14 @@ int entityNumber(sqlite3* db, const char* name) {
 }
 
 // A million records a minute apart, written with raw SQL into the store's
-// own schema; both sides then read the same file.
+// own schema; both sides then read the same file. LUMEO_OG_BENCH_STORE names
+// a file to keep between runs, so that profiling one benchmark does not
+// spend most of its samples on building it.
 const std::filesystem::path& bigStore() {
   static const std::filesystem::path path = [] {
-    auto p = benchDir() / "big.sqlite";
+    const char* kept = std::getenv("LUMEO_OG_BENCH_STORE");
+    auto p = kept && *kept ? std::filesystem::path(kept) : benchDir() / "big.sqlite";
+    if (kept && *kept && std::filesystem::exists(p)) return p;
     { Stack schema(p); }
     sqlite3* db = nullptr;
     sqlite3_open(p.c_str(), &db);

@@ -14,10 +14,7 @@ namespace lumeo {
 
 ContextCore::~ContextCore() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  std::vector<ManagedObjectPtr> alive;
-  for (auto& [id, weak] : registered_) {
-    if (auto o = weak.lock()) alive.push_back(std::move(o));
-  }
+  std::vector<ManagedObjectPtr> alive = allRegistered();
   for (auto& o : tracked_) alive.push_back(o);
   for (auto& o : alive) {
     o->state_->core = nullptr;
@@ -51,44 +48,39 @@ ManagedObjectID ContextCore::resolveID(const ManagedObjectID& id) const {
 }
 
 ManagedObjectPtr ContextCore::registeredObject(const ManagedObjectID& id) const {
-  auto it = registered_.find(id);
-  if (it == registered_.end()) {
-    if (!id.isTemporaryID()) return nullptr;
-    it = registered_.find(resolveID(id));
-    if (it == registered_.end()) return nullptr;
-  }
-  return it->second.lock();
+  ManagedObject* o = registered_.find(id);
+  if (!o && id.isTemporaryID()) o = registered_.find(resolveID(id));
+  // Null for an object whose last owner is letting go of it right now; it
+  // takes itself out of the registry on its way.
+  return o ? o->weak_from_this().lock() : nullptr;
 }
 
 std::vector<ManagedObjectPtr> ContextCore::allRegistered() const {
   std::vector<ManagedObjectPtr> out;
-  for (const auto& [id, weak] : registered_) {
-    if (auto o = weak.lock()) out.push_back(std::move(o));
-  }
+  out.reserve(registered_.size());
+  registered_.forEach([&](const ManagedObjectID&, ManagedObject* object) {
+    if (auto o = object->weak_from_this().lock()) out.push_back(std::move(o));
+  });
   return out;
 }
 
-void ContextCore::registerObject(const ManagedObjectPtr& object) { registered_[object->state_->id] = object; }
+void ContextCore::registerObject(const ManagedObjectPtr& object) { registered_.insert(object->state_->id, object.get()); }
 
-void ContextCore::forget(const ManagedObjectID& id, const ManagedObject*) {
+void ContextCore::forget(const ManagedObjectID& id, const ManagedObject* object) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  auto it = registered_.find(id);
-  if (it != registered_.end() && it->second.expired()) registered_.erase(it);
+  registered_.erase(id, object);
 }
 
 void ContextCore::rekey(ManagedObject& object, const ManagedObjectID& newID) {
   ObjectState& s = *object.state_;
-  auto it = registered_.find(s.id);
-  std::weak_ptr<ManagedObject> weak = object.weak_from_this();
-  if (it != registered_.end()) registered_.erase(it);
+  registered_.erase(s.id);
   s.id = newID;
-  registered_[newID] = weak;
+  registered_.insert(newID, &object);
 }
 
 void ContextCore::detach(ManagedObject& object) {
   ObjectState& s = *object.state_;
-  auto it = registered_.find(s.id);
-  if (it != registered_.end()) registered_.erase(it);
+  registered_.erase(s.id);
   s.core = nullptr;
   s.context = nullptr;
   s.tracked = false;
@@ -126,6 +118,33 @@ ManagedObjectPtr ContextCore::objectFromSnapshot(RowSnapshot&& row) {
   s.fillFromSnapshot(std::move(row));
   registerObject(o);
   o->awakeFromFetch();
+  return o;
+}
+
+ManagedObjectPtr ContextCore::objectFromStatement(const SQLiteStore& store, const EntityDescription& anyOfChain,
+                                                  sqlite3_stmt* statement, std::vector<ManagedObject*>& awaken) {
+  const EntityDescription& entity = store.rowEntity(anyOfChain, statement);
+  const ManagedObjectID id = store.rowID(entity, statement);
+  ManagedObjectPtr o;
+  if (ManagedObject* known = registered_.find(id)) {
+    o = known->weak_from_this().lock();
+    // A filled object keeps its state, unsaved changes included.
+    if (o && !o->state_->fault) return o;
+  }
+  if (!o) {
+    o = entity.makeInstance();
+    ObjectState& s = *o->state_;
+    s.entity = &entity;
+    s.id = id;
+    s.core = this;
+    s.context = &owner_;
+    registerObject(o);
+  }
+  ObjectState& s = *o->state_;
+  if (entity.isKindOfEntity(*s.entity)) s.entity = &entity;
+  store.readColumns(entity, statement, s.attributes, s.toOne);
+  s.markFilled(store.rowVersion(statement));
+  awaken.push_back(o.get());
   return o;
 }
 

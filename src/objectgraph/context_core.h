@@ -4,6 +4,8 @@
 // held. Internal to the object-graph module.
 #pragma once
 
+#include <sqlite3.h>
+
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -14,6 +16,7 @@
 #include "objectgraph/fetch_request.h"
 #include "objectgraph/managed_object.h"
 #include "objectgraph/managed_object_context.h"
+#include "objectgraph/object_registry.h"
 #include "objectgraph/object_state.h"
 
 namespace lumeo {
@@ -53,6 +56,12 @@ class ContextCore {
   ManagedObjectPtr objectForID(const ManagedObjectID& id);
   // The registered object (filled from the row if it is a fault) or a new one.
   ManagedObjectPtr objectFromSnapshot(RowSnapshot&& row);
+  // The same for the row a selectPrefix() statement is on, read straight into
+  // the object. awakeFromFetch is left to the caller (the filled objects are
+  // appended to `awaken`): a hook may read the store, which must wait until
+  // the statement is done.
+  ManagedObjectPtr objectFromStatement(const SQLiteStore& store, const EntityDescription& anyOfChain,
+                                       sqlite3_stmt* statement, std::vector<ManagedObject*>& awaken);
   void registerObject(const ManagedObjectPtr& object);
   void forget(const ManagedObjectID& id, const ManagedObject* object);
   void rekey(ManagedObject& object, const ManagedObjectID& newID);
@@ -112,7 +121,7 @@ class ContextCore {
                 std::vector<ManagedObjectPtr>& keepAlive, OptionalError& error);
   FetchResults fetchDictionaries(const FetchRequest& request, const EntityDescription& entity, OptionalError& error);
 
-  std::unordered_map<ManagedObjectID, std::weak_ptr<ManagedObject>, ManagedObjectIDHash> registered_;
+  ObjectRegistry registered_;
   std::vector<ManagedObjectPtr> tracked_;
   std::unordered_map<ManagedObjectID, ManagedObjectID, ManagedObjectIDHash> remapped_;
 };

@@ -131,20 +131,19 @@ bool ContextCore::fetchIDs(const FetchRequest& request, const EntityDescription&
       text += " LIMIT " + (request.fetchLimit() ? std::to_string(request.fetchLimit()) : std::string("-1")) +
               " OFFSET " + std::to_string(request.fetchOffset());
     }
-    std::vector<RowSnapshot> rows;
+    std::vector<ManagedObject*> awaken;
     const bool ok = store->query(text, sql.bindings, [&](sqlite3_stmt* s) {
       if (fullRows) {
-        rows.push_back(store->rowFromStatement(entity, s));
+        found.push_back(objectFromStatement(*store, entity, s, awaken));
       } else {
         ids.push_back(store->makeID(entity, sqlite3_column_int(s, 1), sqlite3_column_int64(s, 0)));
       }
       return true;
     }, error);
+    // Hooks run once the statement is done with.
+    for (ManagedObject* o : awaken) o->awakeFromFetch();
     if (!ok) return false;
     if (!fullRows) return true;
-    found.reserve(rows.size());
-    for (auto& row : rows) found.push_back(objectFromSnapshot(std::move(row)));
-    rows.clear();
     if (!needMemory) {
       ids.reserve(found.size());
       for (auto& o : found) ids.push_back(o->state_->id);

@@ -188,10 +188,10 @@ void ContextCore::remapReferences(const std::unordered_map<ManagedObjectID, Mana
     for (auto& id : s.toOne) remap(id);
     for (auto& id : s.committedToOne) remap(id);
     for (auto& tm : s.toMany) {
-      tm.committed.remapIDs(remap);
-      tm.current.remapIDs(remap);
-      tm.added.remapIDs(remap);
-      tm.removed.remapIDs(remap);
+      tm.committed.remapIDs(remap, fromTemporary);
+      tm.current.remapIDs(remap, fromTemporary);
+      tm.added.remapIDs(remap, fromTemporary);
+      tm.removed.remapIDs(remap, fromTemporary);
     }
   }
 }
@@ -426,10 +426,7 @@ void ContextCore::refresh(ManagedObject& object, bool mergeChanges) {
 
 void ContextCore::reset() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
-  std::vector<ManagedObjectPtr> alive;
-  for (auto& [id, weak] : registered_) {
-    if (auto o = weak.lock()) alive.push_back(std::move(o));
-  }
+  std::vector<ManagedObjectPtr> alive = allRegistered();
   for (auto& o : tracked_) alive.push_back(o);
   registered_.clear();
   for (auto& o : alive) {

@@ -3,6 +3,7 @@
 // relationship bookkeeping itself lives in the context (context_core.cpp).
 #include "objectgraph/managed_object.h"
 
+#include <cstring>
 #include <stdexcept>
 
 #include "objectgraph/context_core.h"
@@ -12,27 +13,39 @@ namespace lumeo {
 
 // --- IdList and ObjectState.
 
+namespace {
+
+// Shorter lists are scanned: cheaper than hashing, and no memory for an index.
+constexpr std::size_t kIndexFrom = 64;
+
+}  // namespace
+
 void IdList::buildIndex() const {
   if (index_.size() == items_.size()) return;
   index_.clear();
-  index_.insert(items_.begin(), items_.end());
+  for (const auto& item : items_) index_.insert(item, true);
 }
 
 bool IdList::contains(const ManagedObjectID& id) const {
-  if (items_.size() < 64) {
+  if (items_.size() < kIndexFrom) {
     for (const auto& item : items_) {
       if (item == id) return true;
     }
     return false;
   }
   buildIndex();
-  return index_.count(id) > 0;
+  return index_.contains(id);
+}
+
+void IdList::noteAdded(const ManagedObjectID& id) {
+  if (id.isTemporaryID()) ++temporaries_;
+  if (!index_.empty()) index_.insert(id, true);
 }
 
 bool IdList::add(const ManagedObjectID& id) {
   if (contains(id)) return false;
   items_.push_back(id);
-  if (!index_.empty()) index_.insert(id);
+  noteAdded(id);
   return true;
 }
 
@@ -40,6 +53,7 @@ bool IdList::remove(const ManagedObjectID& id) {
   if (!contains(id)) return false;
   for (auto it = items_.begin(); it != items_.end(); ++it) {
     if (*it == id) {
+      if (it->isTemporaryID()) --temporaries_;
       items_.erase(it);
       break;
     }
@@ -52,18 +66,54 @@ void IdList::insertAt(const ManagedObjectID& id, std::size_t index) {
   remove(id);
   if (index > items_.size()) index = items_.size();
   items_.insert(items_.begin() + static_cast<long>(index), id);
-  if (!index_.empty()) index_.insert(id);
+  noteAdded(id);
+}
+
+void IdList::clear() {
+  items_.clear();
+  index_.release();
+  temporaries_ = 0;
 }
 
 void IdList::assign(std::vector<ManagedObjectID> ids) {
   items_ = std::move(ids);
-  index_.clear();
+  index_.release();
+  temporaries_ = 0;
+  for (const auto& id : items_) temporaries_ += id.isTemporaryID() ? 1 : 0;
 }
 
-void IdList::remapIDs(const std::function<bool(ManagedObjectID&)>& remap) {
-  bool any = false;
-  for (auto& item : items_) any |= remap(item);
-  if (any) index_.clear();
+void IdList::becomeCopyOf(const IdList& other) {
+  if (this == &other) return;
+  const std::size_t n = items_.size();
+  // IDs are plain values, so equal bytes mean equal IDs; unequal bytes only
+  // send us down the full copy.
+  const bool prefix = n <= other.items_.size() &&
+                      (n == 0 || std::memcmp(items_.data(), other.items_.data(), n * sizeof(ManagedObjectID)) == 0);
+  if (!prefix) {
+    items_ = other.items_;
+    index_ = other.index_;
+    temporaries_ = other.temporaries_;
+    return;
+  }
+  for (std::size_t i = n; i < other.items_.size(); ++i) {
+    items_.push_back(other.items_[i]);
+    noteAdded(other.items_[i]);
+  }
+}
+
+void IdList::remapIDs(const std::function<bool(ManagedObjectID&)>& remap, bool onlyTemporary) {
+  if (onlyTemporary && temporaries_ == 0) return;
+  for (auto& item : items_) {
+    if (onlyTemporary && !item.isTemporaryID()) continue;
+    const ManagedObjectID old = item;
+    if (!remap(item)) continue;
+    temporaries_ += (item.isTemporaryID() ? 1 : 0);
+    temporaries_ -= (old.isTemporaryID() ? 1 : 0);
+    if (!index_.empty()) {
+      index_.erase(old);
+      index_.insert(item, true);
+    }
+  }
 }
 
 void ObjectState::resetToFault() {
@@ -80,13 +130,17 @@ void ObjectState::resetToFault() {
 void ObjectState::fillFromSnapshot(RowSnapshot&& row) {
   if (row.entity && row.entity->isKindOfEntity(*entity)) entity = row.entity;
   attributes = std::move(row.attributes);
+  toOne = std::move(row.toOne);
+  markFilled(row.version);
+}
+
+void ObjectState::markFilled(std::int64_t rowVersion) {
   committedAttributes.clear();
   attributeChanged.clear();
-  toOne = std::move(row.toOne);
   committedToOne.clear();
   toOneChanged.clear();
   toMany.clear();
-  version = row.version;
+  version = rowVersion;
   fault = false;
 }
 
@@ -112,7 +166,7 @@ void ObjectState::commit() {
   committedToOne.clear();
   toOneChanged.clear();
   for (auto& tm : toMany) {
-    if (tm.loaded) tm.committed = tm.current;
+    if (tm.loaded) tm.committed.becomeCopyOf(tm.current);
     tm.added.clear();
     tm.removed.clear();
     tm.reordered = false;

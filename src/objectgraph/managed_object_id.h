@@ -30,6 +30,9 @@ class ManagedObjectID {
   // For the store: the row number of a permanent ID.
   std::int64_t primaryKey() const { return key_ > 0 ? key_ : 0; }
   std::int64_t rawKey() const { return key_; }
+  // The interned store identifier's address: equal IDs share it, so hashes
+  // may use it without reading the string.
+  const void* storeKey() const { return store_; }
 
   static ManagedObjectID makePermanent(const EntityDescription& entity, const std::string& storeIdentifier,
                                        std::int64_t primaryKey);

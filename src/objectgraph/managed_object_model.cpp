@@ -245,6 +245,7 @@ void ManagedObjectModel::finalize() {
     e->versionHash_.resize(SHA256_DIGEST_LENGTH);
     SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), e->versionHash_.data());
   }
+  for (auto& e : entities_) e->chainHash_ = std::hash<std::string>()(e->rootEntity().name());
   finalized_ = true;
 }
 

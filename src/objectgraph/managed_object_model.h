@@ -190,6 +190,9 @@ class EntityDescription {
   std::shared_ptr<ManagedObject> makeInstance() const;
   // Small number of the entity in its model, stable for a given model.
   int entityIndex() const { return index_; }
+  // Hash of the root entity's name, set by finalize(): equal object IDs have
+  // equal chains by name (see ManagedObjectID's ==), so ID hashes may mix it in.
+  std::size_t chainHash() const { return chainHash_; }
 
  private:
   friend class ManagedObjectModel;
@@ -215,6 +218,7 @@ class EntityDescription {
   NameMap<const PropertyDescription*> byName_;
   Value::Data versionHash_;
   int index_ = 0;
+  std::size_t chainHash_ = 0;
 };
 
 class ManagedObjectModel {

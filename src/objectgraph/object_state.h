@@ -5,9 +5,9 @@
 
 #include <cstdint>
 #include <functional>
-#include <unordered_set>
 #include <vector>
 
+#include "objectgraph/id_table.h"
 #include "objectgraph/managed_object_id.h"
 #include "objectgraph/managed_object_model.h"
 #include "platform/value.h"
@@ -27,14 +27,25 @@ class IdList {
   bool add(const ManagedObjectID& id);  // false when present
   bool remove(const ManagedObjectID& id);
   void insertAt(const ManagedObjectID& id, std::size_t index);  // moves a present member
-  void clear() { items_.clear(); index_.clear(); }
+  void clear();
   void assign(std::vector<ManagedObjectID> ids);
-  void remapIDs(const std::function<bool(ManagedObjectID&)>& remap);
+  // Makes this list equal to `other`. When this one is a prefix of it (the
+  // usual case when a save commits a set that only grew) only the new tail
+  // is appended, so a large set's commit does not copy it whole.
+  void becomeCopyOf(const IdList& other);
+  // Rewrites IDs in place; `remap` returns true when it changed one. With
+  // `onlyTemporary`, permanent IDs are not offered to it, and a list without
+  // temporary IDs is skipped at once.
+  void remapIDs(const std::function<bool(ManagedObjectID&)>& remap, bool onlyTemporary);
 
  private:
+  void noteAdded(const ManagedObjectID& id);
   void buildIndex() const;
   std::vector<ManagedObjectID> items_;
-  mutable std::unordered_set<ManagedObjectID, ManagedObjectIDHash> index_;
+  // Index of items_ once the list is long enough for scans to hurt; empty
+  // until a lookup needs it, then kept in step.
+  mutable IdTable<bool> index_;
+  std::size_t temporaries_ = 0;  // temporary IDs among items_
 };
 
 struct ToManyState {
@@ -115,6 +126,9 @@ struct ObjectState {
   }
   void resetToFault();
   void fillFromSnapshot(RowSnapshot&& row);
+  // After attributes and toOne were written from a row of that version: the
+  // object is no fault and has no changes.
+  void markFilled(std::int64_t rowVersion);
   void prepareEmpty(const EntityDescription& e);
   // Current values become the committed ones.
   void commit();

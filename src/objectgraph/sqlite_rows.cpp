@@ -138,31 +138,46 @@ Value SQLiteStore::columnValueFor(const AttributeDescription& a, const Value& va
   return Value(encodeValue(value));
 }
 
-RowSnapshot SQLiteStore::rowFromStatement(const EntityDescription& anyOfChain, sqlite3_stmt* s) const {
-  const Layout& layout = layoutFor(anyOfChain);
-  RowSnapshot row;
-  const std::int64_t pk = sqlite3_column_int64(s, 0);
+const EntityDescription& SQLiteStore::rowEntity(const EntityDescription& anyOfChain, sqlite3_stmt* s) const {
   const EntityDescription* entity = entityForNumber(anyOfChain, sqlite3_column_int(s, 1));
-  row.entity = entity ? entity : &anyOfChain;
-  row.id = ManagedObjectID::makePermanent(*row.entity, interned_, pk);
-  row.version = sqlite3_column_int64(s, 2);
-  const auto& attributeColumns = layout.attributeColumn.at(row.entity);
-  const auto& attributes = row.entity->attributes();
-  row.attributes.resize(attributes.size());
+  return entity ? *entity : anyOfChain;
+}
+
+void SQLiteStore::readColumns(const EntityDescription& entity, sqlite3_stmt* s, std::vector<Value>& attributeValues,
+                              std::vector<ManagedObjectID>& toOne) const {
+  const Layout& layout = layoutFor(entity);
+  const auto& attributeColumns = layout.attributeColumn.at(&entity);
+  const auto& attributes = entity.attributes();
+  // Built by appending: a value is constructed once in place instead of
+  // being made null first and then assigned.
+  attributeValues.clear();
+  attributeValues.reserve(attributes.size());
   for (std::size_t i = 0; i < attributes.size(); ++i) {
-    if (attributeColumns[i] >= 0) row.attributes[i] = readAttributeColumn(*attributes[i], s, attributeColumns[i] + 3);
+    if (attributeColumns[i] >= 0) {
+      attributeValues.push_back(readAttributeColumn(*attributes[i], s, attributeColumns[i] + 3));
+    } else {
+      attributeValues.emplace_back();
+    }
   }
-  const auto& toOneColumns = layout.toOneColumn.at(row.entity);
-  const auto& toOnes = row.entity->toOneRelationships();
-  row.toOne.resize(toOnes.size());
+  const auto& toOneColumns = layout.toOneColumn.at(&entity);
+  const auto& toOnes = entity.toOneRelationships();
+  toOne.clear();
+  toOne.resize(toOnes.size());
   for (std::size_t i = 0; i < toOnes.size(); ++i) {
     const int column = toOneColumns[i] + 3;
     if (sqlite3_column_type(s, column) == SQLITE_NULL) continue;
-    const EntityDescription& destination = toOnes[i]->destinationEntity();
     // Only a destination with subentities needs a look at the target's row
     // to know its entity; that happens lazily when the fault fires.
-    row.toOne[i] = ManagedObjectID::makePermanent(destination, interned_, sqlite3_column_int64(s, column));
+    toOne[i] = ManagedObjectID::makePermanent(toOnes[i]->destinationEntity(), interned_, sqlite3_column_int64(s, column));
   }
+}
+
+RowSnapshot SQLiteStore::rowFromStatement(const EntityDescription& anyOfChain, sqlite3_stmt* s) const {
+  RowSnapshot row;
+  row.entity = &rowEntity(anyOfChain, s);
+  row.id = rowID(*row.entity, s);
+  row.version = rowVersion(s);
+  readColumns(*row.entity, s, row.attributes, row.toOne);
   return row;
 }
 

@@ -79,6 +79,17 @@ class SQLiteStore {
   // --- Reading.
   // Reads the row a statement built on selectPrefix() is positioned on.
   RowSnapshot rowFromStatement(const EntityDescription& anyOfChain, sqlite3_stmt* statement) const;
+  // The same in parts, for callers that fill an object straight from the row:
+  // the row's concrete entity (of anyOfChain's chain), its ID, and its
+  // attributes and to-one targets as `entity` has them, written into the
+  // vectors (which are resized) without a snapshot in between.
+  const EntityDescription& rowEntity(const EntityDescription& anyOfChain, sqlite3_stmt* statement) const;
+  ManagedObjectID rowID(const EntityDescription& entity, sqlite3_stmt* statement) const {
+    return ManagedObjectID::makePermanent(entity, interned_, sqlite3_column_int64(statement, 0));
+  }
+  static std::int64_t rowVersion(sqlite3_stmt* statement) { return sqlite3_column_int64(statement, 2); }
+  void readColumns(const EntityDescription& entity, sqlite3_stmt* statement, std::vector<Value>& attributes,
+                   std::vector<ManagedObjectID>& toOne) const;
   // False (and no error) when the row does not exist.
   bool readRow(const ManagedObjectID& id, RowSnapshot& out, OptionalError& error);
   // Rows of a chain by row number, in no particular order.
