@@ -1,0 +1,236 @@
+// The inner loops of the curve fit's two streaming passes, written once for
+// any vector width. design_sums.cpp compiles them for the baseline processor
+// and picks at run time between that copy and the ones that
+// design_sums_avx2.cpp and design_sums_avx512.cpp compile for wider vectors.
+// Everything here has internal linkage, so that no out-of-line copy built for
+// one instruction set can be shared with another file's callers.
+#pragma once
+
+#include <cmath>
+#include <cstring>
+
+namespace lumeo::design {
+
+// Within the unit interval [k, k + 1) of a sample, with tau its offset from
+// the interval's centre (-1/2 <= tau < 1/2), the four non-zero basis
+// functions are cubics in tau: basis k - a has the coefficients
+// kCubic[a][0..3] of 1, tau, tau², tau³. They are exact binary fractions, and
+// centring keeps every term at most a few units, so sums of powers of tau
+// turn into sums of basis products with little cancellation.
+constexpr double kCubic[4][4] = {
+    {0.125, 0.75, 1.5, 1.0}, {2.875, 3.75, -1.5, -3.0}, {2.875, -3.75, -1.5, 3.0}, {0.125, -0.75, 1.5, -1.0}};
+
+// Per start index k the design pass keeps the moments Σtau^p (p = 0..6) and
+// Σ(y - shift)·tau^p (p = 0..3); every product of two of the four weights is
+// a fixed combination of the first, every weighted value one of the second.
+// That is eleven sums a sample instead of ten products and four weighted
+// values, and no weights to compute. Slot 7 is padding, so that a sample on
+// the scalar path adds three vectors of four.
+constexpr int kGatherWidth = 12;
+constexpr int kValueMoments = 8;
+// The residual pass keeps Σ|r|·tau^p, p = 0..3.
+constexpr int kResidualWidth = 4;
+
+// One block of each pass: `local` holds n x kGatherWidth (n x
+// kResidualWidth) sums, zeroed by the caller. The design pass returns false
+// at the first sample that is not a finite position; the residual pass takes
+// positions that have passed it. cubic[k*4 + p] is the curve on [k, k + 1)
+// as a cubic in tau, offset included.
+using GatherFn = bool (*)(const double* x, const double* y, long count, long n, double shift, double* local);
+using ResidualFn = void (*)(const double* x, const double* y, long count, long n, const double* cubic,
+                            double* local);
+
+struct Kernels {
+  GatherFn gather;
+  ResidualFn residual;
+};
+
+// The copy for the baseline processor, and the wider ones; those are null
+// where their file was built without that instruction set, and the caller
+// asks the processor before using one.
+const Kernels* baselineKernels();
+const Kernels* avx2Kernels();
+const Kernels* avx512Kernels();
+
+namespace {
+
+#define LUMEO_INLINE inline __attribute__((always_inline))
+
+typedef double v4d __attribute__((vector_size(32)));
+
+// Position of x within one period, in [0, period). False for NaN and
+// infinities.
+LUMEO_INLINE bool periodPosition(double x, double period, double& r) {
+  r = x;
+  if (!(r >= 0.0 && r < period)) {
+    r = std::fmod(x, period);
+    if (r < 0.0) r += period;
+    if (r >= period) r -= period;  // a tiny negative x rounds up to the period
+  }
+  return r >= 0.0 && r < period;
+}
+
+// Start index k and offset tau of x from the centre of [k, k + 1).
+LUMEO_INLINE bool intervalAt(double x, long n, double period, long& k, double& tau) {
+  double r;
+  if (!periodPosition(x, period, r)) {
+    k = 0;
+    tau = 0.0;
+    return false;
+  }
+  k = static_cast<long>(r);
+  tau = (r - static_cast<double>(k)) - 0.5;
+  if (k >= n) k -= n;
+  return true;
+}
+
+// One sample on the scalar path: 1, tau, tau², tau³ as one vector.
+LUMEO_INLINE void powers(double tau, v4d& p) {
+  const double t2 = tau * tau;
+  p = v4d{1.0, tau, t2, t2 * tau};
+}
+
+LUMEO_INLINE void addTo(double* target, const v4d& value) {
+  v4d row;
+  std::memcpy(&row, target, sizeof row);
+  row += value;
+  std::memcpy(target, &row, sizeof row);
+}
+
+template <typename V>
+LUMEO_INLINE double laneSum(const V& v) {
+  constexpr int kLanes = static_cast<int>(sizeof(V) / sizeof(double));
+  double total = 0.0;
+#pragma GCC unroll 8
+  for (int l = 0; l < kLanes; ++l) total += v[l];
+  return total;
+}
+
+// Journals come in time order, so samples arrive in runs on one interval
+// [k, k + 1): a run is summed a group of lanes at a time in registers until a
+// group leaves the interval, and the sample where it left goes alone on the
+// scalar path, which handles any position, so data in any order comes out
+// right. `Lanes` gives the vector type V and `allInside(tau)`, whether every
+// offset of a group lies in [-1/2, 1/2).
+template <typename Lanes>
+LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, long n, double shift, double* local) {
+  using V = typename Lanes::V;
+  constexpr long kGroup = static_cast<long>(sizeof(V) / sizeof(double));
+  const double period = static_cast<double>(n);
+  long i = 0;
+  while (i < count) {
+    const double first = x[i];
+    if (i + kGroup <= count && first >= 0.0 && first < period) {
+      const long k = static_cast<long>(first);
+      const double centre = static_cast<double>(k) + 0.5;
+      V m1 = {}, m2 = {}, m3 = {}, m4 = {}, m5 = {}, m6 = {};
+      V y0 = {}, y1 = {}, y2 = {}, y3 = {};
+      const long start = i;
+      for (; i + kGroup <= count; i += kGroup) {
+        V tau;
+        std::memcpy(&tau, x + i, sizeof tau);
+        tau -= centre;
+        if (!Lanes::allInside(tau)) break;
+        V v;
+        std::memcpy(&v, y + i, sizeof v);
+        v -= shift;
+        const V t2 = tau * tau;
+        const V t3 = t2 * tau;
+        const V t4 = t2 * t2;
+        m1 += tau;
+        m2 += t2;
+        m3 += t3;
+        m4 += t4;
+        m5 += t4 * tau;
+        m6 += t3 * t3;
+        y0 += v;
+        y1 += v * tau;
+        y2 += v * t2;
+        y3 += v * t3;
+      }
+      if (i > start) {
+        double* target = local + k * kGatherWidth;
+        target[0] += static_cast<double>(i - start);
+        target[1] += laneSum(m1);
+        target[2] += laneSum(m2);
+        target[3] += laneSum(m3);
+        target[4] += laneSum(m4);
+        target[5] += laneSum(m5);
+        target[6] += laneSum(m6);
+        target[kValueMoments + 0] += laneSum(y0);
+        target[kValueMoments + 1] += laneSum(y1);
+        target[kValueMoments + 2] += laneSum(y2);
+        target[kValueMoments + 3] += laneSum(y3);
+      }
+      if (i >= count) break;
+    }
+    long k;
+    double tau;
+    if (!intervalAt(x[i], n, period, k, tau)) return false;
+    v4d p;
+    powers(tau, p);
+    double* target = local + k * kGatherWidth;
+    addTo(target, p);
+    addTo(target + 4, p * (p[2] * p[2]));
+    addTo(target + kValueMoments, p * (y[i] - shift));
+    ++i;
+  }
+  return true;
+}
+
+// On [k, k + 1) the curve is a cubic in tau, so a residual costs three fused
+// steps of Horner's rule.
+template <typename Lanes>
+LUMEO_INLINE void residualKernel(const double* x, const double* y, long count, long n, const double* cubic,
+                                 double* local) {
+  using V = typename Lanes::V;
+  constexpr long kGroup = static_cast<long>(sizeof(V) / sizeof(double));
+  const double period = static_cast<double>(n);
+  long i = 0;
+  while (i < count) {
+    const double first = x[i];
+    if (i + kGroup <= count && first >= 0.0 && first < period) {
+      const long k = static_cast<long>(first);
+      const double centre = static_cast<double>(k) + 0.5;
+      const double* c = cubic + k * 4;
+      V r0 = {}, r1 = {}, r2 = {}, r3 = {};
+      const long start = i;
+      for (; i + kGroup <= count; i += kGroup) {
+        V tau;
+        std::memcpy(&tau, x + i, sizeof tau);
+        tau -= centre;
+        if (!Lanes::allInside(tau)) break;
+        V v;
+        std::memcpy(&v, y + i, sizeof v);
+        const V curve = ((c[3] * tau + c[2]) * tau + c[1]) * tau + c[0];
+        V r = v - curve;
+        r = r < 0.0 ? -r : r;
+        const V t2 = tau * tau;
+        r0 += r;
+        r1 += r * tau;
+        r2 += r * t2;
+        r3 += r * (t2 * tau);
+      }
+      if (i > start) {
+        double* target = local + k * kResidualWidth;
+        target[0] += laneSum(r0);
+        target[1] += laneSum(r1);
+        target[2] += laneSum(r2);
+        target[3] += laneSum(r3);
+      }
+      if (i >= count) break;
+    }
+    long k;
+    double tau;
+    intervalAt(x[i], n, period, k, tau);
+    const double* c = cubic + k * 4;
+    const double curve = ((c[3] * tau + c[2]) * tau + c[1]) * tau + c[0];
+    v4d p;
+    powers(tau, p);
+    addTo(local + k * kResidualWidth, p * std::fabs(y[i] - curve));
+    ++i;
+  }
+}
+
+}  // namespace
+}  // namespace lumeo::design
