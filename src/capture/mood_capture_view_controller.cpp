@@ -6,9 +6,12 @@
 #include <cmath>
 
 #include "capture/mood_levels_presentation.h"
+#include "platform/dispatch_queue.h"
 #include "platform/user_defaults.h"
+#include "shell/mood_app_delegate.h"
 #include "store/journal_store.h"
 #include "store/mood_record.h"
+#include "store/notification_names.h"
 #include "store/settings_keys.h"
 
 namespace lumeo {
@@ -19,9 +22,13 @@ MoodCaptureViewController::MoodCaptureViewController(RecordStateServices service
     : MoodViewController("MoodCaptureViewController"),
       services_(std::move(services)),
       libraryDirectory_(std::move(libraryDirectory)),
-      defaults_(defaults ? std::move(defaults) : UserDefaults::standard()) {}
+      defaults_(defaults ? std::move(defaults) : UserDefaults::standard()) {
+  modelObserver_ = ScopedObserver(NotificationCenter::defaultCenter(), MoodModelHasChangedNotification, nullptr,
+                                  [this](const Notification&) { updateColors(); });
+}
 
 void MoodCaptureViewController::updateColors() {
+  if (!MainLoop::shared().isMainThread()) return;
   tiles_.clear();
   MoodLevelsPresentation levels;
   for (long level = 10; level >= 1; --level) {
@@ -75,8 +82,28 @@ void MoodCaptureViewController::checkForRecordBeingCreated() {
 }
 
 void MoodCaptureViewController::viewControllerDone(MoodRecordEditViewController& editor) {
+  MoodAppDelegate* app = MoodAppDelegate::sharedDelegate();
+  if (finishHooks_.userDidSignificantEvent) finishHooks_.userDidSignificantEvent(true);
+  // The history tab opens on the new record, unless the passcode keeps it
+  // closed; then the user stays on capture.
   auto record = editor.recordInEdit();
-  if (record && recordFinished_) recordFinished_(record->uniqueIdentifier().value_or(""));
+  if (record && finishHooks_.selectHistoryRecord) {
+    finishHooks_.selectHistoryRecord(record->uniqueIdentifier().value_or(""), kSelectByIdentifierIndex);
+  }
+  bool mayShowHistory = false;
+  if (finishHooks_.mayShowHistory) {
+    mayShowHistory = finishHooks_.mayShowHistory();
+  } else if (app) {
+    auto passcode = app->services().passcode;
+    mayShowHistory = !passcode || !passcode->hasPasscode() || app->passCodeUnlocked;
+  }
+  if (mayShowHistory) {
+    if (finishHooks_.showHistoryTab) {
+      finishHooks_.showHistoryTab();
+    } else if (app && app->tabBarController()) {
+      app->tabBarController()->selectTab(MoodTabBarController::kHistoryTab, true);
+    }
+  }
   dismissViewControllerAnimated(true);
   defaults_->removeObjectForKey(kMoodRecordInCreation);
   defaults_->synchronize();

@@ -13,6 +13,7 @@
 #include "capture/mood_record_edit_view_controller.h"
 #include "capture/mood_record_state.h"
 #include "platform/color.h"
+#include "platform/notification_center.h"
 #include "shell/mood_view_controller.h"
 
 namespace lumeo {
@@ -31,17 +32,32 @@ class MoodCaptureViewController : public MoodViewController, public MoodRecordEd
   MoodCaptureViewController(RecordStateServices services, std::filesystem::path libraryDirectory,
                             std::shared_ptr<UserDefaults> defaults);
 
-  // Hands a finished record to the history tab (its unique identifier);
-  // `switchTab` is false while a passcode locks the journal.
-  using RecordFinishedHandler = std::function<void(const std::string& uniqueIdentifier)>;
-  void setRecordFinishedHandler(RecordFinishedHandler handler) { recordFinished_ = std::move(handler); }
+  // What finishing a new record touches outside the tab. Unset members use
+  // the running application (its passcode gate, unlock state and tab bar);
+  // without one they do nothing.
+  struct FinishHooks {
+    // The rate prompt hears of a significant event.
+    std::function<void(bool significant)> userDidSignificantEvent;
+    // The history tab selects the record: its unique identifier, and the
+    // index -2 that says "find it by identifier".
+    std::function<void(const std::string& uniqueIdentifier, long selectedIndex)> selectHistoryRecord;
+    // No passcode, or the journal is unlocked.
+    std::function<bool()> mayShowHistory;
+    std::function<void()> showHistoryTab;
+  };
+  void setFinishHooks(FinishHooks hooks) { finishHooks_ = std::move(hooks); }
+  static constexpr long kSelectByIdentifierIndex = -2;
+
   // Called with each editor the tab opens, so a front end can show it.
   void setEditorOpenedHandler(std::function<void(MoodRecordEditViewController&)> handler) {
     editorOpened_ = std::move(handler);
   }
 
-  // Rebuilds the ten tiles from the level table.
+  // Rebuilds the ten tiles from the level table; off the main thread it does
+  // nothing. Runs on appearing and after every saveContext (the level
+  // editor posts the same notification).
   void updateColors();
+  void viewWillAppear() { updateColors(); }
   const std::vector<MoodCaptureLevelTile>& tiles() const { return tiles_; }
 
   // The tile index under a position along the control; -1 out of bounds.
@@ -64,7 +80,8 @@ class MoodCaptureViewController : public MoodViewController, public MoodRecordEd
   std::shared_ptr<UserDefaults> defaults_;
   std::vector<MoodCaptureLevelTile> tiles_;
   std::shared_ptr<MoodRecordEditViewController> editor_;
-  RecordFinishedHandler recordFinished_;
+  FinishHooks finishHooks_;
+  ScopedObserver modelObserver_;
   std::function<void(MoodRecordEditViewController&)> editorOpened_;
 };
 

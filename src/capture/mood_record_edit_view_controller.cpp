@@ -8,10 +8,13 @@
 #include <algorithm>
 
 #include "capture/hashtag_grammar.h"
+#include "capture/location_helper.h"
 #include "capture/mood_tag_editing.h"
+#include "capture/tag_unit_buttons.h"
 #include "capture/tag_extraction.h"
 #include "platform/dispatch_queue.h"
 #include "platform/localization.h"
+#include "shell/mood_app_delegate.h"
 #include "shell/shell_services.h"
 #include "store/image_store.h"
 #include "store/journal_store.h"
@@ -73,14 +76,45 @@ void MoodRecordEditViewController::viewDidLoad() {
     if (!currentState_->date) currentState_->date = Date::now();
   }
   cursor_ = text_.size();
+  tagUnits_ = tagUnitButtons();
   if (auto v = view()) {
     v->showText(text_, cursor_);
     if (currentState_) v->showDate(*currentState_->date);
     if (currentState_) v->showThumb(currentState_->thumb);
+    v->showTagUnitButtons(tagUnits_);
   }
 }
 
-void MoodRecordEditViewController::viewWillAppear() { suggestions_.createChildManagedObjectContext(); }
+void MoodRecordEditViewController::viewWillAppear() {
+  suggestions_.createChildManagedObjectContext();
+  // A new record is stamped with where the user is, when the user wants
+  // automatic places; an older record keeps the place it has.
+  LocationHelper& helper = LocationHelper::sharedInstance();
+  if (!recordInEdit_ || editing_ || !helper.isEnabled()) return;
+  if (!MoodUserDefaultsOperator::sharedOperator().isMapAutomaticSelectLocation()) return;
+  auto self = std::weak_ptr<MoodRecordEditViewController>(
+      std::static_pointer_cast<MoodRecordEditViewController>(shared_from_this()));
+  helper.setTarget([self] {
+    if (auto editor = self.lock()) editor->locationObtained();
+  });
+  helper.setRecord(recordInEdit_);
+  helper.requestLocation();
+}
+
+void MoodRecordEditViewController::viewDidAppear() {
+  if (MoodAppDelegate* app = MoodAppDelegate::sharedDelegate()) app->displayRecentBackupMissedAlertIfNeeded();
+  locationObtained();
+}
+
+void MoodRecordEditViewController::locationObtained() {
+  auto description = recordInEdit_ ? recordInEdit_->moodDescription() : nullptr;
+  if (!description) return;
+  // Compared as floats, so a coordinate that is -1 up to rounding counts as
+  // none.
+  auto none = [](double c) { return static_cast<float>(c) == static_cast<float>(MoodDescription::kNoCoordinate); };
+  if (none(description->latitude()) || none(description->longitude())) return;
+  if (auto v = view()) v->showMapPreview(description->latitude(), description->longitude(), kMapPreviewSpan);
+}
 
 // --- Text ------------------------------------------------------------------------
 
@@ -201,6 +235,70 @@ void MoodRecordEditViewController::deletePhoto() {
   currentState_->removePhotoAndThumb();
 }
 
+void MoodRecordEditViewController::actionButtonClicked() {
+  if (isTimeEditing_) closeTimePicker();
+  std::vector<MoodActionItem> items = {{localized("Take Photo..."), 0}, {localized("Choose from Library..."), 2}};
+  if (currentState_ && currentState_->thumb) items.push_back({localized("Delete"), kMoodActionDestructive});
+  items.push_back({localized("Cancel"), kMoodActionCancel});
+  auto self = std::weak_ptr<MoodRecordEditViewController>(
+      std::static_pointer_cast<MoodRecordEditViewController>(shared_from_this()));
+  showActionSheet("", "", items, [self](int result) {
+    auto editor = self.lock();
+    if (!editor) return;
+    auto v = editor->view();
+    if (result == 0 && v) v->showImagePicker(MoodRecordEditView::PickerSource::kCamera);
+    if (result == 2 && v) v->showImagePicker(MoodRecordEditView::PickerSource::kPhotoLibrary);
+    if (result == kMoodActionDestructive) editor->deletePhoto();
+  });
+}
+
+// --- Place ---------------------------------------------------------------------------
+
+void MoodRecordEditViewController::locationButtonClicked() {
+  auto description = recordInEdit_ ? recordInEdit_->moodDescription() : nullptr;
+  if (!description) return;
+  // Whole degrees, as the button always compared them.
+  if (static_cast<long>(description->latitude()) == -1 && static_cast<long>(description->longitude()) == -1) {
+    takeLocation();
+    return;
+  }
+  std::vector<MoodActionItem> items = {{localized("Edit..."), 0},
+                                       {localized("Delete"), kMoodActionDestructive},
+                                       {localized("Cancel"), kMoodActionCancel}};
+  auto self = std::weak_ptr<MoodRecordEditViewController>(
+      std::static_pointer_cast<MoodRecordEditViewController>(shared_from_this()));
+  showActionSheet("", "", items, [self](int result) {
+    auto editor = self.lock();
+    if (!editor) return;
+    if (result == 0) editor->takeLocation();
+    if (result == kMoodActionDestructive) editor->deleteLocation();
+  });
+}
+
+void MoodRecordEditViewController::takeLocation() {
+  auto description = recordInEdit_ ? recordInEdit_->moodDescription() : nullptr;
+  if (!description) return;
+  if (auto v = view()) v->showLocationChooser(description->latitude(), description->longitude());
+}
+
+void MoodRecordEditViewController::deleteLocation() {
+  auto description = recordInEdit_ ? recordInEdit_->moodDescription() : nullptr;
+  if (!description) return;
+  description->setLatitude(MoodDescription::kNoCoordinate);
+  description->setLongitude(MoodDescription::kNoCoordinate);
+  // A fix arriving later must not put back the place just removed.
+  LocationHelper::sharedInstance().setRecord(nullptr);
+  if (auto v = view()) v->hideMapPreview();
+}
+
+void MoodRecordEditViewController::didMoodLocationViewControllerLocationChanged(double latitude, double longtitude) {
+  auto description = recordInEdit_ ? recordInEdit_->moodDescription() : nullptr;
+  if (!description) return;
+  description->setLatitude(latitude);
+  description->setLongitude(longtitude);
+  locationObtained();
+}
+
 // --- Date ----------------------------------------------------------------------------
 
 void MoodRecordEditViewController::dateButtonClick() {
@@ -247,10 +345,15 @@ void MoodRecordEditViewController::closeTimePicker() {
 
 // --- Ending --------------------------------------------------------------------------
 
-void MoodRecordEditViewController::saveChanges() {
-  if (!recordInEdit_ || !currentState_) return;
+OptionalError MoodRecordEditViewController::saveChanges() {
+  if (!recordInEdit_ || !currentState_) return std::nullopt;
   if (isTimeEditing_) closeTimePicker();
-  currentState_->applyToRecord(recordInEdit_, services_);
+  auto error = currentState_->applyToRecord(recordInEdit_, services_);
+  // The watch shows the latest records and tags.
+  if (MoodAppDelegate* app = MoodAppDelegate::sharedDelegate()) {
+    if (app->services().watch) app->services().watch->saveData();
+  }
+  return error;
 }
 
 void MoodRecordEditViewController::done() {
@@ -291,7 +394,15 @@ void MoodRecordEditViewController::tagEditDone(const std::string& newName, const
 void MoodRecordEditViewController::tagEditCancel() {
   editingTag_.reset();
   isTagEditing_ = false;
-  if (auto v = view()) v->hideTagPanel();
+  if (auto v = view()) {
+    v->setTagUnitField("");
+    v->hideTagPanel();
+  }
+}
+
+void MoodRecordEditViewController::tagButtonClicked(std::size_t index) {
+  if (index >= tagUnits_.size()) return;
+  if (auto v = view()) v->setTagUnitField(tagUnits_[index]);
 }
 
 void MoodRecordEditViewController::updateMoodTag(const std::string& oldName, const std::string& newName,

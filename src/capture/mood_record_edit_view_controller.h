@@ -50,6 +50,22 @@ class MoodRecordEditView {
   virtual void showDate(Date date) { (void)date; }
   virtual void showTagPanel(const std::string& name, const std::string& unit) { (void)name, (void)unit; }
   virtual void hideTagPanel() {}
+  // The tag panel's unit buttons, in order; a touch calls tagButtonClicked.
+  virtual void showTagUnitButtons(const std::vector<std::string>& units) { (void)units; }
+  virtual void setTagUnitField(const std::string& unit) { (void)unit; }
+  // The small map under the text: centred on the record's place, with a
+  // pin at the centre, `span` degrees across.
+  virtual void showMapPreview(double latitude, double longitude, double span) {
+    (void)latitude, (void)longitude, (void)span;
+  }
+  virtual void hideMapPreview() {}
+  // Opens the place chooser on the coordinates (-1, -1: none yet). Its
+  // "Done" calls didMoodLocationViewControllerLocationChanged.
+  virtual void showLocationChooser(double latitude, double longitude) { (void)latitude, (void)longitude; }
+  // Opens the camera (front camera, flash off) or the photo library; a
+  // picked picture comes back through imagePicked.
+  enum class PickerSource { kCamera = 0, kPhotoLibrary = 2 };
+  virtual void showImagePicker(PickerSource source) { (void)source; }
 };
 
 // Posted by the host when the application enters the background; an open
@@ -79,7 +95,12 @@ class MoodRecordEditViewController : public MoodViewController {
   // template, the reminder's before the general one; the reminder's is used
   // up. The date: the record's or now.
   void viewDidLoad();
+  // Builds the suggestions; for a new record with automatic places on and
+  // location available, asks for the device's position for it.
   void viewWillAppear();
+  // Offers the missed-backup alert; shows the map preview of a record that
+  // has a place.
+  void viewDidAppear();
 
   // --- Text -------------------------------------------------------------------
   // Decides whether the coming change is a deletion; every change is
@@ -108,6 +129,21 @@ class MoodRecordEditViewController : public MoodViewController {
   // thumbnail; saved at once.
   void imagePicked(const Image& image);
   void deletePhoto();
+  // The photo button: take a photo, choose one, delete the one there.
+  void actionButtonClicked();
+
+  // --- Place --------------------------------------------------------------------
+  // Without a place, opens the chooser at once; with one, offers "Edit...",
+  // "Delete" and "Cancel".
+  void locationButtonClicked();
+  void takeLocation();
+  // Writes -1 to both coordinates of the description directly (Cancel does
+  // not bring the place back), stops stamping and hides the map.
+  void deleteLocation();
+  // The chooser's answer; written to the description directly, so a later
+  // Cancel keeps it.
+  void didMoodLocationViewControllerLocationChanged(double latitude, double longtitude);
+  static constexpr double kMapPreviewSpan = 0.05;
 
   // --- Date ---------------------------------------------------------------------
   // Asks for the passcode, if there is one, then opens the picker on the
@@ -119,7 +155,10 @@ class MoodRecordEditViewController : public MoodViewController {
   void timePickerCancel();
 
   // --- Ending -------------------------------------------------------------------
-  void saveChanges();
+  // Applies the current state to the record and saves. Gives the apply's
+  // error (a picture that could not be written); the view ignores it, as
+  // the editor has no message for it, but a command line reports it.
+  OptionalError saveChanges();
   void done();
   // Asks first; on "Yes" the initial state is applied and the delegate told.
   void cancel();
@@ -129,6 +168,10 @@ class MoodRecordEditViewController : public MoodViewController {
   void tagEdit(const std::shared_ptr<MoodTag>& tag);
   void tagEditDone(const std::string& newName, const std::string& unit);
   void tagEditCancel();
+  // The unit buttons of the panel (by the user's language) and a touch on
+  // the one at `index`, which puts its unit into the unit field.
+  const std::vector<std::string>& tagUnits() const { return tagUnits_; }
+  void tagButtonClicked(std::size_t index);
   // Asks first, then removeMoodTag.
   void tagDelete(const std::shared_ptr<MoodTag>& tag);
   void removeMoodTag(const std::shared_ptr<MoodTag>& tag);
@@ -139,6 +182,9 @@ class MoodRecordEditViewController : public MoodViewController {
   std::shared_ptr<MoodRecord> recordInEdit() const { return recordInEdit_; }
   const std::optional<MoodRecordState>& initialState() const { return initialState_; }
   const std::optional<MoodRecordState>& currentState() const { return currentState_; }
+  // The working state for front ends that change it without a text view or
+  // picker (the command line); null after a cancel.
+  MoodRecordState* mutableCurrentState() { return currentState_ ? &*currentState_ : nullptr; }
   bool editing() const { return editing_; }
   bool isTimeEditing() const { return isTimeEditing_; }
   bool isTagEditing() const { return isTagEditing_; }
@@ -150,6 +196,7 @@ class MoodRecordEditViewController : public MoodViewController {
   void markEdited();
   void insertUnitIfOffered();
   void closeTimePicker();
+  void locationObtained();
   std::shared_ptr<MoodRecordEditView> view() const { return view_.lock(); }
 
   std::shared_ptr<MoodRecord> recordInEdit_;
@@ -169,6 +216,7 @@ class MoodRecordEditViewController : public MoodViewController {
   std::size_t selectionLength_ = 0;
   std::vector<std::shared_ptr<MoodTag>> completionOptions_;
   std::shared_ptr<MoodTag> editingTag_;
+  std::vector<std::string> tagUnits_;
   bool isTagEditing_ = false;
   bool isTimeEditing_ = false;
   bool isDeleted_ = false;

@@ -19,7 +19,11 @@
 #include "store/mood_record.h"
 #include "store/mood_tag.h"
 #include "store/mood_user_defaults_operator.h"
+#include "store/notification_names.h"
 #include "store/settings_keys.h"
+#include "shell/shell_test_support.h"
+#include "platform/localization.h"
+#include "testing/scoped_environment.h"
 #include "testing/temp_dir.h"
 
 namespace lumeo {
@@ -48,7 +52,15 @@ class CaptureFlowTest : public ::testing::Test {
   RecordStateServices services() { return {store_.get(), images_, [this](long d) { counter_ += d; }}; }
   std::shared_ptr<MoodCaptureViewController> makeCapture() {
     capture_ = std::make_shared<MoodCaptureViewController>(services(), library(), defaults_);
-    capture_->setRecordFinishedHandler([this](const std::string& id) { finished_ = id; });
+    MoodCaptureViewController::FinishHooks hooks;
+    hooks.userDidSignificantEvent = [this](bool significant) { significantEvents_.push_back(significant); };
+    hooks.selectHistoryRecord = [this](const std::string& id, long index) {
+      finished_ = id;
+      selectedIndex_ = index;
+    };
+    hooks.mayShowHistory = [this] { return !locked_; };
+    hooks.showHistoryTab = [this] { ++historyShown_; };
+    capture_->setFinishHooks(hooks);
     return capture_;
   }
   std::shared_ptr<MoodRecord> existingRecord(const std::string& comment, long level = 6) {
@@ -89,10 +101,31 @@ class CaptureFlowTest : public ::testing::Test {
   std::shared_ptr<MoodCaptureViewController> capture_;
   long counter_ = 0;
   std::string finished_;
+  long selectedIndex_ = 0;
+  std::vector<bool> significantEvents_;
+  bool locked_ = false;
+  int historyShown_ = 0;
+};
+
+// Records what the editor tells its view about the tag panel and pictures.
+class PanelView : public MoodRecordEditView {
+ public:
+  std::vector<std::string> units;
+  std::vector<std::string> unitField;
+  std::vector<PickerSource> pickers;
+  void showTagUnitButtons(const std::vector<std::string>& u) override { units = u; }
+  void setTagUnitField(const std::string& unit) override { unitField.push_back(unit); }
+  void showImagePicker(PickerSource source) override { pickers.push_back(source); }
 };
 
 TEST_F(CaptureFlowTest, TileTouchSavesAtOnceAndDoneAppliesTheText) {
   auto capture = makeCapture();
+  // Tiles follow the level table after every save.
+  EXPECT_TRUE(capture->tiles().empty());
+  NotificationCenter::defaultCenter().post(MoodModelHasChangedNotification);
+  ASSERT_EQ(capture->tiles().size(), 10u);
+  EXPECT_EQ(capture->tiles().front().level, 10);
+  EXPECT_EQ(capture->tiles().back().level, 1);
   EXPECT_EQ(MoodCaptureViewController::indexForPosition(0, 50), 0);
   EXPECT_EQ(MoodCaptureViewController::indexForPosition(499, 50), 9);
   EXPECT_EQ(MoodCaptureViewController::indexForPosition(500, 50), -1);
@@ -118,8 +151,24 @@ TEST_F(CaptureFlowTest, TileTouchSavesAtOnceAndDoneAppliesTheText) {
   ASSERT_EQ(record->moodTags().size(), 1u);
   EXPECT_EQ(store_->tagNamed("walk")->tagUnit(), "km");
   EXPECT_EQ(finished_, *record->uniqueIdentifier());
+  EXPECT_EQ(selectedIndex_, -2);
+  EXPECT_EQ(significantEvents_, std::vector<bool>{true});
+  EXPECT_EQ(historyShown_, 1);
   EXPECT_FALSE(defaults_->stringForKey(kMoodRecordInCreation));
   EXPECT_EQ(counter_, 1);
+
+  // Behind a locked passcode the record is still handed over, but the tab
+  // stays on capture.
+  locked_ = true;
+  capture->selectMenu(3);
+  auto untouched = capture->editor()->recordInEdit();
+  capture->editor()->viewDidLoad();
+  capture->editor()->done();
+  // Nothing typed and no template: the text view's empty text is stored.
+  EXPECT_EQ(untouched->moodDescription()->comment(), "");
+  EXPECT_EQ(significantEvents_.size(), 2u);
+  EXPECT_EQ(historyShown_, 1);
+  EXPECT_FALSE(capture->editor());
 }
 
 TEST_F(CaptureFlowTest, CancelOfANewRecordDeletesItAlsoAfterARestart) {
@@ -284,6 +333,77 @@ TEST_F(CaptureFlowTest, TagPanelRenamesAndDeletesAcrossComments) {
   EXPECT_EQ(readEmotionsList(library()), (std::vector<std::string>{"sad", "Sleepy"}));
   EXPECT_TRUE(editor->completionOptions().empty());
   EXPECT_FALSE(editor->suggestions().hasChildManagedObjectContext());
+}
+
+TEST_F(CaptureFlowTest, ClosingTheOfferListTellsTheTagPanelWithMinusOne) {
+  existingRecord("#sleep:8h");
+  makeCapture()->selectMenu(2);
+  auto editor = capture_->editor();
+  editor->viewDidLoad();
+  editor->viewWillAppear();
+  std::vector<long> posted;
+  ScopedObserver observer(NotificationCenter::defaultCenter(), MoodTagEditStartNotification, nullptr,
+                          [&](const Notification& n) { posted.push_back(std::any_cast<long>(n.object)); });
+  type(*editor, "#sl");
+  EXPECT_TRUE(posted.empty());  // the list opened
+  type(*editor, " ");
+  EXPECT_EQ(posted, std::vector<long>{-1});
+  type(*editor, "more");  // empty stays empty: no second notice
+  EXPECT_EQ(posted, std::vector<long>{-1});
+  type(*editor, " #s");
+  ASSERT_FALSE(editor->completionOptions().empty());
+  editor->didSelectCompletionRow(0);  // taking an offer tells it too
+  EXPECT_GE(posted.size(), 2u);
+  EXPECT_EQ(posted.back(), -1);
+}
+
+TEST_F(CaptureFlowTest, TagPanelUnitButtonsFillTheUnitField) {
+  testing::ScopedEnvironment env{{"LANGUAGE", std::nullopt}, {"LC_ALL", std::nullopt}, {"LC_MESSAGES", std::nullopt},
+                                 {"LANG", "fr_CA.UTF-8"}};
+  Localization::reload();
+  auto record = existingRecord("#run:5km");
+  auto view = std::make_shared<PanelView>();
+  auto editor = MoodRecordEditViewController::forExistingRecord(record, services(), library());
+  editor->setView(view);
+  editor->viewDidLoad();
+  ASSERT_EQ(view->units.size(), 16u);
+  EXPECT_EQ(view->units[0], "po");  // French in Canada
+  editor->tagEdit(store_->tagNamed("run"));
+  editor->tagButtonClicked(1);
+  editor->tagButtonClicked(99);  // no such button: nothing
+  EXPECT_EQ(view->unitField, std::vector<std::string>{"pi"});
+  editor->tagEditCancel();
+  EXPECT_EQ(view->unitField.back(), "");
+  env.set("LANG", "en_US.UTF-8");
+  Localization::reload();
+}
+
+TEST_F(CaptureFlowTest, PhotoButtonOffersDeleteOnlyWhenThereIsAPicture) {
+  auto presenter = std::make_shared<testing::ScriptedPresenter>();
+  MoodViewController::setSharedPresenter(presenter);
+  makeCapture()->selectMenu(5);
+  auto editor = capture_->editor();
+  auto view = std::make_shared<PanelView>();
+  editor->setView(view);
+  editor->viewDidLoad();
+  presenter->answers = {2};
+  editor->actionButtonClicked();
+  ASSERT_EQ(presenter->alerts.size(), 1u);
+  EXPECT_EQ(presenter->alerts[0].request.actions.size(), 3u);  // take, choose, cancel
+  EXPECT_EQ(view->pickers, std::vector<MoodRecordEditView::PickerSource>{MoodRecordEditView::PickerSource::kPhotoLibrary});
+
+  // Delete is offered once a picture is there, and clears it.
+  editor->imagePicked(Image::filled(300, 200, Color::fromRGB255(0, 120, 0)));
+  EXPECT_EQ(editor->currentState()->photo->width(), 300);  // smaller than 640 x 860: kept
+  EXPECT_EQ(editor->currentState()->thumb->width(), 264);
+  presenter->answers = {4};
+  editor->actionButtonClicked();
+  EXPECT_EQ(presenter->alerts[1].request.actions.size(), 4u);
+  EXPECT_EQ(presenter->alerts[1].request.actions[2].title, "Delete");
+  EXPECT_FALSE(editor->currentState()->photo);
+  editor->done();
+  EXPECT_FALSE(editor->recordInEdit()->moodDescription()->photoName());
+  MoodViewController::setSharedPresenter(nullptr);
 }
 
 }  // namespace

@@ -7,8 +7,10 @@
 #include <variant>
 
 #include "capture/hashtag_grammar.h"
+#include "capture/location_helper.h"
 #include "capture/tag_extraction.h"
 #include "objectgraph/managed_object_context.h"
+#include "platform/notification_center.h"
 #include "shell/mood_app_delegate.h"
 #include "store/image_store.h"
 #include "store/journal_model.h"
@@ -16,6 +18,7 @@
 #include "store/mood_description.h"
 #include "store/mood_record.h"
 #include "store/mood_tag.h"
+#include "store/notification_names.h"
 
 namespace lumeo {
 
@@ -41,6 +44,8 @@ MoodRecordState::MoodRecordState(const MoodRecord& record, const ImageStore* ima
       photo = images->imageForName(description->photoName());
     }
   }
+  locationHelper = &LocationHelper::sharedInstance();
+  locationHelper->startUpdatingLocation();
 }
 
 MoodRecordState MoodRecordState::initWithStateOfRecord(const MoodRecord& record) {
@@ -52,6 +57,19 @@ void MoodRecordState::removePhotoAndThumb() {
   if (!existing) return;
   thumb.reset();
   photo.reset();
+}
+
+void MoodRecordState::locationHelperStart(const std::shared_ptr<MoodRecord>& record) {
+  LocationHelper& helper = LocationHelper::sharedInstance();
+  std::weak_ptr<MoodRecord> weakRecord = record;
+  // coordinateObtained: nobody in the application listens yet; the watch
+  // link and the map are the expected listeners.
+  helper.setTarget([weakRecord] {
+    NotificationCenter::defaultCenter().post(MoodLocationObtainedNotification, nullptr,
+                                             std::any(weakRecord.lock()));
+  });
+  helper.setRecord(record);
+  helper.requestLocation();
 }
 
 void MoodRecordState::applyCommentTags(JournalStore& store, const std::shared_ptr<MoodRecord>& record,

@@ -17,6 +17,7 @@ namespace lumeo {
 
 class ImageStore;
 class JournalStore;
+class LocationHelper;
 class MoodRecord;
 
 // What applying a state needs of the application: the journal (its tag
@@ -36,7 +37,8 @@ class MoodRecordState {
   // The empty state: not existing, nothing set.
   MoodRecordState() = default;
   // The record's values; pictures are read from the image store (a missing
-  // file reads as no picture).
+  // file reads as no picture). Takes the shared location helper and starts
+  // its updates, so that a position is at hand when one is asked for.
   explicit MoodRecordState(const MoodRecord& record, const ImageStore* images);
   // As above with the shared image store.
   static MoodRecordState initWithStateOfRecord(const MoodRecord& record);
@@ -49,9 +51,17 @@ class MoodRecordState {
   std::optional<Image> photo;
   // Read by the editor only; applying never writes the date.
   std::optional<Date> date;
+  // The shared helper for a state taken from a record; null otherwise.
+  LocationHelper* locationHelper = nullptr;
 
   // Clears both pictures, only for a state taken from a record.
   void removePhotoAndThumb();
+
+  // Asks the shared location helper for a position for `record`; when it
+  // has stamped the record, MoodLocationObtainedNotification is posted with
+  // the record as object. The position goes into the description directly
+  // and is saved by the next save.
+  static void locationHelperStart(const std::shared_ptr<MoodRecord>& record);
 
   // Writes the state to `record` and saves:
   // - an existing state sets level, edited flag and comment, stores each

@@ -7,6 +7,7 @@
 #include "capture/hashtag_grammar.h"
 #include "capture/tag_extraction.h"
 #include "objectgraph/managed_object_context.h"
+#include "objectgraph/managed_object_model.h"
 #include "objectgraph/predicate.h"
 #include "store/journal_model.h"
 #include "store/journal_store.h"
@@ -53,6 +54,16 @@ std::vector<std::shared_ptr<MoodTag>> SuggestedTags::completionOptionsForString(
     if (auto tag = std::dynamic_pointer_cast<MoodTag>(object)) tags.push_back(tag);
   }
   if (tags.size() == 1 && foldedTagName(tags.front()->tagName()) == foldedTagName(typed)) return {};
+  // The list lives as long as the user types; records that a row's tag
+  // drew into memory (its average, say) go back to faults so the offers
+  // hold names, not journals. The child serves only these fetches, so every
+  // record loaded in it came through an offered tag; walking the loaded
+  // objects spares reading each tag's list of records just to find them.
+  for (const auto& object : context->registeredObjects()) {
+    if (!object->isFault() && !object->hasChanges() && object->entity().name() == kMoodRecordEntity) {
+      context->refreshObject(object, false);
+    }
+  }
   return tags;
 }
 

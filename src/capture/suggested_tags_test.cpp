@@ -106,5 +106,28 @@ TEST_F(SuggestedTagsTest, TemplateScreenOffersUnitsAgainAndStoresOnBack) {
   EXPECT_EQ(defaults.templateText(), "Day: #sleep:h\n");
 }
 
+TEST_F(SuggestedTagsTest, OffersLeaveNoRecordsLoaded) {
+  record("#walk");
+  record("#walk #work");
+  SuggestedTags editor(store_, dir_ / "Library", CompletionSort::kFrequencyThenName);
+  auto offers = editor.completionOptionsForString("w");
+  ASSERT_EQ(names(offers), (std::vector<std::string>{"walk", "work"}));
+  // A row that shows its tag's average loads the tag's records.
+  std::vector<std::shared_ptr<MoodRecord>> loaded;
+  for (const auto& tag : offers) {
+    for (const auto& r : tag->moodRecords()) {
+      EXPECT_EQ(r->moodLevel(), 5);
+      loaded.push_back(r);
+    }
+  }
+  ASSERT_EQ(loaded.size(), 3u);
+  for (const auto& r : loaded) EXPECT_FALSE(r->isFault());
+  // The next keystroke's offers turn them back into faults, which still
+  // read their values on demand.
+  editor.completionOptionsForString("wa");
+  for (const auto& r : loaded) EXPECT_TRUE(r->isFault());
+  EXPECT_EQ(loaded.front()->moodLevel(), 5);
+}
+
 }  // namespace
 }  // namespace lumeo

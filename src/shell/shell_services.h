@@ -10,7 +10,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
+#include "platform/date.h"
 #include "platform/error.h"
 #include "platform/value.h"
 
@@ -108,11 +110,48 @@ class CloudLinkService {
   }
 };
 
+// One position report of the device.
+struct LocationFix {
+  double latitude = 0;
+  double longitude = 0;
+  // Radius of uncertainty in metres; negative when the fix is not valid.
+  double horizontalAccuracy = -1;
+  Date timestamp;
+};
+
+// The device's position. The default has none and says location is not
+// available; a desktop service (GeoClue over D-Bus) or a test provider
+// overrides it. Fixes and failures go to the handlers, on the main queue,
+// between startUpdatingLocation and stopUpdatingLocation.
 class LocationService {
  public:
+  using FixHandler = std::function<void(const LocationFix& fix)>;
+  using FailureHandler = std::function<void(const Error& error)>;
+
   virtual ~LocationService() = default;
   // Location is available and permitted.
   virtual bool isEnabled() const { return false; }
+  // Location exists on this machine, whether permitted or not.
+  virtual bool isEnabledOnlyServices() const { return isEnabled(); }
+  virtual void startUpdatingLocation() {}
+  virtual void stopUpdatingLocation() {}
+
+  // Who hears the reports; one listener, the last one set.
+  void setHandlers(FixHandler onFix, FailureHandler onFailure) {
+    onFix_ = std::move(onFix);
+    onFailure_ = std::move(onFailure);
+  }
+  // Called by the provider when a fix or a failure comes in.
+  void deliverFix(const LocationFix& fix) const {
+    if (onFix_) onFix_(fix);
+  }
+  void deliverFailure(const Error& error) const {
+    if (onFailure_) onFailure_(error);
+  }
+
+ private:
+  FixHandler onFix_;
+  FailureHandler onFailure_;
 };
 
 class WatchService {
