@@ -2,9 +2,9 @@
 // consecutive samples usually lie on the same unit interval [k, k + 1) (on
 // the open time line for long runs, on a cycle for a day or so at a time).
 // On one interval the four non-zero basis functions are fixed cubics, so a
-// pass only sums powers of the sample's offset, four samples at a time in
-// vector registers, and turns those moments into basis products once per
-// interval at the end. A group that leaves the interval, and anything that is
+// pass only sums powers of the sample's offset, a group of samples at a time
+// in vector registers (design_kernels.h), and turns those moments into basis
+// products once per interval at the end. A group that leaves the interval, and anything that is
 // not a plain position inside the period, takes the scalar path, which adds
 // straight into the per-interval sums. Partial sums are closed every block of
 // samples, so the rounding of a million-sample sum stays near that of a few
@@ -81,13 +81,12 @@ const Kernels kBaseline{gatherBaseline, residualBaseline};
 // process.
 const Kernels& kernels() {
   static const Kernels chosen = [] {
-    Kernels k = kBaseline;
 #if defined(__x86_64__) && defined(__GNUC__)
     __builtin_cpu_init();
     if (avx512Kernels() && __builtin_cpu_supports("x86-64-v4")) return *avx512Kernels();
     if (avx2Kernels() && __builtin_cpu_supports("x86-64-v3")) return *avx2Kernels();
 #endif
-    return k;
+    return kBaseline;
   }();
   return chosen;
 }

@@ -109,6 +109,37 @@ TEST(TridiagonalQL, RepeatedAndZeroSpectra) {
   checkAgainstLapack(thin, "tiny entries");
 }
 
+TEST(TridiagonalQL, ScaledFarFromOneGivesScaledResults) {
+  // Entries near the ends of the double range take the rotations' careful
+  // path, whose squares cannot overflow or vanish; the results must still be
+  // the scaled ones.
+  std::mt19937 rng(31);
+  const Tridiagonal base = randomTridiagonal(rng, 12, false);
+  std::vector<double> d = base.d;
+  std::vector<double> e = base.e;
+  std::vector<double> z(144, 0.0);
+  for (int i = 0; i < 12; ++i) z[static_cast<size_t>(i * 13)] = 1.0;
+  long ierr = 0;
+  tridiagonalQL(12, d.data(), e.data(), z.data(), ierr);
+  ASSERT_EQ(ierr, 0);
+  for (double factor : {1e-200, 1e-150, 1e150, 1e200}) {
+    std::vector<double> ds = base.d;
+    std::vector<double> es = base.e;
+    for (double& v : ds) v *= factor;
+    for (double& v : es) v *= factor;
+    std::vector<double> zs(144, 0.0);
+    for (int i = 0; i < 12; ++i) zs[static_cast<size_t>(i * 13)] = 1.0;
+    tridiagonalQL(12, ds.data(), es.data(), zs.data(), ierr);
+    ASSERT_EQ(ierr, 0) << factor;
+    for (int k = 0; k < 12; ++k) {
+      EXPECT_NEAR(ds[static_cast<size_t>(k)] / factor, d[static_cast<size_t>(k)], 1e-11 * 400.0) << factor;
+      double overlap = 0.0;
+      for (int i = 0; i < 12; ++i) overlap += zs[static_cast<size_t>(k * 12 + i)] * z[static_cast<size_t>(k * 12 + i)];
+      EXPECT_NEAR(std::fabs(overlap), 1.0, 1e-9) << factor << " vector " << k;
+    }
+  }
+}
+
 TEST(TridiagonalQL, OrderOneLeavesTheErrorFlagAlone) {
   double d = 3.0;
   double e = 0.0;
