@@ -30,9 +30,9 @@ std::vector<Variant> wideVariants() {
   std::vector<Variant> variants;
 #if defined(__x86_64__) && defined(__GNUC__)
   __builtin_cpu_init();
-  if (design::avx2Kernels() && __builtin_cpu_supports("x86-64-v3"))
+  if (__builtin_cpu_supports("x86-64-v3") && design::avx2Kernels())
     variants.push_back({"avx2", design::avx2Kernels()});
-  if (design::avx512Kernels() && __builtin_cpu_supports("x86-64-v4"))
+  if (__builtin_cpu_supports("x86-64-v4") && design::avx512Kernels())
     variants.push_back({"avx512", design::avx512Kernels()});
 #endif
   return variants;

@@ -83,8 +83,10 @@ const Kernels& kernels() {
   static const Kernels chosen = [] {
 #if defined(__x86_64__) && defined(__GNUC__)
     __builtin_cpu_init();
-    if (avx512Kernels() && __builtin_cpu_supports("x86-64-v4")) return *avx512Kernels();
-    if (avx2Kernels() && __builtin_cpu_supports("x86-64-v3")) return *avx2Kernels();
+    // The processor is asked first: nothing built for an instruction set it
+    // lacks is entered.
+    if (__builtin_cpu_supports("x86-64-v4") && avx512Kernels()) return *avx512Kernels();
+    if (__builtin_cpu_supports("x86-64-v3") && avx2Kernels()) return *avx2Kernels();
 #endif
     return kBaseline;
   }();
