@@ -29,7 +29,9 @@ bool GeoMapCellGrid::servesCellMapSize(double cellMapSize) {
 }
 
 GeoMapCellGrid::GeoMapCellGrid(double cellMapSize)
-    : cellMapSize_(cellMapSize), columns_(std::llround(kMapWorldWidth / cellMapSize)) {}
+    : cellMapSize_(cellMapSize), columns_(std::llround(kMapWorldWidth / cellMapSize)) {
+  prepareRowEdges();
+}
 
 GeoMapCellGrid::Row& GeoMapCellGrid::rowAt(long long row) {
   auto index = static_cast<std::size_t>(row);
@@ -109,26 +111,84 @@ std::size_t GeoMapCellGrid::occupiedCells() const {
 }
 
 std::size_t GeoMapCellGrid::memoryBytes() const {
-  std::size_t total = rowIndex_.capacity() * sizeof(std::uint32_t) + rows_.capacity() * sizeof(Row);
+  std::size_t total = rowIndex_.capacity() * sizeof(std::uint32_t) + rows_.capacity() * sizeof(Row) +
+                      rowEdges_.capacity() * sizeof(RowEdge) + binRows_.capacity() * sizeof(std::uint32_t);
   for (const Row& cells : rows_) total += cells.capacity() * sizeof(Cell);
   return total;
 }
 
-void GeoMapCellGrid::addPoint(double latitude, double longitude, int sign) {
-  MapPoint point = MapPointForCoordinate({latitude, longitude});
+namespace {
+
+double mapXForLongitude(double longitude) { return (longitude + 180.0) / 360.0 * kMapWorldWidth; }
+
+}  // namespace
+
+void GeoMapCellGrid::prepareRowEdges() {
+  // Above this many rows the edge table would cost more to make and hold
+  // than the conversions it saves.
+  constexpr long long kMaxRowsWithEdgeTable = 1LL << 16;
+  if (columns_ > kMaxRowsWithEdgeTable) return;
   const double cell = cellMapSize_;
-  long long column = static_cast<long long>(std::floor(point.x / cell));
-  long long row = static_cast<long long>(std::floor(point.y / cell));
+  auto latitudeAt = [](double y) { return CoordinateForMapPoint({0, y}).latitude; };
+  rowEdges_.resize(static_cast<std::size_t>(columns_) + 1);
+  for (long long e = 0; e <= columns_; ++e) {
+    double y = static_cast<double>(e) * cell;
+    rowEdges_[static_cast<std::size_t>(e)] = {latitudeAt(y), latitudeAt(y + kEdgeMargin),
+                                              latitudeAt(y - kEdgeMargin)};
+  }
+  // Equal bins of latitude, each knowing the row at its north end, so that
+  // placing a point takes a step or two instead of a search.
+  std::size_t bins = static_cast<std::size_t>(std::min<long long>(4 * columns_, kMaxRowsWithEdgeTable));
+  double low = rowEdges_.back().latitude;
+  double high = rowEdges_.front().latitude;
+  binLow_ = low;
+  binScale_ = static_cast<double>(bins) / (high - low);
+  binRows_.resize(bins);
+  long long row = 0;
+  for (std::size_t bin = bins; bin-- > 0;) {
+    double top = low + static_cast<double>(bin + 1) / binScale_;
+    while (row + 1 < columns_ && top <= rowEdges_[static_cast<std::size_t>(row + 1)].latitude) ++row;
+    binRows_[bin] = static_cast<std::uint32_t>(row);
+  }
+}
+
+GeoMapCellGrid::RowPlace GeoMapCellGrid::placeRow(double latitude) const {
+  if (!rowEdges_.empty() && latitude <= rowEdges_.front().latitude && latitude > rowEdges_.back().latitude) {
+    auto bin = static_cast<std::size_t>((latitude - binLow_) * binScale_);
+    long long row = binRows_[std::min(bin, binRows_.size() - 1)];
+    // Rows run north to south, so latitudes fall as the row grows. The bin
+    // is only a start: step to the row whose edges hold the latitude.
+    while (row > 0 && latitude > rowEdges_[static_cast<std::size_t>(row)].latitude) --row;
+    while (latitude <= rowEdges_[static_cast<std::size_t>(row + 1)].latitude) ++row;
+    const RowEdge& north = rowEdges_[static_cast<std::size_t>(row)];
+    const RowEdge& south = rowEdges_[static_cast<std::size_t>(row + 1)];
+    return {row, latitude >= north.bandSouth, latitude <= south.bandNorth};
+  }
+  double y = MapPointForCoordinate({latitude, 0}).y;
+  const double cell = cellMapSize_;
+  auto row = static_cast<long long>(std::floor(y / cell));
+  return {row, y - static_cast<double>(row) * cell <= kEdgeMargin,
+          static_cast<double>(row + 1) * cell - y <= kEdgeMargin};
+}
+
+void GeoMapCellGrid::addPoint(double latitude, double longitude, int sign) {
+  const double cell = cellMapSize_;
+  double x = mapXForLongitude(longitude);
+  long long column = static_cast<long long>(std::floor(x / cell));
+  RowPlace place = placeRow(latitude);
+  long long row = place.row;
   // The neighbours whose edge the point nearly touches: the exact edge test
   // decides for those cells, so each of them is marked.
-  long long firstColumn = column, lastColumn = column, firstRow = row, lastRow = row;
-  if (point.x - static_cast<double>(column) * cell <= kEdgeMargin) firstColumn = column - 1;
-  if (static_cast<double>(column + 1) * cell - point.x <= kEdgeMargin) lastColumn = column + 1;
-  if (point.y - static_cast<double>(row) * cell <= kEdgeMargin) firstRow = row - 1;
-  if (static_cast<double>(row + 1) * cell - point.y <= kEdgeMargin) lastRow = row + 1;
+  long long firstColumn = column, lastColumn = column;
+  long long firstRow = place.nearNorth ? row - 1 : row;
+  long long lastRow = place.nearSouth ? row + 1 : row;
+  if (x - static_cast<double>(column) * cell <= kEdgeMargin) firstColumn = column - 1;
+  if (static_cast<double>(column + 1) * cell - x <= kEdgeMargin) lastColumn = column + 1;
   bool nearEdge = firstColumn != lastColumn || firstRow != lastRow;
 
+  // Longitudes run from -180 to 180, so a column is at most one world off.
   auto wrapColumn = [&](long long c) {
+    if (c >= 0 && c < columns_) return c;
     c %= columns_;
     return c < 0 ? c + columns_ : c;
   };
@@ -142,19 +202,22 @@ void GeoMapCellGrid::addPoint(double latitude, double longitude, int sign) {
 
 bool GeoMapCellGrid::addTotalsInBox(double south, double west, double north, double east, std::size_t count,
                                     double sumX, double sumY) {
-  MapPoint northWest = MapPointForCoordinate({north, west});
-  MapPoint southEast = MapPointForCoordinate({south, east});
   const double cell = cellMapSize_;
-  long long column = static_cast<long long>(std::floor(northWest.x / cell));
-  long long row = static_cast<long long>(std::floor(northWest.y / cell));
-  if (row < 0 || row >= columns_ || column < 0 || column >= columns_) return false;
-  if (northWest.x - static_cast<double>(column) * cell <= kEdgeMargin ||
-      static_cast<double>(column + 1) * cell - southEast.x <= kEdgeMargin ||
-      northWest.y - static_cast<double>(row) * cell <= kEdgeMargin ||
-      static_cast<double>(row + 1) * cell - southEast.y <= kEdgeMargin) {
+  double westX = mapXForLongitude(west);
+  double eastX = mapXForLongitude(east);
+  long long column = static_cast<long long>(std::floor(westX / cell));
+  if (column < 0 || column >= columns_ || westX - static_cast<double>(column) * cell <= kEdgeMargin ||
+      static_cast<double>(column + 1) * cell - eastX <= kEdgeMargin) {
     return false;
   }
-  add(row, column, static_cast<long long>(count), 0, sumX, sumY);
+  // The box's north is clear of its row's edges, and its south clear of
+  // the same row's south edge: then every point inside is placed in this
+  // row, away from both edges, as addPoint would place it.
+  RowPlace top = placeRow(north);
+  if (top.row < 0 || top.row >= columns_ || top.nearNorth || top.nearSouth) return false;
+  RowPlace bottom = placeRow(south);
+  if (bottom.row != top.row || bottom.nearSouth || bottom.nearNorth) return false;
+  add(top.row, column, static_cast<long long>(count), 0, sumX, sumY);
   return true;
 }
 

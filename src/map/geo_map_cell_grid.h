@@ -93,6 +93,23 @@ class GeoMapCellGrid {
   };
   using Row = std::vector<Cell>;
 
+  // Placing a point in a row goes by latitude: the latitudes of the row
+  // edges, and of the bands kEdgeMargin map points either side of each, are
+  // worked out once per grid, which saves two transcendental functions
+  // per point filed. Grids with very many rows convert each point instead.
+  struct RowEdge {
+    double latitude;
+    double bandSouth;  // the south end of the edge's band
+    double bandNorth;  // its north end
+  };
+  struct RowPlace {
+    long long row;
+    bool nearNorth;  // within the band of the row's north edge
+    bool nearSouth;  // within the band of its south edge
+  };
+  void prepareRowEdges();
+  RowPlace placeRow(double latitude) const;
+
   // The row's cells, made on demand.
   Row& rowAt(long long row);
   const Row* findRow(long long row) const;
@@ -109,6 +126,10 @@ class GeoMapCellGrid {
   std::vector<std::uint32_t> rowIndex_;
   std::vector<Row> rows_;
   bool filling_ = true;
+  std::vector<RowEdge> rowEdges_;       // north to south; empty when points are converted
+  std::vector<std::uint32_t> binRows_;  // by bin of latitude, south to north
+  double binLow_ = 0;
+  double binScale_ = 0;
 };
 
 inline std::optional<GeoMapTreeAggregate> GeoMapCellGrid::RowReader::aggregateForColumn(long long column) {

@@ -66,10 +66,11 @@ TEST(GeoMapCellGridTest, TablesAgreeWithTheTreeThroughAddsAndRemoves) {
   GeoMapTree tree;
   MapAnnotationList points = randomPoints(random, 20000);
   tree.addAnnotations(points);
-  // Sizes the controller makes: whole-level zooms and odd ones in between.
+  // Sizes the controller makes: whole-level zooms and odd ones in between,
+  // and one with so many rows that the table converts each point.
   std::vector<double> sizes;
   for (double distance : {kMapWorldWidth / 34.1, kMapWorldWidth / 546.3, kMapWorldWidth / 17476.2,
-                          kMapWorldWidth / 2000.0, kMapWorldWidth / 3.0})
+                          kMapWorldWidth / 2000.0, kMapWorldWidth / 139810.3, kMapWorldWidth / 3.0})
     sizes.push_back(alignedCellMapSize(distance));
   MapPoint paris = MapPointForCoordinate({48.85, 2.35});
   MapRect aroundParis = MapRectMake(paris.x - kMapWorldWidth / 200, paris.y - kMapWorldWidth / 200,
