@@ -51,6 +51,21 @@ class Scratch {
 
 inline long wrap(long j, long n) { return j < 0 ? j + n : j; }
 
+// The product of the cubics of bases k - a and k - b as a polynomial of
+// degree 6 in tau, so that Σ w_a·w_b = Σ_r kProductOfCubics[a][b][r] · Σtau^r.
+// Products of exact binary fractions of a few units, so exact themselves.
+struct CubicProducts {
+  double value[4][4][7] = {};
+  constexpr CubicProducts() {
+    for (int a = 0; a < 4; ++a)
+      for (int b = 0; b < 4; ++b)
+        for (int p = 0; p < 4; ++p)
+          for (int q = 0; q < 4; ++q) value[a][b][p + q] += kCubic[a][p] * kCubic[b][q];
+  }
+};
+constexpr CubicProducts kCubicProducts;
+constexpr const auto& kProductOfCubics = kCubicProducts.value;
+
 // Groups of four lanes in plain vector code, which the compiler maps onto
 // what the baseline processor has (two SSE2 halves on x86-64, NEON on a
 // phone). Whether a group stays inside its interval is read by halving the
@@ -145,19 +160,14 @@ DesignSums sumDesign(long m, const double* x, const double* y, long n, double sh
     const double* values = moments + kValueMoments;
     shiftedTotal += values[0];
     for (int a = 0; a < 4; ++a) {
-      // hankel[q] = Σ_p kCubic[a][p] · Σtau^(p+q)
-      double hankel[4];
-      for (int q = 0; q < 4; ++q) {
-        double s = 0.0;
-        for (int p = 0; p < 4; ++p) s += kCubic[a][p] * moments[p + q];
-        hankel[q] = s;
-      }
       const long ja = wrap(k - a, n);
       double* row = sums.gram.data() + ja * n;
-      for (int b = 0; b < 4; ++b) {
+      for (int b = a; b < 4; ++b) {
+        const double* product = kProductOfCubics[a][b];
         double s = 0.0;
-        for (int q = 0; q < 4; ++q) s += kCubic[b][q] * hankel[q];
+        for (int r = 0; r < 7; ++r) s += product[r] * moments[r];
         row[wrap(k - b, n)] += s;
+        if (b != a) sums.gram[static_cast<size_t>(wrap(k - b, n) * n + ja)] += s;
       }
       double weighted = 0.0;
       double ones = 0.0;
