@@ -133,7 +133,7 @@ std::shared_ptr<ManagedObject> EntityDescription::makeInstance() const {
       return object;
     }
   }
-  return std::make_shared<ManagedObject>();
+  return std::allocate_shared<ManagedObject>(ObjectAllocator<ManagedObject>());
 }
 
 EntityDescription& ManagedObjectModel::addEntity(std::string name) {

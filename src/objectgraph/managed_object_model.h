@@ -14,6 +14,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "objectgraph/object_memory.h"
 #include "platform/value.h"
 
 namespace lumeo {
@@ -157,7 +158,7 @@ class EntityDescription {
   EntityDescription& setInstanceFactory(InstanceFactory factory) { factory_ = std::move(factory); return *this; }
   template <class T>
   EntityDescription& setInstanceClass() {
-    return setInstanceFactory([] { return std::make_shared<T>(); });
+    return setInstanceFactory([] { return std::allocate_shared<T>(ObjectAllocator<T>()); });
   }
 
   bool isAbstract() const { return abstract_; }

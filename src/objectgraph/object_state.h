@@ -10,6 +10,7 @@
 #include "objectgraph/id_table.h"
 #include "objectgraph/managed_object_id.h"
 #include "objectgraph/managed_object_model.h"
+#include "objectgraph/object_memory.h"
 #include "platform/value.h"
 
 namespace lumeo {
@@ -61,12 +62,17 @@ struct ToManyState {
   bool changed() const { return !added.empty() || !removed.empty() || reordered; }
 };
 
+// An object's values by attribute slot and to-one targets by to-one slot, in
+// memory that large fetches reuse (object_memory.h).
+using ValueSlots = std::vector<Value, ObjectAllocator<Value>>;
+using IdSlots = std::vector<ManagedObjectID, ObjectAllocator<ManagedObjectID>>;
+
 // A row as a context or the store sees it.
 struct RowSnapshot {
   const EntityDescription* entity = nullptr;
   ManagedObjectID id;
-  std::vector<Value> attributes;          // by attribute slot
-  std::vector<ManagedObjectID> toOne;     // by to-one slot; null ID for none
+  ValueSlots attributes;  // by attribute slot
+  IdSlots toOne;          // by to-one slot; null ID for none
   std::int64_t version = 0;
 };
 
@@ -85,11 +91,11 @@ struct ObjectState {
   bool awake = false;    // awakeFromInsert/Fetch ran
   bool listed = false;   // scratch mark of trackedObjects()
 
-  std::vector<Value> attributes;
-  std::vector<Value> committedAttributes;  // empty: as attributes
+  ValueSlots attributes;
+  ValueSlots committedAttributes;  // empty: as attributes
   std::vector<std::uint8_t> attributeChanged;
-  std::vector<ManagedObjectID> toOne;
-  std::vector<ManagedObjectID> committedToOne;
+  IdSlots toOne;
+  IdSlots committedToOne;
   std::vector<std::uint8_t> toOneChanged;
   std::vector<ToManyState> toMany;
   std::int64_t version = 0;

@@ -143,8 +143,8 @@ const EntityDescription& SQLiteStore::rowEntity(const EntityDescription& anyOfCh
   return entity ? *entity : anyOfChain;
 }
 
-void SQLiteStore::readColumns(const EntityDescription& entity, sqlite3_stmt* s, std::vector<Value>& attributeValues,
-                              std::vector<ManagedObjectID>& toOne) const {
+void SQLiteStore::readColumns(const EntityDescription& entity, sqlite3_stmt* s, ValueSlots& attributeValues,
+                              IdSlots& toOne) const {
   const Layout& layout = layoutFor(entity);
   const auto& attributeColumns = layout.attributeColumn.at(&entity);
   const auto& attributes = entity.attributes();

@@ -88,8 +88,8 @@ class SQLiteStore {
     return ManagedObjectID::makePermanent(entity, interned_, sqlite3_column_int64(statement, 0));
   }
   static std::int64_t rowVersion(sqlite3_stmt* statement) { return sqlite3_column_int64(statement, 2); }
-  void readColumns(const EntityDescription& entity, sqlite3_stmt* statement, std::vector<Value>& attributes,
-                   std::vector<ManagedObjectID>& toOne) const;
+  void readColumns(const EntityDescription& entity, sqlite3_stmt* statement, ValueSlots& attributes,
+                   IdSlots& toOne) const;
   // False (and no error) when the row does not exist.
   bool readRow(const ManagedObjectID& id, RowSnapshot& out, OptionalError& error);
   // Rows of a chain by row number, in no particular order.

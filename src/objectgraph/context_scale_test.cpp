@@ -1,0 +1,134 @@
+// Contexts holding many objects at once: a to-many set that outgrows plain
+// scans across batched saves, and large fetches that must still hand out one
+// object per ID, keep unsaved changes, and let go of objects nobody holds.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include "objectgraph/managed_object_context.h"
+#include "objectgraph/test_model.h"
+#include "testing/temp_dir.h"
+
+namespace lumeo {
+namespace {
+
+using testing::TestStack;
+
+Date minute(int m) { return Date::fromTimeIntervalSince1970(1767225600.0 + 60.0 * m); }
+
+long long sqlCount(const std::string& path, const std::string& sql) {
+  sqlite3* db = nullptr;
+  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+  sqlite3_stmt* s = nullptr;
+  long long n = -1;
+  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr) == SQLITE_OK && sqlite3_step(s) == SQLITE_ROW) {
+    n = sqlite3_column_int64(s, 0);
+  }
+  sqlite3_finalize(s);
+  sqlite3_close(db);
+  return n;
+}
+
+FetchResults recordsByDate(ManagedObjectContext& context) {
+  FetchRequest request("MoodRecord");
+  request.setSortDescriptors({SortDescriptor("date")});
+  return context.executeFetchRequest(request);
+}
+
+class ContextScaleTest : public ::testing::Test {
+ protected:
+  lumeo::testing::TempDir dir;
+  std::string path() const { return (dir / "Scale.sqlite").string(); }
+};
+
+TEST_F(ContextScaleTest, ALargeTagSetSurvivesBatchedSavesRemovalsAndARollback) {
+  constexpr int kRecords = 300;  // well past the length where sets get an index
+  {
+    TestStack stack(path());
+    auto tag = stack.context->insertNewObjectForEntityForName("MoodTag");
+    tag->setValueForKey("tagName", "sleep");
+    std::vector<ManagedObjectPtr> records;
+    for (int i = 0; i < kRecords; ++i) {
+      auto record = stack.context->insertNewObjectForEntityForName("MoodRecord");
+      record->setValueForKey("date", minute(i));
+      record->addObjectForKey("moodTags", tag);
+      records.push_back(record);
+      if ((i + 1) % 50 == 0) {
+        ASSERT_FALSE(stack.context->save());
+      }
+    }
+    EXPECT_EQ(tag->countForKey("moodRecords"), static_cast<std::size_t>(kRecords));
+    EXPECT_EQ(sqlCount(path(), "SELECT COUNT(*) FROM MoodRecord_moodTags"), kRecords);
+    EXPECT_EQ(sqlCount(path(), "SELECT frequency FROM MoodTag"), kRecords);
+
+    // Adding a member twice changes nothing; a removal after the saves
+    // reaches the file, and re-adding one is found again.
+    records[10]->addObjectForKey("moodTags", tag);
+    records[20]->removeObjectForKey("moodTags", tag);
+    tag->removeObjectForKey("moodRecords", records[30]);
+    tag->addObjectForKey("moodRecords", records[30]);
+    ASSERT_FALSE(stack.context->save());
+    EXPECT_EQ(sqlCount(path(), "SELECT COUNT(*) FROM MoodRecord_moodTags"), kRecords - 1);
+
+    // A rolled-back removal leaves the set as saved.
+    records[40]->removeObjectForKey("moodTags", tag);
+    EXPECT_EQ(tag->countForKey("moodRecords"), static_cast<std::size_t>(kRecords - 2));
+    stack.context->rollback();
+    EXPECT_EQ(tag->countForKey("moodRecords"), static_cast<std::size_t>(kRecords - 1));
+    EXPECT_EQ(records[40]->countForKey("moodTags"), 1u);
+  }
+  TestStack again(path());
+  FetchRequest request("MoodTag");
+  auto tags = again.context->executeFetchRequest(request);
+  ASSERT_EQ(tags.size(), 1u);
+  EXPECT_EQ(tags[0]->countForKey("moodRecords"), static_cast<std::size_t>(kRecords - 1));
+  EXPECT_EQ(tags[0]->valueForKey("frequency").toInt(), kRecords - 1);
+}
+
+TEST_F(ContextScaleTest, LargeFetchesGiveOneObjectPerIdKeepChangesAndLetGoOfDroppedObjects) {
+  constexpr int kRecords = 2000;
+  TestStack stack(path());
+  for (int i = 0; i < kRecords; ++i) {
+    auto record = stack.context->insertNewObjectForEntityForName("MoodRecord");
+    record->setValueForKey("date", minute(i));
+    record->setValueForKey("moodLevel", 1 + i % 10);
+  }
+  ASSERT_FALSE(stack.context->save());
+  auto reader = stack.newContext();
+
+  std::vector<std::weak_ptr<ManagedObject>> seen;
+  {
+    auto first = recordsByDate(*reader);
+    ASSERT_EQ(first.size(), static_cast<std::size_t>(kRecords));
+    first[5]->setValueForKey("moodLevel", 99);  // unsaved
+    auto second = recordsByDate(*reader);
+    ASSERT_EQ(second.size(), first.size());
+    for (std::size_t i = 0; i < first.size(); ++i) {
+      ASSERT_EQ(first[i].get(), second[i].get()) << "one object per ID, at " << i;
+      seen.push_back(first[i]);
+    }
+    EXPECT_EQ(second[5]->valueForKey("moodLevel").toInt(), 99) << "a fetch keeps unsaved changes";
+    EXPECT_EQ(second[6]->valueForKey("moodLevel").toInt(), 7);
+    EXPECT_EQ(reader->objectRegisteredForID(second[1999]->objectID()).get(), second[1999].get());
+  }
+  // Only the changed object is held, by the context.
+  std::size_t alive = 0;
+  for (const auto& weak : seen) alive += weak.expired() ? 0 : 1;
+  EXPECT_EQ(alive, 1u);
+  EXPECT_EQ(reader->registeredObjects().size(), 1u);
+
+  // Objects made anew after the others went read the store again.
+  auto third = recordsByDate(*reader);
+  ASSERT_EQ(third.size(), static_cast<std::size_t>(kRecords));
+  EXPECT_EQ(third[5]->valueForKey("moodLevel").toInt(), 99);
+  EXPECT_TRUE(third[5]->hasChanges());
+  for (int i : {0, 6, 1000, 1999}) {
+    EXPECT_EQ(third[i]->valueForKey("moodLevel").toInt(), 1 + i % 10);
+    EXPECT_EQ(*third[i]->valueForKey("date").asDate(), minute(i));
+  }
+  reader->reset();
+  EXPECT_TRUE(reader->registeredObjects().empty());
+  EXPECT_EQ(third[0]->managedObjectContext(), nullptr);
+}
+
+}  // namespace
+}  // namespace lumeo
