@@ -11,6 +11,7 @@
 #include "capture/emotions_list.h"
 #include "capture/hashtag_grammar.h"
 #include "capture/mood_levels_presentation.h"
+#include "capture/mood_record_edit_view_controller.h"
 #include "capture/mood_record_state.h"
 #include "capture/mood_tag_editing.h"
 #include "capture/mood_third_value.h"
@@ -169,6 +170,7 @@ struct EditOptions {
   bool noPhoto = false;
   std::optional<std::string> at;
   std::optional<std::string> place;
+  bool noPlace = false;
 };
 
 void runEdit(CliApp& cli, const EditOptions& options) {
@@ -184,9 +186,11 @@ void runEdit(CliApp& cli, const EditOptions& options) {
 
   MoodAppDelegate& app = journalSession(cli);
   auto record = requireRecord(app.store(), options.id);
-  // An existing record opens with both states from the record; any change
-  // marks it edited, which keeps the backup counter for new records.
-  MoodRecordState state = MoodRecordState::initWithStateOfRecord(*record);
+  // The editor as the share sheet's Edit opens it: both states from the
+  // record. Its text view and pickers are replaced by the options.
+  auto editor = MoodRecordEditViewController::forExistingRecord(record, RecordStateServices::fromSharedDelegate(),
+                                                                app.directories().library);
+  MoodRecordState& state = *editor->mutableCurrentState();
   bool changed = false;
   if (level) state.moodLevel = *level, changed = true;
   if (options.comment) state.comment = *options.comment, changed = true;
@@ -196,15 +200,24 @@ void runEdit(CliApp& cli, const EditOptions& options) {
     changed = true;
   }
   if (options.noPhoto) state.removePhotoAndThumb(), changed = true;
+  // Any change marks an older record edited, which keeps it out of the
+  // backup reminder's count of new records.
   if (changed) state.wasEdited = true;
   // Date and place go to the record directly, as the editor's picker and
-  // map do; the apply saves them.
-  if (when) record->setDate(*when);
-  if (place) {
-    record->moodDescription()->setLatitude(place->first);
-    record->moodDescription()->setLongitude(place->second);
+  // map do (so they are not part of what Cancel restores); the save below
+  // stores them with the rest.
+  if (when) {
+    editor->dateButtonClick();
+    editor->timePickerDone(*when);
   }
-  applyOrFail(app, state, record);
+  if (place) editor->didMoodLocationViewControllerLocationChanged(place->first, place->second);
+  if (options.noPlace) editor->deleteLocation();
+  auto error = editor->saveChanges();
+  if (!error) error = app.store().lastSaveError();
+  if (error) {
+    app.managedObjectContext()->rollback();
+    throw CommandError("could not save the record: " + error->description + " (nothing was changed)");
+  }
   printRecord(cli, "Edited", *record);
 }
 
@@ -465,7 +478,10 @@ void registerCommands(CliApp& cli) {
   auto* noPhotoOpt = editCmd->add_flag("--no-photo", edit->noPhoto, "Remove the record's photo");
   photoOpt->excludes(noPhotoOpt);
   editCmd->add_option("--at", edit->at, "New date and time (not in the future)")->type_name("WHEN");
-  editCmd->add_option("--place", edit->place, "Position as LAT,LON")->type_name("LAT,LON");
+  auto* placeOpt = editCmd->add_option("--place", edit->place, "Put the record at this position, in degrees")
+                       ->type_name("LAT,LON");
+  auto* noPlaceOpt = editCmd->add_flag("--no-place", edit->noPlace, "Remove the record's position");
+  placeOpt->excludes(noPlaceOpt);
   editCmd->callback([&cli, edit] { runEdit(cli, *edit); });
 
   CLI::App* tagsCmd = cli.root().add_subcommand("tags", "List tags with unit, use count and average level");

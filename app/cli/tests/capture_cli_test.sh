@@ -38,7 +38,18 @@ expect "edit writes pictures under new names" 0 "with photo" L edit 2 --level 5
 check "old picture files are gone" [ -z "$(comm -12 <(echo "$before_names") <(ls "$images"))" ]
 expect "no-photo clears the pictures" 0 '"photo": null' L --json edit 2 --no-photo
 check "image store empty" [ "$(ls "$images" | wc -l)" = 0 ]
+
+# --- Places go to the record directly, as the editor's map does.
+place() { sqlite3 "$store" "SELECT latitude || ',' || longitude FROM MoodDescription d JOIN MoodRecord r ON r.moodDescription = d._pk WHERE r._pk = $1;"; }
+expect "edit --help lists the place options" 0 "--no-place" L edit --help
 expect "place" 0 '"latitude": 48.2' L --json edit 2 --place 48.2,16.37
+check "place stored" [ "$(place 2)" = "48.2,16.37" ]
+expect "a level edit keeps the place" 0 "^Edited record 2: level 3" L edit 2 --level 3
+check "place kept" [ "$(place 2)" = "48.2,16.37" ]
+expect "no-place removes it" 0 '"level": 3' L --json edit 2 --no-place
+check "both coordinates are -1" [ "$(place 2)" = "-1.0,-1.0" ]
+check "place and no-place together are refused" bash -c '! "$0" --home "$1" edit 2 --place 1,2 --no-place 2>/dev/null' "$lumeo" "$home"
+check "refused place left the record alone" [ "$(place 2)" = "-1.0,-1.0" ]
 
 # --- Values and completion.
 expect "values per tag and unit" 0 "#walk +km +5 +5 +1" L values
