@@ -85,21 +85,29 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
   std::vector<std::uint64_t> keys;
   const GeoMapCellGrid* cellGrid =
       limit == 0 && meanFromTotals ? allTree_->cellGridForCellMapSize(cellMapSize) : nullptr;
-  struct Column {
-    double x;
-    double west;
-    double east;
-    long long tableColumn;  // -1: the table cannot answer for this column
-  };
-  std::vector<Column> columns;
+  std::vector<GeoMapGridColumn> columns;
   columns.reserve(lines.columns.size());
   for (double x : lines.columns) {
     columns.push_back({x, GeoMapTreeLongitudeForMapX(x), GeoMapTreeLongitudeForMapX(x + cellMapSize),
                        cellGrid ? cellGrid->latticeIndexForEdge(x) : -1});
   }
 
+  std::vector<GeoMapTreeBoundingBox> rowBoxes;
+  rowBoxes.reserve(lines.rows.size());
+  for (double y : lines.rows) rowBoxes.push_back(GeoMapTreeBoundingBoxForMapRect(MapRectMake(0, y, cellMapSize, cellMapSize)));
+
+  // The pins on screen by the cells of this grid that hold where they are
+  // filed, found once per pass instead of by a query of the visible tree
+  // per cell. A cell with one pin takes it as its only candidate; a cell
+  // with more asks the tree, whose order decides which pin is reused.
+  const bool reuse = settings.reuseExistingClusterAnnotations && visibleTree_->count() != 0;
+  std::vector<std::pair<std::size_t, MapAnnotation*>> pinsByCell;
+  if (reuse) pinsByCell = annotationsByGridCell(*visibleTree_, rowBoxes, columns);
+  auto pinsOfCell = pinsByCell.begin();
+
   // 3. Each cell.
-  auto clusterCell = [&](MapRect cell, const GeoMapTreeBoundingBox& box, const GeoMapTreeAggregate* tableTotals) {
+  auto clusterCell = [&](MapRect cell, const GeoMapTreeBoundingBox& box, const GeoMapTreeAggregate* tableTotals,
+                         std::size_t cellIndex) {
     // Groups by location while there are at most `limit` of them; one more
     // location ends the walk, and the cell becomes one group.
     bool uniqueLocationMode = false;
@@ -138,13 +146,18 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
     bool cellGroup = !uniqueLocationMode && meanFromTotals;
 
     candidates.clear();
-    // Nothing on screen yet (the first pass, or after everything left):
-    // no pin to reuse, and no query.
-    if (settings.reuseExistingClusterAnnotations && visibleTree_->count() != 0) {
-      visibleInCell.removeAllObjects();
-      visibleTree_->annotationsInBox(box, visibleInCell, true);
-      for (MapAnnotation* visible : visibleInCell)
-        candidates.push_back(static_cast<GeoMapClusterAnnotation*>(visible));
+    if (reuse) {
+      while (pinsOfCell != pinsByCell.end() && pinsOfCell->first < cellIndex) ++pinsOfCell;
+      auto last = pinsOfCell;
+      while (last != pinsByCell.end() && last->first == cellIndex) ++last;
+      if (last - pinsOfCell == 1) {
+        candidates.push_back(static_cast<GeoMapClusterAnnotation*>(pinsOfCell->second));
+      } else if (last - pinsOfCell > 1) {
+        visibleInCell.removeAllObjects();
+        visibleTree_->annotationsInBox(box, visibleInCell, true);
+        for (MapAnnotation* visible : visibleInCell)
+          candidates.push_back(static_cast<GeoMapClusterAnnotation*>(visible));
+      }
     }
 
     std::size_t groupCount = uniqueLocationMode ? groups.size() : 1;
@@ -251,22 +264,24 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
     }
   };
 
-  for (double y : lines.rows) {
-    MapRect rowRect = MapRectMake(0, y, cellMapSize, cellMapSize);
-    GeoMapTreeBoundingBox rowBox = GeoMapTreeBoundingBoxForMapRect(rowRect);
+  for (std::size_t i = 0; i < lines.rows.size(); ++i) {
+    const double y = lines.rows[i];
+    const GeoMapTreeBoundingBox& rowBox = rowBoxes[i];
     long long tableRow = cellGrid ? cellGrid->latticeIndexForEdge(y) : -1;
     std::optional<GeoMapCellGrid::RowReader> tableCells;
     if (tableRow >= 0) tableCells = cellGrid->rowReader(tableRow);
-    for (const Column& column : columns) {
+    for (std::size_t j = 0; j < columns.size(); ++j) {
+      const GeoMapGridColumn& column = columns[j];
       GeoMapTreeBoundingBox box{rowBox.x0, column.west, rowBox.xf, column.east};
       MapRect cell = MapRectMake(column.x, y, cellMapSize, cellMapSize);
+      std::size_t cellIndex = i * columns.size() + j;
       if (tableCells && column.tableColumn >= 0) {
         // Most cells on screen are empty or wholly answered by the table.
         std::optional<GeoMapTreeAggregate> totals = tableCells->aggregateForColumn(column.tableColumn);
         if (totals && totals->count == 0) continue;
-        clusterCell(cell, box, totals ? &*totals : nullptr);
+        clusterCell(cell, box, totals ? &*totals : nullptr, cellIndex);
       } else {
-        clusterCell(cell, box, nullptr);
+        clusterCell(cell, box, nullptr, cellIndex);
       }
     }
   }

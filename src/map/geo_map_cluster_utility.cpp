@@ -69,6 +69,39 @@ void enumerateGridCells(MapRect gridMapRect, double cellMapSize,
   }
 }
 
+std::vector<std::pair<std::size_t, MapAnnotation*>> annotationsByGridCell(
+    const GeoMapTree& tree, const std::vector<GeoMapTreeBoundingBox>& rows,
+    const std::vector<GeoMapGridColumn>& columns) {
+  std::vector<std::pair<std::size_t, MapAnnotation*>> found;
+  if (rows.empty() || columns.empty()) return found;
+  std::vector<std::size_t> byWest(columns.size());
+  for (std::size_t j = 0; j < columns.size(); ++j) byWest[j] = j;
+  std::sort(byWest.begin(), byWest.end(), [&](std::size_t a, std::size_t b) { return columns[a].west < columns[b].west; });
+  found.reserve(tree.count());
+  tree.forEachFiled([&](const MapAnnotationPtr& annotation, double latitude, double longitude) {
+    // Rows run south, so their south edges fall: the first row whose south
+    // edge lies below the point, and the next for a shared edge; likewise
+    // the column whose west edge is the last not east of it.
+    auto row = std::partition_point(rows.begin(), rows.end(),
+                                    [&](const GeoMapTreeBoundingBox& box) { return box.x0 >= latitude; }) -
+               rows.begin();
+    auto west = std::partition_point(byWest.begin(), byWest.end(),
+                                     [&](std::size_t j) { return columns[j].west <= longitude; }) -
+                byWest.begin();
+    for (auto i = std::max<std::ptrdiff_t>(row - 1, 0); i <= row + 1 && i < std::ssize(rows); ++i) {
+      const GeoMapTreeBoundingBox& rowBox = rows[static_cast<std::size_t>(i)];
+      for (auto k = std::max<std::ptrdiff_t>(west - 2, 0); k <= west && k < std::ssize(byWest); ++k) {
+        std::size_t j = byWest[static_cast<std::size_t>(k)];
+        GeoMapTreeBoundingBox box{rowBox.x0, columns[j].west, rowBox.xf, columns[j].east};
+        if (GeoMapTreeBoxContains(box, latitude, longitude, true))
+          found.emplace_back(static_cast<std::size_t>(i) * columns.size() + j, annotation.get());
+      }
+    }
+  });
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
 double zoomLevelForRegion(CoordinateRegion region, double mapWidth) {
   constexpr double kPointsPerDegree = 2982616.177777778;  // 2^30 pixels over 360 degrees
   constexpr double kOffset = 536870912.0;

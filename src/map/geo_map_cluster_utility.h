@@ -8,6 +8,7 @@
 #include <optional>
 #include <vector>
 
+#include "map/geo_map_tree.h"
 #include "map/map_annotation.h"
 #include "map/map_geometry.h"
 #include "map/map_view.h"
@@ -41,6 +42,25 @@ GeoMapGridLines gridLinesForMapRect(MapRect gridMapRect, double cellMapSize);
 // each column once, and rows wholly outside the world are skipped.
 void enumerateGridCells(MapRect gridMapRect, double cellMapSize,
                         const std::function<void(MapRect cell)>& block);
+
+// One column of a pass's grid: its left edge, its longitudes (the west
+// and east of its cells' boxes), and its column in the cell table.
+struct GeoMapGridColumn {
+  double x;
+  double west;
+  double east;
+  long long tableColumn;  // -1: the table cannot answer for this column
+};
+
+// The annotations of `tree` by the cells of a grid (its rows' boxes, north
+// to south, and its columns) that hold where each is filed, as pairs of
+// (row * columns + column, annotation) in cell order: for every cell, what
+// a query of the cell with cell edges finds. An annotation that two cells
+// both claim (their shared edge can differ in the last bit) is listed for
+// each. Costs a pass over the tree's annotations instead of a query per cell.
+std::vector<std::pair<std::size_t, MapAnnotation*>> annotationsByGridCell(
+    const GeoMapTree& tree, const std::vector<GeoMapTreeBoundingBox>& rows,
+    const std::vector<GeoMapGridColumn>& columns);
 
 // The zoom level of a region shown `mapWidth` view points wide (about 0 for
 // the whole world on a 256-point map, 20 for a street).

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <random>
 #include <set>
 
 #include "map/geo_map_clusterer.h"
@@ -57,6 +59,69 @@ TEST(GeoMapClusterUtilityTest, GridWalkWrapsAndVisitsEachColumnOnce) {
   });
   EXPECT_EQ(visits, 64);
   EXPECT_EQ(seen.size(), 64u);
+}
+
+// Pins found by one pass over the visible tree must be, cell for cell, what
+// a query of each cell finds: a pin missed is a pin not reused, a pin
+// found in the wrong cell is reused in the wrong place. Pins sit on cell
+// edges, at the 180th meridian and outside the grid.
+TEST(GeoMapClusterUtilityTest, AnnotationsByGridCellMatchAQueryOfEachCell) {
+  std::mt19937_64 random(5);
+  std::uniform_real_distribution<double> unit(0, 1);
+  for (int round = 0; round < 40; ++round) {
+    double columnsInWorld = std::vector<double>{8, 34, 546, 17476}[round % 4];
+    double size = kMapWorldWidth / columnsInWorld;
+    // Some grids cross the 180th meridian, some are wider than the world.
+    double width = size * (round % 5 == 0 ? columnsInWorld + 3 : 2 + std::floor(unit(random) * 20));
+    double height = size * (2 + std::floor(unit(random) * 12));
+    MapRect grid = MapRectMake(std::floor(unit(random) * columnsInWorld) * size,
+                               std::floor(unit(random) * (columnsInWorld - 1)) * size, width, height);
+    GeoMapGridLines lines = gridLinesForMapRect(grid, size);
+    std::vector<GeoMapTreeBoundingBox> rows;
+    for (double y : lines.rows) rows.push_back(GeoMapTreeBoundingBoxForMapRect(MapRectMake(0, y, size, size)));
+    std::vector<GeoMapGridColumn> columns;
+    for (double x : lines.columns)
+      columns.push_back({x, GeoMapTreeLongitudeForMapX(x), GeoMapTreeLongitudeForMapX(x + size), -1});
+
+    GeoMapTree tree;
+    MapAnnotationList pins;
+    for (int i = 0; i < 300; ++i) {
+      // Mostly inside the grid, on its cells' edges and corners half the time.
+      MapPoint point{grid.minX() + unit(random) * grid.size.width * 1.2 - grid.size.width * 0.1,
+                     grid.minY() + unit(random) * grid.size.height * 1.2 - grid.size.height * 0.1};
+      point.x = std::fmod(point.x, kMapWorldWidth);
+      point.y = std::clamp(point.y, 0.0, kMapWorldWidth);
+      LocationCoordinate2D at = CoordinateForMapPoint(point);
+      if (unit(random) < 0.5) {
+        at.latitude = CoordinateForMapPoint({0, std::round(point.y / size) * size}).latitude;
+      }
+      if (unit(random) < 0.5) {
+        at.longitude = GeoMapTreeLongitudeForMapX(std::round(point.x / size) * size);
+      }
+      pins.push_back(std::make_shared<PointAnnotation>(at));
+      tree.addAnnotation(pins.back(), at);
+    }
+
+    std::map<std::size_t, std::set<MapAnnotation*>> found;
+    for (const auto& [cell, pin] : annotationsByGridCell(tree, rows, columns)) {
+      ASSERT_LT(cell, rows.size() * columns.size());
+      EXPECT_TRUE(found[cell].insert(pin).second) << "listed twice in one cell";
+    }
+    std::size_t listed = 0;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      for (std::size_t j = 0; j < columns.size(); ++j) {
+        GeoMapTreeBoundingBox box{rows[i].x0, columns[j].west, rows[i].xf, columns[j].east};
+        GeoMapTreeUnsafeMutableArray queried;
+        tree.annotationsInBox(box, queried, true);
+        std::set<MapAnnotation*> expected(queried.begin(), queried.end());
+        std::size_t cell = i * columns.size() + j;
+        EXPECT_EQ(found.count(cell) ? found[cell] : std::set<MapAnnotation*>{}, expected)
+            << "round " << round << ", row " << i << ", column " << j;
+        listed += expected.size();
+      }
+    }
+    EXPECT_GT(listed, 0u);
+  }
 }
 
 TEST(GeoMapClusterUtilityTest, ZoomLevelDoublesWithWidthAndHalvesWithSpan) {

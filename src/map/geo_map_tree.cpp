@@ -168,8 +168,12 @@ bool GeoMapTree::insert(const GeoMapTreeNodeData& data) {
 bool GeoMapTree::remove(double x, double y, MapAnnotation* annotation) {
   // Depth-first, remembering the path so that the totals above the node
   // that held the point can be taken down.
-  std::vector<std::pair<GeoMapTreeNode*, std::size_t>> stack{{root_, 0}};
-  std::vector<GeoMapTreeNode*> path;
+  // The scratch lists are kept between calls, so removing many pins
+  // allocates nothing.
+  auto& stack = removalStack_;
+  auto& path = removalPath_;
+  stack.assign(1, {root_, 0});
+  path.clear();
   while (!stack.empty()) {
     auto [node, depth] = stack.back();
     stack.pop_back();

@@ -137,6 +137,11 @@ class GeoMapTree {
   void forEachAnnotation(Visit&& visit) const {
     for (const GeoMapTreeEntryTable::Entry& entry : entries_.entries()) visit(entry.annotation);
   }
+  // The same with where each is filed: visit(annotation, latitude, longitude).
+  template <typename Visit>
+  void forEachFiled(Visit&& visit) const {
+    for (const GeoMapTreeEntryTable::Entry& entry : entries_.entries()) visit(entry.annotation, entry.x, entry.y);
+  }
   const GeoMapTreeNode* root() const { return root_; }
   // The tree has one writer, the controller's background queue, which takes
   // this exclusively; other threads that read it hold it shared.
@@ -166,6 +171,8 @@ class GeoMapTree {
   mutable std::vector<std::unique_ptr<GeoMapCellGrid>> grids_;
   mutable std::vector<double> askedCellMapSizes_;
   mutable std::shared_mutex mutex_;
+  std::vector<std::pair<GeoMapTreeNode*, std::size_t>> removalStack_;
+  std::vector<GeoMapTreeNode*> removalPath_;
 };
 
 }  // namespace lumeo
