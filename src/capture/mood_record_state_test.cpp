@@ -234,5 +234,25 @@ TEST_F(MoodRecordStateTest, EditedStatesDoNotCountAndTheDateIsNeverWritten) {
   EXPECT_FALSE(state.applyToRecord(record, RecordStateServices{}));
 }
 
+TEST_F(MoodRecordStateTest, AMegabyteCommentIsStoredWholeWithOneLinkPerTag) {
+  // About 1 MB of text with ten thousand tag mentions over 100 names.
+  std::string comment;
+  for (int i = 0; comment.size() < (1u << 20); ++i) {
+    comment += "Walked by the river, slept #sleep:7.5h and met #friend" + std::to_string(i % 100) +
+               " for coffee; the evening was quiet and long, as evenings are. ";
+  }
+  auto record = recordWithComment(comment);
+  EXPECT_EQ(record->moodTags().size(), 101u);
+  EXPECT_EQ(store_->tagNamed("sleep")->tagUnit(), "h");
+  EXPECT_EQ(store_->tagNamed("friend42")->frequency(), 1);
+
+  auto uri = record->objectID().URIRepresentation();
+  open();
+  auto reread = store_->recordWithURI(uri);
+  ASSERT_TRUE(reread);
+  EXPECT_EQ(reread->moodDescription()->comment(), comment);
+  EXPECT_EQ(reread->moodTags().size(), 101u);
+}
+
 }  // namespace
 }  // namespace lumeo
