@@ -154,6 +154,36 @@ TEST(SvdLanczos, GramEntryRunsTheSameDecomposition) {
   }
 }
 
+TEST(SvdLanczos, RunsAfterOthersGiveTheSameResults) {
+  // The work space and the vector store are kept from run to run; nothing of
+  // an earlier run, small or large, may reach a later one.
+  const testing::Samples small = testing::journalSamples(21, 60, testing::Scale::kTrend);
+  const std::vector<double> smallRows = reference::designMatrix(small.size(), small.x.data(), 14);
+  auto smallMatrix = sparseFromRows(small.size(), 14, smallRows);
+  auto first = svdLanczosAll(smallMatrix.get(), 0);
+  ASSERT_TRUE(first);
+
+  const testing::Samples cycle = testing::journalSamples(22, 400, testing::Scale::kDaily);
+  auto cycleMatrix = sparseFromRows(cycle.size(), 10, reference::designMatrix(cycle.size(), cycle.x.data(), 10));
+  ASSERT_TRUE(svdLanczosAll(cycleMatrix.get(), 3));
+  // Wide enough to give its memory back at the end of the run.
+  const long wide = 70000;
+  const testing::Samples many = testing::randomSamples(23, wide);
+  auto manyMatrix = sparseFromRows(wide, 14, reference::designMatrix(wide, many.x.data(), 14));
+  ASSERT_TRUE(svdLanczosAll(manyMatrix.get(), 0));
+  auto zero = svdNewSMat(20, 14, 0);
+  ASSERT_TRUE(svdLanczosAll(zero.get(), 0));
+
+  auto again = svdLanczosAll(smallMatrix.get(), 0);
+  ASSERT_TRUE(again);
+  ASSERT_EQ(again->d, first->d);
+  for (long j = 0; j < first->d; ++j) {
+    EXPECT_EQ(again->singularValues[static_cast<size_t>(j)], first->singularValues[static_cast<size_t>(j)]) << j;
+    for (long k = 0; k < 14; ++k) EXPECT_EQ((*again->rightVectors)[j][k], (*first->rightVectors)[j][k]) << j;
+  }
+  expectMatchesReference(small.size(), 14, smallRows, *again, "again");
+}
+
 TEST(SvdLanczos, ZeroMatrixGivesNoTripletsAndFlagsTheStartVector) {
   auto zero = svdNewSMat(20, 10, 0);
   auto rec = svdLanczosAll(zero.get(), 0);
