@@ -48,7 +48,8 @@ std::unique_ptr<SVDRec> svdLanczos(const SMat* A, long dimensions, long iteratio
                                    double accuracy);
 
 // The same decomposition as svdLanczosAll(A, dimensions) for a matrix known
-// only by its row count and its Gram matrix G = AᵀA (cols x cols, by rows).
+// only by its row count and its Gram matrix G = AᵀA (cols x cols, by rows;
+// symmetric, as AᵀA is: the products use its rows as its columns).
 // It runs the identical Lanczos process, since that process only ever sees A
 // through products with AᵀA, and reports singular values and right vectors;
 // leftVectors is null (uᵢ = A·vᵢ / σᵢ is left to the caller, who has A).
