@@ -243,12 +243,19 @@ void LanczosRun::ritzValues(long j, bool lastBatch) {
     double* z = vectors_;
     std::fill(z, z + order * order, 0.0);
     for (long i = 0; i < order; ++i) z[i * order + i] = 1.0;
-    copy(order, diag_, ritz_);
-    copy(order, offdiag_, work_);
+    // Reversed, as for imtqlb: the Lanczos matrix's small entries gather at
+    // its end, and the QL sweeps deflate from the top, so the reversed matrix
+    // takes fewer rotations.
+    copyReversed(order, diag_, ritz_);
+    copyReversed(j, offdiag_ + 1, work_ + 1);
     long qlError = 0;
     tridiagonalQL(order, ritz_, work_, z, qlError);
     if (qlError == 0) {
-      for (long k = 0; k < order; ++k) bnd_[k] = rnorm_ * std::fabs(z[k * order + j]);
+      for (long k = 0; k < order; ++k) {
+        double* vector = z + k * order;
+        bnd_[k] = rnorm_ * std::fabs(vector[0]);
+        std::reverse(vector, vector + order);
+      }
       vectorsOrder_ = order;
       ierr = 0;
       return;
