@@ -108,10 +108,13 @@ LUMEO_INLINE double laneSum(const V& v) {
 
 // Journals come in time order, so samples arrive in runs on one interval
 // [k, k + 1): a run is summed a group of lanes at a time in registers until a
-// group leaves the interval, and the sample where it left goes alone on the
-// scalar path, which handles any position, so data in any order comes out
-// right. `Lanes` gives the vector type V and `allInside(tau)`, whether every
-// offset of a group lies in [-1/2, 1/2).
+// group leaves the interval, and the rest of the run, too short for a group,
+// one sample at a time, its sums still in registers (a cycle chart's runs are
+// a few samples long, so this is where most of its samples go). A position
+// outside the period goes alone through fmod. Every sample is tested against
+// its run's interval, so data in any order comes out right. `Lanes` gives the
+// vector type V and `allInside(tau)`, whether every offset of a group lies in
+// [-1/2, 1/2).
 template <typename Lanes>
 LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, long n, double shift, double* local) {
   using V = typename Lanes::V;
@@ -120,7 +123,7 @@ LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, lon
   long i = 0;
   while (i < count) {
     const double first = x[i];
-    if (i + kGroup <= count && first >= 0.0 && first < period) {
+    if (first >= 0.0 && first < period) {
       const long k = static_cast<long>(first);
       const double centre = static_cast<double>(k) + 0.5;
       V m1 = {}, m2 = {}, m3 = {}, m4 = {}, m5 = {}, m6 = {};
@@ -162,7 +165,27 @@ LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, lon
         target[kValueMoments + 2] += laneSum(y2);
         target[kValueMoments + 3] += laneSum(y3);
       }
-      if (i >= count) break;
+      // The rest of the run. It takes at least the run's first sample, whose
+      // offset from the centre is inside by construction, so the loop always
+      // moves on.
+      v4d p0 = {}, p4 = {}, pv = {};
+      const long rest = i;
+      for (; i < count; ++i) {
+        const double tau = x[i] - centre;
+        if (!(tau >= -0.5 && tau < 0.5)) break;
+        v4d p;
+        powers(tau, p);
+        p0 += p;
+        p4 += p * (p[2] * p[2]);
+        pv += p * (y[i] - shift);
+      }
+      if (i > rest) {
+        double* target = local + k * kGatherWidth;
+        addTo(target, p0);
+        addTo(target + 4, p4);
+        addTo(target + kValueMoments, pv);
+      }
+      continue;
     }
     long k;
     double tau;
@@ -189,7 +212,7 @@ LUMEO_INLINE void residualKernel(const double* x, const double* y, long count, l
   long i = 0;
   while (i < count) {
     const double first = x[i];
-    if (i + kGroup <= count && first >= 0.0 && first < period) {
+    if (first >= 0.0 && first < period) {
       const long k = static_cast<long>(first);
       const double centre = static_cast<double>(k) + 0.5;
       const double* c = cubic + k * 4;
@@ -218,7 +241,18 @@ LUMEO_INLINE void residualKernel(const double* x, const double* y, long count, l
         target[2] += laneSum(r2);
         target[3] += laneSum(r3);
       }
-      if (i >= count) break;
+      v4d sums = {};
+      const long rest = i;
+      for (; i < count; ++i) {
+        const double tau = x[i] - centre;
+        if (!(tau >= -0.5 && tau < 0.5)) break;
+        const double curve = ((c[3] * tau + c[2]) * tau + c[1]) * tau + c[0];
+        v4d p;
+        powers(tau, p);
+        sums += p * std::fabs(y[i] - curve);
+      }
+      if (i > rest) addTo(local + k * kResidualWidth, sums);
+      continue;
     }
     long k;
     double tau;
