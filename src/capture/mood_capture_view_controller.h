@@ -15,6 +15,7 @@
 #include "platform/color.h"
 #include "platform/notification_center.h"
 #include "shell/mood_view_controller.h"
+#include "shell/shell_services.h"
 
 namespace lumeo {
 
@@ -27,7 +28,11 @@ struct MoodCaptureLevelTile {
   Color color;
 };
 
-class MoodCaptureViewController : public MoodViewController, public MoodRecordEditViewControllerDelegate {
+// Also the shell's capture hooks, so the application object's launch can
+// resume an unfinished record through it.
+class MoodCaptureViewController : public MoodViewController,
+                                  public MoodRecordEditViewControllerDelegate,
+                                  public CaptureHooks {
  public:
   MoodCaptureViewController(RecordStateServices services, std::filesystem::path libraryDirectory,
                             std::shared_ptr<UserDefaults> defaults);
@@ -67,7 +72,7 @@ class MoodCaptureViewController : public MoodViewController, public MoodRecordEd
   void presentEditControllerWithRecord(const std::shared_ptr<MoodRecord>& record, bool animated);
   // At launch: reopens the editor on an unfinished record, as a new one.
   // Any failure does nothing and keeps the key.
-  void checkForRecordBeingCreated();
+  void checkForRecordBeingCreated() override;
 
   void viewControllerDone(MoodRecordEditViewController& editor) override;
   void viewControllerDidCancel(MoodRecordEditViewController& editor) override;

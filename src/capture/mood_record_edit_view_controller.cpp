@@ -106,6 +106,10 @@ void MoodRecordEditViewController::viewDidAppear() {
   locationObtained();
 }
 
+void MoodRecordEditViewController::viewDidDisappear() {
+  if (MoodAppDelegate* app = MoodAppDelegate::sharedDelegate()) app->window().setLayerSpeed(1.0);
+}
+
 void MoodRecordEditViewController::locationObtained() {
   auto description = recordInEdit_ ? recordInEdit_->moodDescription() : nullptr;
   if (!description) return;

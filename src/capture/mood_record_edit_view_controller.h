@@ -101,6 +101,9 @@ class MoodRecordEditViewController : public MoodViewController {
   // Offers the missed-backup alert; shows the map preview of a record that
   // has a place.
   void viewDidAppear();
+  // The editor has gone: a reminder slows the window's animations down for
+  // the editor's dismissal, and they go back to normal speed here.
+  void viewDidDisappear();
 
   // --- Text -------------------------------------------------------------------
   // Decides whether the coming change is a deletion; every change is

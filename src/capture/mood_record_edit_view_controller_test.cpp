@@ -178,10 +178,12 @@ TEST_F(CaptureFlowTest, CancelOfANewRecordDeletesItAlsoAfterARestart) {
   type(*capture_->editor(), "half written");
   capture_->editor()->saveChanges();  // the background save
 
-  // The process ends with the editor open; the next launch resumes it.
+  // The process ends with the editor open; the next launch resumes it,
+  // through the hooks the application object calls.
   openStore();
   auto capture = makeCapture();
-  capture->checkForRecordBeingCreated();
+  std::shared_ptr<CaptureHooks> hooks = capture;
+  hooks->checkForRecordBeingCreated();
   auto editor = capture->editor();
   ASSERT_TRUE(editor);
   EXPECT_EQ(editor->recordInEdit()->objectID().URIRepresentation(), uri);
