@@ -128,7 +128,7 @@ struct Measurements {
   std::map<std::string, double> firstPass;      // tree walk, the first pass at a zoom
   std::map<std::string, double> tableBuild;     // the second pass, which builds the cell table
   std::map<std::string, double> tableMegabytes;
-  std::map<std::string, double> pan;            // steady passes with the last screen's pins on the map
+  std::map<std::string, double> pan;            // steady passes, the last screen's pins on the map
 };
 
 Measurements measureLumeo(const std::map<std::size_t, std::vector<double>>& pointSets) {
@@ -168,7 +168,10 @@ Measurements measureLumeo(const std::map<std::size_t, std::vector<double>>& poin
       // The first pass at a zoom walks the tree; the second builds the cell
       // table for the zoom's cell size; later ones (the steady state while
       // panning, and what the ratio compares) read the table.
-      for (int run = 0; fixedPasses ? run < fixedPasses : run < 200 && (run < 7 || Clock::now() < deadline); ++run) {
+      auto more = [&](int run) {
+        return fixedPasses ? run < fixedPasses : run < 200 && (run < 7 || Clock::now() < deadline);
+      };
+      for (int run = 0; more(run); ++run) {
         auto visible = std::make_shared<GeoMapTree>();
         GeoMapClusterOperation operation(snapshot, tree, visible, clusterer, nullptr, {}, {});
         auto start = Clock::now();
@@ -191,7 +194,8 @@ Measurements measureLumeo(const std::map<std::size_t, std::vector<double>>& poin
         std::vector<double> panTimes;
         int panRuns = fixedPasses ? fixedPasses : 41;
         for (int run = 0; run < panRuns; ++run) {
-          GeoMapClusterOperation operation(run % 2 ? moved : snapshot, tree, visible, clusterer, nullptr, {}, {});
+          const GeoMapClusterSnapshot& at = run % 2 ? moved : snapshot;
+          GeoMapClusterOperation operation(at, tree, visible, clusterer, nullptr, {}, {});
           auto start = Clock::now();
           operation.clusterAnnotations();
           if (run > 0) panTimes.push_back(millisecondsSince(start));
@@ -249,8 +253,8 @@ Measurements readPeer(const std::string& path) {
 }
 
 void print(const Measurements& lumeo, const Measurements* peer) {
-  std::printf("%-16s %10s %15s %7s %7s %9s %12s %9s %9s %8s\n", "case", "lumeo ms", "supercluster ms", "ratio", "pins",
-              "peer pins", "1st pass ms", "2nd ms", "table MB", "pan ms");
+  std::printf("%-16s %10s %15s %7s %7s %9s %12s %9s %9s %8s\n", "case", "lumeo ms", "supercluster ms",
+              "ratio", "pins", "peer pins", "1st pass ms", "2nd ms", "table MB", "pan ms");
   for (std::size_t count : kSizes) {
     std::vector<std::string> cases{"build"};
     for (const Viewport& viewport : kViewports) cases.push_back(viewport.name);
@@ -272,15 +276,16 @@ void print(const Measurements& lumeo, const Measurements* peer) {
         ratio = text;
         if (peer->clusters.count(key)) peerPins = std::to_string(peer->clusters.at(key));
       }
-      std::printf("%-16s %10.3f %15s %7s %7s %9s %12s %9s %9s %8s\n", key.c_str(), ours, theirs.c_str(), ratio.c_str(),
-                  pins.c_str(), peerPins.c_str(), number(lumeo.firstPass, key, "%.3f").c_str(),
-                  number(lumeo.tableBuild, key, "%.3f").c_str(), number(lumeo.tableMegabytes, key, "%.1f").c_str(),
-                  number(lumeo.pan, key, "%.3f").c_str());
+      std::printf("%-16s %10.3f %15s %7s %7s %9s %12s %9s %9s %8s\n", key.c_str(), ours, theirs.c_str(),
+                  ratio.c_str(), pins.c_str(), peerPins.c_str(), number(lumeo.firstPass, key, "%.3f").c_str(),
+                  number(lumeo.tableBuild, key, "%.3f").c_str(),
+                  number(lumeo.tableMegabytes, key, "%.1f").c_str(), number(lumeo.pan, key, "%.3f").c_str());
     }
   }
-  std::printf("ratio: steady-state pass (the cell table built, every pin new) / supercluster; 1st pass walks\n"
-              "the tree, 2nd pass builds the table for that cell size; pan: a steady pass a quarter screen\n"
-              "from the last one, with its pins still on the map (reused or removed), not in the ratio.\n");
+  std::printf(
+      "ratio: steady-state pass (the cell table built, every pin new) / supercluster; 1st pass walks\n"
+      "the tree, 2nd pass builds the table for that cell size; pan: a steady pass a quarter screen\n"
+      "from the last one, with its pins still on the map (reused or removed), not in the ratio.\n");
 }
 
 }  // namespace

@@ -62,16 +62,16 @@ void GeoMapCellGrid::add(long long row, long long column, long long count, long 
       cell.sumX += sumX;
       cell.sumY += sumY;
     } else {
-      cells.push_back({column32, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(edgePoints), sumX,
-                       sumY});
+      cells.push_back(
+          {column32, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(edgePoints), sumX, sumY});
     }
     return;
   }
   auto at = std::lower_bound(cells.begin(), cells.end(), column32,
                              [](const Cell& cell, std::uint32_t value) { return cell.column < value; });
   if (at == cells.end() || at->column != column32) {
-    cells.insert(at, {column32, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(edgePoints), sumX,
-                      sumY});
+    cells.insert(at, {column32, static_cast<std::uint32_t>(count), static_cast<std::uint32_t>(edgePoints),
+                      sumX, sumY});
     return;
   }
   at->count = static_cast<std::uint32_t>(at->count + count);
@@ -119,7 +119,9 @@ std::size_t GeoMapCellGrid::memoryBytes() const {
 
 namespace {
 
-double mapXForLongitude(double longitude) { return (longitude + 180.0) / 360.0 * kMapWorldWidth; }
+double mapXForLongitude(double longitude) {
+  return (longitude + 180.0) / 360.0 * kMapWorldWidth;
+}
 
 }  // namespace
 

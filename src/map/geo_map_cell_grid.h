@@ -138,7 +138,8 @@ inline std::optional<GeoMapTreeAggregate> GeoMapCellGrid::RowReader::aggregateFo
   // else searches the row.
   if (at_ != begin_ && static_cast<long long>(at_[-1].column) >= column) at_ = begin_;
   for (int step = 0; step < 4 && at_ != end_ && static_cast<long long>(at_->column) < column; ++step) ++at_;
-  if (at_ != end_ && static_cast<long long>(at_->column) < column) at_ = std::lower_bound(at_, end_, column, west);
+  if (at_ != end_ && static_cast<long long>(at_->column) < column)
+    at_ = std::lower_bound(at_, end_, column, west);
   if (at_ == end_ || static_cast<long long>(at_->column) != column) return GeoMapTreeAggregate{};
   return answer(*at_);
 }

@@ -19,10 +19,11 @@ GeoMapClusterAnnotation::GeoMapClusterAnnotation(
   count_ = annotations_->size();
 }
 
-GeoMapClusterAnnotation::GeoMapClusterAnnotation(
-    std::weak_ptr<GeoMapClusterController> mapClusterController,
-    std::weak_ptr<GeoMapClusterControllerDelegate> delegate, std::shared_ptr<const GeoMapTree> tree,
-    const GeoMapTreeBoundingBox& box, std::size_t count, LocationCoordinate2D coordinate)
+GeoMapClusterAnnotation::GeoMapClusterAnnotation(std::weak_ptr<GeoMapClusterController> mapClusterController,
+                                                 std::weak_ptr<GeoMapClusterControllerDelegate> delegate,
+                                                 std::shared_ptr<const GeoMapTree> tree,
+                                                 const GeoMapTreeBoundingBox& box, std::size_t count,
+                                                 LocationCoordinate2D coordinate)
     : controller_(std::move(mapClusterController)),
       delegate_(std::move(delegate)),
       cellTree_(std::move(tree)),

@@ -94,7 +94,8 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
 
   std::vector<GeoMapTreeBoundingBox> rowBoxes;
   rowBoxes.reserve(lines.rows.size());
-  for (double y : lines.rows) rowBoxes.push_back(GeoMapTreeBoundingBoxForMapRect(MapRectMake(0, y, cellMapSize, cellMapSize)));
+  for (double y : lines.rows)
+    rowBoxes.push_back(GeoMapTreeBoundingBoxForMapRect(MapRectMake(0, y, cellMapSize, cellMapSize)));
 
   // The pins on screen by the cells of this grid that hold where they are
   // filed, found once per pass instead of by a query of the visible tree
@@ -106,8 +107,8 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
   auto pinsOfCell = pinsByCell.begin();
 
   // 3. Each cell.
-  auto clusterCell = [&](MapRect cell, const GeoMapTreeBoundingBox& box, const GeoMapTreeAggregate* tableTotals,
-                         std::size_t cellIndex) {
+  auto clusterCell = [&](MapRect cell, const GeoMapTreeBoundingBox& box,
+                         const GeoMapTreeAggregate* tableTotals, std::size_t cellIndex) {
     // Groups by location while there are at most `limit` of them; one more
     // location ends the walk, and the cell becomes one group.
     bool uniqueLocationMode = false;
@@ -237,11 +238,11 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
           annotation->setAnnotations(std::move(group));
         }
       } else if (cellGroup) {
-        annotation = std::make_shared<GeoMapClusterAnnotation>(controller_, delegate_, allTree_, box, totals.count,
-                                                               coordinate);
+        annotation = std::make_shared<GeoMapClusterAnnotation>(controller_, delegate_, allTree_, box,
+                                                               totals.count, coordinate);
       } else {
-        annotation = std::make_shared<GeoMapClusterAnnotation>(controller_, delegate_, std::move(group),
-                                                               coordinate);
+        annotation =
+            std::make_shared<GeoMapClusterAnnotation>(controller_, delegate_, std::move(group), coordinate);
       }
       if (reused) {
         if (!uniqueLocationMode) moved.emplace_back(annotation, coordinate);

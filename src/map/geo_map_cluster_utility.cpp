@@ -76,7 +76,8 @@ std::vector<std::pair<std::size_t, MapAnnotation*>> annotationsByGridCell(
   if (rows.empty() || columns.empty()) return found;
   std::vector<std::size_t> byWest(columns.size());
   for (std::size_t j = 0; j < columns.size(); ++j) byWest[j] = j;
-  std::sort(byWest.begin(), byWest.end(), [&](std::size_t a, std::size_t b) { return columns[a].west < columns[b].west; });
+  std::sort(byWest.begin(), byWest.end(),
+            [&](std::size_t a, std::size_t b) { return columns[a].west < columns[b].west; });
   found.reserve(tree.count());
   tree.forEachFiled([&](const MapAnnotationPtr& annotation, double latitude, double longitude) {
     // Rows run south, so their south edges fall: the first row whose south

@@ -78,7 +78,8 @@ TEST(GeoMapClusterUtilityTest, AnnotationsByGridCellMatchAQueryOfEachCell) {
                                std::floor(unit(random) * (columnsInWorld - 1)) * size, width, height);
     GeoMapGridLines lines = gridLinesForMapRect(grid, size);
     std::vector<GeoMapTreeBoundingBox> rows;
-    for (double y : lines.rows) rows.push_back(GeoMapTreeBoundingBoxForMapRect(MapRectMake(0, y, size, size)));
+    for (double y : lines.rows)
+      rows.push_back(GeoMapTreeBoundingBoxForMapRect(MapRectMake(0, y, size, size)));
     std::vector<GeoMapGridColumn> columns;
     for (double x : lines.columns)
       columns.push_back({x, GeoMapTreeLongitudeForMapX(x), GeoMapTreeLongitudeForMapX(x + size), -1});

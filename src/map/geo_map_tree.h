@@ -122,7 +122,9 @@ class GeoMapTree {
                                       const GeoMapCellGrid* grid) const;
   std::size_t cellGridCount() const { return grids_.size(); }
 
-  bool containsAnnotation(const MapAnnotation* annotation) const { return entries_.find(annotation) != nullptr; }
+  bool containsAnnotation(const MapAnnotation* annotation) const {
+    return entries_.find(annotation) != nullptr;
+  }
   // Where the annotation is filed, if it is in the tree.
   std::optional<LocationCoordinate2D> positionOf(const MapAnnotation* annotation) const;
   // The strong reference the tree holds for a raw pointer it returned.
@@ -140,7 +142,8 @@ class GeoMapTree {
   // The same with where each is filed: visit(annotation, latitude, longitude).
   template <typename Visit>
   void forEachFiled(Visit&& visit) const {
-    for (const GeoMapTreeEntryTable::Entry& entry : entries_.entries()) visit(entry.annotation, entry.x, entry.y);
+    for (const GeoMapTreeEntryTable::Entry& entry : entries_.entries())
+      visit(entry.annotation, entry.x, entry.y);
   }
   const GeoMapTreeNode* root() const { return root_; }
   // The tree has one writer, the controller's background queue, which takes

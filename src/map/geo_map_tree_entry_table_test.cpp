@@ -14,7 +14,8 @@ namespace {
 TEST(GeoMapTreeEntryTableTest, AgreesWithAStandardMapThroughRandomAddsAndRemoves) {
   std::mt19937 random(7);
   std::vector<MapAnnotationPtr> pool;
-  for (int i = 0; i < 3000; ++i) pool.push_back(std::make_shared<PointAnnotation>(LocationCoordinate2D{0, 0}));
+  for (int i = 0; i < 3000; ++i)
+    pool.push_back(std::make_shared<PointAnnotation>(LocationCoordinate2D{0, 0}));
 
   GeoMapTreeEntryTable table;
   std::unordered_map<const MapAnnotation*, std::pair<double, double>> expected;

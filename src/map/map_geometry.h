@@ -72,7 +72,9 @@ inline constexpr MapRect kMapRectNull{{std::numeric_limits<double>::infinity(),
 // Mean equatorial radius used for ground distances.
 inline constexpr double kEarthRadiusMeters = 6378137.0;
 
-inline MapRect MapRectMake(double x, double y, double width, double height) { return MapRect{{x, y}, {width, height}}; }
+inline MapRect MapRectMake(double x, double y, double width, double height) {
+  return MapRect{{x, y}, {width, height}};
+}
 
 // Latitudes beyond the Mercator limit (about 85.0511) land outside the world
 // square; callers that need a point on the map clamp first.
