@@ -118,8 +118,10 @@ struct Pin {
   std::size_t count;
 };
 
-std::vector<Pin> pinsOfPass(const std::shared_ptr<GeoMapTree>& tree, MapRect visible, double cellMapSize) {
+std::vector<Pin> pinsOfPass(const std::shared_ptr<GeoMapTree>& tree, MapRect visible, double cellMapSize,
+                            std::size_t minUniqueLocations = 0) {
   GeoMapClusterSnapshot snapshot;
+  snapshot.settings.minUniqueLocationsForClustering = minUniqueLocations;
   snapshot.visibleMapRect = visible;
   snapshot.region = CoordinateRegionForMapRect(visible);
   snapshot.width = 1280;
@@ -137,12 +139,15 @@ TEST(GeoMapCellGridTest, PassesFromTablesShowTheSamePinsAsTreeWalks) {
   auto tree = std::make_shared<GeoMapTree>();
   tree->addAnnotations(randomPoints(random, 30000));
   MapPoint paris = MapPointForCoordinate({48.85, 2.35});
-  for (double columns : {34.0, 546.0, 17476.0}) {
+  // The map tab asks for three locations before it clusters a cell; the
+  // table then only tells empty cells and the totals of clustered ones.
+  for (auto [columns, minUniqueLocations] : std::vector<std::pair<double, std::size_t>>{
+           {34, 0}, {546, 0}, {17476, 0}, {35, 3}, {17470, 3}}) {
     double size = kMapWorldWidth / columns;
     MapRect visible = columns < 100 ? MapRectMake(0, kMapWorldWidth / 8, kMapWorldWidth * 0.9, kMapWorldWidth * 0.6)
                                     : MapRectMake(paris.x - 10 * size, paris.y - 6 * size, 21 * size, 13 * size);
-    std::vector<Pin> walked = pinsOfPass(tree, visible, size);  // no table yet
-    std::vector<Pin> read = pinsOfPass(tree, visible, size);    // builds and reads it
+    std::vector<Pin> walked = pinsOfPass(tree, visible, size, minUniqueLocations);  // no table yet
+    std::vector<Pin> read = pinsOfPass(tree, visible, size, minUniqueLocations);    // builds and reads it
     ASSERT_NE(tree->cellGridForCellMapSize(size), nullptr);
     ASSERT_EQ(read.size(), walked.size());
     ASSERT_FALSE(walked.empty());

@@ -83,8 +83,12 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
 
   bool meanFromTotals = clusterer_->placesAtMeanOfMembers();
   std::vector<std::uint64_t> keys;
+  // The cell table answers for whole cells, and tells the empty ones; with
+  // a minimum of locations a cell is still walked for its first ones, and
+  // only past the maximum zoom, where every location is walked, it is of
+  // no use.
   const GeoMapCellGrid* cellGrid =
-      limit == 0 && meanFromTotals ? allTree_->cellGridForCellMapSize(cellMapSize) : nullptr;
+      !disable && meanFromTotals ? allTree_->cellGridForCellMapSize(cellMapSize) : nullptr;
   std::vector<GeoMapGridColumn> columns;
   columns.reserve(lines.columns.size());
   for (double x : lines.columns) {
