@@ -85,6 +85,17 @@ TEST(DesignSums, IntegerPositionsAndPositionsOutsideTheScale) {
   expectSumsMatchDesign(s, 10, "knots and outside");
 }
 
+TEST(DesignSums, BasisCountsBeyondTheCharts) {
+  // The fewest basis functions the passes take, and more than their scratch
+  // keeps on the stack.
+  for (long n : {4L, 5L, 17L, 23L}) {
+    testing::Samples s = testing::randomSamples(static_cast<unsigned>(n), 700);
+    for (double& x : s.x) x *= static_cast<double>(n) / 10.0;
+    std::sort(s.x.begin(), s.x.end());
+    expectSumsMatchDesign(s, n, "n=" + std::to_string(n));
+  }
+}
+
 TEST(DesignSums, NonFiniteSamplesAreReported) {
   testing::Samples s = testing::randomSamples(4, 100);
   std::sort(s.x.begin(), s.x.end());
