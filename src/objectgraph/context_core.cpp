@@ -38,8 +38,7 @@ const ManagedObjectModel* ContextCore::model() const {
 
 ManagedObjectID ContextCore::resolveID(const ManagedObjectID& id) const {
   if (!id.isTemporaryID()) return id;
-  auto it = remapped_.find(id);
-  if (it != remapped_.end()) return it->second;
+  if (const ManagedObjectID* permanent = remapped_.find(id)) return *permanent;
   if (parent_) {
     std::lock_guard<std::recursive_mutex> lock(parent_->core().mutex_);
     return parent_->core().resolveID(id);

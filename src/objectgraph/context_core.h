@@ -116,14 +116,14 @@ class ContextCore {
   OptionalError saveToParent(std::vector<ManagedObjectPtr>& tracked);
   bool assignPermanentIDs(const std::vector<ManagedObject*>& objects,
                           std::vector<std::pair<ManagedObject*, ManagedObjectID>>& assigned, OptionalError& error);
-  void remapReferences(const std::unordered_map<ManagedObjectID, ManagedObjectID, ManagedObjectIDHash>& map);
+  void remapReferences(const IdTable<ManagedObjectID>& map, bool fromTemporary);
   bool prefetch(const std::vector<ManagedObjectPtr>& objects, const std::string& keyPath,
                 std::vector<ManagedObjectPtr>& keepAlive, OptionalError& error);
   FetchResults fetchDictionaries(const FetchRequest& request, const EntityDescription& entity, OptionalError& error);
 
   ObjectRegistry registered_;
   std::vector<ManagedObjectPtr> tracked_;
-  std::unordered_map<ManagedObjectID, ManagedObjectID, ManagedObjectIDHash> remapped_;
+  IdTable<ManagedObjectID> remapped_;
 };
 
 }  // namespace lumeo

@@ -171,22 +171,23 @@ bool ContextCore::assignPermanentIDs(const std::vector<ManagedObject*>& objects,
   return true;
 }
 
-void ContextCore::remapReferences(const std::unordered_map<ManagedObjectID, ManagedObjectID, ManagedObjectIDHash>& map) {
+void ContextCore::remapReferences(const IdTable<ManagedObjectID>& map, bool fromTemporary) {
   if (map.empty()) return;
   // A map goes one way (temporary to permanent, or back after a failed
   // save), so IDs of the other kind need no lookup.
-  const bool fromTemporary = map.begin()->first.isTemporaryID();
   auto remap = [&](ManagedObjectID& id) {
     if (id.isTemporaryID() != fromTemporary || !id) return false;
-    auto it = map.find(id);
-    if (it == map.end()) return false;
-    id = it->second;
+    const ManagedObjectID* to = map.find(id);
+    if (!to) return false;
+    id = *to;
     return true;
   };
   for (auto& o : tracked_) {
     ObjectState& s = *o->state_;
     for (auto& id : s.toOne) remap(id);
-    for (auto& id : s.committedToOne) remap(id);
+    if (s.changes) {
+      for (auto& id : s.changes->committedToOne) remap(id);
+    }
     for (auto& tm : s.toMany) {
       tm.committed.remapIDs(remap, fromTemporary);
       tm.current.remapIDs(remap, fromTemporary);
@@ -218,20 +219,20 @@ OptionalError ContextCore::saveToStore(std::vector<ManagedObjectPtr>& tracked,
   std::vector<std::pair<ObjectState*, std::int64_t>> versions;
   auto fail = [&]() -> OptionalError {
     store->rollback();
-    std::unordered_map<ManagedObjectID, ManagedObjectID, ManagedObjectIDHash> back;
+    IdTable<ManagedObjectID> back;
     for (auto& [o, old] : assigned) {
-      back[o->state_->id] = old;
+      back.insert(o->state_->id, old);
       rekey(*o, old);
     }
-    remapReferences(back);
+    remapReferences(back, false);
     refreshAfter.clear();
     return error;
   };
   if (!assignPermanentIDs(inserted, assigned, error)) return fail();
   {
-    std::unordered_map<ManagedObjectID, ManagedObjectID, ManagedObjectIDHash> forward;
-    for (auto& [o, old] : assigned) forward[old] = o->state_->id;
-    remapReferences(forward);
+    IdTable<ManagedObjectID> forward;
+    for (auto& [o, old] : assigned) forward.insert(old, o->state_->id);
+    remapReferences(forward, true);
   }
   for (ManagedObject* o : inserted) {
     if (!store->insertRow(*o->state_, error)) return fail();
@@ -269,7 +270,7 @@ OptionalError ContextCore::saveToStore(std::vector<ManagedObjectPtr>& tracked,
   }
   if (!store->commit(error)) return fail();
   for (auto& [s, version] : versions) s->version = version;
-  for (auto& [o, old] : assigned) remapped_[old] = o->state_->id;
+  for (auto& [o, old] : assigned) remapped_.insert(old, o->state_->id);
   return std::nullopt;
 }
 
@@ -284,12 +285,12 @@ OptionalError ContextCore::saveToParent(std::vector<ManagedObjectPtr>& tracked) 
   if (rootCoordinator() && rootCoordinator()->sqliteStore()) {
     std::vector<std::pair<ManagedObject*, ManagedObjectID>> assigned;
     if (!assignPermanentIDs(inserted, assigned, error)) return error;
-    std::unordered_map<ManagedObjectID, ManagedObjectID, ManagedObjectIDHash> forward;
+    IdTable<ManagedObjectID> forward;
     for (auto& [o, old] : assigned) {
-      forward[old] = o->state_->id;
-      remapped_[old] = o->state_->id;
+      forward.insert(old, o->state_->id);
+      remapped_.insert(old, o->state_->id);
     }
-    remapReferences(forward);
+    remapReferences(forward, true);
   }
   ContextCore& parent = parent_->core();
   std::lock_guard<std::recursive_mutex> lock(parent.mutex_);
@@ -307,11 +308,12 @@ OptionalError ContextCore::saveToParent(std::vector<ManagedObjectPtr>& tracked) 
       c.fault = false;
       c.inserted = true;
       c.attributes = s.attributes;
-      c.committedAttributes.assign(s.attributes.size(), Value());
-      c.attributeChanged.assign(s.attributes.size(), 1);
+      ObjectChanges& changes = c.changesForWrite();
+      changes.committedAttributes.assign(s.attributes.size(), Value());
+      changes.attributeChanged.assign(s.attributes.size(), 1);
       c.toOne = s.toOne;
-      c.committedToOne.assign(s.toOne.size(), ManagedObjectID());
-      c.toOneChanged.assign(s.toOne.size(), 1);
+      changes.committedToOne.assign(s.toOne.size(), ManagedObjectID());
+      changes.toOneChanged.assign(s.toOne.size(), 1);
       c.toMany.resize(s.toMany.size());
       for (std::size_t i = 0; i < s.toMany.size(); ++i) {
         c.toManyAt(i).loaded = true;
@@ -370,12 +372,12 @@ OptionalError ContextCore::obtainPermanentIDs(const std::vector<ManagedObjectPtr
   std::vector<std::pair<ManagedObject*, ManagedObjectID>> assigned;
   OptionalError error;
   if (!assignPermanentIDs(mine, assigned, error)) return error;
-  std::unordered_map<ManagedObjectID, ManagedObjectID, ManagedObjectIDHash> forward;
+  IdTable<ManagedObjectID> forward;
   for (auto& [o, old] : assigned) {
-    forward[old] = o->state_->id;
-    remapped_[old] = o->state_->id;
+    forward.insert(old, o->state_->id);
+    remapped_.insert(old, o->state_->id);
   }
-  remapReferences(forward);
+  remapReferences(forward, true);
   return std::nullopt;
 }
 
@@ -456,12 +458,11 @@ void ContextCore::rollback() {
     s.updated = false;
     s.deleted = false;
     if (s.fault) continue;
-    if (!s.committedAttributes.empty()) s.attributes = s.committedAttributes;
-    s.committedAttributes.clear();
-    s.attributeChanged.clear();
-    if (!s.committedToOne.empty()) s.toOne = s.committedToOne;
-    s.committedToOne.clear();
-    s.toOneChanged.clear();
+    if (s.changes) {
+      if (!s.changes->committedAttributes.empty()) s.attributes = s.changes->committedAttributes;
+      if (!s.changes->committedToOne.empty()) s.toOne = s.changes->committedToOne;
+    }
+    s.dropChanges();
     for (auto& tm : s.toMany) {
       if (tm.loaded) tm.current = tm.committed;
       tm.added.clear();

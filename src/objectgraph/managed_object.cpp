@@ -4,6 +4,7 @@
 #include "objectgraph/managed_object.h"
 
 #include <cstring>
+#include <new>
 #include <stdexcept>
 
 #include "objectgraph/context_core.h"
@@ -116,14 +117,21 @@ void IdList::remapIDs(const std::function<bool(ManagedObjectID&)>& remap, bool o
   }
 }
 
+void ObjectChangesDeleter::operator()(ObjectChanges* changes) const {
+  changes->~ObjectChanges();
+  objectmemory::deallocate(changes, sizeof(ObjectChanges));
+}
+
+ObjectChanges& ObjectState::changesForWrite() {
+  if (!changes) changes.reset(new (objectmemory::allocate(sizeof(ObjectChanges))) ObjectChanges());
+  return *changes;
+}
+
 void ObjectState::resetToFault() {
   fault = true;
   attributes.clear();
-  committedAttributes.clear();
-  attributeChanged.clear();
   toOne.clear();
-  committedToOne.clear();
-  toOneChanged.clear();
+  dropChanges();
   toMany.clear();
 }
 
@@ -135,10 +143,7 @@ void ObjectState::fillFromSnapshot(RowSnapshot&& row) {
 }
 
 void ObjectState::markFilled(std::int64_t rowVersion) {
-  committedAttributes.clear();
-  attributeChanged.clear();
-  committedToOne.clear();
-  toOneChanged.clear();
+  dropChanges();
   toMany.clear();
   version = rowVersion;
   fault = false;
@@ -149,11 +154,12 @@ void ObjectState::prepareEmpty(const EntityDescription& e) {
   const auto& attrs = e.attributes();
   attributes.resize(attrs.size());
   for (std::size_t i = 0; i < attrs.size(); ++i) attributes[i] = attrs[i]->coerce(attrs[i]->defaultValue());
-  committedAttributes.assign(attrs.size(), Value());
-  attributeChanged.clear();
   toOne.assign(e.toOneRelationships().size(), ManagedObjectID());
-  committedToOne = toOne;
-  toOneChanged.clear();
+  // A new object's committed values are all null.
+  dropChanges();
+  ObjectChanges& c = changesForWrite();
+  c.committedAttributes.assign(attrs.size(), Value());
+  c.committedToOne = toOne;
   toMany.clear();
   toMany.resize(e.toManyRelationships().size());
   for (auto& tm : toMany) tm.loaded = true;
@@ -161,10 +167,7 @@ void ObjectState::prepareEmpty(const EntityDescription& e) {
 }
 
 void ObjectState::commit() {
-  committedAttributes.clear();
-  attributeChanged.clear();
-  committedToOne.clear();
-  toOneChanged.clear();
+  dropChanges();
   for (auto& tm : toMany) {
     if (tm.loaded) tm.committed.becomeCopyOf(tm.current);
     tm.added.clear();

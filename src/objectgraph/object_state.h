@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "objectgraph/id_table.h"
@@ -76,6 +77,20 @@ struct RowSnapshot {
   std::int64_t version = 0;
 };
 
+// What an object keeps only once it changes: its committed values and which
+// slots changed. Most objects of a large fetch are only read and go without,
+// which keeps each of them about a hundred bytes smaller.
+struct ObjectChanges {
+  ValueSlots committedAttributes;  // empty: as attributes
+  std::vector<std::uint8_t> attributeChanged;
+  IdSlots committedToOne;  // empty: as toOne
+  std::vector<std::uint8_t> toOneChanged;
+};
+
+struct ObjectChangesDeleter {
+  void operator()(ObjectChanges* changes) const;
+};
+
 struct ObjectState {
   const EntityDescription* entity = nullptr;
   ManagedObjectContext* context = nullptr;  // null when detached
@@ -92,36 +107,44 @@ struct ObjectState {
   bool listed = false;   // scratch mark of trackedObjects()
 
   ValueSlots attributes;
-  ValueSlots committedAttributes;  // empty: as attributes
-  std::vector<std::uint8_t> attributeChanged;
   IdSlots toOne;
-  IdSlots committedToOne;
-  std::vector<std::uint8_t> toOneChanged;
+  std::unique_ptr<ObjectChanges, ObjectChangesDeleter> changes;  // null: nothing changed
   std::vector<ToManyState> toMany;
   std::int64_t version = 0;
 
   bool hasChanges() const { return inserted || updated || deleted; }
 
+  ObjectChanges& changesForWrite();
+  // Forgets the committed values and change flags: the current values are
+  // the committed ones.
+  void dropChanges() { changes.reset(); }
+
   // Committed values and change flags are kept only once something changes:
   // an object that is only read never copies its row.
   const Value& committedAttribute(std::size_t i) const {
-    return committedAttributes.empty() ? attributes[i] : committedAttributes[i];
+    return !changes || changes->committedAttributes.empty() ? attributes[i] : changes->committedAttributes[i];
   }
-  bool attributeWasChanged(std::size_t i) const { return !attributeChanged.empty() && attributeChanged[i]; }
+  bool attributeWasChanged(std::size_t i) const {
+    return changes && !changes->attributeChanged.empty() && changes->attributeChanged[i];
+  }
   // Call before writing attributes[i].
   void noteAttributeChange(std::size_t i) {
-    if (committedAttributes.empty()) committedAttributes = attributes;
-    if (attributeChanged.empty()) attributeChanged.assign(attributes.size(), 0);
-    attributeChanged[i] = 1;
+    ObjectChanges& c = changesForWrite();
+    if (c.committedAttributes.empty()) c.committedAttributes = attributes;
+    if (c.attributeChanged.empty()) c.attributeChanged.assign(attributes.size(), 0);
+    c.attributeChanged[i] = 1;
   }
   const ManagedObjectID& committedToOneAt(std::size_t i) const {
-    return committedToOne.empty() ? toOne[i] : committedToOne[i];
+    return !changes || changes->committedToOne.empty() ? toOne[i] : changes->committedToOne[i];
   }
-  bool toOneWasChanged(std::size_t i) const { return !toOneChanged.empty() && toOneChanged[i]; }
+  bool toOneWasChanged(std::size_t i) const {
+    return changes && !changes->toOneChanged.empty() && changes->toOneChanged[i];
+  }
   void noteToOneChange(std::size_t i) {
-    if (committedToOne.empty()) committedToOne = toOne;
-    if (toOneChanged.empty()) toOneChanged.assign(toOne.size(), 0);
-    toOneChanged[i] = 1;
+    ObjectChanges& c = changesForWrite();
+    if (c.committedToOne.empty()) c.committedToOne = toOne;
+    if (c.toOneChanged.empty()) c.toOneChanged.assign(toOne.size(), 0);
+    c.toOneChanged[i] = 1;
   }
   // The state of a to-many relationship, made on first use: a fetched
   // object that never touches its to-many relationships allocates nothing

@@ -298,7 +298,7 @@ int SQLiteStore::bindColumns(sqlite3_stmt* s, int index, const ObjectState& o) c
   return index;
 }
 
-const SQLiteStore::EntitySQL& SQLiteStore::entitySQL(const EntityDescription& e) {
+SQLiteStore::EntitySQL& SQLiteStore::entitySQL(const EntityDescription& e) {
   auto it = entitySQL_.find(&e);
   if (it != entitySQL_.end()) return it->second;
   EntitySQL sql;
@@ -314,14 +314,25 @@ const SQLiteStore::EntitySQL& SQLiteStore::entitySQL(const EntityDescription& e)
     marks += ", ?";
     sets += ", " + columnFor(*r) + " = ?";
   }
-  sql.insert = "INSERT INTO " + tableFor(e) + "(_pk, _ent, _opt" + columns + ") VALUES(?, ?, 1" + marks + ")";
-  sql.update = "UPDATE " + tableFor(e) + " SET _opt = _opt + 1" + sets + " WHERE _pk = ? RETURNING _opt";
-  sql.updateChecked = "UPDATE " + tableFor(e) + " SET _opt = _opt + 1" + sets + " WHERE _pk = ? AND _opt = ? RETURNING _opt";
+  sql.insert.sql = "INSERT INTO " + tableFor(e) + "(_pk, _ent, _opt" + columns + ") VALUES(?, ?, 1" + marks + ")";
+  sql.update.sql = "UPDATE " + tableFor(e) + " SET _opt = _opt + 1" + sets + " WHERE _pk = ? RETURNING _opt";
+  sql.updateChecked.sql =
+      "UPDATE " + tableFor(e) + " SET _opt = _opt + 1" + sets + " WHERE _pk = ? AND _opt = ? RETURNING _opt";
   return entitySQL_.emplace(&e, std::move(sql)).first->second;
 }
 
+sqlite3_stmt* SQLiteStore::reuse(CachedStatement& cached, OptionalError& error) {
+  if (cached.statement) {
+    sqlite3_reset(cached.statement);
+    sqlite3_clear_bindings(cached.statement);
+    return cached.statement;
+  }
+  cached.statement = prepare(cached.sql, error);
+  return cached.statement;
+}
+
 bool SQLiteStore::insertRow(const ObjectState& o, OptionalError& error) {
-  sqlite3_stmt* s = prepare(entitySQL(*o.entity).insert, error);
+  sqlite3_stmt* s = reuse(entitySQL(*o.entity).insert, error);
   if (!s) return false;
   sqlite3_bind_int64(s, 1, o.id.primaryKey());
   sqlite3_bind_int(s, 2, entityNumbers_.at(o.entity->name()));
@@ -338,8 +349,8 @@ bool SQLiteStore::insertRow(const ObjectState& o, OptionalError& error) {
 bool SQLiteStore::updateRow(const ObjectState& o, bool checkVersion, bool& conflict, std::int64_t& newVersion,
                             OptionalError& error) {
   conflict = false;
-  const EntitySQL& sql = entitySQL(*o.entity);
-  sqlite3_stmt* s = prepare(checkVersion ? sql.updateChecked : sql.update, error);
+  EntitySQL& sql = entitySQL(*o.entity);
+  sqlite3_stmt* s = reuse(checkVersion ? sql.updateChecked : sql.update, error);
   if (!s) return false;
   int index = bindColumns(s, 1, o);
   sqlite3_bind_int64(s, index++, o.id.primaryKey());
@@ -377,13 +388,26 @@ bool SQLiteStore::deleteRow(const ManagedObjectID& id, OptionalError& error) {
 }
 
 bool SQLiteStore::writeToMany(const ObjectState& o, const RelationshipDescription& r, OptionalError& error) {
-  auto join = joinTableFor(r);
-  if (!join || !join->sourceIsOwner) return true;
+  auto it = joinSQL_.find(&r);
+  if (it == joinSQL_.end()) {
+    JoinSQL sql;
+    if (auto join = joinTableFor(r); join && join->sourceIsOwner) {
+      sql.written = true;
+      sql.ordered = join->ordered;
+      sql.clear.sql = "DELETE FROM " + join->table + " WHERE _src = ?";
+      sql.remove.sql = "DELETE FROM " + join->table + " WHERE _src = ? AND _dst = ?";
+      sql.add.sql = "INSERT OR IGNORE INTO " + join->table + "(_src, _dst) VALUES(?, ?)";
+      sql.place.sql = "INSERT OR REPLACE INTO " + join->table + "(_src, _dst, _idx) VALUES(?, ?, ?)";
+    }
+    it = joinSQL_.emplace(&r, std::move(sql)).first;
+  }
+  JoinSQL& sql = it->second;
+  if (!sql.written) return true;
   if (o.toMany.size() <= r.slot()) return true;  // never touched
   const ToManyState& state = o.toMany[r.slot()];
   const std::int64_t source = o.id.primaryKey();
-  auto run = [&](const std::string& sql, std::int64_t member, std::int64_t index, int arity) {
-    sqlite3_stmt* s = prepare(sql, error);
+  auto run = [&](CachedStatement& cached, std::int64_t member, std::int64_t index, int arity) {
+    sqlite3_stmt* s = reuse(cached, error);
     if (!s) return false;
     sqlite3_bind_int64(s, 1, source);
     if (arity > 1) sqlite3_bind_int64(s, 2, member);
@@ -396,17 +420,7 @@ bool SQLiteStore::writeToMany(const ObjectState& o, const RelationshipDescriptio
     }
     return true;
   };
-  auto it = joinSQL_.find(&r);
-  if (it == joinSQL_.end()) {
-    JoinSQL sql;
-    sql.clear = "DELETE FROM " + join->table + " WHERE _src = ?";
-    sql.remove = "DELETE FROM " + join->table + " WHERE _src = ? AND _dst = ?";
-    sql.add = "INSERT OR IGNORE INTO " + join->table + "(_src, _dst) VALUES(?, ?)";
-    sql.place = "INSERT OR REPLACE INTO " + join->table + "(_src, _dst, _idx) VALUES(?, ?, ?)";
-    it = joinSQL_.emplace(&r, std::move(sql)).first;
-  }
-  const JoinSQL& sql = it->second;
-  if (join->ordered) {
+  if (sql.ordered) {
     if (!run(sql.clear, 0, 0, 1)) return false;
     std::int64_t index = 0;
     for (const ManagedObjectID& member : state.current.items()) {

@@ -140,13 +140,23 @@ class SQLiteStore {
   bool setUpSchema(const Value::Dictionary& options, OptionalError& error);
   void buildLayouts();
   const Layout& layoutFor(const EntityDescription& entity) const;
+  // The statements of a save, kept with their prepared form so that each
+  // row written skips the lookup by SQL text.
+  struct CachedStatement {
+    std::string sql;
+    sqlite3_stmt* statement = nullptr;
+  };
   struct EntitySQL {
-    std::string insert, update, updateChecked;
+    CachedStatement insert, update, updateChecked;
   };
   struct JoinSQL {
-    std::string clear, remove, add, place;
+    bool written = false;  // this side owns a join table
+    bool ordered = false;
+    CachedStatement clear, remove, add, place;
   };
-  const EntitySQL& entitySQL(const EntityDescription& entity);
+  EntitySQL& entitySQL(const EntityDescription& entity);
+  // The cached statement, reset and with bindings cleared.
+  sqlite3_stmt* reuse(CachedStatement& cached, OptionalError& error);
   int bindColumns(sqlite3_stmt* statement, int index, const ObjectState& object) const;
   bool writeMetadata(OptionalError& error);
 
