@@ -141,7 +141,7 @@ void MoodRecordEditViewController::setSelection(std::size_t location, std::size_
   cursor_ = std::min(location, text_.size());
   selectionLength_ = std::min(length, text_.size() - cursor_);
   // Touching the text while the picker is open takes the picked date.
-  if (isTimeEditing_ && !timePickerCancelled_) closeTimePicker();
+  if (isTimeEditing_ && !timePickerCancelled_) timePickerDone(pickedDate_);
 }
 
 void MoodRecordEditViewController::insertUnitIfOffered() {
@@ -314,6 +314,7 @@ void MoodRecordEditViewController::dateButtonClick() {
                                                                          : Date::now();
     setCompletionOptions({});
     isTimeEditing_ = true;
+    pickedDate_ = start;
     if (auto v = view()) v->showTimePicker(start, Date::now());
   };
   if (passcode_ && passcode_->hasPasscode()) {

@@ -156,6 +156,8 @@ class MoodRecordEditViewController : public MoodViewController {
   // Cancel keeps it. A date after now is taken as now.
   void timePickerDone(Date picked);
   void timePickerCancel();
+  // The wheel moved; touching the text then takes this date.
+  void timePickerValueChanged(Date date) { pickedDate_ = date; }
 
   // --- Ending -------------------------------------------------------------------
   // Applies the current state to the record and saves. Gives the apply's
@@ -225,6 +227,7 @@ class MoodRecordEditViewController : public MoodViewController {
   bool isDeleted_ = false;
   bool isUnlocked_ = false;
   bool timePickerCancelled_ = false;
+  Date pickedDate_;
 };
 
 }  // namespace lumeo

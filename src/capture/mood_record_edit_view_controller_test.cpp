@@ -218,6 +218,22 @@ TEST_F(CaptureFlowTest, CancelOfAnExistingRecordRestoresValuesButKeepsTheNewDate
   Date picked = Date::fromTimeIntervalSince1970(1690000000);
   editor->timePickerDone(picked);
 
+  // Touching the text with the picker open takes the wheel's date, unless
+  // the picker was cancelled.
+  Date wheel = Date::fromTimeIntervalSince1970(1680000000);
+  editor->dateButtonClick();
+  editor->timePickerValueChanged(wheel);
+  editor->timePickerCancel();
+  editor->setSelection(0, 0);
+  EXPECT_EQ(record->date(), picked);
+  editor->dateButtonClick();
+  editor->timePickerValueChanged(wheel);
+  editor->setSelection(0, 0);
+  EXPECT_FALSE(editor->isTimeEditing());
+  EXPECT_EQ(record->date(), wheel);
+  editor->dateButtonClick();
+  editor->timePickerDone(picked);
+
   editor->confirmCancel();
   EXPECT_EQ(record->moodDescription()->comment(), "Old #work");
   EXPECT_EQ(record->moodTags().size(), 1u);
