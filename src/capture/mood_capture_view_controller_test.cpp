@@ -8,6 +8,7 @@
 
 #include "capture/location_helper.h"
 #include "shell/shell_test_support.h"
+#include "store/image_store.h"
 #include "store/mood_record.h"
 #include "store/mood_tag.h"
 
@@ -16,6 +17,14 @@ namespace {
 
 class CaptureInAppTest : public testing::ShellTest {
  protected:
+  // The application installs its image store as the shared one and leaves
+  // it there; later tests delete pictures through the shared store.
+  CaptureInAppTest() : previousImages_(ImageStore::shared()) {}
+  ~CaptureInAppTest() override {
+    app_.reset();
+    ImageStore::setShared(previousImages_);
+  }
+
   std::shared_ptr<MoodCaptureViewController> launchCapture() {
     launch();
     auto capture = std::make_shared<MoodCaptureViewController>(RecordStateServices::fromSharedDelegate(),
@@ -30,6 +39,8 @@ class CaptureInAppTest : public testing::ShellTest {
     editor->textViewDidChange(comment, comment.size());
     editor->done();
   }
+
+  std::shared_ptr<ImageStore> previousImages_;
 };
 
 TEST_F(CaptureInAppTest, DoneOpensHistoryOnlyWhenThePasscodeAllows) {
