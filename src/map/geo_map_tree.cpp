@@ -411,14 +411,6 @@ const GeoMapCellGrid* GeoMapTree::cellGridForCellMapSize(double cellMapSize) con
   return grids_.back().get();
 }
 
-GeoMapTreeAggregate GeoMapTree::aggregateInCell(MapRect cell, const GeoMapTreeBoundingBox& box,
-                                                const GeoMapCellGrid* grid) const {
-  if (grid) {
-    if (auto totals = grid->aggregateForCell(cell)) return *totals;
-  }
-  return aggregateInBox(box, true);
-}
-
 MapAnnotationList GeoMapTree::annotationsInMapRect(MapRect rect) const {
   GeoMapTreeUnsafeMutableArray found(10);
   if (rect.isEmpty()) return {};

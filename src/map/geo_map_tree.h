@@ -116,10 +116,6 @@ class GeoMapTree {
   // The two most recent tables are kept and follow every add and remove.
   // Called only by the tree's one writer (the background queue).
   const GeoMapCellGrid* cellGridForCellMapSize(double cellMapSize) const;
-  // Count and position sums of one grid cell: from the cell's table when
-  // it can answer exactly, from the tree otherwise.
-  GeoMapTreeAggregate aggregateInCell(MapRect cell, const GeoMapTreeBoundingBox& box,
-                                      const GeoMapCellGrid* grid) const;
   std::size_t cellGridCount() const { return grids_.size(); }
 
   bool containsAnnotation(const MapAnnotation* annotation) const {
