@@ -4,8 +4,9 @@
 //   cluster_bench --write-points DIR        writes the points and viewports
 //   cluster_bench --points DIR --peer FILE  times Lumeo and prints ratios
 // Without arguments it generates the points itself and prints its own times.
-// For a profiler, --count N --viewport NAME --passes P time one case with
-// exactly P viewport passes (the build then runs once).
+// For a profiler, --count N --viewport NAME --passes P [--pan-passes Q]
+// time one case with exactly P viewport passes (the build then runs once)
+// and Q pans (41 unless given).
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -35,6 +36,7 @@ constexpr double kMapHeight = 800;
 std::vector<std::size_t> kSizes = {100000, 1000000};
 std::string onlyViewport;  // empty: all of them
 int fixedPasses = 0;       // 0: as many as fit in the time budget
+int panPasses = 41;
 
 struct Viewport {
   std::string name;
@@ -192,8 +194,7 @@ Measurements measureLumeo(const std::map<std::size_t, std::vector<double>>& poin
         GeoMapClusterSnapshot moved = snapshot;
         moved.visibleMapRect.origin.x += snapshot.visibleMapRect.size.width / 4;
         std::vector<double> panTimes;
-        int panRuns = fixedPasses ? fixedPasses : 41;
-        for (int run = 0; run < panRuns; ++run) {
+        for (int run = 0; run < panPasses; ++run) {
           const GeoMapClusterSnapshot& at = run % 2 ? moved : snapshot;
           GeoMapClusterOperation operation(at, tree, visible, clusterer, nullptr, {}, {});
           auto start = Clock::now();
@@ -299,6 +300,7 @@ int main(int argc, char** argv) {
     else if (!std::strcmp(argv[i], "--count")) kSizes = {std::stoul(argv[i + 1])};
     else if (!std::strcmp(argv[i], "--viewport")) onlyViewport = argv[i + 1];
     else if (!std::strcmp(argv[i], "--passes")) fixedPasses = std::max(3, std::stoi(argv[i + 1]));
+    else if (!std::strcmp(argv[i], "--pan-passes")) panPasses = std::max(3, std::stoi(argv[i + 1]));
   }
   if (!writeDir.empty()) {
     for (std::size_t count : kSizes) {
