@@ -91,31 +91,36 @@ bool SQLiteStore::execute(const std::string& sql, OptionalError& error) {
 }
 
 Value SQLiteStore::readAttributeColumn(const AttributeDescription& a, sqlite3_stmt* s, int column) const {
-  const int kind = sqlite3_column_type(s, column);
+  // One call for the column, then the cheap value accessors: each column
+  // call checks the statement anew, which a 100,000-row fetch notices. The
+  // coordinator's lock serialises the connection, so the column's value may
+  // be read this way.
+  sqlite3_value* value = sqlite3_column_value(s, column);
+  const int kind = sqlite3_value_type(value);
   if (kind == SQLITE_NULL) return {};
   switch (a.attributeType()) {
     case AttributeType::kString:
       if (kind != SQLITE_TEXT) return {};
-      return Value(std::string(reinterpret_cast<const char*>(sqlite3_column_text(s, column)),
-                               sqlite3_column_bytes(s, column)));
+      return Value(std::string(reinterpret_cast<const char*>(sqlite3_value_text(value)),
+                               static_cast<std::size_t>(sqlite3_value_bytes(value))));
     case AttributeType::kInteger16:
     case AttributeType::kInteger32:
     case AttributeType::kInteger64:
       if (kind != SQLITE_INTEGER && kind != SQLITE_FLOAT) return {};
-      return Value(static_cast<long long>(sqlite3_column_int64(s, column)));
+      return Value(static_cast<long long>(sqlite3_value_int64(value)));
     case AttributeType::kBoolean:
       if (kind != SQLITE_INTEGER && kind != SQLITE_FLOAT) return {};
-      return Value(sqlite3_column_int64(s, column) != 0);
+      return Value(sqlite3_value_int64(value) != 0);
     case AttributeType::kDouble:
       if (kind != SQLITE_INTEGER && kind != SQLITE_FLOAT) return {};
-      return Value(sqlite3_column_double(s, column));
+      return Value(sqlite3_value_double(value));
     case AttributeType::kDate:
       if (kind != SQLITE_INTEGER && kind != SQLITE_FLOAT) return {};
-      return Value(Date::fromTimeIntervalSince1970(sqlite3_column_double(s, column)));
+      return Value(Date::fromTimeIntervalSince1970(sqlite3_value_double(value)));
     case AttributeType::kBinary:
     case AttributeType::kTransformable: {
-      const auto* bytes = static_cast<const std::uint8_t*>(sqlite3_column_blob(s, column));
-      Value::Data data(bytes, bytes + sqlite3_column_bytes(s, column));
+      const auto* bytes = static_cast<const std::uint8_t*>(sqlite3_value_blob(value));
+      Value::Data data(bytes, bytes + sqlite3_value_bytes(value));
       if (a.attributeType() == AttributeType::kBinary) return Value(std::move(data));
       if (!a.valueTransformerName().empty()) {
         auto transformer = ValueTransformer::valueTransformerForName(a.valueTransformerName());
@@ -164,11 +169,11 @@ void SQLiteStore::readColumns(const EntityDescription& entity, sqlite3_stmt* s, 
   toOne.clear();
   toOne.resize(toOnes.size());
   for (std::size_t i = 0; i < toOnes.size(); ++i) {
-    const int column = toOneColumns[i] + 3;
-    if (sqlite3_column_type(s, column) == SQLITE_NULL) continue;
+    sqlite3_value* value = sqlite3_column_value(s, toOneColumns[i] + 3);
+    if (sqlite3_value_type(value) == SQLITE_NULL) continue;
     // Only a destination with subentities needs a look at the target's row
     // to know its entity; that happens lazily when the fault fires.
-    toOne[i] = ManagedObjectID::makePermanent(toOnes[i]->destinationEntity(), interned_, sqlite3_column_int64(s, column));
+    toOne[i] = ManagedObjectID::makePermanent(toOnes[i]->destinationEntity(), interned_, sqlite3_value_int64(value));
   }
 }
 
