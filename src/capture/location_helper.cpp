@@ -51,6 +51,9 @@ void LocationHelper::listenTo(const std::shared_ptr<LocationService>& service) {
 
 void LocationHelper::setRecord(const std::shared_ptr<MoodRecord>& record) { record_ = record; }
 
+// A phone wraps this in a background task so that the answer can still
+// arrive after the user left the application; a desktop process keeps
+// running, so the request is the fetch itself.
 void LocationHelper::requestLocation() { getLocation(); }
 
 bool LocationHelper::hasGoodKnownFix() const {
