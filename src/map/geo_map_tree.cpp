@@ -260,7 +260,7 @@ MapAnnotationPtr GeoMapTree::retained(MapAnnotation* annotation) const {
 MapAnnotationList GeoMapTree::allAnnotations() const {
   MapAnnotationList result;
   result.reserve(entries_.size());
-  for (const GeoMapTreeEntryTable::Entry& entry : entries_.entries()) result.push_back(entry.annotation);
+  entries_.forEach([&](const GeoMapTreeEntryTable::Entry& entry) { result.push_back(entry.annotation); });
   return result;
 }
 

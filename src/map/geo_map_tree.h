@@ -133,13 +133,13 @@ class GeoMapTree {
   // taking references; the tree must not change meanwhile.
   template <typename Visit>
   void forEachAnnotation(Visit&& visit) const {
-    for (const GeoMapTreeEntryTable::Entry& entry : entries_.entries()) visit(entry.annotation);
+    entries_.forEach([&](const GeoMapTreeEntryTable::Entry& entry) { visit(entry.annotation); });
   }
   // The same with where each is filed: visit(annotation, latitude, longitude).
   template <typename Visit>
   void forEachFiled(Visit&& visit) const {
-    for (const GeoMapTreeEntryTable::Entry& entry : entries_.entries())
-      visit(entry.annotation, entry.x, entry.y);
+    entries_.forEach(
+        [&](const GeoMapTreeEntryTable::Entry& entry) { visit(entry.annotation, entry.x, entry.y); });
   }
   const GeoMapTreeNode* root() const { return root_; }
   // The tree has one writer, the controller's background queue, which takes

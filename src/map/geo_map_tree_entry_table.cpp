@@ -30,13 +30,13 @@ std::size_t GeoMapTreeEntryTable::slotOf(const MapAnnotation* annotation) const 
   for (std::size_t i = h >> shift_;; i = (i + 1) & mask) {
     const Slot& slot = slots_[i];
     if (slot.index == 0) return slots_.size();
-    if (slot.tag == tag && entries_[slot.index - 1].annotation.get() == annotation) return i;
+    if (slot.tag == tag && at(slot.index - 1).annotation.get() == annotation) return i;
   }
 }
 
 const GeoMapTreeEntryTable::Entry* GeoMapTreeEntryTable::find(const MapAnnotation* annotation) const {
   std::size_t i = slotOf(annotation);
-  return i == slots_.size() ? nullptr : &entries_[slots_[i].index - 1];
+  return i == slots_.size() ? nullptr : &at(slots_[i].index - 1);
 }
 
 bool GeoMapTreeEntryTable::insert(MapAnnotationPtr annotation, double x, double y) {
@@ -46,14 +46,16 @@ bool GeoMapTreeEntryTable::insert(MapAnnotationPtr annotation, double x, double 
 }
 
 void GeoMapTreeEntryTable::insertAbsent(MapAnnotationPtr annotation, double x, double y) {
-  if ((entries_.size() + 1) * 4 > slots_.size() * 3) rebuildIndex(slots_.size() * 2);
-  if (entries_.size() >= UINT32_MAX) throw std::length_error("GeoMapTreeEntryTable: too many annotations");
+  if ((size_ + 1) * 4 > slots_.size() * 3) rebuildIndex(slots_.size() * 2);
+  if (size_ >= UINT32_MAX) throw std::length_error("GeoMapTreeEntryTable: too many annotations");
   std::uint64_t h = hash(annotation.get());
   std::size_t mask = slots_.size() - 1;
   std::size_t i = h >> shift_;
   while (slots_[i].index != 0) i = (i + 1) & mask;
-  entries_.push_back({std::move(annotation), x, y});
-  slots_[i] = {static_cast<std::uint32_t>(entries_.size()), static_cast<std::uint32_t>(h >> 32)};
+  if ((size_ >> kBlockShift) == blocks_.size()) blocks_.push_back(std::make_unique<Entry[]>(kBlockMask + 1));
+  entryAt(size_) = {std::move(annotation), x, y};
+  ++size_;
+  slots_[i] = {static_cast<std::uint32_t>(size_), static_cast<std::uint32_t>(h >> 32)};
 }
 
 bool GeoMapTreeEntryTable::erase(const MapAnnotation* annotation) {
@@ -75,18 +77,22 @@ bool GeoMapTreeEntryTable::erase(const MapAnnotation* annotation) {
   slots_[hole] = {};
 
   // Keep the entries dense: the last one takes the removed one's place.
-  std::size_t last = entries_.size() - 1;
+  std::size_t last = size_ - 1;
   if (removed != last) {
-    std::size_t i = slotOf(entries_[last].annotation.get());
-    entries_[removed] = std::move(entries_[last]);
+    std::size_t i = slotOf(entryAt(last).annotation.get());
+    entryAt(removed) = std::move(entryAt(last));
     slots_[i].index = static_cast<std::uint32_t>(removed + 1);
   }
-  entries_.pop_back();
+  entryAt(last).annotation.reset();
+  --size_;
+  // Keep one spare block, so that a table going up and down across a block
+  // boundary does not allocate each time.
+  while (blocks_.size() > (size_ >> kBlockShift) + 2) blocks_.pop_back();
   return true;
 }
 
 void GeoMapTreeEntryTable::reserve(std::size_t count) {
-  entries_.reserve(count);
+  blocks_.reserve((count >> kBlockShift) + 1);
   std::size_t slotCount = slots_.size();
   while (count * 4 > slotCount * 3) slotCount *= 2;
   if (slotCount != slots_.size()) rebuildIndex(slotCount);
@@ -96,8 +102,8 @@ void GeoMapTreeEntryTable::rebuildIndex(std::size_t slotCount) {
   slots_.assign(slotCount, Slot{});
   shift_ = 64 - std::countr_zero(slotCount);
   std::size_t mask = slotCount - 1;
-  for (std::size_t e = 0; e < entries_.size(); ++e) {
-    std::uint64_t h = hash(entries_[e].annotation.get());
+  for (std::size_t e = 0; e < size_; ++e) {
+    std::uint64_t h = hash(entryAt(e).annotation.get());
     std::size_t i = h >> shift_;
     while (slots_[i].index != 0) i = (i + 1) & mask;
     slots_[i] = {static_cast<std::uint32_t>(e + 1), static_cast<std::uint32_t>(h >> 32)};

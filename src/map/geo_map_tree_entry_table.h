@@ -1,12 +1,13 @@
 // The quad tree's annotation set: which annotations the tree holds, the
 // strong reference it keeps for each, and where each was filed. Entries sit
-// densely in one array and a small open-addressing index finds them, so
+// densely in blocks and a small open-addressing index finds them, so
 // filing a pin costs no allocation of its own and a million annotations
 // take about 50 bytes each.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "map/map_annotation.h"
@@ -23,8 +24,8 @@ class GeoMapTreeEntryTable {
 
   GeoMapTreeEntryTable();
 
-  std::size_t size() const { return entries_.size(); }
-  bool empty() const { return entries_.empty(); }
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
   const Entry* find(const MapAnnotation* annotation) const;
   // Adds an entry for an annotation not yet in the table; false if it is.
   bool insert(MapAnnotationPtr annotation, double x, double y);
@@ -35,8 +36,13 @@ class GeoMapTreeEntryTable {
   bool erase(const MapAnnotation* annotation);
   // Room for `count` entries in all.
   void reserve(std::size_t count);
-  // Every entry, in no particular order; invalidated by any change.
-  const std::vector<Entry>& entries() const { return entries_; }
+  // The entries, in no particular order (0 to size() - 1); positions
+  // change with any removal.
+  const Entry& at(std::size_t position) const { return blocks_[position >> kBlockShift][position & kBlockMask]; }
+  template <typename Visit>
+  void forEach(Visit&& visit) const {
+    for (std::size_t position = 0; position < size_; ++position) visit(at(position));
+  }
 
  private:
   // An index slot: the entry's position plus one (0 marks a free slot) and
@@ -47,13 +53,21 @@ class GeoMapTreeEntryTable {
     std::uint32_t tag = 0;
   };
 
+  // Entries live in blocks of 64 KB rather than one array: a big array
+  // comes straight from the system and goes back when freed, so every new
+  // tree would fault its pages in afresh, while blocks are reused.
+  static constexpr std::size_t kBlockShift = 11;
+  static constexpr std::size_t kBlockMask = (std::size_t{1} << kBlockShift) - 1;
+  Entry& entryAt(std::size_t position) { return blocks_[position >> kBlockShift][position & kBlockMask]; }
+
   static std::uint64_t hash(const MapAnnotation* annotation);
   std::size_t home(std::uint32_t tag) const { return tag >> (shift_ - 32); }
   // The index slot of an annotation's entry, or the slot count if absent.
   std::size_t slotOf(const MapAnnotation* annotation) const;
   void rebuildIndex(std::size_t slotCount);
 
-  std::vector<Entry> entries_;
+  std::vector<std::unique_ptr<Entry[]>> blocks_;
+  std::size_t size_ = 0;
   std::vector<Slot> slots_;
   int shift_;  // 64 - log2(slot count)
 };

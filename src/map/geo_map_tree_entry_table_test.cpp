@@ -29,10 +29,10 @@ TEST(GeoMapTreeEntryTableTest, AgreesWithAStandardMapThroughRandomAddsAndRemoves
       EXPECT_EQ(entry->y, position.second);
     }
     std::size_t listed = 0;
-    for (const GeoMapTreeEntryTable::Entry& entry : table.entries()) {
-      ASSERT_TRUE(expected.count(entry.annotation.get()));
+    table.forEach([&](const GeoMapTreeEntryTable::Entry& entry) {
+      EXPECT_TRUE(expected.count(entry.annotation.get()));
       ++listed;
-    }
+    });
     EXPECT_EQ(listed, expected.size());
   };
 
@@ -57,7 +57,7 @@ TEST(GeoMapTreeEntryTableTest, AgreesWithAStandardMapThroughRandomAddsAndRemoves
   }
 
   // The table holds the references: what it still lists stays alive.
-  std::weak_ptr<MapAnnotation> watched = table.entries().front().annotation;
+  std::weak_ptr<MapAnnotation> watched = table.at(0).annotation;
   const MapAnnotation* raw = watched.lock().get();
   pool.clear();
   EXPECT_FALSE(watched.expired());
