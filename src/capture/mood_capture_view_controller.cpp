@@ -81,6 +81,35 @@ void MoodCaptureViewController::checkForRecordBeingCreated() {
   presentEditControllerWithRecord(record, false);
 }
 
+namespace {
+
+// Done and cancel both end an edit of an existing record the same way: the
+// editor has already applied or restored the record, so it only closes.
+class ClosingEditorDelegate : public MoodRecordEditViewControllerDelegate {
+ public:
+  explicit ClosingEditorDelegate(std::function<void(Screen&)> finished) : finished_(std::move(finished)) {}
+  void viewControllerDone(MoodRecordEditViewController& editor) override { finish(editor); }
+  void viewControllerDidCancel(MoodRecordEditViewController& editor) override { finish(editor); }
+
+ private:
+  void finish(MoodRecordEditViewController& editor) {
+    if (finished_) finished_(editor);
+  }
+  std::function<void(Screen&)> finished_;
+};
+
+}  // namespace
+
+std::shared_ptr<Screen> MoodCaptureViewController::editorForExistingRecord(
+    const std::shared_ptr<MoodRecord>& record, std::function<void(Screen& editor)> finished) {
+  if (!record) return nullptr;
+  auto editor = MoodRecordEditViewController::forExistingRecord(record, services_, libraryDirectory_);
+  existingEditorDelegate_ = std::make_shared<ClosingEditorDelegate>(std::move(finished));
+  editor->setDelegate(existingEditorDelegate_);
+  if (editorOpened_) editorOpened_(*editor);
+  return editor;
+}
+
 void MoodCaptureViewController::viewControllerDone(MoodRecordEditViewController& editor) {
   MoodAppDelegate* app = MoodAppDelegate::sharedDelegate();
   if (finishHooks_.userDidSignificantEvent) finishHooks_.userDidSignificantEvent(true);

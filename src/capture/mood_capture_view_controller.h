@@ -73,6 +73,10 @@ class MoodCaptureViewController : public MoodViewController,
   // At launch: reopens the editor on an unfinished record, as a new one.
   // Any failure does nothing and keeps the key.
   void checkForRecordBeingCreated() override;
+  // The share sheet's Edit: an editor on an existing record, whose done and
+  // cancel hand it to `finished` (the application closes it).
+  std::shared_ptr<Screen> editorForExistingRecord(const std::shared_ptr<MoodRecord>& record,
+                                                  std::function<void(Screen& editor)> finished) override;
 
   void viewControllerDone(MoodRecordEditViewController& editor) override;
   void viewControllerDidCancel(MoodRecordEditViewController& editor) override;
@@ -88,6 +92,9 @@ class MoodCaptureViewController : public MoodViewController,
   FinishHooks finishHooks_;
   ScopedObserver modelObserver_;
   std::function<void(MoodRecordEditViewController&)> editorOpened_;
+  // The delegate of the editor opened by editorForExistingRecord; an editor
+  // only holds its delegate weakly.
+  std::shared_ptr<MoodRecordEditViewControllerDelegate> existingEditorDelegate_;
 };
 
 }  // namespace lumeo

@@ -17,8 +17,8 @@ namespace {
 
 class CaptureInAppTest : public testing::ShellTest {
  protected:
-  // The application installs its image store as the shared one and leaves
-  // it there; later tests delete pictures through the shared store.
+  // The application takes its image store down with it; the store other
+  // tests in this binary installed comes back.
   CaptureInAppTest() : previousImages_(ImageStore::shared()) {}
   ~CaptureInAppTest() override {
     app_.reset();
@@ -79,6 +79,38 @@ TEST_F(CaptureInAppTest, LocationHelperUsesTheApplicationsService) {
   EXPECT_FALSE(helper.isEnabled());
   app_.reset();
   EXPECT_FALSE(helper.isEnabled());  // no application: no position
+}
+
+// The share sheet's Edit opens the real editor on the record, in editing
+// mode; done keeps the edit, cancel restores the record, and both close it.
+TEST_F(CaptureInAppTest, ShareSheetEditOpensTheEditorOnTheRecord) {
+  seedRecord(4);
+  auto capture = launchCapture();
+  app_->setCaptureHooks(capture);
+  auto record = app_->store().allRecords().front();
+  Screen* top = app_->window().visibleViewController();
+  ASSERT_TRUE(top);
+
+  app_->moodEditActivityFinished(record);
+  auto* editor = dynamic_cast<MoodRecordEditViewController*>(app_->window().visibleViewController());
+  ASSERT_TRUE(editor);
+  EXPECT_TRUE(editor->editing());
+  editor->viewDidLoad();
+  editor->textViewDidChange("shared #edit", 12);
+  editor->done();
+  EXPECT_EQ(app_->window().visibleViewController(), top);
+  EXPECT_EQ(record->moodDescription()->comment(), "shared #edit");
+  EXPECT_TRUE(record->moodDescription()->wasEdited());
+
+  app_->moodEditActivityFinished(record);
+  editor = dynamic_cast<MoodRecordEditViewController*>(app_->window().visibleViewController());
+  ASSERT_TRUE(editor);
+  editor->viewDidLoad();
+  editor->textViewDidChange("thrown away", 11);
+  editor->saveChanges();
+  editor->confirmCancel();
+  EXPECT_EQ(app_->window().visibleViewController(), top);
+  EXPECT_EQ(record->moodDescription()->comment(), "shared #edit");
 }
 
 }  // namespace

@@ -69,12 +69,14 @@ MoodAppDelegate::MoodAppDelegate(ApplicationDirectories directories, ShellServic
   gSharedDelegate = this;
   // The image store of this journal: the one descriptions write to and
   // delete from.
-  ImageStore::setShared(std::make_shared<ImageStore>(directories_.library));
+  imageStore_ = std::make_shared<ImageStore>(directories_.library);
+  ImageStore::setShared(imageStore_);
   if (!remindersTextExists()) setRemindersText(shellText("How are you feeling right now?"));
 }
 
 MoodAppDelegate::~MoodAppDelegate() {
   if (gSharedDelegate == this) gSharedDelegate = nullptr;
+  if (ImageStore::shared() == imageStore_) ImageStore::setShared(nullptr);
 }
 
 MoodAppDelegate* MoodAppDelegate::sharedDelegate() { return gSharedDelegate; }

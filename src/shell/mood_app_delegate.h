@@ -25,6 +25,7 @@ namespace lumeo {
 
 class UserDefaults;
 class MoodRecord;
+class ImageStore;
 
 // A reminder as the host hands it over.
 struct LocalNotification {
@@ -150,6 +151,11 @@ class MoodAppDelegate {
   std::shared_ptr<MoodSplashViewController> splash() const { return splash_; }
   std::shared_ptr<Screen> settingsController() const { return settingsController_; }
   const ShellServices& services() const { return services_; }
+  // The capture tab is built after the application object, since it works
+  // on this object's store; the front end hands it over here.
+  void setCaptureHooks(std::shared_ptr<CaptureHooks> hooks) {
+    services_.capture = hooks ? std::move(hooks) : std::make_shared<CaptureHooks>();
+  }
   UserDefaults& defaults() const { return *defaults_; }
   const ApplicationDirectories& directories() const { return directories_; }
 
@@ -167,6 +173,9 @@ class MoodAppDelegate {
   ShellServices services_;
   std::shared_ptr<UserDefaults> defaults_;
   std::unique_ptr<JournalStore> store_;
+  // The image store this object installed as the shared one; taken down
+  // again with it, so a later journal never writes into this one's folder.
+  std::shared_ptr<ImageStore> imageStore_;
   Window window_;
   std::shared_ptr<MoodSplashViewController> splash_;
   std::shared_ptr<MoodTabBarController> tabBarController_;

@@ -221,9 +221,11 @@ void MoodAppDelegate::chooseActionForRecord(const std::shared_ptr<MoodRecord>& r
 
 void MoodAppDelegate::moodEditActivityFinished(const std::shared_ptr<MoodRecord>& record) {
   if (!record) return;
-  // The editor itself comes with the capture screens; here it is the screen
-  // the front end opens on the record, in editing mode.
-  auto editor = std::make_shared<MoodViewController>("MoodRecordEditViewController");
+  // The editor comes with the capture screens; done and cancel just close
+  // it again. Without them the front end gets a plain screen of that name.
+  std::shared_ptr<Screen> editor = services_.capture->editorForExistingRecord(
+      record, [](Screen& finished) { finished.dismissViewControllerAnimated(true); });
+  if (!editor) editor = std::make_shared<MoodViewController>("MoodRecordEditViewController");
   Screen* top = window_.visibleViewController();
   if (top) top->presentViewController(editor, true);
 }

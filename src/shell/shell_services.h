@@ -19,6 +19,7 @@
 namespace lumeo {
 
 class Screen;
+class MoodRecord;
 class ManagedObjectContext;
 
 // The one gate in front of every protected action. Contract: the completion
@@ -168,6 +169,15 @@ class CaptureHooks {
   virtual ~CaptureHooks() = default;
   // Reopens the editor on a record whose capture was interrupted.
   virtual void checkForRecordBeingCreated() {}
+  // The editor on an existing record, both states taken from it; `finished`
+  // runs with the editor when the user is done or cancels. Null when the
+  // capture screens are not part of this build.
+  virtual std::shared_ptr<Screen> editorForExistingRecord(const std::shared_ptr<MoodRecord>& record,
+                                                          std::function<void(Screen& editor)> finished) {
+    (void)record;
+    (void)finished;
+    return nullptr;
+  }
 };
 
 // Removes image files that no description names any more.
