@@ -214,7 +214,10 @@ bool GeoMapTree::addAnnotation(const MapAnnotationPtr& annotation, LocationCoord
 bool GeoMapTree::addAnnotations(const MapAnnotationList& annotations) {
   bool changed = false;
   entries_.reserve(entries_.size() + annotations.size());
-  for (const MapAnnotationPtr& annotation : annotations) {
+  constexpr std::size_t kAhead = 8;
+  for (std::size_t i = 0; i < annotations.size(); ++i) {
+    if (i + kAhead < annotations.size() && annotations[i + kAhead]) entries_.prefetch(annotations[i + kAhead].get());
+    const MapAnnotationPtr& annotation = annotations[i];
     if (annotation && addAnnotation(annotation, annotation->coordinate())) changed = true;
   }
   return changed;

@@ -34,6 +34,12 @@ class GeoMapTreeEntryTable {
   // Takes the annotation's entry out; false if there was none. The last
   // entry moves into the hole, so removal reorders the entries.
   bool erase(const MapAnnotation* annotation);
+  // Starts loading the index slot where `annotation` would be, ahead of a
+  // find or insert: filing many annotations then waits on memory once per
+  // several of them instead of once per annotation.
+  void prefetch(const MapAnnotation* annotation) const {
+    __builtin_prefetch(&slots_[hash(annotation) >> shift_]);
+  }
   // Room for `count` entries in all.
   void reserve(std::size_t count);
   // The entries, in no particular order (0 to size() - 1); positions
