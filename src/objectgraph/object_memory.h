@@ -1,8 +1,9 @@
 // Memory for managed objects and their value arrays. A large fetch makes and
 // drops tens of thousands of objects at once; given back to malloc, that
 // memory is returned to the system and every page of it faults in again on
-// the next fetch. Blocks of the sizes objects use are kept per thread for
-// reuse instead, up to a limit. Internal to the object-graph module.
+// the next fetch, and the first fetch pays a fault per 4 KB. Blocks of the
+// sizes objects use come from an arena in huge pages and are kept per thread
+// for reuse instead. Internal to the object-graph module.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +12,9 @@ namespace lumeo {
 
 namespace objectmemory {
 
-// Freed blocks a thread keeps for reuse; beyond this they go back to malloc.
-// A fetch of 100,000 journal records holds about 50 MB of objects.
+// Blocks from the arena (64 MB of address space, committed as used) are
+// always kept for reuse. Once it is used up blocks come from operator new, and
+// a thread keeps at most this many bytes of those; beyond, they go back.
 inline constexpr std::size_t kKeptBytesPerThread = std::size_t{64} << 20;
 
 // Blocks of up to this size are kept; larger ones come from operator new.
@@ -21,8 +23,10 @@ inline constexpr std::size_t kLargestKeptBlock = 1024;
 // Any thread may free what another allocated.
 void* allocate(std::size_t bytes);
 void deallocate(void* block, std::size_t bytes) noexcept;
-// Bytes this thread keeps for reuse right now.
+// Bytes of operator new blocks this thread keeps for reuse right now.
 std::size_t keptBytes();
+// Whether the block was carved from the arena.
+bool isArenaBlock(const void* block);
 
 }  // namespace objectmemory
 

@@ -1,6 +1,7 @@
-// The per-thread block cache behind objects: blocks come back for reuse,
-// frees from another thread are kept by that thread, large blocks and blocks
-// beyond the limit go back to the system.
+// The block cache behind objects: blocks come back for reuse, the arena is
+// used up before operator new takes over, frees from another thread are kept
+// by that thread, and large blocks and blocks beyond the limit go back to the
+// system.
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -11,32 +12,53 @@
 namespace lumeo {
 namespace {
 
-TEST(ObjectMemoryTest, FreedBlocksAreReusedUpToTheLimit) {
+TEST(ObjectMemoryTest, FreedBlocksAreReusedAndOnlyBlocksBeyondTheArenaAreLimited) {
   void* first = objectmemory::allocate(100);
-  const std::size_t kept = objectmemory::keptBytes();
   objectmemory::deallocate(first, 100);
-  EXPECT_EQ(objectmemory::keptBytes(), kept + 112) << "rounded up to its size class";
-  // The same class (97..112 bytes) hands the block out again.
+  // The same size class (97..112 bytes) hands the block out again.
   void* again = objectmemory::allocate(105);
   EXPECT_EQ(again, first);
-  EXPECT_EQ(objectmemory::keptBytes(), kept);
   objectmemory::deallocate(again, 105);
 
   void* large = objectmemory::allocate(objectmemory::kLargestKeptBlock + 1);
+  EXPECT_FALSE(objectmemory::isArenaBlock(large));
   const std::size_t before = objectmemory::keptBytes();
   objectmemory::deallocate(large, objectmemory::kLargestKeptBlock + 1);
   EXPECT_EQ(objectmemory::keptBytes(), before) << "large blocks are not kept";
 
+  // Use the arena up; blocks then come from operator new.
+  constexpr std::size_t kBlock = objectmemory::kLargestKeptBlock;
   std::vector<void*> blocks;
-  const std::size_t n = objectmemory::kKeptBytesPerThread / objectmemory::kLargestKeptBlock + 100;
-  for (std::size_t i = 0; i < n; ++i) blocks.push_back(objectmemory::allocate(objectmemory::kLargestKeptBlock));
-  for (void* b : blocks) objectmemory::deallocate(b, objectmemory::kLargestKeptBlock);
-  EXPECT_LE(objectmemory::keptBytes(), objectmemory::kKeptBytesPerThread);
-  EXPECT_GT(objectmemory::keptBytes(), objectmemory::kKeptBytesPerThread - objectmemory::kLargestKeptBlock);
-  // Hand them out again so that later tests start from a small cache.
+  std::size_t fromArena = 0;
+  for (;;) {
+    void* b = objectmemory::allocate(kBlock);
+    blocks.push_back(b);
+    if (!objectmemory::isArenaBlock(b)) break;
+    ++fromArena;
+    ASSERT_LT(fromArena, std::size_t{1} << 20) << "the arena never ran out";
+  }
+  EXPECT_GT(fromArena * kBlock, std::size_t{32} << 20) << "most of the arena serves one class if need be";
+  for (void* b : blocks) objectmemory::deallocate(b, kBlock);
+  EXPECT_EQ(objectmemory::keptBytes(), before + kBlock) << "arena blocks do not count towards the limit";
+
+  // Beyond the limit, freed operator new blocks go back. Take the kept ones
+  // (arena blocks first, as they were freed last) and make more.
   blocks.clear();
-  for (std::size_t i = 0; i < n; ++i) blocks.push_back(objectmemory::allocate(objectmemory::kLargestKeptBlock));
-  for (void* b : blocks) ::operator delete(b);
+  const std::size_t n = fromArena + objectmemory::kKeptBytesPerThread / kBlock + 100;
+  for (std::size_t i = 0; i < n; ++i) blocks.push_back(objectmemory::allocate(kBlock));
+  for (void* b : blocks) objectmemory::deallocate(b, kBlock);
+  EXPECT_LE(objectmemory::keptBytes(), objectmemory::kKeptBytesPerThread);
+  EXPECT_GT(objectmemory::keptBytes(), objectmemory::kKeptBytesPerThread - kBlock);
+  // Hand the kept ones out again so that later tests start from a small cache.
+  blocks.clear();
+  for (std::size_t i = 0; i < n; ++i) blocks.push_back(objectmemory::allocate(kBlock));
+  for (void* b : blocks) {
+    if (objectmemory::isArenaBlock(b)) {
+      objectmemory::deallocate(b, kBlock);
+    } else {
+      ::operator delete(b);
+    }
+  }
 }
 
 TEST(ObjectMemoryTest, BlocksMayBeFreedOnAnotherThreadAndOutliveTheirThread) {
@@ -47,16 +69,18 @@ TEST(ObjectMemoryTest, BlocksMayBeFreedOnAnotherThreadAndOutliveTheirThread) {
       p[0] = i;
       made.push_back(p);
     }
-    // Blocks this thread freed itself go back when it ends.
+    // Blocks this thread freed itself go back (or to the arena) when it ends.
     for (int i = 0; i < 10; ++i) objectmemory::deallocate(objectmemory::allocate(64), 64);
   });
   maker.join();
   const std::size_t before = objectmemory::keptBytes();
+  std::size_t plain = 0;
   for (int i = 0; i < 1000; ++i) {
     EXPECT_EQ(made[i][0], i);
+    plain += objectmemory::isArenaBlock(made[i]) ? 0 : 1;
     ObjectAllocator<int>().deallocate(made[i], 4);
   }
-  EXPECT_EQ(objectmemory::keptBytes(), before + 1000 * 16);
+  EXPECT_EQ(objectmemory::keptBytes(), before + plain * 16);
   std::vector<int*> reused;
   for (int i = 0; i < 1000; ++i) reused.push_back(ObjectAllocator<int>().allocate(4));
   EXPECT_EQ(objectmemory::keptBytes(), before);
