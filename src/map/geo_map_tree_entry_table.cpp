@@ -5,6 +5,7 @@
 #include "map/geo_map_tree_entry_table.h"
 
 #include <bit>
+#include <new>
 #include <stdexcept>
 
 namespace lumeo {
@@ -16,6 +17,10 @@ constexpr std::size_t kFirstSlots = 16;
 
 GeoMapTreeEntryTable::GeoMapTreeEntryTable()
     : slots_(kFirstSlots), shift_(64 - std::countr_zero(kFirstSlots)) {}
+
+GeoMapTreeEntryTable::~GeoMapTreeEntryTable() {
+  for (std::size_t position = 0; position < size_; ++position) entryAt(position).~Entry();
+}
 
 std::uint64_t GeoMapTreeEntryTable::hash(const MapAnnotation* annotation) {
   // Objects are 16-byte aligned; the multiply spreads the rest into the
@@ -52,8 +57,9 @@ void GeoMapTreeEntryTable::insertAbsent(MapAnnotationPtr annotation, double x, d
   std::size_t mask = slots_.size() - 1;
   std::size_t i = h >> shift_;
   while (slots_[i].index != 0) i = (i + 1) & mask;
-  if ((size_ >> kBlockShift) == blocks_.size()) blocks_.push_back(std::make_unique<Entry[]>(kBlockMask + 1));
-  entryAt(size_) = {std::move(annotation), x, y};
+  if ((size_ >> kBlockShift) == blocks_.size())
+    blocks_.emplace_back(static_cast<Entry*>(::operator new(sizeof(Entry) << kBlockShift)));
+  new (&entryAt(size_)) Entry{std::move(annotation), x, y};
   ++size_;
   slots_[i] = {static_cast<std::uint32_t>(size_), static_cast<std::uint32_t>(h >> 32)};
 }
@@ -83,7 +89,7 @@ bool GeoMapTreeEntryTable::erase(const MapAnnotation* annotation) {
     entryAt(removed) = std::move(entryAt(last));
     slots_[i].index = static_cast<std::uint32_t>(removed + 1);
   }
-  entryAt(last).annotation.reset();
+  entryAt(last).~Entry();
   --size_;
   // Keep one spare block, so that a table going up and down across a block
   // boundary does not allocate each time.

@@ -23,6 +23,9 @@ class GeoMapTreeEntryTable {
   };
 
   GeoMapTreeEntryTable();
+  ~GeoMapTreeEntryTable();
+  GeoMapTreeEntryTable(const GeoMapTreeEntryTable&) = delete;
+  GeoMapTreeEntryTable& operator=(const GeoMapTreeEntryTable&) = delete;
 
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
@@ -44,7 +47,9 @@ class GeoMapTreeEntryTable {
   void reserve(std::size_t count);
   // The entries, in no particular order (0 to size() - 1); positions
   // change with any removal.
-  const Entry& at(std::size_t position) const { return blocks_[position >> kBlockShift][position & kBlockMask]; }
+  const Entry& at(std::size_t position) const {
+    return blocks_[position >> kBlockShift].get()[position & kBlockMask];
+  }
   template <typename Visit>
   void forEach(Visit&& visit) const {
     for (std::size_t position = 0; position < size_; ++position) visit(at(position));
@@ -61,10 +66,12 @@ class GeoMapTreeEntryTable {
 
   // Entries live in blocks of 64 KB rather than one array: a big array
   // comes straight from the system and goes back when freed, so every new
-  // tree would fault its pages in afresh, while blocks are reused.
+  // tree would fault its pages in afresh, while blocks are reused. A block
+  // is raw memory; entries are made in it as they come, so a small tree
+  // (the pins on screen) touches only what it uses.
   static constexpr std::size_t kBlockShift = 11;
   static constexpr std::size_t kBlockMask = (std::size_t{1} << kBlockShift) - 1;
-  Entry& entryAt(std::size_t position) { return blocks_[position >> kBlockShift][position & kBlockMask]; }
+  Entry& entryAt(std::size_t position) { return blocks_[position >> kBlockShift].get()[position & kBlockMask]; }
 
   static std::uint64_t hash(const MapAnnotation* annotation);
   std::size_t home(std::uint32_t tag) const { return tag >> (shift_ - 32); }
@@ -72,7 +79,10 @@ class GeoMapTreeEntryTable {
   std::size_t slotOf(const MapAnnotation* annotation) const;
   void rebuildIndex(std::size_t slotCount);
 
-  std::vector<std::unique_ptr<Entry[]>> blocks_;
+  struct BlockDelete {
+    void operator()(Entry* block) const { ::operator delete(block); }
+  };
+  std::vector<std::unique_ptr<Entry, BlockDelete>> blocks_;
   std::size_t size_ = 0;
   std::vector<Slot> slots_;
   int shift_;  // 64 - log2(slot count)
