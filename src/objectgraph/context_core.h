@@ -26,8 +26,9 @@ class SQLiteStore;
 struct FetchResults::Source {
   std::weak_ptr<ManagedObjectContext> context;
   ContextCore* core = nullptr;
-  std::vector<ManagedObjectID> ids;
-  std::vector<ManagedObjectPtr> objects;  // all of them when not batched
+  std::vector<ManagedObjectID> ids;        // unless holdsObjects
+  std::vector<ManagedObjectPtr> objects;  // all of them when holdsObjects
+  bool holdsObjects = false;              // object results, not batched
   std::size_t batchSize = 0;
   mutable std::size_t batchStart = 0;
   mutable std::vector<ManagedObjectPtr> batch;
@@ -104,8 +105,9 @@ class ContextCore {
   // --- Fetch (context_fetch.cpp).
   FetchResults fetch(const FetchRequest& request, OptionalError& error);
   std::size_t count(const FetchRequest& request, OptionalError& error);
-  // Matching IDs in order; objects materialized on the way are appended to
-  // `objects` when asked for.
+  // Matching IDs in order, or, when `objects` is given, the matching objects
+  // in order there and `ids` left empty (the objects carry their IDs, and a
+  // second list of 100,000 IDs is memory a large fetch can do without).
   bool fetchIDs(const FetchRequest& request, const EntityDescription& entity, std::vector<ManagedObjectID>& ids,
                 std::vector<ManagedObjectPtr>* objects, OptionalError& error);
   void loadBatch(const FetchResults::Source& source, std::size_t start) const;

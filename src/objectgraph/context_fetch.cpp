@@ -105,7 +105,6 @@ bool ContextCore::fetchIDs(const FetchRequest& request, const EntityDescription&
       if (o && fireFault(*o)) found.push_back(std::move(o));
     }
     if (relevant.empty()) {
-      for (auto& o : found) ids.push_back(o->state_->id);
       *objects = std::move(found);
       return true;
     }
@@ -145,8 +144,6 @@ bool ContextCore::fetchIDs(const FetchRequest& request, const EntityDescription&
     if (!ok) return false;
     if (!fullRows) return true;
     if (!needMemory) {
-      ids.reserve(found.size());
-      for (auto& o : found) ids.push_back(o->state_->id);
       *objects = std::move(found);
       return true;
     }
@@ -179,9 +176,12 @@ bool ContextCore::fetchIDs(const FetchRequest& request, const EntityDescription&
   std::size_t end = result.size();
   if (request.fetchLimit()) end = std::min(end, offset + request.fetchLimit());
   result = std::vector<ManagedObjectPtr>(result.begin() + static_cast<long>(offset), result.begin() + static_cast<long>(end));
+  if (objects) {
+    *objects = std::move(result);
+    return true;
+  }
   ids.reserve(result.size());
   for (auto& o : result) ids.push_back(o->state_->id);
-  if (objects) *objects = std::move(result);
   return true;
 }
 
@@ -208,6 +208,7 @@ FetchResults ContextCore::fetch(const FetchRequest& request, OptionalError& erro
     return FetchResults();
   }
   if (wantObjects && !batched) {
+    source->holdsObjects = true;
     source->objects = std::move(objects);
     for (const auto& keyPath : request.relationshipKeyPathsForPrefetching()) {
       if (!prefetch(source->objects, keyPath, source->keepAlive, error)) return FetchResults();

@@ -7,12 +7,12 @@
 namespace lumeo {
 
 std::size_t FetchResults::size() const {
-  if (source_) return source_->ids.size();
+  if (source_) return source_->holdsObjects ? source_->objects.size() : source_->ids.size();
   return dictionaries_.size();
 }
 
 ManagedObjectPtr FetchResults::at(std::size_t index) const {
-  if (!source_ || index >= source_->ids.size()) return nullptr;
+  if (!source_ || index >= size()) return nullptr;
   return source_->at(index);
 }
 
@@ -27,11 +27,16 @@ std::vector<ManagedObjectPtr> FetchResults::objects() const {
 }
 
 std::vector<ManagedObjectID> FetchResults::objectIDs() const {
-  return source_ ? source_->ids : std::vector<ManagedObjectID>{};
+  if (!source_) return {};
+  if (!source_->holdsObjects) return source_->ids;
+  std::vector<ManagedObjectID> out;
+  out.reserve(source_->objects.size());
+  for (const auto& o : source_->objects) out.push_back(o->objectID());
+  return out;
 }
 
 ManagedObjectPtr FetchResults::Source::at(std::size_t index) const {
-  if (!objects.empty()) return objects[index];
+  if (holdsObjects) return objects[index];
   auto context = this->context.lock();
   if (!context) return nullptr;
   std::lock_guard<std::recursive_mutex> lock(core->mutex_);
