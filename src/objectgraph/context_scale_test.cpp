@@ -109,6 +109,14 @@ TEST_F(ContextScaleTest, LargeFetchesGiveOneObjectPerIdKeepChangesAndLetGoOfDrop
     EXPECT_EQ(second[5]->valueForKey("moodLevel").toInt(), 99) << "a fetch keeps unsaved changes";
     EXPECT_EQ(second[6]->valueForKey("moodLevel").toInt(), 7);
     EXPECT_EQ(reader->objectRegisteredForID(second[1999]->objectID()).get(), second[1999].get());
+    const auto ids = second.objectIDs();
+    ASSERT_EQ(ids.size(), second.size());
+    EXPECT_EQ(ids[0], first[0]->objectID());
+    EXPECT_EQ(ids[1999], first[1999]->objectID());
+    FetchRequest idsOnly("MoodRecord");
+    idsOnly.setSortDescriptors({SortDescriptor("date")});
+    idsOnly.setResultType(FetchRequestResultType::kManagedObjectID);
+    EXPECT_EQ(reader->executeFetchRequest(idsOnly).objectIDs(), ids);
   }
   // Only the changed object is held, by the context.
   std::size_t alive = 0;
