@@ -19,6 +19,14 @@ namespace lumeo::objectmemory {
 
 namespace {
 
+// Under AddressSanitizer every block goes straight to operator new and back,
+// so that a use after free is caught rather than hidden by reuse.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kPassThrough = true;
+#else
+constexpr bool kPassThrough = false;
+#endif
+
 constexpr std::size_t kGranule = 16;
 constexpr std::size_t kClasses = kLargestKeptBlock / kGranule;
 constexpr std::size_t kArenaBytes = std::size_t{64} << 20;
@@ -137,7 +145,7 @@ Cache::~Cache() {
 
 void* allocate(std::size_t bytes) {
   if (bytes == 0) bytes = 1;
-  if (bytes > kLargestKeptBlock || cacheState == 2) return ::operator new(bytes);
+  if (kPassThrough || bytes > kLargestKeptBlock || cacheState == 2) return ::operator new(bytes);
   const std::size_t index = classOf(bytes);
   Cache& c = cache();
   FreeBlock* block = c.heads[index];
@@ -152,7 +160,7 @@ void deallocate(void* block, std::size_t bytes) noexcept {
   if (!block) return;
   if (bytes == 0) bytes = 1;
   const bool fromArena = inArena(block);
-  if (bytes > kLargestKeptBlock) {
+  if (kPassThrough || bytes > kLargestKeptBlock) {
     ::operator delete(block);
     return;
   }

@@ -20,7 +20,8 @@ inline constexpr std::size_t kKeptBytesPerThread = std::size_t{64} << 20;
 // Blocks of up to this size are kept; larger ones come from operator new.
 inline constexpr std::size_t kLargestKeptBlock = 1024;
 
-// Any thread may free what another allocated.
+// Any thread may free what another allocated. Under AddressSanitizer both
+// are plain operator new and delete.
 void* allocate(std::size_t bytes);
 void deallocate(void* block, std::size_t bytes) noexcept;
 // Bytes of operator new blocks this thread keeps for reuse right now.
