@@ -5,6 +5,7 @@
 #include <openssl/sha.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <mutex>
@@ -115,9 +116,27 @@ const PropertyDescription* EntityDescription::propertyNamed(std::string_view nam
   return it == byName_.end() ? nullptr : it->second;
 }
 
+EntityDescription::EntityDescription(ManagedObjectModel* model, std::string name)
+    : model_(model), name_(std::move(name)) {
+  static std::atomic<std::uint64_t> serials{0};
+  serial_ = ++serials;
+}
+
 const AttributeDescription* EntityDescription::attributeNamed(std::string_view name) const {
+  // Every valueForKey and setValueForKey asks, mostly for the same few names
+  // in a row (one attribute of each fetched object), so each thread remembers
+  // its last answers: a length and byte compare instead of hashing the name.
+  struct Remembered {
+    std::uint64_t entity;  // serial; an address may belong to a later entity
+    const AttributeDescription* attribute;
+  };
+  thread_local Remembered remembered[4] = {};
+  Remembered& slot = remembered[(name.size() + (name.empty() ? 0 : static_cast<unsigned char>(name[0]))) & 3];
+  if (slot.entity == serial_ && slot.attribute->name() == name) return slot.attribute;
   const PropertyDescription* p = propertyNamed(name);
-  return p && p->isAttribute() ? static_cast<const AttributeDescription*>(p) : nullptr;
+  const AttributeDescription* a = p && p->isAttribute() ? static_cast<const AttributeDescription*>(p) : nullptr;
+  if (a) slot = Remembered{serial_, a};
+  return a;
 }
 
 const RelationshipDescription* EntityDescription::relationshipNamed(std::string_view name) const {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -197,7 +198,7 @@ class EntityDescription {
 
  private:
   friend class ManagedObjectModel;
-  EntityDescription(ManagedObjectModel* model, std::string name) : model_(model), name_(std::move(name)) {}
+  EntityDescription(ManagedObjectModel* model, std::string name);
   void checkMutable() const;
 
   ManagedObjectModel* model_;
@@ -220,6 +221,9 @@ class EntityDescription {
   Value::Data versionHash_;
   int index_ = 0;
   std::size_t chainHash_ = 0;
+  // Never reused in the process, unlike addresses: names this entity in the
+  // per-thread memory of attributeNamed.
+  std::uint64_t serial_ = 0;
 };
 
 class ManagedObjectModel {

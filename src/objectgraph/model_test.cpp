@@ -77,6 +77,33 @@ class Reverse : public ValueTransformer {
   Value reverseTransformedValue(const Value::Data& d) const override { return Value(std::string(d.rbegin(), d.rend())); }
 };
 
+TEST(ModelTest, AttributeLookupsStayRightAcrossModelsNamesAndSubentities) {
+  // Lookups are remembered per thread; a model made where an earlier one
+  // lived, names sharing a memory slot, and inherited attributes must all
+  // still give the right answer.
+  for (int round = 0; round < 20; ++round) {
+    auto model = std::make_shared<ManagedObjectModel>();
+    auto& entry = model->addEntity("Entry");
+    entry.addAttribute("title", AttributeType::kString);
+    entry.addAttribute(round % 2 ? "tally" : "total", AttributeType::kInteger32);
+    auto& photo = model->addEntity("PhotoEntry").setSuperentityName("Entry");
+    photo.addAttribute("pixels", AttributeType::kInteger32);
+    model->finalize();
+    const EntityDescription& e = *model->entityNamed("Entry");
+    const EntityDescription& p = *model->entityNamed("PhotoEntry");
+    ASSERT_TRUE(e.attributeNamed("title"));
+    EXPECT_EQ(e.attributeNamed("title")->entity().name(), "Entry");
+    EXPECT_EQ(p.attributeNamed("title"), e.attributeNamed("title"));
+    EXPECT_EQ(e.attributeNamed("pixels"), nullptr) << "a subentity's attribute is not the parent's";
+    EXPECT_EQ(p.attributeNamed("pixels")->slot(), 2u);
+    const char* present = round % 2 ? "tally" : "total";
+    const char* absent = round % 2 ? "total" : "tally";
+    EXPECT_EQ(e.attributeNamed(present)->name(), present) << "round " << round;
+    EXPECT_EQ(e.attributeNamed(absent), nullptr) << "round " << round;
+    EXPECT_EQ(e.attributeNamed(""), nullptr);
+  }
+}
+
 TEST(StoreTest, EveryAttributeTypeSurvivesTheFile) {
   lumeo::testing::TempDir dir;
   ValueTransformer::setValueTransformer(std::make_shared<Reverse>(), "Reverse");
