@@ -8,6 +8,7 @@
 // allocations again, kept per thread up to a limit and otherwise given back.
 #include "objectgraph/object_memory.h"
 
+#include <pthread.h>
 #include <sys/mman.h>
 
 #include <atomic>
@@ -96,9 +97,15 @@ struct Arena {
   }
 };
 
-// Never destroyed: blocks may be freed by static destructors at exit.
+// Never destroyed: blocks may be freed by static destructors at exit. A fork
+// waits until no thread is inside the arena, so that the child never finds
+// its lock taken by a thread that does not exist there.
 Arena& arena() {
-  static Arena* instance = new Arena();
+  static Arena* instance = [] {
+    auto* a = new Arena();
+    pthread_atfork([] { arena().mutex.lock(); }, [] { arena().mutex.unlock(); }, [] { arena().mutex.unlock(); });
+    return a;
+  }();
   return *instance;
 }
 
