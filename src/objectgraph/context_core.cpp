@@ -365,7 +365,11 @@ void ContextCore::removeToMany(ManagedObject& object, const RelationshipDescript
   if (s.fault && !fireFault(object)) return;
   ToManyState& tm = s.toManyAt(r.slot());
   if (tm.loaded && !tm.current.remove(member)) return;
-  if (!tm.added.remove(member)) tm.removed.add(member);
+  // An addition cancels out only when the member is known not to be in the
+  // file: one added to a set that was not loaded yet may have been a member
+  // all along, and then the removal must still reach the file.
+  const bool wasAdded = tm.added.remove(member);
+  if (!wasAdded || !tm.loaded || tm.committed.contains(member)) tm.removed.add(member);
   markChanged(s);
   if (!maintainInverse) return;
   const RelationshipDescription* inv = r.inverseRelationship();

@@ -138,5 +138,43 @@ TEST_F(ContextScaleTest, LargeFetchesGiveOneObjectPerIdKeepChangesAndLetGoOfDrop
   EXPECT_EQ(third[0]->managedObjectContext(), nullptr);
 }
 
+// Adding a member the file already holds to a set that is not loaded is a
+// no-op, and a removal after it must still reach the file, whether the set
+// was loaded in between or not.
+TEST_F(ContextScaleTest, ARemovalAfterAddingAnAlreadySavedMemberReachesTheFile) {
+  TestStack stack(path());
+  for (const char* name : {"loaded", "unloaded"}) {
+    auto tag = stack.context->insertNewObjectForEntityForName("MoodTag");
+    tag->setValueForKey("tagName", name);
+    auto record = stack.context->insertNewObjectForEntityForName("MoodRecord");
+    record->setValueForKey("date", minute(1));
+    record->addObjectForKey("moodTags", tag);
+  }
+  ASSERT_FALSE(stack.context->save());
+  ASSERT_EQ(sqlCount(path(), "SELECT COUNT(*) FROM MoodRecord_moodTags"), 2);
+
+  for (bool loadInBetween : {true, false}) {
+    auto context = stack.newContext();
+    const std::string name = loadInBetween ? "loaded" : "unloaded";
+    FetchRequest request("MoodTag");
+    request.setPredicate(Predicate::predicateWithFormat("tagName == %@", name));
+    auto tags = context->executeFetchRequest(request);
+    ASSERT_EQ(tags.size(), 1u);
+    FetchRequest records("MoodRecord");
+    records.setPredicate(Predicate::predicateWithFormat("ANY moodTags.tagName == %@", name));
+    auto found = context->executeFetchRequest(records);
+    ASSERT_EQ(found.size(), 1u);
+    ManagedObjectPtr member = found[0];
+    tags[0]->addObjectForKey("moodRecords", member);
+    if (loadInBetween) {
+      EXPECT_EQ(tags[0]->countForKey("moodRecords"), 1u);
+    }
+    tags[0]->removeObjectForKey("moodRecords", member);
+    EXPECT_EQ(tags[0]->countForKey("moodRecords"), 0u);
+    ASSERT_FALSE(context->save());
+  }
+  EXPECT_EQ(sqlCount(path(), "SELECT COUNT(*) FROM MoodRecord_moodTags"), 0);
+}
+
 }  // namespace
 }  // namespace lumeo
