@@ -11,22 +11,10 @@
 namespace lumeo {
 namespace {
 
+using testing::sqlCount;
 using testing::TestStack;
 
 Date minute(int m) { return Date::fromTimeIntervalSince1970(1767225600.0 + 60.0 * m); }
-
-long long sqlCount(const std::string& path, const std::string& sql) {
-  sqlite3* db = nullptr;
-  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-  sqlite3_stmt* s = nullptr;
-  long long n = -1;
-  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr) == SQLITE_OK && sqlite3_step(s) == SQLITE_ROW) {
-    n = sqlite3_column_int64(s, 0);
-  }
-  sqlite3_finalize(s);
-  sqlite3_close(db);
-  return n;
-}
 
 FetchResults recordsByDate(ManagedObjectContext& context) {
   FetchRequest request("MoodRecord");

@@ -15,6 +15,7 @@
 namespace lumeo {
 namespace {
 
+using testing::sqlCount;
 using testing::hookLog;
 using testing::TestStack;
 
@@ -41,19 +42,6 @@ FetchResults fetchAll(ManagedObjectContext& c, const std::string& entity, const 
   FetchResults results = c.executeFetchRequest(r, error);
   EXPECT_FALSE(error) << error->toString();
   return results;
-}
-
-long long sqlCount(const std::string& path, const std::string& sql) {
-  sqlite3* db = nullptr;
-  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
-  sqlite3_stmt* s = nullptr;
-  long long n = -1;
-  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr) == SQLITE_OK && sqlite3_step(s) == SQLITE_ROW) {
-    n = sqlite3_column_int64(s, 0);
-  }
-  sqlite3_finalize(s);
-  sqlite3_close(db);
-  return n;
 }
 
 class ContextTest : public ::testing::Test {

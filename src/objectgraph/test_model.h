@@ -3,6 +3,8 @@
 // engine's, an inheritance chain and an ordered relationship. Test-only.
 #pragma once
 
+#include <sqlite3.h>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,6 +15,21 @@
 #include "objectgraph/persistent_store_coordinator.h"
 
 namespace lumeo::testing {
+
+// One number read straight from the store file, past the object graph: what
+// a save really wrote. -1 when the query fails.
+inline long long sqlCount(const std::string& path, const std::string& sql) {
+  sqlite3* db = nullptr;
+  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+  sqlite3_stmt* s = nullptr;
+  long long n = -1;
+  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr) == SQLITE_OK && sqlite3_step(s) == SQLITE_ROW) {
+    n = sqlite3_column_int64(s, 0);
+  }
+  sqlite3_finalize(s);
+  sqlite3_close(db);
+  return n;
+}
 
 // Every hook call, as "hook:Entity:<name or id>".
 inline std::vector<std::string>& hookLog() {
