@@ -205,6 +205,25 @@ TEST(StoreTest, FilesThatAreNoStoreAreRefusedUntouched) {
   EXPECT_EQ(error->code, kPersistentStoreOpenError);
 }
 
+// Reading a journal must not touch its file: a backup tool or a sync
+// client would otherwise see a change after every `lumeo list`.
+TEST(StoreTest, OpeningAStoreThatNeedsNoChangeLeavesItsBytesAlone) {
+  lumeo::testing::TempDir dir;
+  const std::string path = (dir / "Model.sqlite").string();
+  {
+    testing::TestStack stack(path);
+    stack.context->insertNewObjectForEntityForName("MoodTag")->setValueForKey("tagName", "calm");
+    ASSERT_FALSE(stack.context->save());
+  }
+  const std::string before = lumeo::testing::readFile(path);
+  {
+    testing::TestStack stack(path);
+    FetchRequest request("MoodTag");
+    EXPECT_EQ(stack.context->executeFetchRequest(request).size(), 1u);
+  }
+  EXPECT_TRUE(lumeo::testing::readFile(path) == before) << "the file changed on a plain open";
+}
+
 TEST(StoreTest, ThePragmaOptionSetsTheJournalMode) {
   lumeo::testing::TempDir dir;
   const std::string path = (dir / "Model.sqlite").string();

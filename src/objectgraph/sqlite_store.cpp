@@ -253,6 +253,7 @@ bool SQLiteStore::setUpSchema(const Value::Dictionary& options, OptionalError& e
             const auto* bytes = static_cast<const std::uint8_t*>(sqlite3_column_blob(s, 0));
             Value::Data data(bytes, bytes + sqlite3_column_bytes(s, 0));
             Value decoded = decodeValue(data);
+            storedMetadata_ = std::move(data);
             if (decoded.asDictionary()) metadata_ = *decoded.asDictionary();
             return false;
           },
@@ -394,8 +395,14 @@ bool SQLiteStore::writeMetadata(OptionalError& error) {
   metadata_[kStoreModelVersionHashesKey] = hashes;
   metadata_[kStoreUUIDKey] = identifier_;
   metadata_[kStoreTypeKey] = kSQLiteStoreType;
-  return query("INSERT OR REPLACE INTO _og_metadata(key, value) VALUES('metadata', ?)",
-               {Value(encodeValue(Value(metadata_)))}, [](sqlite3_stmt*) { return true; }, error);
+  Value::Data encoded = encodeValue(Value(metadata_));
+  if (encoded == storedMetadata_) return true;
+  if (!query("INSERT OR REPLACE INTO _og_metadata(key, value) VALUES('metadata', ?)", {Value(encoded)},
+             [](sqlite3_stmt*) { return true; }, error)) {
+    return false;
+  }
+  storedMetadata_ = std::move(encoded);
+  return true;
 }
 
 }  // namespace lumeo

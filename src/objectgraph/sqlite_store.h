@@ -165,6 +165,9 @@ class SQLiteStore {
   std::string identifier_;
   const std::string* interned_ = nullptr;
   Value::Dictionary metadata_;
+  // The metadata row as the file held it at open, so that an open which
+  // changes nothing leaves the file's bytes alone.
+  Value::Data storedMetadata_;
   bool inTransaction_ = false;
   std::unordered_map<const EntityDescription*, Layout> layouts_;  // by root
   // Entity name <-> number in this file.
