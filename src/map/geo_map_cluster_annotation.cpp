@@ -135,16 +135,13 @@ GeoMapClusterAnnotation::Members GeoMapClusterAnnotation::heldMembers() const {
   return {annotations_, std::nullopt};
 }
 
+GeoMapClusterAnnotation::MemberSource GeoMapClusterAnnotation::memberSource() const {
+  std::lock_guard lock(mutex_);
+  return {cellTree_, cell_, annotations_};
+}
+
 bool GeoMapClusterAnnotation::containsAnnotation(const MapAnnotation* annotation) const {
-  std::shared_ptr<const GeoMapTree> tree;
-  GeoMapTreeBoundingBox cell;
-  std::shared_ptr<const MapAnnotationList> list;
-  {
-    std::lock_guard lock(mutex_);
-    tree = cellTree_;
-    cell = cell_;
-    list = annotations_;
-  }
+  const auto [tree, cell, list] = memberSource();
   if (tree) {
     std::shared_lock treeLock(tree->mutex());
     auto position = tree->positionOf(annotation);
@@ -157,15 +154,7 @@ bool GeoMapClusterAnnotation::containsAnnotation(const MapAnnotation* annotation
 }
 
 bool GeoMapClusterAnnotation::isUniqueLocation() const {
-  std::shared_ptr<const GeoMapTree> tree;
-  GeoMapTreeBoundingBox cell;
-  std::shared_ptr<const MapAnnotationList> list;
-  {
-    std::lock_guard lock(mutex_);
-    tree = cellTree_;
-    cell = cell_;
-    list = annotations_;
-  }
+  const auto [tree, cell, list] = memberSource();
   // The map asks this for every pin it draws: stop at the second location
   // instead of listing a big cell.
   bool first = true;

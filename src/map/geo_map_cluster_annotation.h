@@ -71,6 +71,15 @@ class GeoMapClusterAnnotation : public MapAnnotation {
   bool belongsTo(const std::weak_ptr<GeoMapClusterController>& controller) const;
 
  private:
+  // The cell's tree and box, and the list if one is held, taken together
+  // under the lock so that readers see one consistent set of members.
+  struct MemberSource {
+    std::shared_ptr<const GeoMapTree> tree;
+    GeoMapTreeBoundingBox cell;
+    std::shared_ptr<const MapAnnotationList> list;
+  };
+  MemberSource memberSource() const;
+
   std::weak_ptr<GeoMapClusterController> controller_;
   std::weak_ptr<GeoMapClusterControllerDelegate> delegate_;
   mutable std::mutex mutex_;
