@@ -45,7 +45,9 @@ struct Viewport {
 
 // Whole zoom levels, so that one point of ours is one pixel of the peer's
 // (its world is 512 * 2^zoom pixels, ours 256 * 2^level points).
-double spanAtLevel(int level) { return 360.0 * kMapWidth / (256.0 * std::pow(2.0, level)); }
+double spanAtLevel(int level) {
+  return 360.0 * kMapWidth / (256.0 * std::pow(2.0, level));
+}
 
 const std::vector<Viewport> kViewports = {
     {"world", {{20, 0}, {60, spanAtLevel(3)}}},
@@ -118,8 +120,8 @@ void writeViewports(const std::string& dir) {
     double level = zoomLevelForRegion(map->region(), map->width());
     int zoom = std::max(0, static_cast<int>(std::lround(level - 1)));
     char line[256];
-    std::snprintf(line, sizeof line, "%s %.17g %.17g %.17g %.17g %d %.6f\n", viewport.name.c_str(), west, south,
-                  east, north, zoom, level);
+    std::snprintf(line, sizeof line, "%s %.17g %.17g %.17g %.17g %d %.6f\n", viewport.name.c_str(), west,
+                  south, east, north, zoom, level);
     out << line;
   }
 }
@@ -127,10 +129,10 @@ void writeViewports(const std::string& dir) {
 struct Measurements {
   std::map<std::string, double> milliseconds;  // "build 100000", "world 100000", ...
   std::map<std::string, std::size_t> clusters;
-  std::map<std::string, double> firstPass;      // tree walk, the first pass at a zoom
-  std::map<std::string, double> tableBuild;     // the second pass, which builds the cell table
+  std::map<std::string, double> firstPass;   // tree walk, the first pass at a zoom
+  std::map<std::string, double> tableBuild;  // the second pass, which builds the cell table
   std::map<std::string, double> tableMegabytes;
-  std::map<std::string, double> pan;            // steady passes, the last screen's pins on the map
+  std::map<std::string, double> pan;  // steady passes, the last screen's pins on the map
 };
 
 Measurements measureLumeo(const std::map<std::size_t, std::vector<double>>& pointSets) {
@@ -139,7 +141,8 @@ Measurements measureLumeo(const std::map<std::size_t, std::vector<double>>& poin
     MapAnnotationList annotations;
     annotations.reserve(count);
     for (std::size_t i = 0; i < count; ++i)
-      annotations.push_back(std::make_shared<PointAnnotation>(LocationCoordinate2D{lonLat[2 * i + 1], lonLat[2 * i]}));
+      annotations.push_back(
+          std::make_shared<PointAnnotation>(LocationCoordinate2D{lonLat[2 * i + 1], lonLat[2 * i]}));
 
     std::vector<double> builds;
     std::shared_ptr<GeoMapTree> tree;
@@ -221,7 +224,8 @@ std::map<std::size_t, std::vector<double>> readPoints(const std::string& dir) {
   for (std::size_t count : kSizes) {
     std::ifstream in(pointsPath(dir, count), std::ios::binary);
     std::vector<double> lonLat(count * 2);
-    in.read(reinterpret_cast<char*>(lonLat.data()), static_cast<std::streamsize>(lonLat.size() * sizeof(double)));
+    in.read(reinterpret_cast<char*>(lonLat.data()),
+            static_cast<std::streamsize>(lonLat.size() * sizeof(double)));
     if (!in) {
       std::fprintf(stderr, "cluster_bench: cannot read %s\n", pointsPath(dir, count).c_str());
       std::exit(1);
@@ -264,7 +268,8 @@ void print(const Measurements& lumeo, const Measurements* peer) {
       if (!lumeo.milliseconds.count(key)) continue;
       double ours = lumeo.milliseconds.at(key);
       auto pins = lumeo.clusters.count(key) ? std::to_string(lumeo.clusters.at(key)) : std::string("-");
-      auto number = [](const std::map<std::string, double>& values, const std::string& name, const char* format) {
+      auto number = [](const std::map<std::string, double>& values, const std::string& name,
+                       const char* format) {
         char text[32] = "-";
         if (values.count(name)) std::snprintf(text, sizeof text, format, values.at(name));
         return std::string(text);
@@ -294,19 +299,27 @@ void print(const Measurements& lumeo, const Measurements* peer) {
 int main(int argc, char** argv) {
   std::string writeDir, pointsDir, peerFile;
   for (int i = 1; i + 1 < argc; i += 2) {
-    if (!std::strcmp(argv[i], "--write-points")) writeDir = argv[i + 1];
-    else if (!std::strcmp(argv[i], "--points")) pointsDir = argv[i + 1];
-    else if (!std::strcmp(argv[i], "--peer")) peerFile = argv[i + 1];
-    else if (!std::strcmp(argv[i], "--count")) kSizes = {std::stoul(argv[i + 1])};
-    else if (!std::strcmp(argv[i], "--viewport")) onlyViewport = argv[i + 1];
-    else if (!std::strcmp(argv[i], "--passes")) fixedPasses = std::max(3, std::stoi(argv[i + 1]));
-    else if (!std::strcmp(argv[i], "--pan-passes")) panPasses = std::max(3, std::stoi(argv[i + 1]));
+    if (!std::strcmp(argv[i], "--write-points"))
+      writeDir = argv[i + 1];
+    else if (!std::strcmp(argv[i], "--points"))
+      pointsDir = argv[i + 1];
+    else if (!std::strcmp(argv[i], "--peer"))
+      peerFile = argv[i + 1];
+    else if (!std::strcmp(argv[i], "--count"))
+      kSizes = {std::stoul(argv[i + 1])};
+    else if (!std::strcmp(argv[i], "--viewport"))
+      onlyViewport = argv[i + 1];
+    else if (!std::strcmp(argv[i], "--passes"))
+      fixedPasses = std::max(3, std::stoi(argv[i + 1]));
+    else if (!std::strcmp(argv[i], "--pan-passes"))
+      panPasses = std::max(3, std::stoi(argv[i + 1]));
   }
   if (!writeDir.empty()) {
     for (std::size_t count : kSizes) {
       std::vector<double> lonLat = makePoints(count);
       std::ofstream out(pointsPath(writeDir, count), std::ios::binary);
-      out.write(reinterpret_cast<const char*>(lonLat.data()), static_cast<std::streamsize>(lonLat.size() * sizeof(double)));
+      out.write(reinterpret_cast<const char*>(lonLat.data()),
+                static_cast<std::streamsize>(lonLat.size() * sizeof(double)));
     }
     writeViewports(writeDir);
     return 0;

@@ -85,7 +85,8 @@ void BM_LapackDgelsd(benchmark::State& state) {
     std::vector<double> a(static_cast<size_t>(m * n));
     for (long j = 0; j < n; ++j)
       for (long i = 0; i < m; ++i)
-        a[static_cast<size_t>(j * m + i)] = splineBump(n, s.x[static_cast<size_t>(i)] - static_cast<double>(j));
+        a[static_cast<size_t>(j * m + i)] =
+            splineBump(n, s.x[static_cast<size_t>(i)] - static_cast<double>(j));
     std::vector<double> design(a);  // dgelsd overwrites its matrix
     double mean = 0.0;
     for (double y : s.y) mean += y;
@@ -149,7 +150,8 @@ void BM_SparseRoute(benchmark::State& state) {
     sparseRouteFit(m, s.x.data(), centred.data(), n, c.data());
     std::vector<double> r(static_cast<size_t>(m));
     for (long i = 0; i < m; ++i)
-      r[static_cast<size_t>(i)] = std::fabs(s.y[static_cast<size_t>(i)] - splineEval(n, c.data(), s.x[static_cast<size_t>(i)], mean));
+      r[static_cast<size_t>(i)] =
+          std::fabs(s.y[static_cast<size_t>(i)] - splineEval(n, c.data(), s.x[static_cast<size_t>(i)], mean));
     sparseRouteFit(m, s.x.data(), r.data(), n, c2.data());
     double curve[kSplineGridPoints];
     double width[kSplineGridPoints];
@@ -220,8 +222,8 @@ class RatioReporter : public benchmark::ConsoleReporter {
       const double lapack = get("BM_LapackDgelsd");
       const double sparse = get("BM_SparseRoute");
       const double floor = get("BM_StreamingPass");
-      printf("%9ld %12.1f %12.1f %12.1f %12.2f %10.4f %10.2f %10.1f\n", m, band, lapack, sparse, floor, band / lapack,
-             band / floor, sparse / band);
+      printf("%9ld %12.1f %12.1f %12.1f %12.2f %10.4f %10.2f %10.1f\n", m, band, lapack, sparse, floor,
+             band / lapack, band / floor, sparse / band);
     }
   }
 

@@ -53,7 +53,8 @@ int main(int argc, char** argv) {
       // Keep memory flat: saved objects need not stay registered.
       context->reset();
       tags.clear();
-      for (const char* name : {"sleep", "work", "walk", "friends", "coffee", "reading"}) tags.push_back(store.tagNamed(name));
+      for (const char* name : {"sleep", "work", "walk", "friends", "coffee", "reading"})
+        tags.push_back(store.tagNamed(name));
     }
   }
   std::printf("%ld records in %s\n", count, store.storeURL().c_str());

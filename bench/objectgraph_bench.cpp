@@ -102,8 +102,10 @@ const std::filesystem::path& bigStore() {
     const int ent = entityNumber(db, "MoodRecord");
     exec(db, "BEGIN");
     sqlite3_stmt* s = nullptr;
-    sqlite3_prepare_v2(db, "INSERT INTO MoodRecord(_pk, _ent, _opt, uniqueIdentifier, date, moodLevel) VALUES(?, ?, 1, ?, ?, ?)",
-                       -1, &s, nullptr);
+    sqlite3_prepare_v2(
+        db,
+        "INSERT INTO MoodRecord(_pk, _ent, _opt, uniqueIdentifier, date, moodLevel) VALUES(?, ?, 1, ?, ?, ?)",
+        -1, &s, nullptr);
     std::mt19937 rng(7);
     for (int i = 1; i <= kBigRows; ++i) {
       const std::string uid = "record-" + std::to_string(i);
@@ -116,7 +118,9 @@ const std::filesystem::path& bigStore() {
       sqlite3_reset(s);
     }
     sqlite3_finalize(s);
-    exec(db, ("INSERT OR REPLACE INTO _og_pk(name, max) VALUES('MoodRecord', " + std::to_string(kBigRows) + ")").c_str());
+    exec(db,
+         ("INSERT OR REPLACE INTO _og_pk(name, max) VALUES('MoodRecord', " + std::to_string(kBigRows) + ")")
+             .c_str());
     exec(db, "COMMIT");
     sqlite3_close(db);
     return p;
@@ -177,7 +181,8 @@ void BM_Insert_RawSQLite(benchmark::State& state) {
     const int tagEnt = entityNumber(db, "MoodTag");
     exec(db, "BEGIN");
     sqlite3_stmt* tag = nullptr;
-    sqlite3_prepare_v2(db, "INSERT INTO MoodTag(_pk, _ent, _opt, tagName) VALUES(?, ?, 1, ?)", -1, &tag, nullptr);
+    sqlite3_prepare_v2(db, "INSERT INTO MoodTag(_pk, _ent, _opt, tagName) VALUES(?, ?, 1, ?)", -1, &tag,
+                       nullptr);
     for (int t = 1; t <= kTags; ++t) {
       const std::string name = "tag" + std::to_string(t);
       sqlite3_bind_int(tag, 1, t);
@@ -192,11 +197,13 @@ void BM_Insert_RawSQLite(benchmark::State& state) {
     sqlite3_stmt* description = nullptr;
     sqlite3_stmt* record = nullptr;
     sqlite3_stmt* link = nullptr;
-    sqlite3_prepare_v2(db, "INSERT INTO MoodDescription(_pk, _ent, _opt, comment, latitude) VALUES(?, ?, 1, ?, -1)", -1,
-                       &description, nullptr);
-    sqlite3_prepare_v2(db,
-                       "INSERT INTO MoodRecord(_pk, _ent, _opt, date, moodLevel, moodDescription) VALUES(?, ?, 1, ?, ?, ?)",
-                       -1, &record, nullptr);
+    sqlite3_prepare_v2(
+        db, "INSERT INTO MoodDescription(_pk, _ent, _opt, comment, latitude) VALUES(?, ?, 1, ?, -1)", -1,
+        &description, nullptr);
+    sqlite3_prepare_v2(
+        db,
+        "INSERT INTO MoodRecord(_pk, _ent, _opt, date, moodLevel, moodDescription) VALUES(?, ?, 1, ?, ?, ?)",
+        -1, &record, nullptr);
     sqlite3_prepare_v2(db, "INSERT INTO MoodRecord_moodTags(_src, _dst) VALUES(?, ?)", -1, &link, nullptr);
     for (int i = 0; i < kInsertCount; ++i) {
       if (i % kBatch == 0) exec(db, "BEGIN");
@@ -233,7 +240,9 @@ void BM_Insert_RawSQLite(benchmark::State& state) {
 
 constexpr int kRange = 1000;
 
-double rangeStart(int iteration) { return kBase + kStep * (1000 + (iteration * 7919) % (kBigRows - 3000)); }
+double rangeStart(int iteration) {
+  return kBase + kStep * (1000 + (iteration * 7919) % (kBigRows - 3000));
+}
 
 void BM_DateRange_ObjectGraph(benchmark::State& state) {
   Stack stack(bigStore());
@@ -242,8 +251,9 @@ void BM_DateRange_ObjectGraph(benchmark::State& state) {
   for (auto _ : state) {
     const double start = rangeStart(iteration++);
     FetchRequest request("MoodRecord");
-    request.setPredicate(Predicate::predicateWithFormat("date >= %@ AND date <= %@", Date::fromTimeIntervalSince1970(start),
-                                                        Date::fromTimeIntervalSince1970(start + kStep * (kRange - 0.5))));
+    request.setPredicate(
+        Predicate::predicateWithFormat("date >= %@ AND date <= %@", Date::fromTimeIntervalSince1970(start),
+                                       Date::fromTimeIntervalSince1970(start + kStep * (kRange - 0.5))));
     request.setSortDescriptors({SortDescriptor("date")});
     auto results = stack.context->executeFetchRequest(request);
     for (const auto& o : results) sum += o->valueForKey("moodLevel").toInt();
@@ -318,8 +328,9 @@ void BM_Sorted100k_ObjectGraph(benchmark::State& state) {
   long long sum = 0;
   for (auto _ : state) {
     FetchRequest request("MoodRecord");
-    request.setPredicate(Predicate::predicateWithFormat("date >= %@ AND date <= %@", Date::fromTimeIntervalSince1970(kBase),
-                                                        Date::fromTimeIntervalSince1970(kBase + kStep * kSorted)));
+    request.setPredicate(
+        Predicate::predicateWithFormat("date >= %@ AND date <= %@", Date::fromTimeIntervalSince1970(kBase),
+                                       Date::fromTimeIntervalSince1970(kBase + kStep * kSorted)));
     request.setSortDescriptors({SortDescriptor("date")});
     auto results = stack.context->executeFetchRequest(request);
     for (const auto& o : results) sum += o->valueForKey("moodLevel").toInt();
@@ -406,7 +417,9 @@ void BM_Walk1M_RawSQLite(benchmark::State& state) {
       sqlite3* db = nullptr;
       sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
       sqlite3_stmt* s = nullptr;
-      sqlite3_prepare_v2(db, "SELECT _pk, _ent, _opt, uniqueIdentifier, date, moodLevel, moodDescription FROM MoodRecord ORDER BY date",
+      sqlite3_prepare_v2(db,
+                         "SELECT _pk, _ent, _opt, uniqueIdentifier, date, moodLevel, moodDescription FROM "
+                         "MoodRecord ORDER BY date",
                          -1, &s, nullptr);
       long long sum = 0;
       RawRow row;
@@ -457,8 +470,9 @@ int main(int argc, char** argv) {
   bigStore();
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
-  std::printf("\nratios (object graph / raw SQLite, same run; the walks run in child processes, so\n"
-              "only their wall time and peak memory count):\n");
+  std::printf(
+      "\nratios (object graph / raw SQLite, same run; the walks run in child processes, so\n"
+      "only their wall time and peak memory count):\n");
   for (const char* name : {"Insert", "DateRange", "Sorted100k", "Walk1M"}) {
     const std::string og = std::string("BM_") + name + "_ObjectGraph";
     const std::string raw = std::string("BM_") + name + "_RawSQLite";

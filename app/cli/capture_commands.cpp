@@ -61,16 +61,20 @@ PickedPhoto readPickedPhoto(const std::filesystem::path& file) {
 std::pair<double, double> parsePlace(const std::string& text) {
   double latitude = 0, longitude = 0;
   char rest = 0;
-  if (std::sscanf(text.c_str(), " %lf , %lf %c", &latitude, &longitude, &rest) != 2 || !std::isfinite(latitude) ||
-      !std::isfinite(longitude) || latitude < -90 || latitude > 90 || longitude < -180 || longitude > 180) {
-    throw CommandError("a place is LAT,LON in degrees, latitude -90..90 and longitude -180..180, not \"" + text + "\"");
+  if (std::sscanf(text.c_str(), " %lf , %lf %c", &latitude, &longitude, &rest) != 2 ||
+      !std::isfinite(latitude) || !std::isfinite(longitude) || latitude < -90 || latitude > 90 ||
+      longitude < -180 || longitude > 180) {
+    throw CommandError("a place is LAT,LON in degrees, latitude -90..90 and longitude -180..180, not \"" +
+                       text + "\"");
   }
   return {latitude, longitude};
 }
 
 namespace {
 
-std::int64_t recordID(const MoodRecord& record) { return record.objectID().primaryKey(); }
+std::int64_t recordID(const MoodRecord& record) {
+  return record.objectID().primaryKey();
+}
 
 long parseLevelOption(const std::string& text) {
   long level = 0;
@@ -80,7 +84,8 @@ long parseLevelOption(const std::string& text) {
     level = 0;
   }
   if (level < 1 || level > 10) {
-    throw CommandError("the mood level must be a whole number from 1 (worst) to 10 (best), not \"" + text + "\"");
+    throw CommandError("the mood level must be a whole number from 1 (worst) to 10 (best), not \"" + text +
+                       "\"");
   }
   return level;
 }
@@ -89,7 +94,8 @@ Date parseWhen(const std::string& text) {
   if (text == "now") return Date::now();
   auto date = parseUserDate(text);
   if (!date) {
-    throw CommandError("cannot read the date \"" + text + "\": write it as 2026-11-22T14:30 or as your locale does");
+    throw CommandError("cannot read the date \"" + text +
+                       "\": write it as 2026-11-22T14:30 or as your locale does");
   }
   // The editor's date picker stops at now.
   if (*date > Date::now()) throw CommandError("a record cannot lie in the future (\"" + text + "\")");
@@ -109,7 +115,8 @@ std::shared_ptr<MoodRecord> requireRecord(JournalStore& store, const std::string
 }
 
 // Applies and saves, or rolls everything back and says why.
-void applyOrFail(MoodAppDelegate& app, const MoodRecordState& state, const std::shared_ptr<MoodRecord>& record) {
+void applyOrFail(MoodAppDelegate& app, const MoodRecordState& state,
+                 const std::shared_ptr<MoodRecord>& record) {
   auto error = state.applyToRecord(record, RecordStateServices::fromSharedDelegate());
   if (!error) error = app.store().lastSaveError();
   if (error) {
@@ -188,8 +195,8 @@ void runEdit(CliApp& cli, const EditOptions& options) {
   auto record = requireRecord(app.store(), options.id);
   // The editor as the share sheet's Edit opens it: both states from the
   // record. Its text view and pickers are replaced by the options.
-  auto editor = MoodRecordEditViewController::forExistingRecord(record, RecordStateServices::fromSharedDelegate(),
-                                                                app.directories().library);
+  auto editor = MoodRecordEditViewController::forExistingRecord(
+      record, RecordStateServices::fromSharedDelegate(), app.directories().library);
   MoodRecordState& state = *editor->mutableCurrentState();
   bool changed = false;
   if (level) state.moodLevel = *level, changed = true;
@@ -286,8 +293,8 @@ void runTagRename(CliApp& cli, const std::string& oldText, const std::string& ne
                    {"unit", renamed->tagUnit() ? nlohmann::json(*renamed->tagUnit()) : nullptr},
                    {"records", renamed->moodRecords().size()}});
   } else {
-    cli.out() << "Renamed #" << stored << " to #" << renamed->tagName() << " in " << renamed->moodRecords().size()
-              << " records.\n";
+    cli.out() << "Renamed #" << stored << " to #" << renamed->tagName() << " in "
+              << renamed->moodRecords().size() << " records.\n";
   }
 }
 
@@ -326,8 +333,12 @@ void runValues(CliApp& cli) {
     nlohmann::json list = nlohmann::json::array();
     for (const auto& key : keys) {
       const MoodThirdValue& v = table.values().at(key);
-      list.push_back({{"key", key}, {"tag", v.tagName}, {"unit", v.unitValue}, {"min", v.minValue},
-                      {"max", v.maxValue}, {"count", v.count}});
+      list.push_back({{"key", key},
+                      {"tag", v.tagName},
+                      {"unit", v.unitValue},
+                      {"min", v.minValue},
+                      {"max", v.maxValue},
+                      {"count", v.count}});
     }
     cli.printJson(list);
     return;
@@ -340,8 +351,8 @@ void runValues(CliApp& cli) {
   for (const auto& key : keys) {
     const MoodThirdValue& v = table.values().at(key);
     char line[200];
-    std::snprintf(line, sizeof line, "%-21s %-8s %10g %10g  %5ld\n", ("#" + v.tagName).c_str(), v.unitValue.c_str(),
-                  v.minValue, v.maxValue, v.count);
+    std::snprintf(line, sizeof line, "%-21s %-8s %10g %10g  %5ld\n", ("#" + v.tagName).c_str(),
+                  v.unitValue.c_str(), v.minValue, v.maxValue, v.count);
     cli.out() << line;
   }
 }
@@ -357,7 +368,8 @@ void runComplete(CliApp& cli, const std::string& text) {
   if (cli.json()) {
     nlohmann::json list = nlohmann::json::array();
     for (const auto& tag : options) {
-      list.push_back({{"name", tag->tagName()}, {"frequency", tag->frequency()}, {"suggestion", tag->isInserted()}});
+      list.push_back(
+          {{"name", tag->tagName()}, {"frequency", tag->frequency()}, {"suggestion", tag->isInserted()}});
     }
     cli.printJson(list);
     return;
@@ -495,9 +507,8 @@ void registerCommands(CliApp& cli) {
   renameCmd->add_option("OLD", *renameOld, "Current name")->required();
   renameCmd->add_option("NEW", *renameNew, "New name")->required();
   renameCmd->add_option("--unit", *renameUnit, "The tag's unit (kept when not given)")->type_name("U");
-  renameCmd->callback([&cli, renameOld, renameNew, renameUnit] {
-    runTagRename(cli, *renameOld, *renameNew, *renameUnit);
-  });
+  renameCmd->callback(
+      [&cli, renameOld, renameNew, renameUnit] { runTagRename(cli, *renameOld, *renameNew, *renameUnit); });
   auto deleteName = std::make_shared<std::string>();
   CLI::App* deleteCmd = tag.add_subcommand("delete", "Delete a tag and remove it from the comments");
   deleteCmd->add_option("NAME", *deleteName, "Tag name")->required();
@@ -541,7 +552,8 @@ const CommandRegistration kCaptureCommands(20, registerCommands);
 // A small photo drawn in code: a gradient in the level's colour.
 Image demoPicture(long level) {
   Canvas canvas(480, 360);
-  Color color = MoodLevelsPresentation().presentationForMoodLevel(level).value_or(MoodLevelPresentation{}).baseColor;
+  Color color =
+      MoodLevelsPresentation().presentationForMoodLevel(level).value_or(MoodLevelPresentation{}).baseColor;
   canvas.fillLinearGradient({0, 0, 480, 360}, {0, 0}, {480, 360}, {color, Color(1, 1, 1)});
   return canvas.image();
 }

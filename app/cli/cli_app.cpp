@@ -100,12 +100,20 @@ CLI::App& CliApp::noun(const std::string& name, const std::string& description) 
   return *sub;
 }
 
-bool CliApp::interactive() const { return isatty(STDIN_FILENO) && isatty(STDOUT_FILENO); }
+bool CliApp::interactive() const {
+  return isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
+}
 
-std::ostream& CliApp::out() { return std::cout; }
-std::ostream& CliApp::err() { return std::cerr; }
+std::ostream& CliApp::out() {
+  return std::cout;
+}
+std::ostream& CliApp::err() {
+  return std::cerr;
+}
 
-void CliApp::printJson(const nlohmann::json& document) { out() << document.dump(2) << "\n"; }
+void CliApp::printJson(const nlohmann::json& document) {
+  out() << document.dump(2) << "\n";
+}
 
 void CliApp::runStartHooks() {
   if (started_) return;

@@ -5,11 +5,10 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
-
 #include <filesystem>
 #include <functional>
 #include <iosfwd>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
 #include <string>

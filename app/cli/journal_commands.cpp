@@ -17,8 +17,8 @@
 #include <regex>
 
 #include "capture/mood_levels_presentation.h"
-#include "capture_commands.h"
 #include "capture/tag_extraction.h"
+#include "capture_commands.h"
 #include "cli_app.h"
 #include "objectgraph/managed_object_context.h"
 #include "platform/calendar.h"
@@ -53,14 +53,16 @@ void checkStoreFile(const std::filesystem::path& file) {
   auto size = std::filesystem::file_size(file, ec);
   if (size == 0) return;  // an empty file is a fresh database to SQLite
   if (!in || std::string(header, 16) != std::string("SQLite format 3\0", 16)) {
-    throw CommandError("the journal store " + file.string() +
-                       " is not an SQLite database; it was left as it is. Move it away to start a new journal.");
+    throw CommandError(
+        "the journal store " + file.string() +
+        " is not an SQLite database; it was left as it is. Move it away to start a new journal.");
   }
 }
 
 void launch(CliApp& app) {
   DataDirectories dirs = DataDirectories::current();
-  if (!dirs.create()) throw CommandError("cannot make Lumeo's folders under " + dirs.library.parent_path().string());
+  if (!dirs.create())
+    throw CommandError("cannot make Lumeo's folders under " + dirs.library.parent_path().string());
   checkStoreFile(dirs.library / kJournalStoreFileName);
   PlistUserDefaults::installStandard();
   // The level words of the share text come from the user's level table.
@@ -76,7 +78,8 @@ void launch(CliApp& app) {
   delegate->splash()->viewDidAppear(false);
   delegate->applicationDidBecomeActive();
   if (auto error = delegate->store().storeOpenError()) {
-    throw CommandError("cannot open the journal store " + delegate->storeURL().string() + ": " + error->description);
+    throw CommandError("cannot open the journal store " + delegate->storeURL().string() + ": " +
+                       error->description);
   }
   sessionSlot() = std::move(delegate);
   (void)app;
@@ -118,10 +121,10 @@ Date requireDate(const std::string& text, const std::string& what, bool endOfDay
   auto parsed = readUserDate(text);
   if (!parsed) {
     std::string example = DateFormatter::localizedStringFromDate(Date::now(), DateFormatter::Style::kShort,
-                                                                  DateFormatter::Style::kShort);
+                                                                 DateFormatter::Style::kShort);
     throw CommandError("cannot read the " + what + " \"" + text +
-                           "\": write it as 2026-11-22, 2026-11-22T14:30 or as your locale writes it (" + example +
-                           ")",
+                           "\": write it as 2026-11-22, 2026-11-22T14:30 or as your locale writes it (" +
+                           example + ")",
                        2);
   }
   if (endOfDay && !parsed->hasTime) {
@@ -148,7 +151,9 @@ std::string shortText(Date date) {
 
 // --- Records --------------------------------------------------------------
 
-std::int64_t recordID(const MoodRecord& record) { return record.objectID().primaryKey(); }
+std::int64_t recordID(const MoodRecord& record) {
+  return record.objectID().primaryKey();
+}
 
 nlohmann::json recordJson(const MoodRecord& record) {
   nlohmann::json j;
@@ -158,7 +163,8 @@ nlohmann::json recordJson(const MoodRecord& record) {
   j["date"] = record.date() ? nlohmann::json(isoText(*record.date())) : nlohmann::json(nullptr);
   j["level"] = record.moodLevel();
   auto description = record.moodDescription();
-  j["comment"] = description && description->comment() ? nlohmann::json(*description->comment()) : nlohmann::json(nullptr);
+  j["comment"] = description && description->comment() ? nlohmann::json(*description->comment())
+                                                       : nlohmann::json(nullptr);
   nlohmann::json tags = nlohmann::json::array();
   for (const auto& tag : record.moodTags()) tags.push_back(tag->tagName());
   j["tags"] = tags;
@@ -188,7 +194,8 @@ long parseLevel(const std::string& text) {
   try {
     level = parseInteger(text, "LEVEL");
   } catch (const CommandError&) {
-    throw CommandError("the mood level must be a whole number from 1 (worst) to 10 (best), not \"" + text + "\"", 2);
+    throw CommandError(
+        "the mood level must be a whole number from 1 (worst) to 10 (best), not \"" + text + "\"", 2);
   }
   if (level < 1 || level > 10) {
     throw CommandError("the mood level must be a whole number from 1 (worst) to 10 (best), not " + text, 2);
@@ -198,7 +205,8 @@ long parseLevel(const std::string& text) {
 
 // Links the record to the tags named in its comment, making tags that do
 // not exist yet; a tag is found by its name up to case and accents.
-void applyCommentTags(JournalStore& store, const std::shared_ptr<MoodRecord>& record, const std::string& comment) {
+void applyCommentTags(JournalStore& store, const std::shared_ptr<MoodRecord>& record,
+                      const std::string& comment) {
   auto context = store.managedObjectContext();
   for (const ExtractedTag& extracted : extractTagsForRecord(comment)) {
     auto matches = store.tagsNamedLike(extracted.tagName);
@@ -270,7 +278,8 @@ void runAdd(CliApp& cli, const AddOptions& options) {
   if (cli.json()) {
     cli.printJson(recordJson(*record));
   } else {
-    cli.out() << "Added record " << recordID(*record) << ": level " << level << " on " << shortText(when) << "\n";
+    cli.out() << "Added record " << recordID(*record) << ": level " << level << " on " << shortText(when)
+              << "\n";
   }
 }
 
@@ -341,10 +350,11 @@ void runDelete(CliApp& cli, const std::string& id, bool yes) {
     if (!cli.interactive()) {
       throw CommandError("deleting needs --yes when not run on a terminal", 2);
     }
-    cli.out() << "Wait a moment!\n"
-              << "Deleting your genuine mood records may compromise statistics and cannot be undone. You will only "
-                 "benifit from being honest to yourself about both pleasant & unpleasant memories. Do you really "
-                 "want to delete selected record?\n";
+    cli.out()
+        << "Wait a moment!\n"
+        << "Deleting your genuine mood records may compromise statistics and cannot be undone. You will only "
+           "benifit from being honest to yourself about both pleasant & unpleasant memories. Do you really "
+           "want to delete selected record?\n";
     printRecordLine(cli, *record);
     cli.out() << "Yes or No? [y/N] " << std::flush;
     std::string answer;
@@ -369,10 +379,13 @@ void registerCommands(CliApp& cli) {
   cli.addStopHook(terminate);
 
   auto add = std::make_shared<AddOptions>();
-  CLI::App* addCmd = cli.root().add_subcommand("add", "Record how you feel: a level from 1 (worst) to 10 (best)");
+  CLI::App* addCmd =
+      cli.root().add_subcommand("add", "Record how you feel: a level from 1 (worst) to 10 (best)");
   addCmd->add_option("LEVEL", add->level, "Mood level, 1 to 10")->required();
-  addCmd->add_option("-c,--comment", add->comment, "Text of the record; #tags in it become tags")->type_name("TEXT");
-  addCmd->add_option("--at", add->at, "When (default now): 2026-11-22T14:30, 2026-11-22 or your locale's form")
+  addCmd->add_option("-c,--comment", add->comment, "Text of the record; #tags in it become tags")
+      ->type_name("TEXT");
+  addCmd
+      ->add_option("--at", add->at, "When (default now): 2026-11-22T14:30, 2026-11-22 or your locale's form")
       ->type_name("WHEN");
   addCmd->add_option("--photo", add->photo, "A picture file (JPEG or PNG) to attach")->type_name("FILE");
   addCmd->add_option("--place", add->place, "Where, as LAT,LON in degrees")->type_name("LAT,LON");

@@ -22,9 +22,10 @@ const RegularExpression& constantPattern(std::string_view pattern) {
   };
   static const std::vector<Entry> entries = [] {
     std::vector<Entry> result;
-    for (std::string_view p : {kTagExtractionPattern, kTagSplitPattern, kTagDisplayPattern, kTagDisplayNumberPattern,
-                               kIncompleteTagPattern, kUnitOfferPattern, kThirdValuePattern, kThirdValueNumberPattern,
-                               std::string_view(R"([\w\-'\_]+)")}) {
+    for (std::string_view p :
+         {kTagExtractionPattern, kTagSplitPattern, kTagDisplayPattern, kTagDisplayNumberPattern,
+          kIncompleteTagPattern, kUnitOfferPattern, kThirdValuePattern, kThirdValueNumberPattern,
+          std::string_view(R"([\w\-'\_]+)")}) {
       result.push_back(Entry{p, *RegularExpression::compile(p)});
     }
     return result;
@@ -38,7 +39,8 @@ const RegularExpression& constantPattern(std::string_view pattern) {
 std::string replaceRanges(std::string_view text, std::vector<std::pair<TextRange, std::string_view>> edits) {
   // Last to first, so earlier ranges keep their offsets.
   std::string result(text);
-  std::sort(edits.begin(), edits.end(), [](const auto& a, const auto& b) { return a.first.location > b.first.location; });
+  std::sort(edits.begin(), edits.end(),
+            [](const auto& a, const auto& b) { return a.first.location > b.first.location; });
   for (const auto& [range, replacement] : edits) result.replace(range.location, range.length, replacement);
   return result;
 }
@@ -95,7 +97,8 @@ double doubleValue(std::string_view text) {
   if (result.ec == std::errc::result_out_of_range) {
     // Too large saturates to infinity, too small to zero, as strtod does.
     const std::string_view integerPart = mantissa.substr(0, mantissa.find('.'));
-    const bool negativeExponent = number.find("e-") != std::string::npos || number.find("E-") != std::string::npos;
+    const bool negativeExponent =
+        number.find("e-") != std::string::npos || number.find("E-") != std::string::npos;
     const bool large = !negativeExponent && integerPart.find_first_not_of('0') != std::string_view::npos;
     return sign * (large ? HUGE_VAL : 0.0);
   }
@@ -185,7 +188,8 @@ std::string removeTagFromText(std::string_view text, std::string_view name, std:
                                             RegularExpression::kCaseInsensitive);
   if (!pattern) return std::string(text);
   std::vector<std::pair<TextRange, std::string_view>> edits;
-  for (const RegexMatch& match : pattern->matches(text)) edits.emplace_back(match.range(), std::string_view());
+  for (const RegexMatch& match : pattern->matches(text))
+    edits.emplace_back(match.range(), std::string_view());
   return replaceRanges(text, std::move(edits));
 }
 

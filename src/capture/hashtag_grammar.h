@@ -14,13 +14,15 @@
 namespace lumeo {
 
 // Tags for the store: a value form needs a digit behind the colon.
-inline constexpr std::string_view kTagExtractionPattern = R"(#[\w\-'\_]+:[0-9]+(\.|,)?[0-9]*[\w\-'\_]*|#[\w\-'\_]+)";
+inline constexpr std::string_view kTagExtractionPattern =
+    R"(#[\w\-'\_]+:[0-9]+(\.|,)?[0-9]*[\w\-'\_]*|#[\w\-'\_]+)";
 // Splits one extracted token (without "#") into name, number and unit. The
 // class also admits "|", which extraction never lets through.
 inline constexpr std::string_view kTagSplitPattern = R"(([\w\-'\_]+):([0-9]+[\.|,]?[0-9]*)([\w\-'\_]*))";
 // Tokens as shown and as marked used while typing: the number may be empty,
 // so "#sleep:" and "#sleep:h" are whole tokens.
-inline constexpr std::string_view kTagDisplayPattern = R"(#[\w\-'\_]+:[0-9]*[\.,]?[0-9]*[\w\-'\_]*|#[\w\-'\_]+)";
+inline constexpr std::string_view kTagDisplayPattern =
+    R"(#[\w\-'\_]+:[0-9]*[\.,]?[0-9]*[\w\-'\_]*|#[\w\-'\_]+)";
 // Number and unit behind the colon of a displayed token; needs a digit.
 inline constexpr std::string_view kTagDisplayNumberPattern = R"([0-9]+[\.,]?[0-9]*[\w\-'\_]*)";
 // The tag being typed; a bare "#" counts, so completion can offer all tags.

@@ -13,9 +13,13 @@
 namespace lumeo {
 namespace {
 
-std::optional<std::string> none() { return std::nullopt; }
+std::optional<std::string> none() {
+  return std::nullopt;
+}
 
-MoodPreTag plain(std::string name) { return MoodPreTag{std::move(name), std::nullopt, std::nullopt}; }
+MoodPreTag plain(std::string name) {
+  return MoodPreTag{std::move(name), std::nullopt, std::nullopt};
+}
 MoodPreTag valued(std::string name, std::string value, std::string unit) {
   return MoodPreTag{std::move(name), std::move(unit), std::move(value)};
 }
@@ -76,9 +80,9 @@ TEST(FindTagsInText, GrammarTable) {
 
 TEST(DoubleValue, ReadsTheLeadingNumberOnly) {
   const std::vector<std::pair<const char*, double>> cases = {
-      {"8", 8},       {"8.5", 8.5}, {"8.", 8},     {".5", 0.5},   {"", 0},       {".", 0},
-      {"abc", 0},     {"7h", 7},    {"1.5.7", 1.5}, {" 42", 42},  {"-3", -3},    {"+2.5", 2.5},
-      {"1e3", 1000},  {"1e", 1},    {"2E-1", 0.2},  {"0x10", 0},  {"inf", 0},    {"8,5", 8},
+      {"8", 8},      {"8.5", 8.5}, {"8.", 8},      {".5", 0.5}, {"", 0},    {".", 0},
+      {"abc", 0},    {"7h", 7},    {"1.5.7", 1.5}, {" 42", 42}, {"-3", -3}, {"+2.5", 2.5},
+      {"1e3", 1000}, {"1e", 1},    {"2E-1", 0.2},  {"0x10", 0}, {"inf", 0}, {"8,5", 8},
   };
   for (const auto& [text, expected] : cases) EXPECT_DOUBLE_EQ(doubleValue(text), expected) << text;
   EXPECT_TRUE(std::isinf(doubleValue(std::string(400, '9'))));
@@ -137,12 +141,12 @@ struct RewriteCase {
 
 TEST(RenameTagInText, KeepsWhatFollowsTheName) {
   const std::vector<RewriteCase> cases = {
-      {"#sleep", "#rest"},                          // ends the text
-      {"good #sleep today", "good #rest today"},    // followed by a blank
-      {"#sleep:8h", "#rest:8h"},                    // followed by a colon
-      {"#sleep. Then", "#sleep. Then"},             // a full stop is not a boundary
-      {"#sleepy #sleep", "#sleepy #rest"},          // a longer name is another tag
-      {"#Sleep", "#Sleep"},                         // case-sensitive
+      {"#sleep", "#rest"},                        // ends the text
+      {"good #sleep today", "good #rest today"},  // followed by a blank
+      {"#sleep:8h", "#rest:8h"},                  // followed by a colon
+      {"#sleep. Then", "#sleep. Then"},           // a full stop is not a boundary
+      {"#sleepy #sleep", "#sleepy #rest"},        // a longer name is another tag
+      {"#Sleep", "#Sleep"},                       // case-sensitive
       {"#sleep #sleep:6h #sleep", "#rest #rest:6h #rest"},
       {"##sleep", "##rest"},
   };
@@ -155,14 +159,14 @@ TEST(RenameTagInText, KeepsWhatFollowsTheName) {
 
 TEST(RemoveTagFromText, RemovesEveryFormButATagBeforePunctuation) {
   const std::vector<RewriteCase> cases = {
-      {"#sleep", ""},                            // plain tag ending the text
+      {"#sleep", ""},  // plain tag ending the text
       {"good #sleep", "good "},
-      {"#sleep today", "today"},                 // the blank goes with it
-      {"#sleep:8h", ""},                         // value form at the end
-      {"#sleep:8h today", " today"},             // value form anywhere keeps the blank
+      {"#sleep today", "today"},      // the blank goes with it
+      {"#sleep:8h", ""},              // value form at the end
+      {"#sleep:8h today", " today"},  // value form anywhere keeps the blank
       {"#sleep: and", " and"},
-      {"#sleep. Then", "#sleep. Then"},          // left in the text
-      {"#SLEEP today #Sleep:7", "today "},       // case-insensitive
+      {"#sleep. Then", "#sleep. Then"},     // left in the text
+      {"#SLEEP today #Sleep:7", "today "},  // case-insensitive
       {"#sleepy stays", "#sleepy stays"},
       {"#sleep #sleep #sleep", ""},
   };
@@ -183,13 +187,12 @@ TEST(RemoveTagFromText, LongNumbersDoNotFreezeTheRewrite) {
 
 TEST(ThirdValues, OnePairPerCommentFirstValueCounts) {
   const MoodThirdValueTable table = thirdValuesForComments({
-      "#sleep:8h #sleep:6h",            // counts once, with 8
-      "#Sleep:7,5H",                    // same pair in lowercase, comma read as point
-      "#sleep:",                        // plain for the store, but value 0 here
-      "#run:5km then #run:3mi",         // two pairs
-      "#sleep:45min",
-      "",
-      "#work",                          // plain tags have no third value
+      "#sleep:8h #sleep:6h",     // counts once, with 8
+      "#Sleep:7,5H",             // same pair in lowercase, comma read as point
+      "#sleep:",                 // plain for the store, but value 0 here
+      "#run:5km then #run:3mi",  // two pairs
+      "#sleep:45min", "",
+      "#work",  // plain tags have no third value
   });
   const auto& values = table.values();
   ASSERT_EQ(values.size(), 5u);
@@ -214,9 +217,12 @@ TEST(ThirdValues, GraphValuesOfOnePair) {
   EXPECT_EQ(graphValuesInComment("#sleep:8", bare), (std::vector<double>{8}));
   EXPECT_EQ(graphValuesInComment("#sleep:8h", bare), (std::vector<double>{}));
   EXPECT_EQ(graphValuesInComment("#сон:8ч", MoodThirdValue{"сон", "ч", 0, 0, 0}), (std::vector<double>{8}));
-  for (const char* comment : {"#sleep:8h #sleep:6,5h", "#sleep:8", "#sleep:8h", "#sleep:8.5 #sleep:1,", "#sleep:"}) {
+  for (const char* comment :
+       {"#sleep:8h #sleep:6,5h", "#sleep:8", "#sleep:8h", "#sleep:8.5 #sleep:1,", "#sleep:"}) {
     for (const MoodThirdValue& entry : {hours, bare}) {
-      EXPECT_EQ(graphValuesInComment(comment, entry), graphValuesInComment(comment, entry, kGraphValuesPattern)) << comment;
+      EXPECT_EQ(graphValuesInComment(comment, entry),
+                graphValuesInComment(comment, entry, kGraphValuesPattern))
+          << comment;
     }
   }
 }

@@ -49,12 +49,16 @@ void LocationHelper::listenTo(const std::shared_ptr<LocationService>& service) {
                          [this](const Error& error) { locationManagerDidFailWithError(error); });
 }
 
-void LocationHelper::setRecord(const std::shared_ptr<MoodRecord>& record) { record_ = record; }
+void LocationHelper::setRecord(const std::shared_ptr<MoodRecord>& record) {
+  record_ = record;
+}
 
 // A phone wraps this in a background task so that the answer can still
 // arrive after the user left the application; a desktop process keeps
 // running, so the request is the fetch itself.
-void LocationHelper::requestLocation() { getLocation(); }
+void LocationHelper::requestLocation() {
+  getLocation();
+}
 
 bool LocationHelper::hasGoodKnownFix() const {
   return location_ && accuracy_ >= 0 && accuracy_ < kAcceptedAccuracy;
@@ -73,7 +77,8 @@ void LocationHelper::requestLocationName() {
   if (!location_ || !record) return;
   latitude_ = location_->latitude;
   longitude_ = location_->longitude;
-  auto description = record->managedObjectContext() && !record->isDeleted() ? record->moodDescription() : nullptr;
+  auto description =
+      record->managedObjectContext() && !record->isDeleted() ? record->moodDescription() : nullptr;
   if (description) {
     if (description->latitude() == MoodDescription::kNoCoordinate) description->setLatitude(latitude_);
     if (description->longitude() == MoodDescription::kNoCoordinate) description->setLongitude(longitude_);

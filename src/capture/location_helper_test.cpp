@@ -49,7 +49,9 @@ class PlaceView : public MoodRecordEditView {
     previews.push_back({latitude, longitude, span});
   }
   void hideMapPreview() override { ++hidden; }
-  void showLocationChooser(double latitude, double longitude) override { choosers.emplace_back(latitude, longitude); }
+  void showLocationChooser(double latitude, double longitude) override {
+    choosers.emplace_back(latitude, longitude);
+  }
 };
 
 class LocationTest : public ::testing::Test {
@@ -61,7 +63,8 @@ class LocationTest : public ::testing::Test {
         presenter_(std::make_shared<testing::ScriptedPresenter>()) {
     previousDefaults_ = UserDefaults::standard();
     UserDefaults::setStandard(defaults_);
-    store_ = std::make_unique<JournalStore>(JournalStore::Locations{dir_ / "Library", dir_ / "Documents"}, defaults_);
+    store_ = std::make_unique<JournalStore>(JournalStore::Locations{dir_ / "Library", dir_ / "Documents"},
+                                            defaults_);
     helper().setLocationService(service_);
     MoodViewController::setSharedPresenter(presenter_);
   }
@@ -83,9 +86,11 @@ class LocationTest : public ::testing::Test {
   static std::pair<double, double> place(const std::shared_ptr<MoodRecord>& record) {
     return {record->moodDescription()->latitude(), record->moodDescription()->longitude()};
   }
-  std::shared_ptr<MoodRecordEditViewController> openEditor(const std::shared_ptr<MoodRecord>& record, bool existing) {
-    auto editor = existing ? MoodRecordEditViewController::forExistingRecord(record, services(), dir_ / "Library")
-                           : MoodRecordEditViewController::forNewRecord(record, services(), dir_ / "Library");
+  std::shared_ptr<MoodRecordEditViewController> openEditor(const std::shared_ptr<MoodRecord>& record,
+                                                           bool existing) {
+    auto editor = existing
+                      ? MoodRecordEditViewController::forExistingRecord(record, services(), dir_ / "Library")
+                      : MoodRecordEditViewController::forNewRecord(record, services(), dir_ / "Library");
     editor->setView(view_);
     editor->viewDidLoad();
     return editor;
@@ -181,10 +186,9 @@ TEST_F(LocationTest, StateOfARecordStartsUpdatesAndItsRequestPostsWhenStamped) {
   EXPECT_EQ(service_->starts, 1);
 
   std::vector<std::shared_ptr<MoodRecord>> posted;
-  ScopedObserver observer(NotificationCenter::defaultCenter(), MoodLocationObtainedNotification, nullptr,
-                          [&](const Notification& n) {
-                            posted.push_back(std::any_cast<std::shared_ptr<MoodRecord>>(n.object));
-                          });
+  ScopedObserver observer(
+      NotificationCenter::defaultCenter(), MoodLocationObtainedNotification, nullptr,
+      [&](const Notification& n) { posted.push_back(std::any_cast<std::shared_ptr<MoodRecord>>(n.object)); });
   MoodRecordState::locationHelperStart(record);
   EXPECT_TRUE(posted.empty());
   service_->fix(1.5, 2.5, 30);

@@ -34,7 +34,8 @@ void MoodCaptureEditViewController::viewDidLoad() {
     defaults_.setFromColor(MoodUserDefaultsOperator::defaultFromColor());
     defaults_.setMiddleColor(MoodUserDefaultsOperator::defaultMiddleColor());
     defaults_.setToColor(MoodUserDefaultsOperator::defaultToColor());
-    buttonColors_ = {MoodUserDefaultsOperator::defaultFromColor(), MoodUserDefaultsOperator::defaultMiddleColor(),
+    buttonColors_ = {MoodUserDefaultsOperator::defaultFromColor(),
+                     MoodUserDefaultsOperator::defaultMiddleColor(),
                      MoodUserDefaultsOperator::defaultToColor()};
     showColorButtons();
   }
@@ -86,7 +87,9 @@ void MoodCaptureEditViewController::moodCaptureEndEditView(int levelIndex) {
   isEdit_ = false;
 }
 
-bool MoodCaptureEditViewController::isPreviousEnabled() const { return currentEdit_ > 0; }
+bool MoodCaptureEditViewController::isPreviousEnabled() const {
+  return currentEdit_ > 0;
+}
 
 bool MoodCaptureEditViewController::isNextEnabled() const {
   return currentEdit_ != kNoEdit && currentEdit_ < static_cast<int>(rows_.size()) - 1;
@@ -190,9 +193,15 @@ void MoodCaptureEditViewController::colorPickerDidChangeSelection(const Color& c
   if (initialized_) defaults_.setGradientColorEnabled(true);
   buttonColors_[static_cast<std::size_t>(selectedTag_)] = color;
   switch (selectedTag_) {
-    case 0: defaults_.setFromColor(color); break;
-    case 1: defaults_.setMiddleColor(color); break;
-    default: defaults_.setToColor(color); break;
+    case 0:
+      defaults_.setFromColor(color);
+      break;
+    case 1:
+      defaults_.setMiddleColor(color);
+      break;
+    default:
+      defaults_.setToColor(color);
+      break;
   }
   showColorButtons();
   if (defaults_.gradientColorEnabled()) gradient(gradientColors());

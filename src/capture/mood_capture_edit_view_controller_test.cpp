@@ -26,7 +26,9 @@ class RecordingView : public MoodCaptureEditViewDelegate {
     nextEnabled = next;
   }
   void showPickerColor(const Color& color) override { pickerColor = color; }
-  void moveColorPanel(double position, double seconds) override { panelMoves.emplace_back(position, seconds); }
+  void moveColorPanel(double position, double seconds) override {
+    panelMoves.emplace_back(position, seconds);
+  }
   void setRowListScrollEnabled(bool enabled) override { rowScrolling = enabled; }
   void showActionSheet(const std::string& title, const std::vector<SheetItem>& items,
                        std::function<void(int)> handler) override {
@@ -64,7 +66,8 @@ class LevelEditorTest : public ::testing::Test {
   }
 
   std::unique_ptr<MoodCaptureEditViewController> open() {
-    auto controller = std::make_unique<MoodCaptureEditViewController>(files_, *operator_, [this] { ++watchSaves_; });
+    auto controller =
+        std::make_unique<MoodCaptureEditViewController>(files_, *operator_, [this] { ++watchSaves_; });
     controller->setDelegate(view_);
     controller->viewDidLoad();
     return controller;

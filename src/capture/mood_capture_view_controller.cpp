@@ -23,8 +23,8 @@ MoodCaptureViewController::MoodCaptureViewController(RecordStateServices service
       services_(std::move(services)),
       libraryDirectory_(std::move(libraryDirectory)),
       defaults_(defaults ? std::move(defaults) : UserDefaults::standard()) {
-  modelObserver_ = ScopedObserver(NotificationCenter::defaultCenter(), MoodModelHasChangedNotification, nullptr,
-                                  [this](const Notification&) { updateColors(); });
+  modelObserver_ = ScopedObserver(NotificationCenter::defaultCenter(), MoodModelHasChangedNotification,
+                                  nullptr, [this](const Notification&) { updateColors(); });
 }
 
 void MoodCaptureViewController::updateColors() {

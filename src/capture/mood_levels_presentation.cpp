@@ -59,7 +59,8 @@ Value::Array moodLevelTable(const MoodLevelTableFiles& files) {
 
 OptionalError writeMoodLevelTable(const MoodLevelTableFiles& files, const Value::Array& table) {
   const std::filesystem::path user = files.applicationNewCaptionURL();
-  if (user.empty()) return Error(kPropertyListErrorDomain, kPropertyListUnsupported, "No library folder is set");
+  if (user.empty())
+    return Error(kPropertyListErrorDomain, kPropertyListUnsupported, "No library folder is set");
   return writePropertyListFile(user, Value(table));
 }
 
@@ -77,7 +78,8 @@ MoodLevelPresentation presentationFromTableEntry(const Value& entry) {
 Value tableEntryFromPresentation(const std::string& text, const Color& color) {
   // Stored as reals: an edited colour rarely falls on whole steps.
   return Value(Value::Dictionary{
-      {kMoodLevelColorKey, Value(Value::Array{Value(color.red * 255), Value(color.green * 255), Value(color.blue * 255)})},
+      {kMoodLevelColorKey,
+       Value(Value::Array{Value(color.red * 255), Value(color.green * 255), Value(color.blue * 255)})},
       {kMoodLevelTextKey, Value(text)},
   });
 }
@@ -119,8 +121,8 @@ std::optional<Color> MoodLevelsPresentation::interpolatedColorForMoodLevel(doubl
 std::optional<std::array<float, 4>> MoodLevelsPresentation::interpolatedRGBForMoodLevel(double level) const {
   const auto c = interpolatedColorForMoodLevel(level);
   if (!c) return std::nullopt;
-  return std::array<float, 4>{static_cast<float>(c->red), static_cast<float>(c->green), static_cast<float>(c->blue),
-                              static_cast<float>(c->alpha)};
+  return std::array<float, 4>{static_cast<float>(c->red), static_cast<float>(c->green),
+                              static_cast<float>(c->blue), static_cast<float>(c->alpha)};
 }
 
 }  // namespace lumeo

@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <climits>
+#include <cmath>
 #include <set>
 
 #include "capture/property_list_file.h"
@@ -80,8 +80,8 @@ TEST(MoodLevelsPresentation, LevelToTablePosition) {
 TEST(MoodLevelsPresentation, FractionalLevelColors) {
   const MoodLevelsPresentation p(rampTable());
   const std::vector<std::pair<double, double>> cases = {
-      {9.5, 95},  {9.25, 92.5}, {1.0, 10}, {1.5, 15},  {0, 10},  {-7, 10},
-      {10, 100},  {12, 100},    {5, 50},   {5.75, 57.5}, {0.5, 10},
+      {9.5, 95}, {9.25, 92.5}, {1.0, 10}, {1.5, 15},    {0, 10},   {-7, 10},
+      {10, 100}, {12, 100},    {5, 50},   {5.75, 57.5}, {0.5, 10},
   };
   for (const auto& [level, red] : cases) {
     auto c = p.interpolatedColorForMoodLevel(level);
@@ -148,7 +148,8 @@ TEST(MoodLevelsPresentation, EditedColorsKeepTheirFractions) {
   EXPECT_NEAR(p.presentationForMoodLevel(9)->baseColor.green, 1.0 / 3, 1e-9);
 
   // Entries that lack a colour or a text read as black and empty.
-  const MoodLevelPresentation odd = presentationFromTableEntry(Value(Value::Dictionary{{"color1", Value(Value::Array{Value(255)})}}));
+  const MoodLevelPresentation odd =
+      presentationFromTableEntry(Value(Value::Dictionary{{"color1", Value(Value::Array{Value(255)})}}));
   EXPECT_EQ(odd.text, "");
   EXPECT_EQ(odd.baseColor, Color(1, 0, 0));
 }

@@ -10,8 +10,8 @@
 #include "capture/hashtag_grammar.h"
 #include "capture/location_helper.h"
 #include "capture/mood_tag_editing.h"
-#include "capture/tag_unit_buttons.h"
 #include "capture/tag_extraction.h"
+#include "capture/tag_unit_buttons.h"
 #include "platform/dispatch_queue.h"
 #include "platform/localization.h"
 #include "shell/mood_app_delegate.h"
@@ -27,13 +27,15 @@
 namespace lumeo {
 
 std::shared_ptr<MoodRecordEditViewController> MoodRecordEditViewController::forNewRecord(
-    std::shared_ptr<MoodRecord> record, RecordStateServices services, std::filesystem::path libraryDirectory) {
+    std::shared_ptr<MoodRecord> record, RecordStateServices services,
+    std::filesystem::path libraryDirectory) {
   return std::make_shared<MoodRecordEditViewController>(std::move(record), false, std::move(services),
                                                         std::move(libraryDirectory));
 }
 
 std::shared_ptr<MoodRecordEditViewController> MoodRecordEditViewController::forExistingRecord(
-    std::shared_ptr<MoodRecord> record, RecordStateServices services, std::filesystem::path libraryDirectory) {
+    std::shared_ptr<MoodRecord> record, RecordStateServices services,
+    std::filesystem::path libraryDirectory) {
   return std::make_shared<MoodRecordEditViewController>(std::move(record), true, std::move(services),
                                                         std::move(libraryDirectory));
 }
@@ -53,8 +55,9 @@ MoodRecordEditViewController::MoodRecordEditViewController(std::shared_ptr<MoodR
   }
   // Leaving the application saves what was typed; after a cancel there is
   // no record any more and the save does nothing.
-  backgroundObserver_ = ScopedObserver(NotificationCenter::defaultCenter(), kApplicationDidEnterBackgroundNotification,
-                                       nullptr, [this](const Notification&) { saveChanges(); });
+  backgroundObserver_ =
+      ScopedObserver(NotificationCenter::defaultCenter(), kApplicationDidEnterBackgroundNotification, nullptr,
+                     [this](const Notification&) { saveChanges(); });
 }
 
 MoodRecordEditViewController::~MoodRecordEditViewController() = default;
@@ -115,7 +118,9 @@ void MoodRecordEditViewController::locationObtained() {
   if (!description) return;
   // Compared as floats, so a coordinate that is -1 up to rounding counts as
   // none.
-  auto none = [](double c) { return static_cast<float>(c) == static_cast<float>(MoodDescription::kNoCoordinate); };
+  auto none = [](double c) {
+    return static_cast<float>(c) == static_cast<float>(MoodDescription::kNoCoordinate);
+  };
   if (none(description->latitude()) || none(description->longitude())) return;
   if (auto v = view()) v->showMapPreview(description->latitude(), description->longitude(), kMapPreviewSpan);
 }
@@ -241,7 +246,8 @@ void MoodRecordEditViewController::deletePhoto() {
 
 void MoodRecordEditViewController::actionButtonClicked() {
   if (isTimeEditing_) closeTimePicker();
-  std::vector<MoodActionItem> items = {{localized("Take Photo..."), 0}, {localized("Choose from Library..."), 2}};
+  std::vector<MoodActionItem> items = {{localized("Take Photo..."), 0},
+                                       {localized("Choose from Library..."), 2}};
   if (currentState_ && currentState_->thumb) items.push_back({localized("Delete"), kMoodActionDestructive});
   items.push_back({localized("Cancel"), kMoodActionCancel});
   auto self = std::weak_ptr<MoodRecordEditViewController>(
@@ -295,7 +301,8 @@ void MoodRecordEditViewController::deleteLocation() {
   if (auto v = view()) v->hideMapPreview();
 }
 
-void MoodRecordEditViewController::didMoodLocationViewControllerLocationChanged(double latitude, double longtitude) {
+void MoodRecordEditViewController::didMoodLocationViewControllerLocationChanged(double latitude,
+                                                                                double longtitude) {
   auto description = recordInEdit_ ? recordInEdit_->moodDescription() : nullptr;
   if (!description) return;
   description->setLatitude(latitude);
@@ -310,17 +317,19 @@ void MoodRecordEditViewController::dateButtonClick() {
   auto open = [this] {
     isUnlocked_ = true;
     Date start = recordInEdit_ && recordInEdit_->date() ? *recordInEdit_->date()
-                                                         : currentState_ ? currentState_->date.value_or(Date::now())
-                                                                         : Date::now();
+                 : currentState_                        ? currentState_->date.value_or(Date::now())
+                                                        : Date::now();
     setCompletionOptions({});
     isTimeEditing_ = true;
     pickedDate_ = start;
     if (auto v = view()) v->showTimePicker(start, Date::now());
   };
   if (passcode_ && passcode_->hasPasscode()) {
-    passcode_->requestPassCodeFromViewController(*this, true, [open](bool granted) {
-      if (granted) open();
-    }, {});
+    passcode_->requestPassCodeFromViewController(*this, true,
+                                                 [open](bool granted) {
+                                                   if (granted) open();
+                                                 },
+                                                 {});
   } else {
     open();
   }
@@ -411,7 +420,8 @@ void MoodRecordEditViewController::tagButtonClicked(std::size_t index) {
 }
 
 void MoodRecordEditViewController::updateMoodTag(const std::string& oldName, const std::string& newName,
-                                                 const std::shared_ptr<MoodTag>& tag, const std::string& unit) {
+                                                 const std::shared_ptr<MoodTag>& tag,
+                                                 const std::string& unit) {
   if (!services_.store) return;
   auto renamed = lumeo::updateMoodTag(*services_.store, oldName, newName, unit);
   for (auto& option : completionOptions_) {

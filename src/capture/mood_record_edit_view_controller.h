@@ -70,7 +70,8 @@ class MoodRecordEditView {
 
 // Posted by the host when the application enters the background; an open
 // editor saves its state then.
-inline constexpr char kApplicationDidEnterBackgroundNotification[] = "UIApplicationDidEnterBackgroundNotification";
+inline constexpr char kApplicationDidEnterBackgroundNotification[] =
+    "UIApplicationDidEnterBackgroundNotification";
 
 class MoodRecordEditViewController : public MoodViewController {
  public:
@@ -79,14 +80,16 @@ class MoodRecordEditViewController : public MoodViewController {
                                                                     RecordStateServices services,
                                                                     std::filesystem::path libraryDirectory);
   // Any other open of a record: Cancel writes the old values back.
-  static std::shared_ptr<MoodRecordEditViewController> forExistingRecord(std::shared_ptr<MoodRecord> record,
-                                                                         RecordStateServices services,
-                                                                         std::filesystem::path libraryDirectory);
+  static std::shared_ptr<MoodRecordEditViewController> forExistingRecord(
+      std::shared_ptr<MoodRecord> record, RecordStateServices services,
+      std::filesystem::path libraryDirectory);
   MoodRecordEditViewController(std::shared_ptr<MoodRecord> record, bool editing, RecordStateServices services,
                                std::filesystem::path libraryDirectory);
   ~MoodRecordEditViewController() override;
 
-  void setDelegate(std::weak_ptr<MoodRecordEditViewControllerDelegate> delegate) { delegate_ = std::move(delegate); }
+  void setDelegate(std::weak_ptr<MoodRecordEditViewControllerDelegate> delegate) {
+    delegate_ = std::move(delegate);
+  }
   void setView(std::weak_ptr<MoodRecordEditView> view) { view_ = std::move(view); }
   void setPasscodeGate(std::shared_ptr<PasscodeGate> gate) { passcode_ = std::move(gate); }
 
@@ -180,8 +183,8 @@ class MoodRecordEditViewController : public MoodViewController {
   // Asks first, then removeMoodTag.
   void tagDelete(const std::shared_ptr<MoodTag>& tag);
   void removeMoodTag(const std::shared_ptr<MoodTag>& tag);
-  void updateMoodTag(const std::string& oldName, const std::string& newName, const std::shared_ptr<MoodTag>& tag,
-                     const std::string& unit);
+  void updateMoodTag(const std::string& oldName, const std::string& newName,
+                     const std::shared_ptr<MoodTag>& tag, const std::string& unit);
 
   // --- State, for views and tests -------------------------------------------------
   std::shared_ptr<MoodRecord> recordInEdit() const { return recordInEdit_; }

@@ -12,7 +12,9 @@
 #include "capture/property_list_file.h"
 #include "objectgraph/managed_object_context.h"
 #include "platform/color.h"
+#include "platform/localization.h"
 #include "platform/user_defaults.h"
+#include "shell/shell_test_support.h"
 #include "store/image_store.h"
 #include "store/journal_store.h"
 #include "store/mood_description.h"
@@ -21,8 +23,6 @@
 #include "store/mood_user_defaults_operator.h"
 #include "store/notification_names.h"
 #include "store/settings_keys.h"
-#include "shell/shell_test_support.h"
-#include "platform/localization.h"
 #include "testing/scoped_environment.h"
 #include "testing/temp_dir.h"
 
@@ -38,18 +38,21 @@ class CaptureFlowTest : public ::testing::Test {
     UserDefaults::setStandard(defaults_);
     openStore();
     std::filesystem::create_directories(library());
-    writePropertyListFile(emotionsListURL(library()), Value(Value::Array{Value(std::string("calm")),
-                                                                        Value(std::string("sad")),
-                                                                        Value(std::string("Sleepy"))}));
+    writePropertyListFile(emotionsListURL(library()),
+                          Value(Value::Array{Value(std::string("calm")), Value(std::string("sad")),
+                                             Value(std::string("Sleepy"))}));
   }
   ~CaptureFlowTest() override { UserDefaults::setStandard(previousDefaults_); }
 
   std::filesystem::path library() const { return dir_ / "Library"; }
   void openStore() {
     capture_.reset();
-    store_ = std::make_unique<JournalStore>(JournalStore::Locations{library(), dir_ / "Documents"}, defaults_);
+    store_ =
+        std::make_unique<JournalStore>(JournalStore::Locations{library(), dir_ / "Documents"}, defaults_);
   }
-  RecordStateServices services() { return {store_.get(), images_, [this](long d) { counter_ += d; }}; }
+  RecordStateServices services() {
+    return {store_.get(), images_, [this](long d) { counter_ += d; }};
+  }
   std::shared_ptr<MoodCaptureViewController> makeCapture() {
     capture_ = std::make_shared<MoodCaptureViewController>(services(), library(), defaults_);
     MoodCaptureViewController::FinishHooks hooks;
@@ -299,7 +302,8 @@ TEST_F(CaptureFlowTest, CompletionOffersTagsThenSuggestionsAndTakesTheRest) {
   editor->viewWillAppear();
   type(*editor, "Went #s");
   // Most used first, then by name; "sad" is a tag already and not doubled.
-  EXPECT_EQ(names(editor->completionOptions()), (std::vector<std::string>{"sleep", "Sad", "sport", "Sleepy"}));
+  EXPECT_EQ(names(editor->completionOptions()),
+            (std::vector<std::string>{"sleep", "Sad", "sport", "Sleepy"}));
   type(*editor, "LEEPY");
   EXPECT_TRUE(editor->completionOptions().empty());  // the only match is the word itself
   backspace(*editor);
@@ -376,7 +380,9 @@ TEST_F(CaptureFlowTest, ClosingTheOfferListTellsTheTagPanelWithMinusOne) {
 }
 
 TEST_F(CaptureFlowTest, TagPanelUnitButtonsFillTheUnitField) {
-  testing::ScopedEnvironment env{{"LANGUAGE", std::nullopt}, {"LC_ALL", std::nullopt}, {"LC_MESSAGES", std::nullopt},
+  testing::ScopedEnvironment env{{"LANGUAGE", std::nullopt},
+                                 {"LC_ALL", std::nullopt},
+                                 {"LC_MESSAGES", std::nullopt},
                                  {"LANG", "fr_CA.UTF-8"}};
   Localization::reload();
   auto record = existingRecord("#run:5km");
@@ -408,7 +414,8 @@ TEST_F(CaptureFlowTest, PhotoButtonOffersDeleteOnlyWhenThereIsAPicture) {
   editor->actionButtonClicked();
   ASSERT_EQ(presenter->alerts.size(), 1u);
   EXPECT_EQ(presenter->alerts[0].request.actions.size(), 3u);  // take, choose, cancel
-  EXPECT_EQ(view->pickers, std::vector<MoodRecordEditView::PickerSource>{MoodRecordEditView::PickerSource::kPhotoLibrary});
+  EXPECT_EQ(view->pickers,
+            std::vector<MoodRecordEditView::PickerSource>{MoodRecordEditView::PickerSource::kPhotoLibrary});
 
   // Delete is offered once a picture is there, and clears it.
   editor->imagePicked(Image::filled(300, 200, Color::fromRGB255(0, 120, 0)));

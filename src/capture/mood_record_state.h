@@ -74,7 +74,8 @@ class MoodRecordState {
   // A picture that cannot be written stops the apply before the save and
   // gives the error; the context keeps the changes made so far (callers that
   // must lose nothing roll back). A null record does nothing.
-  OptionalError applyToRecord(const std::shared_ptr<MoodRecord>& record, const RecordStateServices& services) const;
+  OptionalError applyToRecord(const std::shared_ptr<MoodRecord>& record,
+                              const RecordStateServices& services) const;
   OptionalError applyToRecord(const std::shared_ptr<MoodRecord>& record) const;
 
   // The tag part of applying: the record loses all its links and gets one

@@ -4,7 +4,6 @@
 #include "capture/mood_record_state.h"
 
 #include <gtest/gtest.h>
-
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -32,7 +31,8 @@ class MoodRecordStateTest : public ::testing::Test {
   }
 
   void open() {
-    store_ = std::make_unique<JournalStore>(JournalStore::Locations{dir_ / "Library", dir_ / "Documents"}, defaults_);
+    store_ = std::make_unique<JournalStore>(JournalStore::Locations{dir_ / "Library", dir_ / "Documents"},
+                                            defaults_);
   }
 
   RecordStateServices services() {
@@ -63,9 +63,7 @@ class MoodRecordStateTest : public ::testing::Test {
     return names;
   }
 
-  std::size_t fileCount() {
-    return images_->allStoredImageNames().size();
-  }
+  std::size_t fileCount() { return images_->allStoredImageNames().size(); }
 
   testing::TempDir dir_;
   std::shared_ptr<UserDefaults> defaults_;
@@ -94,7 +92,8 @@ TEST_F(MoodRecordStateTest, CommentTagsBecomeOneLinkPerTagAndSurviveReopening) {
   auto reread = store_->recordWithURI(uri);
   ASSERT_TRUE(reread);
   EXPECT_EQ(tagNames(*reread), (std::vector<std::string>{"a", "sleep", "work", "x"}));
-  EXPECT_EQ(reread->moodDescription()->comment(), "Slept #sleep:8h then #Work, and #sleep:6h again ##a #x:.5");
+  EXPECT_EQ(reread->moodDescription()->comment(),
+            "Slept #sleep:8h then #Work, and #sleep:6h again ##a #x:.5");
 }
 
 TEST_F(MoodRecordStateTest, UnitIsTakenOnceAndKeptAfterwards) {

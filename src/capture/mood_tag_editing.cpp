@@ -14,8 +14,8 @@
 
 namespace lumeo {
 
-std::shared_ptr<MoodTag> updateMoodTag(JournalStore& store, const std::string& oldName, const std::string& newName,
-                                       const std::optional<std::string>& unit) {
+std::shared_ptr<MoodTag> updateMoodTag(JournalStore& store, const std::string& oldName,
+                                       const std::string& newName, const std::optional<std::string>& unit) {
   auto tag = store.tagWithExactName(oldName);
   if (tag) {
     for (const auto& record : tag->moodRecords()) {

@@ -19,8 +19,8 @@ class MoodTag;
 // where it is followed by a blank, a colon or the end. A tag not stored yet
 // (a suggestion) gets its row now. Saves. Returns the renamed row. Whether
 // `newName` is taken already is not checked: two rows may then share it.
-std::shared_ptr<MoodTag> updateMoodTag(JournalStore& store, const std::string& oldName, const std::string& newName,
-                                       const std::optional<std::string>& unit);
+std::shared_ptr<MoodTag> updateMoodTag(JournalStore& store, const std::string& oldName,
+                                       const std::string& newName, const std::optional<std::string>& unit);
 
 // Deletes `tag`: removes its mentions from each of its records' comments
 // (value forms, a plain tag at the end, a plain tag with its following

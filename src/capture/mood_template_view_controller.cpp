@@ -11,21 +11,26 @@
 
 namespace lumeo {
 
-MoodTemplateViewController::MoodTemplateViewController(JournalStore& store, std::filesystem::path libraryDirectory,
+MoodTemplateViewController::MoodTemplateViewController(JournalStore& store,
+                                                       std::filesystem::path libraryDirectory,
                                                        MoodUserDefaultsOperator& defaults)
     : MoodViewController("MoodTemplateViewController"),
       store_(store),
       defaults_(defaults),
       suggestions_(store, std::move(libraryDirectory), CompletionSort::kFrequencyOnly) {}
 
-std::string MoodTemplateViewController::placeholder() const { return localized(kPlaceholder); }
+std::string MoodTemplateViewController::placeholder() const {
+  return localized(kPlaceholder);
+}
 
 void MoodTemplateViewController::viewDidLoad() {
   text_ = defaults_.templateText().value_or("");
   cursor_ = text_.size();
 }
 
-void MoodTemplateViewController::viewWillAppear() { suggestions_.createChildManagedObjectContext(); }
+void MoodTemplateViewController::viewWillAppear() {
+  suggestions_.createChildManagedObjectContext();
+}
 
 void MoodTemplateViewController::textViewDidChange(const std::string& text, std::size_t cursor) {
   text_ = text;
@@ -50,7 +55,9 @@ void MoodTemplateViewController::returnButtonClicked() {
   cursor_ = text_.size();
 }
 
-void MoodTemplateViewController::backButtonClicked() { defaults_.setTemplateText(text_); }
+void MoodTemplateViewController::backButtonClicked() {
+  defaults_.setTemplateText(text_);
+}
 
 std::optional<TextRange> MoodTemplateViewController::rangeOfIncompleteTag() const {
   if (selectionLength_ > 0) return std::nullopt;

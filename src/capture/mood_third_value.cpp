@@ -2,11 +2,11 @@
 // the same ICU patterns as the rest of the hashtag grammar.
 #include "capture/mood_third_value.h"
 
-#include <algorithm>
-#include <set>
-
 #include <unicode/locid.h>
 #include <unicode/unistr.h>
+
+#include <algorithm>
+#include <set>
 
 #include "capture/hashtag_grammar.h"
 
@@ -23,7 +23,8 @@ std::string commaToPoint(std::string_view text) {
 }  // namespace
 
 std::string lowercaseString(std::string_view text) {
-  icu::UnicodeString s = icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+  icu::UnicodeString s =
+      icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
   s.toLower(icu::Locale::getRoot());
   std::string result;
   s.toUTF8String(result);
@@ -68,8 +69,9 @@ std::vector<std::string> MoodThirdValueTable::orderedKeys() const {
   std::vector<std::string> keys;
   keys.reserve(values_.size());
   for (const auto& [key, value] : values_) keys.push_back(key);
-  std::stable_sort(keys.begin(), keys.end(),
-                   [this](const std::string& a, const std::string& b) { return values_.at(a).tagName < values_.at(b).tagName; });
+  std::stable_sort(keys.begin(), keys.end(), [this](const std::string& a, const std::string& b) {
+    return values_.at(a).tagName < values_.at(b).tagName;
+  });
   return keys;
 }
 
@@ -90,7 +92,8 @@ std::vector<double> graphValuesInComment(std::string_view comment, const MoodThi
   std::vector<double> values;
   if (!isTagName(entry.tagName)) return values;
   const std::string unit = entry.unitValue.empty() ? std::string(" ") : entry.unitValue;
-  auto pattern = RegularExpression::compile(fillPattern(patternFormat.empty() ? kGraphValuesPatternPossessive : patternFormat, {entry.tagName, unit}));
+  auto pattern = RegularExpression::compile(fillPattern(
+      patternFormat.empty() ? kGraphValuesPatternPossessive : patternFormat, {entry.tagName, unit}));
   if (!pattern) return values;
   const std::string text = lowercaseString(comment) + " ";
   for (const RegexMatch& match : pattern->matches(text)) {

@@ -87,11 +87,16 @@ Value toValue(plist_t node) {
 
 plist_t toNode(const Value& value) {
   switch (value.type()) {
-    case Value::Type::kNull: return nullptr;
-    case Value::Type::kBool: return plist_new_bool(value.toBool() ? 1 : 0);
-    case Value::Type::kInteger: return plist_new_uint(static_cast<uint64_t>(value.toInt()));
-    case Value::Type::kReal: return plist_new_real(value.toDouble());
-    case Value::Type::kString: return plist_new_string(value.asString()->c_str());
+    case Value::Type::kNull:
+      return nullptr;
+    case Value::Type::kBool:
+      return plist_new_bool(value.toBool() ? 1 : 0);
+    case Value::Type::kInteger:
+      return plist_new_uint(static_cast<uint64_t>(value.toInt()));
+    case Value::Type::kReal:
+      return plist_new_real(value.toDouble());
+    case Value::Type::kString:
+      return plist_new_string(value.asString()->c_str());
     case Value::Type::kDate: {
       const double t = value.asDate()->timeIntervalSinceReferenceDate();
       const double whole = std::floor(t);
@@ -138,7 +143,8 @@ OrError<Value> parsePropertyList(std::string_view data) {
   plist_t root = nullptr;
   plist_from_memory(data.data(), static_cast<uint32_t>(data.size()), &root);
   PlistPtr owner(root);
-  if (!root) return Error(kPropertyListErrorDomain, kPropertyListUnreadable, "The data is not a property list");
+  if (!root)
+    return Error(kPropertyListErrorDomain, kPropertyListUnreadable, "The data is not a property list");
   return toValue(root);
 }
 
@@ -153,11 +159,14 @@ OrError<Value> readPropertyListFile(const std::filesystem::path& path) {
 
 OrError<std::string> xmlPropertyList(const Value& value) {
   PlistPtr root(toNode(value));
-  if (!root) return Error(kPropertyListErrorDomain, kPropertyListUnsupported, "A property list cannot hold a null value");
+  if (!root)
+    return Error(kPropertyListErrorDomain, kPropertyListUnsupported,
+                 "A property list cannot hold a null value");
   char* xml = nullptr;
   uint32_t length = 0;
   plist_to_xml(root.get(), &xml, &length);
-  if (!xml) return Error(kPropertyListErrorDomain, kPropertyListUnsupported, "The property list cannot be written");
+  if (!xml)
+    return Error(kPropertyListErrorDomain, kPropertyListUnsupported, "The property list cannot be written");
   std::string text(xml, length);
   plist_to_xml_free(xml);
   return text;

@@ -15,8 +15,8 @@ namespace lumeo {
 
 inline constexpr char kPropertyListErrorDomain[] = "LumeoPropertyListErrorDomain";
 enum PropertyListErrorCode : long {
-  kPropertyListUnreadable = 1,  // not a property list
-  kPropertyListUnsupported = 2, // a value that a property list cannot hold (null)
+  kPropertyListUnreadable = 1,   // not a property list
+  kPropertyListUnsupported = 2,  // a value that a property list cannot hold (null)
 };
 
 // The list in `data`, or an error of kPropertyListUnreadable.

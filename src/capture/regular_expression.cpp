@@ -42,7 +42,8 @@ void forEachMatch(const icu::RegexPattern& pattern, std::string_view text, Visit
         status = U_ZERO_ERROR;
         continue;
       }
-      match.ranges.push_back(TextRange{static_cast<std::size_t>(start), static_cast<std::size_t>(end - start)});
+      match.ranges.push_back(
+          TextRange{static_cast<std::size_t>(start), static_cast<std::size_t>(end - start)});
     }
     if (!match.ranges[0]) return;
     if (!visit(std::move(match))) return;
@@ -65,7 +66,8 @@ std::optional<RegularExpression> RegularExpression::compile(std::string_view pat
   UParseError parseError;
   uint32_t flags = 0;
   if (options & kCaseInsensitive) flags |= UREGEX_CASE_INSENSITIVE;
-  std::shared_ptr<const icu::RegexPattern> compiled(icu::RegexPattern::compile(source.get(), flags, parseError, status));
+  std::shared_ptr<const icu::RegexPattern> compiled(
+      icu::RegexPattern::compile(source.get(), flags, parseError, status));
   if (U_FAILURE(status) || !compiled) return std::nullopt;
   return RegularExpression(std::move(compiled));
 }

@@ -4,14 +4,14 @@
 // into the UTF-8 string, never UTF-16 indices.
 #pragma once
 
+#include <unicode/uversion.h>
+
 #include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <unicode/uversion.h>
 
 U_NAMESPACE_BEGIN
 class RegexPattern;
@@ -54,7 +54,8 @@ class RegularExpression {
   bool matchesWhole(std::string_view text) const;
 
  private:
-  explicit RegularExpression(std::shared_ptr<const icu::RegexPattern> pattern) : pattern_(std::move(pattern)) {}
+  explicit RegularExpression(std::shared_ptr<const icu::RegexPattern> pattern)
+      : pattern_(std::move(pattern)) {}
 
   // Compiled patterns are immutable and may be shared by copies and threads.
   std::shared_ptr<const icu::RegexPattern> pattern_;

@@ -38,7 +38,7 @@ std::shared_ptr<ManagedObjectContext> SuggestedTags::createChildManagedObjectCon
 }
 
 std::vector<std::shared_ptr<MoodTag>> SuggestedTags::completionOptionsForString(const std::string& typed,
-                                                                                 std::size_t limit) {
+                                                                                std::size_t limit) {
   auto context = createChildManagedObjectContext();
   if (!context) return {};
   FetchRequest request(kMoodTagEntity);

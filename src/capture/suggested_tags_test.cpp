@@ -58,8 +58,10 @@ TEST_F(SuggestedTagsTest, WordsThatAreTagsAreNotDoubledAndSuggestionsComeLast) {
   record("#HUNGRY");
   record("#heros");
   SuggestedTags editor(store_, dir_ / "Library", CompletionSort::kFrequencyThenName);
-  EXPECT_EQ(names(editor.completionOptionsForString("h")), (std::vector<std::string>{"HUNGRY", "happy", "heros"}));
-  EXPECT_EQ(names(editor.completionOptionsForString("")), (std::vector<std::string>{"HUNGRY", "happy", "heros", "joy"}));
+  EXPECT_EQ(names(editor.completionOptionsForString("h")),
+            (std::vector<std::string>{"HUNGRY", "happy", "heros"}));
+  EXPECT_EQ(names(editor.completionOptionsForString("")),
+            (std::vector<std::string>{"HUNGRY", "happy", "heros", "joy"}));
   EXPECT_TRUE(editor.completionOptionsForString("JOY").empty());  // nothing left to complete
   EXPECT_EQ(editor.completionOptionsForString("", 2).size(), 2u);
   // The suggestions never reach the store.

@@ -2,18 +2,19 @@
 // naming and unit rules that applying a record to the store follows.
 #include "capture/tag_extraction.h"
 
-#include <algorithm>
-
 #include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
+
+#include <algorithm>
 
 #include "capture/hashtag_grammar.h"
 
 namespace lumeo {
 
 std::string foldedTagName(std::string_view name) {
-  icu::UnicodeString s = icu::UnicodeString::fromUTF8(icu::StringPiece(name.data(), static_cast<int32_t>(name.size())));
+  icu::UnicodeString s =
+      icu::UnicodeString::fromUTF8(icu::StringPiece(name.data(), static_cast<int32_t>(name.size())));
   UErrorCode status = U_ZERO_ERROR;
   const icu::Normalizer2* nfd = icu::Normalizer2::getNFDInstance(status);
   if (U_SUCCESS(status)) {
@@ -50,7 +51,8 @@ std::vector<ExtractedTag> extractTagsForRecord(std::string_view comment) {
   std::vector<ExtractedTag> tags;
   for (MoodPreTag& pre : findTagsInText(comment)) {
     std::string folded = foldedTagName(pre.tagName);
-    auto it = std::find_if(tags.begin(), tags.end(), [&](const ExtractedTag& t) { return t.foldedName == folded; });
+    auto it =
+        std::find_if(tags.begin(), tags.end(), [&](const ExtractedTag& t) { return t.foldedName == folded; });
     if (it == tags.end()) {
       ExtractedTag tag;
       tag.foldedName = std::move(folded);

@@ -3,13 +3,13 @@
 // name that comes out must consist of the tag alphabet alone, checked here
 // against Unicode properties rather than the regex engine that produced it,
 // and the fast possessive patterns must agree with the literal ones.
+#include <unicode/uniset.h>
+#include <unicode/utf8.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <string_view>
-
-#include <unicode/uniset.h>
-#include <unicode/utf8.h>
 
 #include "capture/hashtag_grammar.h"
 #include "capture/mood_third_value.h"
@@ -58,7 +58,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const lumeo::MoodThirdValueTable table = lumeo::thirdValuesForComments({text});
   for (const auto& [key, value] : table.values()) {
     if (value.count != 1 || value.minValue != value.maxValue) std::abort();
-    if (lumeo::graphValuesInComment(text, value) != lumeo::graphValuesInComment(text, value, lumeo::kGraphValuesPattern)) {
+    if (lumeo::graphValuesInComment(text, value) !=
+        lumeo::graphValuesInComment(text, value, lumeo::kGraphValuesPattern)) {
       std::abort();
     }
   }
@@ -72,7 +73,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string removed = lumeo::removeTagFromText(text, tags.front().tagName);
     if (removed.size() > text.size()) std::abort();
     // The possessive pattern that runs must remove exactly what the literal one does.
-    if (removed != lumeo::removeTagFromText(text, tags.front().tagName, lumeo::kTagDeletionPattern)) std::abort();
+    if (removed != lumeo::removeTagFromText(text, tags.front().tagName, lumeo::kTagDeletionPattern))
+      std::abort();
     (void)lumeo::renameTagInText(text, tags.front().tagName, "renamed");
   }
   if (size > 0) (void)lumeo::rangeOfIncompleteTag(text, size / 2);

@@ -19,12 +19,12 @@ std::string_view languagePart(std::string_view name) {
 }  // namespace
 
 std::vector<std::string> tagUnitsForLanguage(std::string_view preferred, std::string_view locale) {
-  static const std::vector<std::string> kDefault = {"in", "ft", "yd", "ml", "mm", "cm", "m", "km",
-                                                    "gal", "ml", "l", "lb", "mg", "g", "kg", "h"};
-  static const std::vector<std::string> kCanadianFrench = {"po", "pi", "yd", "ml", "mm", "cm", "m", "km",
-                                                           "gal", "ml", "l", "lb", "mg", "g", "kg", "h"};
-  static const std::vector<std::string> kRussian = {"с", "мн", "ч", "мл", "л", "см", "м",
-                                                    "км", "г", "мг", "кг", "т", "ед"};
+  static const std::vector<std::string> kDefault = {"in",  "ft", "yd", "ml", "mm", "cm", "m",  "km",
+                                                    "gal", "ml", "l",  "lb", "mg", "g",  "kg", "h"};
+  static const std::vector<std::string> kCanadianFrench = {"po",  "pi", "yd", "ml", "mm", "cm", "m",  "km",
+                                                           "gal", "ml", "l",  "lb", "mg", "g",  "kg", "h"};
+  static const std::vector<std::string> kRussian = {"с",  "мн", "ч",  "мл", "л", "см", "м",
+                                                    "км", "г",  "мг", "кг", "т", "ед"};
   std::string_view language = languagePart(preferred);
   if (language == "ru") return kRussian;
   if (language == "fr") {
@@ -50,6 +50,8 @@ std::string tagUnitLocaleIdentifier() {
   return "en_US_POSIX";
 }
 
-std::vector<std::string> tagUnitButtons() { return tagUnitsForLanguage(preferredLanguage(), tagUnitLocaleIdentifier()); }
+std::vector<std::string> tagUnitButtons() {
+  return tagUnitsForLanguage(preferredLanguage(), tagUnitLocaleIdentifier());
+}
 
 }  // namespace lumeo

@@ -14,7 +14,8 @@ namespace lumeo {
 // Russian gets its own row, French in Canada imperial units under their
 // French names, everything else the default row. "ml" stands twice in the
 // Latin rows on purpose: the panel has always shown it so.
-std::vector<std::string> tagUnitsForLanguage(std::string_view preferredLanguage, std::string_view localeIdentifier);
+std::vector<std::string> tagUnitsForLanguage(std::string_view preferredLanguage,
+                                             std::string_view localeIdentifier);
 
 // The language the user prefers most: the first of LANGUAGE (colon
 // separated), then of LC_ALL, LC_MESSAGES or LANG, as the text catalogue

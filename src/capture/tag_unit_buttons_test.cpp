@@ -13,11 +13,12 @@
 namespace lumeo {
 namespace {
 
-const std::vector<std::string> kDefault = {"in", "ft", "yd", "ml", "mm", "cm", "m", "km",
-                                           "gal", "ml", "l", "lb", "mg", "g", "kg", "h"};
-const std::vector<std::string> kCanadian = {"po", "pi", "yd", "ml", "mm", "cm", "m", "km",
-                                            "gal", "ml", "l", "lb", "mg", "g", "kg", "h"};
-const std::vector<std::string> kRussian = {"с", "мн", "ч", "мл", "л", "см", "м", "км", "г", "мг", "кг", "т", "ед"};
+const std::vector<std::string> kDefault = {"in",  "ft", "yd", "ml", "mm", "cm", "m",  "km",
+                                           "gal", "ml", "l",  "lb", "mg", "g",  "kg", "h"};
+const std::vector<std::string> kCanadian = {"po",  "pi", "yd", "ml", "mm", "cm", "m",  "km",
+                                            "gal", "ml", "l",  "lb", "mg", "g",  "kg", "h"};
+const std::vector<std::string> kRussian = {"с",  "мн", "ч",  "мл", "л", "см", "м",
+                                           "км", "г",  "мг", "кг", "т", "ед"};
 
 TEST(TagUnitButtonsTest, RowByLanguageAndLocale) {
   struct Case {
@@ -26,19 +27,14 @@ TEST(TagUnitButtonsTest, RowByLanguageAndLocale) {
     const std::vector<std::string>* expected;
   };
   const Case cases[] = {
-      {"en", "en_US", &kDefault},
-      {"fr", "fr_CA", &kCanadian},
-      {"fr_CA", "fr_CA", &kCanadian},
-      {"fr-CA", "fr_CA.UTF-8", &kCanadian},
-      {"fr", "fr_CA@euro", &kCanadian},
-      {"fr", "fr_FR", &kDefault},    // French elsewhere: the default row
-      {"fr", "fr_CAT", &kDefault},   // not Canada
-      {"fr_CA", "en_CA", &kDefault}, // the locale decides, not the language's region
-      {"en", "fr_CA", &kDefault},    // a Canadian locale alone is not French
-      {"ru", "en_US", &kRussian},
-      {"ru_RU", "ru_RU", &kRussian},
-      {"de", "de_DE", &kDefault},
-      {"", "", &kDefault},
+      {"en", "en_US", &kDefault},       {"fr", "fr_CA", &kCanadian},
+      {"fr_CA", "fr_CA", &kCanadian},   {"fr-CA", "fr_CA.UTF-8", &kCanadian},
+      {"fr", "fr_CA@euro", &kCanadian}, {"fr", "fr_FR", &kDefault},  // French elsewhere: the default row
+      {"fr", "fr_CAT", &kDefault},                                   // not Canada
+      {"fr_CA", "en_CA", &kDefault},  // the locale decides, not the language's region
+      {"en", "fr_CA", &kDefault},     // a Canadian locale alone is not French
+      {"ru", "en_US", &kRussian},       {"ru_RU", "ru_RU", &kRussian},
+      {"de", "de_DE", &kDefault},       {"", "", &kDefault},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(tagUnitsForLanguage(c.language, c.locale), *c.expected) << c.language << " / " << c.locale;
@@ -67,11 +63,11 @@ TEST(TagUnitButtonsTest, FirstPreferredLanguageAndLocaleComeFromTheEnvironment) 
       {none, "C", none, "ru_RU.UTF-8", &kDefault, "the C locale is English"},
   };
   for (const Case& c : cases) {
-    testing::ScopedEnvironment env{{"LANGUAGE", c.language}, {"LC_ALL", c.all}, {"LC_MESSAGES", c.messages},
-                                   {"LANG", c.lang}};
+    testing::ScopedEnvironment env{
+        {"LANGUAGE", c.language}, {"LC_ALL", c.all}, {"LC_MESSAGES", c.messages}, {"LANG", c.lang}};
     Localization::reload();
-    EXPECT_EQ(tagUnitButtons(), *c.expected) << c.why << ": preferred " << preferredLanguage() << ", locale "
-                                             << tagUnitLocaleIdentifier();
+    EXPECT_EQ(tagUnitButtons(), *c.expected)
+        << c.why << ": preferred " << preferredLanguage() << ", locale " << tagUnitLocaleIdentifier();
   }
   Localization::reload();
 }

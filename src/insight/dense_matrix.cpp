@@ -16,8 +16,7 @@ void DMat::truncateRows(long newRows) {
 }
 
 std::unique_ptr<DMat> svdNewDMat(long rows, long cols) {
-  if (rows < 0 || cols < 0 ||
-      (cols > 0 && rows > std::numeric_limits<long>::max() / 8 / cols)) {
+  if (rows < 0 || cols < 0 || (cols > 0 && rows > std::numeric_limits<long>::max() / 8 / cols)) {
     errno = EINVAL;
     perror("svdNewDMat");
     return nullptr;

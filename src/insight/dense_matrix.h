@@ -32,7 +32,9 @@ struct DMat {
 // A zeroed rows x cols matrix, or null (after perror("svdNewDMat")) when the
 // sizes are negative or the memory is not there.
 std::unique_ptr<DMat> svdNewDMat(long rows, long cols);
-inline void svdReleaseDMat(std::unique_ptr<DMat> matrix) { matrix.reset(); }
+inline void svdReleaseDMat(std::unique_ptr<DMat> matrix) {
+  matrix.reset();
+}
 
 // The transpose as a new matrix; null when the copy cannot be allocated.
 std::unique_ptr<DMat> svdTransposedDMat(const DMat& matrix);

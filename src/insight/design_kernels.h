@@ -116,7 +116,8 @@ LUMEO_INLINE double laneSum(const V& v) {
 // vector type V and `allInside(tau)`, whether every offset of a group lies in
 // [-1/2, 1/2).
 template <typename Lanes>
-LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, long n, double shift, double* local) {
+LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, long n, double shift,
+                               double* local) {
   using V = typename Lanes::V;
   constexpr long kGroup = static_cast<long>(sizeof(V) / sizeof(double));
   const double period = static_cast<double>(n);

@@ -63,7 +63,8 @@ void expectSameSums(const testing::Samples& s, long n, const std::string& label)
     std::vector<double> residuals(expectedResiduals.size(), 0.0);
     variant.kernels->residual(s.x.data(), s.y.data(), m, n, cubic.data(), residuals.data());
     for (size_t e = 0; e < residuals.size(); ++e)
-      EXPECT_NEAR(residuals[e], expectedResiduals[e], tolerance) << label << " " << variant.name << " residual " << e;
+      EXPECT_NEAR(residuals[e], expectedResiduals[e], tolerance)
+          << label << " " << variant.name << " residual " << e;
   }
 }
 
@@ -116,7 +117,8 @@ TEST(DesignKernels, StopAtPositionsThatAreNotNumbers) {
       broken.x[at] = bad;
       for (const Variant& variant : variants) {
         std::vector<double> sums(static_cast<size_t>(14 * design::kGatherWidth), 0.0);
-        EXPECT_FALSE(variant.kernels->gather(broken.x.data(), broken.y.data(), broken.size(), 14, 0.0, sums.data()))
+        EXPECT_FALSE(
+            variant.kernels->gather(broken.x.data(), broken.y.data(), broken.size(), 14, 0.0, sums.data()))
             << variant.name << " at " << at;
       }
     }

@@ -49,7 +49,9 @@ class Scratch {
   double* data_;
 };
 
-inline long wrap(long j, long n) { return j < 0 ? j + n : j; }
+inline long wrap(long j, long n) {
+  return j < 0 ? j + n : j;
+}
 
 // The product of the cubics of bases k - a and k - b as a polynomial of
 // degree 6 in tau, so that Σ w_a·w_b = Σ_r kProductOfCubics[a][b][r] · Σtau^r.
@@ -110,7 +112,9 @@ const Kernels& kernels() {
 
 }  // namespace
 
-const design::Kernels* design::baselineKernels() { return &kBaseline; }
+const design::Kernels* design::baselineKernels() {
+  return &kBaseline;
+}
 
 bool splineBasisAt(double x, long n, long& k, double w[4]) {
   double r;

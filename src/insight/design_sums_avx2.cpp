@@ -37,11 +37,15 @@ const Kernels kAvx2{gather, residual};
 
 }  // namespace
 
-const Kernels* avx2Kernels() { return &kAvx2; }
+const Kernels* avx2Kernels() {
+  return &kAvx2;
+}
 
 #else
 
-const Kernels* avx2Kernels() { return nullptr; }
+const Kernels* avx2Kernels() {
+  return nullptr;
+}
 
 #endif
 

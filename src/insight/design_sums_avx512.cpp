@@ -40,11 +40,15 @@ const Kernels kAvx512{gather, residual};
 
 }  // namespace
 
-const Kernels* avx512Kernels() { return &kAvx512; }
+const Kernels* avx512Kernels() {
+  return &kAvx512;
+}
 
 #else
 
-const Kernels* avx512Kernels() { return nullptr; }
+const Kernels* avx512Kernels() {
+  return nullptr;
+}
 
 #endif
 

@@ -43,7 +43,8 @@ void expectSumsMatchDesign(const testing::Samples& s, long n, const std::string&
   const DesignSums sums = sumDesign(m, s.x.data(), s.y.data(), n, shift);
   ASSERT_TRUE(sums.finite) << label;
   const double tolerance = 1e-12 * static_cast<double>(m) * 36.0;
-  for (long j = 0; j < n * n; ++j) EXPECT_NEAR(sums.gram[static_cast<size_t>(j)], gram[static_cast<size_t>(j)], tolerance) << label;
+  for (long j = 0; j < n * n; ++j)
+    EXPECT_NEAR(sums.gram[static_cast<size_t>(j)], gram[static_cast<size_t>(j)], tolerance) << label;
   for (long j = 0; j < n; ++j) {
     EXPECT_NEAR(sums.shiftedB[static_cast<size_t>(j)], b[static_cast<size_t>(j)], tolerance) << label;
     EXPECT_NEAR(sums.columnSums[static_cast<size_t>(j)], ones[static_cast<size_t>(j)], tolerance) << label;

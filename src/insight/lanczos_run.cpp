@@ -13,7 +13,6 @@
 
 namespace lumeo::lanczos {
 
-
 // A new start vector for step `step`: random, pushed through AᵀA once so that
 // it lies in the range, and orthogonalised against every earlier Lanczos
 // vector. Returns its norm (0 when nothing independent is left), or -1 with
@@ -139,7 +138,8 @@ void LanczosRun::updateOrthogonality(long j) {
   if (j < 1) return;
   if (rnorm_ != 0.0 && j > 1) {
     prevOrth_[0] =
-        (offdiag_[1] * orth_[1] + (diag_[0] - diag_[j]) * orth_[0] - offdiag_[j] * prevOrth_[0]) / rnorm_ + epsN;
+        (offdiag_[1] * orth_[1] + (diag_[0] - diag_[j]) * orth_[0] - offdiag_[j] * prevOrth_[0]) / rnorm_ +
+        epsN;
     for (long i = 1; i <= j - 2; ++i) {
       prevOrth_[i] = (offdiag_[i + 1] * orth_[i + 1] + (diag_[i] - diag_[j]) * orth_[i] +
                       offdiag_[i] * orth_[i - 1] - offdiag_[j] * prevOrth_[i]) /

@@ -124,7 +124,8 @@ void store(long n, int code, long j, double* s) {
         try {
           slot.resize(static_cast<size_t>(n));
         } catch (const std::exception&) {
-          reportError(true, "svdLanczos: failed to allocate lanczosStore[" + std::to_string(j + kMaxLL) + "]");
+          reportError(true,
+                      "svdLanczos: failed to allocate lanczosStore[" + std::to_string(j + kMaxLL) + "]");
         }
         lanczosStored[static_cast<size_t>(j + kMaxLL)] = 1;
       }
@@ -165,7 +166,8 @@ void store(long n, int code, long j, double* s) {
       }
       const auto& slot = lanczosStore[static_cast<size_t>(j)];
       if (!lanczosStored[static_cast<size_t>(j)]) {
-        reportError(false, "svdLanczos: store (RETRP) called on index " + std::to_string(j) + " (not allocated)");
+        reportError(false,
+                    "svdLanczos: store (RETRP) called on index " + std::to_string(j) + " (not allocated)");
         break;
       }
       copy(n, slot.data(), s);
@@ -180,8 +182,8 @@ void store(long n, int code, long j, double* s) {
 const double* storedQ(long j) {
   const auto& slot = lanczosStore[static_cast<size_t>(j + kMaxLL)];
   if (!lanczosStored[static_cast<size_t>(j + kMaxLL)]) {
-    reportError(true, "svdLanczos: store (RETRQ) called on index " + std::to_string(j + kMaxLL) +
-                          " (not allocated)");
+    reportError(
+        true, "svdLanczos: store (RETRQ) called on index " + std::to_string(j + kMaxLL) + " (not allocated)");
   }
   return slot.data();
 }
@@ -210,7 +212,9 @@ namespace {
 // hundred.
 constexpr size_t kKeptDoubles = size_t{1} << 16;
 
-size_t heldDoubles(const std::vector<double>& v) { return v.capacity(); }
+size_t heldDoubles(const std::vector<double>& v) {
+  return v.capacity();
+}
 
 void giveBack(std::vector<double>& v) {
   v.clear();
@@ -225,8 +229,8 @@ void releaseState() {
   for (const auto& slot : lanczosStore) held += heldDoubles(slot);
   Workspace& ws = sharedWorkspace();
   for (const auto& v : ws.wptr) held += heldDoubles(v);
-  held += heldDoubles(ws.ritz) + heldDoubles(ws.bnd) + heldDoubles(ws.eigenvectors) + heldDoubles(ws.paddedGram) +
-          heldDoubles(ws.rotated);
+  held += heldDoubles(ws.ritz) + heldDoubles(ws.bnd) + heldDoubles(ws.eigenvectors) +
+          heldDoubles(ws.paddedGram) + heldDoubles(ws.rotated);
   if (held <= kKeptDoubles) return;
   lanczosStore.clear();
   lanczosStore.shrink_to_fit();
@@ -245,10 +249,9 @@ Workspace& sharedWorkspace() {
 }
 
 bool Workspace::allocate(long n, long iterations) {
-  static const char* const kTags[10] = {"lanczos: wptr[0]", "lanczos: wptr[1]", "lanczos: wptr[2]",
-                                        "lanczos: wptr[3]", "lanczos: wptr[4]", "lanczos: wptr[5]",
-                                        "lanczos: wptr[6]", "lanczos: wptr[7]", "lanczos: wptr[8]",
-                                        "lanczos: wptr[9]"};
+  static const char* const kTags[10] = {
+      "lanczos: wptr[0]", "lanczos: wptr[1]", "lanczos: wptr[2]", "lanczos: wptr[3]", "lanczos: wptr[4]",
+      "lanczos: wptr[5]", "lanczos: wptr[6]", "lanczos: wptr[7]", "lanczos: wptr[8]", "lanczos: wptr[9]"};
   for (int i = 0; i < 6; ++i)
     if (!lanczos::allocate(wptr[i], n, kTags[i])) return false;
   for (int i = 6; i < 9; ++i)

@@ -78,7 +78,9 @@ inline void scale(long n, double alpha, double* x) {
   for (long i = 0; i < n; ++i) x[i] *= alpha;
 }
 
-inline void copy(long n, const double* from, double* to) { std::copy(from, from + n, to); }
+inline void copy(long n, const double* from, double* to) {
+  std::copy(from, from + n, to);
+}
 
 // Copies n values of `from` into `to` in reverse order (the stride -1 copy).
 inline void copyReversed(long n, const double* from, double* to) {
@@ -104,15 +106,24 @@ struct NormalOperator {
     productCount += 2;
     if (paddedGram) {
       switch (gramStride / 2) {
-        case 1: return gramProduct<1>(x, y);
-        case 2: return gramProduct<2>(x, y);
-        case 3: return gramProduct<3>(x, y);
-        case 4: return gramProduct<4>(x, y);
-        case 5: return gramProduct<5>(x, y);
-        case 6: return gramProduct<6>(x, y);
-        case 7: return gramProduct<7>(x, y);
-        case 8: return gramProduct<8>(x, y);
-        default: break;
+        case 1:
+          return gramProduct<1>(x, y);
+        case 2:
+          return gramProduct<2>(x, y);
+        case 3:
+          return gramProduct<3>(x, y);
+        case 4:
+          return gramProduct<4>(x, y);
+        case 5:
+          return gramProduct<5>(x, y);
+        case 6:
+          return gramProduct<6>(x, y);
+        case 7:
+          return gramProduct<7>(x, y);
+        case 8:
+          return gramProduct<8>(x, y);
+        default:
+          break;
       }
       for (long i = 0; i < cols; ++i) y[i] = dot(cols, paddedGram + i * gramStride, x);
       return;
@@ -195,7 +206,7 @@ struct Workspace {
   std::vector<double> bnd;
   std::vector<double> eigenvectors;  // (iterations + 1)², see LanczosRun
   std::vector<double> paddedGram;
-  std::vector<double> rotated;       // scratch of the Ritz step
+  std::vector<double> rotated;  // scratch of the Ritz step
 
   // Sizes every vector for n-long Lanczos vectors and `iterations` steps;
   // false (after perror with the vector's tag) when memory runs out.

@@ -28,11 +28,10 @@ inline Svd svd(long m, long n, std::vector<double> rowMajor) {
   out.s.assign(static_cast<size_t>(out.k), 0.0);
   out.u.assign(static_cast<size_t>(m * out.k), 0.0);
   out.vt.assign(static_cast<size_t>(out.k * n), 0.0);
-  out.info = static_cast<int>(LAPACKE_dgesdd(LAPACK_ROW_MAJOR, 'S', static_cast<lapack_int>(m),
-                                             static_cast<lapack_int>(n), rowMajor.data(),
-                                             static_cast<lapack_int>(n), out.s.data(), out.u.data(),
-                                             static_cast<lapack_int>(out.k), out.vt.data(),
-                                             static_cast<lapack_int>(n)));
+  out.info = static_cast<int>(
+      LAPACKE_dgesdd(LAPACK_ROW_MAJOR, 'S', static_cast<lapack_int>(m), static_cast<lapack_int>(n),
+                     rowMajor.data(), static_cast<lapack_int>(n), out.s.data(), out.u.data(),
+                     static_cast<lapack_int>(out.k), out.vt.data(), static_cast<lapack_int>(n)));
   return out;
 }
 
@@ -40,14 +39,15 @@ inline Svd svd(long m, long n, std::vector<double> rowMajor) {
 inline std::vector<double> designMatrix(long m, const double* x, long n) {
   std::vector<double> a(static_cast<size_t>(m * n));
   for (long i = 0; i < m; ++i)
-    for (long j = 0; j < n; ++j) a[static_cast<size_t>(i * n + j)] = splineBump(n, x[i] - static_cast<double>(j));
+    for (long j = 0; j < n; ++j)
+      a[static_cast<size_t>(i * n + j)] = splineBump(n, x[i] - static_cast<double>(j));
   return a;
 }
 
 // Coefficients V Σ⁺ Uᵀ y with singular values at or below `cut` · s₀ dropped;
 // `kept` receives the number used.
-inline std::vector<double> truncatedPseudoInverseFit(const Svd& svd, long m, long n, const double* y, double cut,
-                                                     long& kept) {
+inline std::vector<double> truncatedPseudoInverseFit(const Svd& svd, long m, long n, const double* y,
+                                                     double cut, long& kept) {
   std::vector<double> c(static_cast<size_t>(n), 0.0);
   kept = 0;
   if (svd.k == 0) return c;

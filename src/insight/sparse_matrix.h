@@ -13,16 +13,18 @@ namespace lumeo {
 struct SMat {
   long rows = 0;
   long cols = 0;
-  long vals = 0;               // number of stored (non-zero) entries
-  std::vector<long> pointr;    // cols + 1 entries: first entry of each column, then vals
-  std::vector<long> rowind;    // row of each entry
-  std::vector<double> value;   // value of each entry
+  long vals = 0;              // number of stored (non-zero) entries
+  std::vector<long> pointr;   // cols + 1 entries: first entry of each column, then vals
+  std::vector<long> rowind;   // row of each entry
+  std::vector<double> value;  // value of each entry
 };
 
 // An empty rows x cols matrix with room for `vals` entries (pointr zeroed), or
 // null after perror with the name of the array that failed.
 std::unique_ptr<SMat> svdNewSMat(long rows, long cols, long vals);
-inline void svdReleaseSMat(std::unique_ptr<SMat> matrix) { matrix.reset(); }
+inline void svdReleaseSMat(std::unique_ptr<SMat> matrix) {
+  matrix.reset();
+}
 
 // Dense to sparse, column by column, dropping values that are exactly 0.0.
 std::unique_ptr<SMat> svdConvertDtoS(const DMat& dense);

@@ -15,7 +15,7 @@ std::unique_ptr<DMat> randomSparseDense(unsigned seed, long rows, long cols) {
   auto dense = svdNewDMat(rows, cols);
   for (long i = 0; i < rows; ++i)
     for (long j = 0; j < cols; ++j) (*dense)[i][j] = unit(rng) < 0.3 ? unit(rng) - 0.5 : 0.0;
-  (*dense)[0][0] = -0.0;  // a negative zero is still a zero
+  (*dense)[0][0] = -0.0;                  // a negative zero is still a zero
   (*dense)[rows - 1][cols - 1] = 1e-300;  // a tiny value is not
   return dense;
 }

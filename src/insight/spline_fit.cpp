@@ -231,15 +231,15 @@ SplineBand splineBand(long m, const double* x, const double* y, long n) {
     if (fit.rec) {
       // |y - curve| at every sample, gathered straight into Aᵀr; the second
       // fit has the same design matrix and so reuses the decomposition.
-      const std::vector<double> atr =
-          sumResiduals(m, x, y, n, band.coefficients.data(), fit.mean);
+      const std::vector<double> atr = sumResiduals(m, x, y, n, band.coefficients.data(), fit.mean);
       coefficientsFromGram(*fit.rec, atr.data(), n, band.spreadCoefficients.data());
     }
   } else if (m >= 1 && n >= 1) {
     band.count = splineFitCentred(m, x, y, n, band.coefficients.data(), band.mean);
     std::vector<double> residuals(static_cast<size_t>(m));
     for (long i = 0; i < m; ++i)
-      residuals[static_cast<size_t>(i)] = std::fabs(y[i] - splineEval(n, band.coefficients.data(), x[i], band.mean));
+      residuals[static_cast<size_t>(i)] =
+          std::fabs(y[i] - splineEval(n, band.coefficients.data(), x[i], band.mean));
     splineFit(m, x, residuals.data(), n, band.spreadCoefficients.data());
   }
 

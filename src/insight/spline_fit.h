@@ -43,8 +43,8 @@ double splineBandHalfWidth(double raw);
 
 // A curve with its spread band, sampled on the 100-point grid.
 struct SplineBand {
-  long count = 0;      // singular values kept by the curve's fit
-  double mean = 0.0;   // mean of the samples, the curve's offset
+  long count = 0;                          // singular values kept by the curve's fit
+  double mean = 0.0;                       // mean of the samples, the curve's offset
   std::vector<double> coefficients;        // the centred fit
   std::vector<double> spreadCoefficients;  // the fit of the absolute residuals
   std::array<double, kSplineGridPoints> x{};

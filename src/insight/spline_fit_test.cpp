@@ -28,7 +28,8 @@ TEST(SplineFit, BumpShapeAndWrap) {
   EXPECT_EQ(splineBump(14, 0.5 - 13.0), 2.875);
   // The period closes for cycles: x = 10 is x = 0.
   for (long j = 0; j < 10; ++j)
-    EXPECT_DOUBLE_EQ(splineBump(10, 10.0 - static_cast<double>(j)), splineBump(10, 0.0 - static_cast<double>(j)));
+    EXPECT_DOUBLE_EQ(splineBump(10, 10.0 - static_cast<double>(j)),
+                     splineBump(10, 0.0 - static_cast<double>(j)));
   // The n shifted copies sum to 6 everywhere, also outside 0..10.
   for (long n : {10L, 14L}) {
     for (double x = -7.3; x < 25.0; x += 0.37) {
@@ -72,7 +73,8 @@ TEST(SplineFit, MatchesTheTruncatedPseudoInverse) {
     for (int days : {2, 30, 365}) {
       total += 3;
       compared += expectFitMatchesReference(testing::journalSamples(seed, days, Scale::kTrend), 14, "trend");
-      compared += expectFitMatchesReference(testing::journalSamples(seed, days, Scale::kWeekly), 10, "weekly");
+      compared +=
+          expectFitMatchesReference(testing::journalSamples(seed, days, Scale::kWeekly), 10, "weekly");
       compared += expectFitMatchesReference(testing::journalSamples(seed, days, Scale::kDaily), 10, "daily");
     }
   }
@@ -87,7 +89,8 @@ TEST(SplineFit, RecordsAtFewDistinctPlaces) {
   for (long n : {10L, 14L}) {
     for (int places : {1, 2, 3, 5}) {
       Samples samples = testing::randomSamples(static_cast<unsigned>(places), 240);
-      for (size_t i = 0; i < samples.x.size(); ++i) samples.x[i] = 1.3 + 1.7 * static_cast<double>(i % places);
+      for (size_t i = 0; i < samples.x.size(); ++i)
+        samples.x[i] = 1.3 + 1.7 * static_cast<double>(i % places);
       std::vector<double> coefficients(static_cast<size_t>(n));
       const long count =
           splineFit(samples.size(), samples.x.data(), samples.y.data(), n, coefficients.data());
@@ -163,17 +166,19 @@ TEST(SplineFit, BandFollowsTheDocumentedSteps) {
     ASSERT_EQ(band.count, kept);
     std::vector<double> residuals(static_cast<size_t>(m));
     for (long i = 0; i < m; ++i)
-      residuals[static_cast<size_t>(i)] = std::fabs(samples.y[static_cast<size_t>(i)] -
-                                                    splineEval(n, c.data(), samples.x[static_cast<size_t>(i)], mean));
+      residuals[static_cast<size_t>(i)] =
+          std::fabs(samples.y[static_cast<size_t>(i)] -
+                    splineEval(n, c.data(), samples.x[static_cast<size_t>(i)], mean));
     long keptAgain = 0;
-    const std::vector<double> c2 = reference::truncatedPseudoInverseFit(svd, m, n, residuals.data(), 0.2, keptAgain);
+    const std::vector<double> c2 =
+        reference::truncatedPseudoInverseFit(svd, m, n, residuals.data(), 0.2, keptAgain);
 
     double x = 0.0;
     for (int i = 0; i < kSplineGridPoints; ++i) {
       EXPECT_EQ(band.x[static_cast<size_t>(i)], x);
       EXPECT_NEAR(band.curve[static_cast<size_t>(i)], splineEval(n, c.data(), x, mean), 1e-10);
-      EXPECT_NEAR(band.halfWidth[static_cast<size_t>(i)], splineBandHalfWidth(splineEval(n, c2.data(), x, 0.0)),
-                  1e-10);
+      EXPECT_NEAR(band.halfWidth[static_cast<size_t>(i)],
+                  splineBandHalfWidth(splineEval(n, c2.data(), x, 0.0)), 1e-10);
       x += kSplineGridStep;
     }
   }

@@ -245,7 +245,8 @@ std::unique_ptr<SVDRec> svdLanczosGram(long rows, long cols, const double* gram,
     return nullptr;
   }
   if (static_cast<double>(cols) >= 1.2 * static_cast<double>(rows)) {
-    fprintf(stderr, "svdLanczosGram: a wide matrix is decomposed through its transpose; pass the sparse matrix\n");
+    fprintf(stderr,
+            "svdLanczosGram: a wide matrix is decomposed through its transpose; pass the sparse matrix\n");
     return nullptr;
   }
   NormalOperator op;

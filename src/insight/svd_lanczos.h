@@ -19,14 +19,16 @@
 namespace lumeo {
 
 struct SVDRec {
-  long d = 0;                               // number of triplets
-  std::unique_ptr<DMat> leftVectors;        // d rows of A.rows entries
-  std::vector<double> singularValues;       // d values, descending
-  std::unique_ptr<DMat> rightVectors;       // d rows of A.cols entries
+  long d = 0;                          // number of triplets
+  std::unique_ptr<DMat> leftVectors;   // d rows of A.rows entries
+  std::vector<double> singularValues;  // d values, descending
+  std::unique_ptr<DMat> rightVectors;  // d rows of A.cols entries
 };
 
 std::unique_ptr<SVDRec> svdNewSVDRec();
-inline void svdReleaseSVDRec(std::unique_ptr<SVDRec> rec) { rec.reset(); }
+inline void svdReleaseSVDRec(std::unique_ptr<SVDRec> rec) {
+  rec.reset();
+}
 
 // The error flag of the most recent decomposition: 0, 8192 when the matrix
 // maps every start vector to zero, or the index of an eigenvalue that the QL

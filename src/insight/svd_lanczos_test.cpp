@@ -39,7 +39,8 @@ void expectMatchesReference(long m, long n, const std::vector<double>& rows, con
     }
     long match = 0;
     for (long k = 1; k < ref.k; ++k)
-      if (std::fabs(ref.s[static_cast<size_t>(k)] - sigma) < std::fabs(ref.s[static_cast<size_t>(match)] - sigma))
+      if (std::fabs(ref.s[static_cast<size_t>(k)] - sigma) <
+          std::fabs(ref.s[static_cast<size_t>(match)] - sigma))
         match = k;
     const double expected = ref.s[static_cast<size_t>(match)];
     EXPECT_NEAR(sigma, expected, 1e-9 * expected) << label << " triplet " << j;
@@ -50,9 +51,11 @@ void expectMatchesReference(long m, long n, const std::vector<double>& rows, con
       if (k != match) gap = std::min(gap, std::fabs(ref.s[static_cast<size_t>(k)] - expected));
     if (gap < 1e-6 * expected) continue;
     double right = 0.0;
-    for (long k = 0; k < n; ++k) right += (*rec.rightVectors)[j][k] * ref.vt[static_cast<size_t>(match * n + k)];
+    for (long k = 0; k < n; ++k)
+      right += (*rec.rightVectors)[j][k] * ref.vt[static_cast<size_t>(match * n + k)];
     double left = 0.0;
-    for (long i = 0; i < m; ++i) left += (*rec.leftVectors)[j][i] * ref.u[static_cast<size_t>(i * ref.k + match)];
+    for (long i = 0; i < m; ++i)
+      left += (*rec.leftVectors)[j][i] * ref.u[static_cast<size_t>(i * ref.k + match)];
     EXPECT_NEAR(std::fabs(right), 1.0, 1e-9) << label << " right vector " << j;
     EXPECT_NEAR(std::fabs(left), 1.0, 1e-9) << label << " left vector " << j;
     EXPECT_NEAR(right * left, std::fabs(right * left), 1e-9) << label << " signs of the pair " << j;
@@ -149,8 +152,8 @@ TEST(SvdLanczos, GramEntryRunsTheSameDecomposition) {
     EXPECT_EQ(fromGram->leftVectors, nullptr);
     ASSERT_EQ(fromGram->d, fromSparse->d) << m;
     for (long j = 0; j < fromGram->d; ++j)
-      EXPECT_NEAR(fromGram->singularValues[static_cast<size_t>(j)], fromSparse->singularValues[static_cast<size_t>(j)],
-                  1e-10 * fromSparse->singularValues[0]);
+      EXPECT_NEAR(fromGram->singularValues[static_cast<size_t>(j)],
+                  fromSparse->singularValues[static_cast<size_t>(j)], 1e-10 * fromSparse->singularValues[0]);
   }
 }
 
@@ -164,7 +167,8 @@ TEST(SvdLanczos, RunsAfterOthersGiveTheSameResults) {
   ASSERT_TRUE(first);
 
   const testing::Samples cycle = testing::journalSamples(22, 400, testing::Scale::kDaily);
-  auto cycleMatrix = sparseFromRows(cycle.size(), 10, reference::designMatrix(cycle.size(), cycle.x.data(), 10));
+  auto cycleMatrix =
+      sparseFromRows(cycle.size(), 10, reference::designMatrix(cycle.size(), cycle.x.data(), 10));
   ASSERT_TRUE(svdLanczosAll(cycleMatrix.get(), 3));
   // Wide enough to give its memory back at the end of the run.
   const long wide = 70000;
@@ -178,7 +182,8 @@ TEST(SvdLanczos, RunsAfterOthersGiveTheSameResults) {
   ASSERT_TRUE(again);
   ASSERT_EQ(again->d, first->d);
   for (long j = 0; j < first->d; ++j) {
-    EXPECT_EQ(again->singularValues[static_cast<size_t>(j)], first->singularValues[static_cast<size_t>(j)]) << j;
+    EXPECT_EQ(again->singularValues[static_cast<size_t>(j)], first->singularValues[static_cast<size_t>(j)])
+        << j;
     for (long k = 0; k < 14; ++k) EXPECT_EQ((*again->rightVectors)[j][k], (*first->rightVectors)[j][k]) << j;
   }
   expectMatchesReference(small.size(), 14, smallRows, *again, "again");
@@ -256,7 +261,8 @@ TEST(SvdLanczos, ParameterFaultsAreReportedAndGiveNull) {
   const double reversed[2] = {1.0, -1.0};
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(svdLanczos(matrix.get(), 0, 0, reversed, 1e-6), nullptr);
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "svdLanczos parameter error: ENDL MUST BE LESS THAN ENDR\n");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "svdLanczos parameter error: ENDL MUST BE LESS THAN ENDR\n");
 
   auto empty = svdNewSMat(0, 4, 0);
   const double end[2] = {-1e-30, 1e-30};

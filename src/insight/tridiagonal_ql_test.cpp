@@ -56,7 +56,8 @@ void checkAgainstLapack(const Tridiagonal& t, const std::string& label) {
   imtqlb(n, d.data(), e.data(), first.data(), ierr);
   EXPECT_EQ(ierr, 0) << label;
   for (long k = 0; k < n; ++k) {
-    EXPECT_NEAR(d[static_cast<size_t>(k)], expected[static_cast<size_t>(k)], 1e-12 * scale) << label << " " << k;
+    EXPECT_NEAR(d[static_cast<size_t>(k)], expected[static_cast<size_t>(k)], 1e-12 * scale)
+        << label << " " << k;
     if (k > 0) {
       EXPECT_LE(d[static_cast<size_t>(k - 1)], d[static_cast<size_t>(k)]) << label;
     }
@@ -75,10 +76,12 @@ void checkAgainstLapack(const Tridiagonal& t, const std::string& label) {
     // first components are what imtqlb reports.
     double gap = INFINITY;
     for (long l = 0; l < n; ++l)
-      if (l != k) gap = std::min(gap, std::fabs(expected[static_cast<size_t>(l)] - expected[static_cast<size_t>(k)]));
+      if (l != k)
+        gap = std::min(gap, std::fabs(expected[static_cast<size_t>(l)] - expected[static_cast<size_t>(k)]));
     if (gap < 1e-6 * scale) continue;
     double cosine = 0.0;
-    for (long i = 0; i < n; ++i) cosine += z[static_cast<size_t>(k * n + i)] * vectors[static_cast<size_t>(k * n + i)];
+    for (long i = 0; i < n; ++i)
+      cosine += z[static_cast<size_t>(k * n + i)] * vectors[static_cast<size_t>(k * n + i)];
     EXPECT_NEAR(std::fabs(cosine), 1.0, 1e-10) << label << " vector " << k;
     EXPECT_NEAR(std::fabs(first[static_cast<size_t>(k)]), std::fabs(z[static_cast<size_t>(k * n)]), 1e-10)
         << label << " first component " << k;
@@ -134,7 +137,8 @@ TEST(TridiagonalQL, ScaledFarFromOneGivesScaledResults) {
     for (int k = 0; k < 12; ++k) {
       EXPECT_NEAR(ds[static_cast<size_t>(k)] / factor, d[static_cast<size_t>(k)], 1e-11 * 400.0) << factor;
       double overlap = 0.0;
-      for (int i = 0; i < 12; ++i) overlap += zs[static_cast<size_t>(k * 12 + i)] * z[static_cast<size_t>(k * 12 + i)];
+      for (int i = 0; i < 12; ++i)
+        overlap += zs[static_cast<size_t>(k * 12 + i)] * z[static_cast<size_t>(k * 12 + i)];
       EXPECT_NEAR(std::fabs(overlap), 1.0, 1e-9) << factor << " vector " << k;
     }
   }
@@ -154,9 +158,10 @@ TEST(TridiagonalQL, OrderOneLeavesTheErrorFlagAlone) {
 TEST(TridiagonalQL, HypotenuseAndSignTransfer) {
   EXPECT_DOUBLE_EQ(hypotenuse(3.0, 4.0), 5.0);
   EXPECT_EQ(hypotenuse(0.0, 0.0), 0.0);
-  EXPECT_DOUBLE_EQ(hypotenuse(-3e200, 4e200), 5e200);  // squares would overflow
+  EXPECT_DOUBLE_EQ(hypotenuse(-3e200, 4e200), 5e200);     // squares would overflow
   EXPECT_DOUBLE_EQ(hypotenuse(3e-200, -4e-200), 5e-200);  // squares would vanish
-  EXPECT_EQ(hypotenuse(std::numeric_limits<double>::infinity(), 1.0), std::numeric_limits<double>::infinity());
+  EXPECT_EQ(hypotenuse(std::numeric_limits<double>::infinity(), 1.0),
+            std::numeric_limits<double>::infinity());
 
   EXPECT_EQ(signTransfer(2.0, 5.0), 2.0);
   EXPECT_EQ(signTransfer(2.0, -5.0), -2.0);

@@ -6,8 +6,8 @@
 
 namespace lumeo {
 
-void GeoFadeInOutMapAnimator::didAddAnnotationViews(
-    GeoMapClusterController& controller, const std::vector<AnnotationViewPtr>& annotationViews) {
+void GeoFadeInOutMapAnimator::didAddAnnotationViews(GeoMapClusterController& controller,
+                                                    const std::vector<AnnotationViewPtr>& annotationViews) {
   if (annotationViews.empty()) return;
   for (const AnnotationViewPtr& view : annotationViews) view->setAlpha(0.0);
   controller.mapView().animate(

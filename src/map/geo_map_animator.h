@@ -34,8 +34,7 @@ class GeoFadeInOutMapAnimator : public GeoMapAnimator {
 
   void didAddAnnotationViews(GeoMapClusterController& controller,
                              const std::vector<AnnotationViewPtr>& annotationViews) override;
-  void willRemoveAnnotations(GeoMapClusterController& controller,
-                             const MapAnnotationList& annotations,
+  void willRemoveAnnotations(GeoMapClusterController& controller, const MapAnnotationList& annotations,
                              std::function<void()> completionHandler) override;
 
  private:

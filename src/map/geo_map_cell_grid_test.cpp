@@ -26,11 +26,16 @@ MapAnnotationList randomPoints(std::mt19937_64& random, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) {
     double lat = latitude(random), lon = longitude(random);
     double pick = unit(random);
-    if (pick < 0.05) lat = 0;
-    else if (pick < 0.10) lon = 0;
-    else if (pick < 0.12) lon = unit(random) < 0.5 ? 180.0 : -180.0;
-    else if (pick < 0.20) lon = std::round(lon), lat = std::round(lat);
-    else if (pick < 0.40) lat = 48.85 + (lat / 84.0) * 0.01, lon = 2.35 + (lon / 180.0) * 0.01;  // a dense town
+    if (pick < 0.05)
+      lat = 0;
+    else if (pick < 0.10)
+      lon = 0;
+    else if (pick < 0.12)
+      lon = unit(random) < 0.5 ? 180.0 : -180.0;
+    else if (pick < 0.20)
+      lon = std::round(lon), lat = std::round(lat);
+    else if (pick < 0.40)
+      lat = 48.85 + (lat / 84.0) * 0.01, lon = 2.35 + (lon / 180.0) * 0.01;  // a dense town
     points.push_back(std::make_shared<PointAnnotation>(LocationCoordinate2D{lat, lon}));
   }
   return points;
@@ -141,11 +146,12 @@ TEST(GeoMapCellGridTest, PassesFromTablesShowTheSamePinsAsTreeWalks) {
   MapPoint paris = MapPointForCoordinate({48.85, 2.35});
   // The map tab asks for three locations before it clusters a cell; the
   // table then only tells empty cells and the totals of clustered ones.
-  for (auto [columns, minUniqueLocations] : std::vector<std::pair<double, std::size_t>>{
-           {34, 0}, {546, 0}, {17476, 0}, {35, 3}, {17470, 3}}) {
+  for (auto [columns, minUniqueLocations] :
+       std::vector<std::pair<double, std::size_t>>{{34, 0}, {546, 0}, {17476, 0}, {35, 3}, {17470, 3}}) {
     double size = kMapWorldWidth / columns;
-    MapRect visible = columns < 100 ? MapRectMake(0, kMapWorldWidth / 8, kMapWorldWidth * 0.9, kMapWorldWidth * 0.6)
-                                    : MapRectMake(paris.x - 10 * size, paris.y - 6 * size, 21 * size, 13 * size);
+    MapRect visible = columns < 100
+                          ? MapRectMake(0, kMapWorldWidth / 8, kMapWorldWidth * 0.9, kMapWorldWidth * 0.6)
+                          : MapRectMake(paris.x - 10 * size, paris.y - 6 * size, 21 * size, 13 * size);
     std::vector<Pin> walked = pinsOfPass(tree, visible, size, minUniqueLocations);  // no table yet
     std::vector<Pin> read = pinsOfPass(tree, visible, size, minUniqueLocations);    // builds and reads it
     ASSERT_NE(tree->cellGridForCellMapSize(size), nullptr);

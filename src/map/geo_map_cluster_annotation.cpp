@@ -8,10 +8,10 @@
 
 namespace lumeo {
 
-GeoMapClusterAnnotation::GeoMapClusterAnnotation(
-    std::weak_ptr<GeoMapClusterController> mapClusterController,
-    std::weak_ptr<GeoMapClusterControllerDelegate> delegate, MapAnnotationList annotations,
-    LocationCoordinate2D coordinate)
+GeoMapClusterAnnotation::GeoMapClusterAnnotation(std::weak_ptr<GeoMapClusterController> mapClusterController,
+                                                 std::weak_ptr<GeoMapClusterControllerDelegate> delegate,
+                                                 MapAnnotationList annotations,
+                                                 LocationCoordinate2D coordinate)
     : controller_(std::move(mapClusterController)),
       delegate_(std::move(delegate)),
       annotations_(std::make_shared<const MapAnnotationList>(std::move(annotations))),
@@ -170,7 +170,8 @@ bool GeoMapClusterAnnotation::isUniqueLocation() const {
   };
   if (!list && tree) {
     std::shared_lock treeLock(tree->mutex());
-    return tree->visitAnnotationsInBox(cell, true, [&](MapAnnotation* member) { return sameLocation(member); });
+    return tree->visitAnnotationsInBox(cell, true,
+                                       [&](MapAnnotation* member) { return sameLocation(member); });
   }
   for (const MapAnnotationPtr& member : *list) {
     if (!sameLocation(member.get())) return false;
@@ -189,8 +190,7 @@ MapRect GeoMapClusterAnnotation::mapRect() const {
   return rect;
 }
 
-bool GeoMapClusterAnnotation::belongsTo(
-    const std::weak_ptr<GeoMapClusterController>& controller) const {
+bool GeoMapClusterAnnotation::belongsTo(const std::weak_ptr<GeoMapClusterController>& controller) const {
   return !controller_.owner_before(controller) && !controller.owner_before(controller_);
 }
 

@@ -66,14 +66,18 @@ double GeoMapClusterController::zoomLevel() const {
   return zoomLevelForRegion(mapView_->region(), mapView_->width());
 }
 
-std::shared_ptr<GeoMapClusterer> GeoMapClusterController::clusterer() const { return clusterer_.lock(); }
+std::shared_ptr<GeoMapClusterer> GeoMapClusterController::clusterer() const {
+  return clusterer_.lock();
+}
 
 void GeoMapClusterController::setClusterer(const std::shared_ptr<GeoMapClusterer>& clusterer) {
   clusterer_ = clusterer;
   defaultClusterer_.reset();
 }
 
-std::shared_ptr<GeoMapAnimator> GeoMapClusterController::animator() const { return animator_.lock(); }
+std::shared_ptr<GeoMapAnimator> GeoMapClusterController::animator() const {
+  return animator_.lock();
+}
 
 void GeoMapClusterController::setAnimator(const std::shared_ptr<GeoMapAnimator>& animator) {
   animator_ = animator;
@@ -100,8 +104,7 @@ void GeoMapClusterController::queueTreeUpdate(std::function<void(GeoMapTree&)> c
   // Tree updates are never cancelled: only passes are superseded, and a
   // lost update would lose pins for good.
   backgroundQueue_->addOperation([tree = allAnnotationsMapTree_, change = std::move(change),
-                                  weak = weak_from_this(),
-                                  completionHandler = std::move(completionHandler)] {
+                                  weak = weak_from_this(), completionHandler = std::move(completionHandler)] {
     {
       std::unique_lock lock(tree->mutex());  // pins may be listing their cells
       change(*tree);
@@ -152,9 +155,9 @@ void GeoMapClusterController::updateAnnotationsWithCompletionHandler(CompletionH
   snapshot.width = mapView_->width();
   snapshot.cellMapSize = cellMapSizeForCellSize(settings_.cellSize, *mapView_);
   snapshot.settings = settings_;
-  auto operation = std::make_shared<GeoMapClusterOperation>(
-      snapshot, allAnnotationsMapTree_, visibleAnnotationsMapTree_, clusterer(), animator(), delegate_,
-      weak_from_this(), this);
+  auto operation =
+      std::make_shared<GeoMapClusterOperation>(snapshot, allAnnotationsMapTree_, visibleAnnotationsMapTree_,
+                                               clusterer(), animator(), delegate_, weak_from_this(), this);
   operation->setCompletionBlock([completionHandler = std::move(completionHandler)] {
     if (completionHandler) DispatchQueue::main().async(completionHandler);
   });
@@ -183,7 +186,8 @@ void GeoMapClusterController::regionWillChange(MapView& /*mapView*/, bool /*anim
 void GeoMapClusterController::regionDidChange(MapView& /*mapView*/, bool /*animated*/) {
   regionChanging_ = false;
   ++regionChangeCount_;
-  double spanChange = std::fabs(mapView_->region().span.longitudeDelta - regionSpanBeforeChange_.longitudeDelta);
+  double spanChange =
+      std::fabs(mapView_->region().span.longitudeDelta - regionSpanBeforeChange_.longitudeDelta);
   if (spanChange >= kGeoMapClusterEpsilon) {
     // A zoom regroups the pins, so a selection would point at a stale group;
     // a pan keeps the groups and the selection.

@@ -37,8 +37,7 @@ class GeoMapClusterController : public MapViewDelegate,
   // queue once the map shows the result (or, while the map is moving, once
   // the trees know, since the end of the move reclusters anyway).
   void addAnnotations(const MapAnnotationList& annotations, CompletionHandler completionHandler = nullptr);
-  void removeAnnotations(const MapAnnotationList& annotations,
-                         CompletionHandler completionHandler = nullptr);
+  void removeAnnotations(const MapAnnotationList& annotations, CompletionHandler completionHandler = nullptr);
   // Reclusters the visible region now.
   void updateAnnotationsWithCompletionHandler(CompletionHandler completionHandler);
   // Shows the given annotation: zooms to a region of the given size around
@@ -60,7 +59,9 @@ class GeoMapClusterController : public MapViewDelegate,
   double maxZoomLevelForClustering() const { return settings_.maxZoomLevelForClustering; }
   void setMaxZoomLevelForClustering(double level) { settings_.maxZoomLevelForClustering = level; }
   std::size_t minUniqueLocationsForClustering() const { return settings_.minUniqueLocationsForClustering; }
-  void setMinUniqueLocationsForClustering(std::size_t count) { settings_.minUniqueLocationsForClustering = count; }
+  void setMinUniqueLocationsForClustering(std::size_t count) {
+    settings_.minUniqueLocationsForClustering = count;
+  }
   bool reuseExistingClusterAnnotations() const { return settings_.reuseExistingClusterAnnotations; }
   void setReuseExistingClusterAnnotations(bool reuse) { settings_.reuseExistingClusterAnnotations = reuse; }
   bool debuggingEnabled() const { return debuggingEnabled_; }

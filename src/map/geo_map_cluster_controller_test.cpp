@@ -23,12 +23,14 @@ MapAnnotationPtr pin(double latitude, double longitude, std::string title = {}) 
 
 class CountingDelegate : public GeoMapClusterControllerDelegate {
  public:
-  std::optional<std::string> titleForMapClusterAnnotation(GeoMapClusterController&,
-                                                          const GeoMapClusterAnnotation& annotation) override {
+  std::optional<std::string> titleForMapClusterAnnotation(
+      GeoMapClusterController&, const GeoMapClusterAnnotation& annotation) override {
     ++titleQuestions;
     return std::to_string(annotation.count()) + " annotations";
   }
-  void willReuseMapClusterAnnotation(GeoMapClusterController&, GeoMapClusterAnnotation&) override { ++reuses; }
+  void willReuseMapClusterAnnotation(GeoMapClusterController&, GeoMapClusterAnnotation&) override {
+    ++reuses;
+  }
   int titleQuestions = 0;
   int reuses = 0;
 };
@@ -339,7 +341,8 @@ TEST_F(GeoMapClusterControllerTest, DebuggingDrawsTheGridAndStoppingRemovesIt) {
   ASSERT_FALSE(overlays.empty());
   double cell = cellMapSizeForCellSize(controller->cellSize(), *map);
   MapRect grid = gridMapRectForMapRect(map->visibleMapRect(), cell, controller->marginFactor());
-  std::size_t expected = static_cast<std::size_t>(std::llround(grid.size.width / cell) * std::llround(grid.size.height / cell));
+  std::size_t expected =
+      static_cast<std::size_t>(std::llround(grid.size.width / cell) * std::llround(grid.size.height / cell));
   EXPECT_EQ(overlays.size(), expected);
   for (const auto& overlay : overlays) {
     auto polygon = std::dynamic_pointer_cast<GeoMapClusterControllerDebugPolygon>(overlay);
@@ -412,7 +415,7 @@ TEST_F(GeoMapClusterControllerTest, EveryAnnotationInTheGridIsInExactlyOnePinThr
       if (roll < 0.8) return pin(40 + unit(random) * 20, -10 + unit(random) * 40);  // a dense continent
       return pin(-89 + unit(random) * 178, -180 + unit(random) * 360);
     };
-      for (int step = 0; step < 120; ++step) {
+    for (int step = 0; step < 120; ++step) {
       // Several changes may pile up before the map settles, so that passes
       // are cancelled and tree updates queue behind each other.
       int changes = 1 + static_cast<int>(random() % 3);
@@ -463,7 +466,8 @@ TEST_F(GeoMapClusterControllerTest, EveryAnnotationInTheGridIsInExactlyOnePinThr
             << annotation->coordinate().longitude;
         pinsHolding.erase(annotation.get());
       }
-      for (const auto& [member, count] : pinsHolding) ASSERT_EQ(count, 0) << "a removed annotation is still shown";
+      for (const auto& [member, count] : pinsHolding)
+        ASSERT_EQ(count, 0) << "a removed annotation is still shown";
     }
     controller->removeAnnotations(controller->annotations());
     settle();

@@ -55,10 +55,10 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
   const GeoMapClusterSettings& settings = snapshot_.settings;
   // 1. Past the maximum zoom every location shows on its own.
   bool disable = zoomLevelForRegion(snapshot_.region, snapshot_.width) > settings.maxZoomLevelForClustering;
-  std::size_t limit = disable ? std::numeric_limits<std::size_t>::max()
-                              : (settings.minUniqueLocationsForClustering > 1
-                                     ? settings.minUniqueLocationsForClustering - 1
-                                     : 0);
+  std::size_t limit =
+      disable
+          ? std::numeric_limits<std::size_t>::max()
+          : (settings.minUniqueLocationsForClustering > 1 ? settings.minUniqueLocationsForClustering - 1 : 0);
   bool notifyMainQueue = !controller_.expired();
 
   // 2. The grid, as columns and rows. The cells of a column share their
@@ -197,7 +197,8 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
           }
           for (const MapAnnotationPtr& member : *held.list) {
             auto position = allTree_->positionOf(member.get());
-            if (position && GeoMapTreeBoxContains(box, position->latitude, position->longitude, true)) return true;
+            if (position && GeoMapTreeBoxContains(box, position->latitude, position->longitude, true))
+              return true;
           }
           return false;
         }
@@ -251,14 +252,14 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
       if (reused) {
         if (!uniqueLocationMode) moved.emplace_back(annotation, coordinate);
         if (notifyMainQueue) {
-          DispatchQueue::main().async([annotation, coordinate, uniqueLocationMode,
-                                       controller = controller_, delegate = delegate_] {
-            if (!uniqueLocationMode) annotation->setCoordinate(coordinate);
-            annotation->resetTitleAndSubtitle();
-            auto owner = controller.lock();
-            auto listener = delegate.lock();
-            if (owner && listener) listener->willReuseMapClusterAnnotation(*owner, *annotation);
-          });
+          DispatchQueue::main().async(
+              [annotation, coordinate, uniqueLocationMode, controller = controller_, delegate = delegate_] {
+                if (!uniqueLocationMode) annotation->setCoordinate(coordinate);
+                annotation->resetTitleAndSubtitle();
+                auto owner = controller.lock();
+                auto listener = delegate.lock();
+                if (owner && listener) listener->willReuseMapClusterAnnotation(*owner, *annotation);
+              });
         } else if (!uniqueLocationMode) {
           annotation->setCoordinate(coordinate);
         }
@@ -333,9 +334,8 @@ void GeoMapClusterOperation::start() {
   }
   Result result = clusterAnnotations();
   auto self = shared_from_this();
-  DispatchQueue::main().async([self, result = std::move(result)]() mutable {
-    self->applyOnMainQueue(std::move(result));
-  });
+  DispatchQueue::main().async(
+      [self, result = std::move(result)]() mutable { self->applyOnMainQueue(std::move(result)); });
   waitUntilFinished();
 }
 
@@ -379,7 +379,9 @@ void GeoMapClusterOperation::waitUntilFinished() {
   finishedChanged_.wait(lock, [this] { return finished_; });
 }
 
-void GeoMapClusterOperation::abandon() { finish(false); }
+void GeoMapClusterOperation::abandon() {
+  finish(false);
+}
 
 void GeoMapClusterOperation::cancel() {
   std::lock_guard lock(mutex_);

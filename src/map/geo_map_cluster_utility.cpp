@@ -26,8 +26,8 @@ double cellMapSizeForCellSize(double cellSize, const MapView& mapView) {
 
 MapRect gridMapRectForMapRect(MapRect mapRect, double cellMapSize, double marginFactor) {
   if (!(cellMapSize > 0) || mapRect.isNull()) return kMapRectNull;
-  MapRect grown = MapRectInset(mapRect, -mapRect.size.width * marginFactor,
-                               -mapRect.size.height * marginFactor);
+  MapRect grown =
+      MapRectInset(mapRect, -mapRect.size.width * marginFactor, -mapRect.size.height * marginFactor);
   double minX = std::floor(grown.minX() / cellMapSize) * cellMapSize;
   double minY = std::floor(grown.minY() / cellMapSize) * cellMapSize;
   double maxX = std::ceil(grown.maxX() / cellMapSize) * cellMapSize;
@@ -112,8 +112,8 @@ double zoomLevelForRegion(CoordinateRegion region, double mapWidth) {
   return std::log(2 * pixels / mapWidth) / -0.6931471805599453 + 22.0;
 }
 
-bool groupAnnotationsByLocation(MapAnnotation* const* begin, MapAnnotation* const* end,
-                                std::size_t limit, std::vector<std::vector<MapAnnotation*>>& groups) {
+bool groupAnnotationsByLocation(MapAnnotation* const* begin, MapAnnotation* const* end, std::size_t limit,
+                                std::vector<std::vector<MapAnnotation*>>& groups) {
   groups.clear();
   if (limit == 0) return false;
   // Few keys are the common case (the limit is a handful unless clustering
@@ -154,8 +154,8 @@ bool groupAnnotationsByLocation(MapAnnotation* const* begin, MapAnnotation* cons
   return true;
 }
 
-std::optional<std::vector<MapAnnotationList>> groupAnnotationsByLocation(
-    const MapAnnotationList& annotations, std::size_t limit) {
+std::optional<std::vector<MapAnnotationList>> groupAnnotationsByLocation(const MapAnnotationList& annotations,
+                                                                         std::size_t limit) {
   std::vector<MapAnnotation*> raw;
   raw.reserve(annotations.size());
   for (const MapAnnotationPtr& annotation : annotations) raw.push_back(annotation.get());

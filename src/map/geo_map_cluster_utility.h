@@ -69,10 +69,10 @@ double zoomLevelForRegion(CoordinateRegion region, double mapWidth);
 // Splits annotations into groups of one location key each, in the order the
 // keys first appear. Nothing (nullopt) for a limit of 0 or as soon as there
 // are more keys than the limit.
-std::optional<std::vector<MapAnnotationList>> groupAnnotationsByLocation(
-    const MapAnnotationList& annotations, std::size_t limit);
+std::optional<std::vector<MapAnnotationList>> groupAnnotationsByLocation(const MapAnnotationList& annotations,
+                                                                         std::size_t limit);
 // The same over plain pointers, into `groups`; returns whether it grouped.
-bool groupAnnotationsByLocation(MapAnnotation* const* begin, MapAnnotation* const* end,
-                                std::size_t limit, std::vector<std::vector<MapAnnotation*>>& groups);
+bool groupAnnotationsByLocation(MapAnnotation* const* begin, MapAnnotation* const* end, std::size_t limit,
+                                std::vector<std::vector<MapAnnotation*>>& groups);
 
 }  // namespace lumeo

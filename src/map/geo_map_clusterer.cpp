@@ -6,8 +6,7 @@
 namespace lumeo {
 
 LocationCoordinate2D GeoCenterOfMassMapClusterer::coordinateForAnnotations(
-    GeoMapClusterController* /*controller*/, const MapAnnotationList& annotations,
-    MapRect /*inMapRect*/) {
+    GeoMapClusterController* /*controller*/, const MapAnnotationList& annotations, MapRect /*inMapRect*/) {
   if (annotations.empty()) return {0, 0};
   double latitude = 0;
   double longitude = 0;
@@ -21,8 +20,7 @@ LocationCoordinate2D GeoCenterOfMassMapClusterer::coordinateForAnnotations(
 }
 
 LocationCoordinate2D GeoNearCenterMapClusterer::coordinateForAnnotations(
-    GeoMapClusterController* /*controller*/, const MapAnnotationList& annotations,
-    MapRect inMapRect) {
+    GeoMapClusterController* /*controller*/, const MapAnnotationList& annotations, MapRect inMapRect) {
   MapPoint center{inMapRect.midX(), inMapRect.midY()};
   double nearest = std::numeric_limits<double>::max();
   LocationCoordinate2D result{0, 0};

@@ -15,7 +15,9 @@ namespace {
 constexpr std::size_t kFirstBlockSlots = 16;
 constexpr std::size_t kMaxBlockSlots = 4096;
 
-double longitudeForMapX(double x) { return GeoMapTreeLongitudeForMapX(x); }
+double longitudeForMapX(double x) {
+  return GeoMapTreeLongitudeForMapX(x);
+}
 
 // Whether (x, y) lies in the range, with the cell edge convention when asked.
 struct RangeTest {
@@ -51,7 +53,9 @@ class NodeStack {
     }
     ++size_;
   }
-  const GeoMapTreeNode* back() const { return size_ <= kInline ? inline_[size_ - 1] : overflow_[size_ - 1 - kInline]; }
+  const GeoMapTreeNode* back() const {
+    return size_ <= kInline ? inline_[size_ - 1] : overflow_[size_ - 1 - kInline];
+  }
   void pop_back() { --size_; }
 
  private:
@@ -106,7 +110,7 @@ GeoMapTreeNode* GeoMapTree::makeNodes(std::size_t count) {
     // 64-byte slots from a 64-byte aligned block keep nodes on line starts.
     blockSlots_ = blocks_.empty() ? kFirstBlockSlots : std::min(blockSlots_ * 2, kMaxBlockSlots);
     blocks_.emplace_back(
-        static_cast<std::byte*>(::operator new[](blockSlots_ * slotSize_, std::align_val_t{64})));
+        static_cast<std::byte*>(::operator new[](blockSlots_* slotSize_, std::align_val_t{64})));
     slotsLeftInBlock_ = blockSlots_;
   }
   std::byte* first = blocks_.back().get() + (blockSlots_ - slotsLeftInBlock_) * slotSize_;
@@ -216,7 +220,8 @@ bool GeoMapTree::addAnnotations(const MapAnnotationList& annotations) {
   entries_.reserve(entries_.size() + annotations.size());
   constexpr std::size_t kAhead = 8;
   for (std::size_t i = 0; i < annotations.size(); ++i) {
-    if (i + kAhead < annotations.size() && annotations[i + kAhead]) entries_.prefetch(annotations[i + kAhead].get());
+    if (i + kAhead < annotations.size() && annotations[i + kAhead])
+      entries_.prefetch(annotations[i + kAhead].get());
     const MapAnnotationPtr& annotation = annotations[i];
     if (annotation && addAnnotation(annotation, annotation->coordinate())) changed = true;
   }
@@ -267,8 +272,8 @@ MapAnnotationList GeoMapTree::allAnnotations() const {
   return result;
 }
 
-void GeoMapTree::annotationsInBox(const GeoMapTreeBoundingBox& box,
-                                  GeoMapTreeUnsafeMutableArray& result, bool cellEdges) const {
+void GeoMapTree::annotationsInBox(const GeoMapTreeBoundingBox& box, GeoMapTreeUnsafeMutableArray& result,
+                                  bool cellEdges) const {
   RangeTest range{box, cellEdges};
   NodeStack stack;
   stack.push_back(root_);
@@ -375,8 +380,8 @@ const GeoMapCellGrid* GeoMapTree::cellGridForCellMapSize(double cellMapSize) con
   if (entries_.size() < kMinPointsForGrid || !GeoMapCellGrid::servesCellMapSize(cellMapSize)) return nullptr;
   for (std::size_t i = 0; i < grids_.size(); ++i) {
     if (grids_[i]->cellMapSize() == cellMapSize) {
-      std::rotate(grids_.begin() + static_cast<std::ptrdiff_t>(i), grids_.begin() + static_cast<std::ptrdiff_t>(i) + 1,
-                  grids_.end());
+      std::rotate(grids_.begin() + static_cast<std::ptrdiff_t>(i),
+                  grids_.begin() + static_cast<std::ptrdiff_t>(i) + 1, grids_.end());
       return grids_.back().get();
     }
   }
@@ -426,8 +431,8 @@ MapAnnotationList GeoMapTree::annotationsInMapRect(MapRect rect) const {
                    found);
   if (local.maxX() > kMapWorldWidth) {
     double rest = std::min(local.maxX() - kMapWorldWidth, local.minX());
-    annotationsInBox(
-        GeoMapTreeBoundingBoxForMapRect(MapRectMake(0, local.minY(), rest, local.size.height)), found);
+    annotationsInBox(GeoMapTreeBoundingBoxForMapRect(MapRectMake(0, local.minY(), rest, local.size.height)),
+                     found);
   }
   std::unordered_set<MapAnnotation*> seen;
   MapAnnotationList result;

@@ -38,7 +38,9 @@ struct GeoMapTreeBoundingBox {
 GeoMapTreeBoundingBox GeoMapTreeBoundingBoxForMapRect(MapRect rect);
 // Longitude of a map x without wrapping, so that the east edge of the world
 // reads 180 and not -180.
-inline double GeoMapTreeLongitudeForMapX(double x) { return x / kMapWorldWidth * 360.0 - 180.0; }
+inline double GeoMapTreeLongitudeForMapX(double x) {
+  return x / kMapWorldWidth * 360.0 - 180.0;
+}
 
 struct GeoMapTreeNodeData {
   double x = 0;

@@ -71,7 +71,9 @@ class GeoMapTreeEntryTable {
   // (the pins on screen) touches only what it uses.
   static constexpr std::size_t kBlockShift = 11;
   static constexpr std::size_t kBlockMask = (std::size_t{1} << kBlockShift) - 1;
-  Entry& entryAt(std::size_t position) { return blocks_[position >> kBlockShift].get()[position & kBlockMask]; }
+  Entry& entryAt(std::size_t position) {
+    return blocks_[position >> kBlockShift].get()[position & kBlockMask];
+  }
 
   static std::uint64_t hash(const MapAnnotation* annotation);
   std::size_t home(std::uint32_t tag) const { return tag >> (shift_ - 32); }

@@ -44,8 +44,8 @@ TEST(GeoMapTreeTest, NodesFillToCapacityThenSubdivideKeepingTheirPoints) {
   EXPECT_EQ(tree.root()->count, 10u);
   ASSERT_NE(tree.root()->northWest, nullptr);
   const GeoMapTreeNode* root = tree.root();
-  std::size_t inChildren = root->northWest->count + root->northEast->count + root->southWest->count +
-                           root->southEast->count;
+  std::size_t inChildren =
+      root->northWest->count + root->northEast->count + root->southWest->count + root->southEast->count;
   EXPECT_EQ(inChildren, 1u);
   EXPECT_EQ(tree.count(), 11u);
 }
@@ -100,7 +100,8 @@ TEST(GeoMapTreeTest, QueriesMatchABruteForceScanThroughAddsAndRemoves) {
     for (int i = 0; i < 300; ++i) {
       // A third land on a few shared spots, as records at home and work do.
       if (unit(random) < 0.33) {
-        batch.push_back(point(std::round(latitude(random) / 30) * 30, std::round(longitude(random) / 60) * 60));
+        batch.push_back(
+            point(std::round(latitude(random) / 30) * 30, std::round(longitude(random) / 60) * 60));
       } else {
         batch.push_back(point(latitude(random), longitude(random)));
       }
@@ -147,8 +148,9 @@ TEST(GeoMapTreeTest, AdjacentCellsNeverBothClaimAPointOnTheirEdge) {
   MapAnnotationPtr onEdge = point(10, 20);
   tree.addAnnotations({onEdge});
   int claims = 0;
-  for (GeoMapTreeBoundingBox cell : {GeoMapTreeBoundingBox{0, 10, 10, 20}, GeoMapTreeBoundingBox{0, 20, 10, 30},
-                                     GeoMapTreeBoundingBox{10, 10, 20, 20}, GeoMapTreeBoundingBox{10, 20, 20, 30}})
+  for (GeoMapTreeBoundingBox cell :
+       {GeoMapTreeBoundingBox{0, 10, 10, 20}, GeoMapTreeBoundingBox{0, 20, 10, 30},
+        GeoMapTreeBoundingBox{10, 10, 20, 20}, GeoMapTreeBoundingBox{10, 20, 20, 30}})
     claims += static_cast<int>(inBox(tree, cell, true).size());
   EXPECT_EQ(claims, 1);
   // The easternmost cell keeps the 180th meridian.

@@ -49,7 +49,7 @@ void GeoMapViewDelegateProxy::regionDidChange(MapView& mapView, bool animated) {
 }
 
 AnnotationViewPtr GeoMapViewDelegateProxy::viewForAnnotation(MapView& mapView,
-                                                              const MapAnnotationPtr& annotation) {
+                                                             const MapAnnotationPtr& annotation) {
   for (const auto& listener : listeners()) {
     if (auto view = listener->viewForAnnotation(mapView, annotation)) return view;
   }
@@ -57,7 +57,7 @@ AnnotationViewPtr GeoMapViewDelegateProxy::viewForAnnotation(MapView& mapView,
 }
 
 void GeoMapViewDelegateProxy::didAddAnnotationViews(MapView& mapView,
-                                                     const std::vector<AnnotationViewPtr>& views) {
+                                                    const std::vector<AnnotationViewPtr>& views) {
   for (const auto& listener : listeners()) listener->didAddAnnotationViews(mapView, views);
 }
 
@@ -65,8 +65,7 @@ void GeoMapViewDelegateProxy::didSelectAnnotationView(MapView& mapView, const An
   for (const auto& listener : listeners()) listener->didSelectAnnotationView(mapView, view);
 }
 
-void GeoMapViewDelegateProxy::didDeselectAnnotationView(MapView& mapView,
-                                                         const AnnotationViewPtr& view) {
+void GeoMapViewDelegateProxy::didDeselectAnnotationView(MapView& mapView, const AnnotationViewPtr& view) {
   for (const auto& listener : listeners()) listener->didDeselectAnnotationView(mapView, view);
 }
 

@@ -14,8 +14,7 @@ namespace lumeo {
 inline constexpr int kLocationKeyLength = 9;
 
 // 5 bits per character, longitude first, packed into the low bits.
-std::uint64_t geohashBitsForCoordinate(LocationCoordinate2D coordinate,
-                                       int length = kLocationKeyLength);
+std::uint64_t geohashBitsForCoordinate(LocationCoordinate2D coordinate, int length = kLocationKeyLength);
 std::string geohashForCoordinate(LocationCoordinate2D coordinate, int length = kLocationKeyLength);
 std::string geohashStringForBits(std::uint64_t bits, int length = kLocationKeyLength);
 

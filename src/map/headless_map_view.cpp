@@ -42,7 +42,9 @@ void HeadlessMapView::setVisibleMapRect(MapRect rect, bool animated) {
   if (delegate) delegate->regionDidChange(*this, animated);
 }
 
-CoordinateRegion HeadlessMapView::region() const { return CoordinateRegionForMapRect(rect_); }
+CoordinateRegion HeadlessMapView::region() const {
+  return CoordinateRegionForMapRect(rect_);
+}
 
 CoordinateRegion HeadlessMapView::regionThatFits(CoordinateRegion region) const {
   return CoordinateRegionForMapRect(fitted(MapRectForCoordinateRegion(region)));

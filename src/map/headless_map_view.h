@@ -47,8 +47,7 @@ class HeadlessMapView : public MapView {
   std::shared_ptr<MapViewDelegate> delegate() const override { return delegate_.lock(); }
   void setDelegate(const std::shared_ptr<MapViewDelegate>& delegate) override { delegate_ = delegate; }
 
-  void animate(double duration, std::function<void()> animations,
-               std::function<void()> completion) override;
+  void animate(double duration, std::function<void()> animations, std::function<void()> completion) override;
 
  private:
   MapRect fitted(MapRect rect) const;

@@ -40,8 +40,7 @@ using MapAnnotationList = std::vector<MapAnnotationPtr>;
 // A plain annotation with fixed values, for places, tests and tools.
 class PointAnnotation : public MapAnnotation {
  public:
-  explicit PointAnnotation(LocationCoordinate2D coordinate, std::string title = {},
-                           std::string subtitle = {})
+  explicit PointAnnotation(LocationCoordinate2D coordinate, std::string title = {}, std::string subtitle = {})
       : coordinate_(coordinate), title_(std::move(title)), subtitle_(std::move(subtitle)) {}
   LocationCoordinate2D coordinate() const override { return coordinate_; }
   std::string title() const override { return title_; }

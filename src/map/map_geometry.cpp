@@ -90,17 +90,16 @@ CoordinateRegion CoordinateRegionForMapRect(MapRect rect) {
 MapRect MapRectForCoordinateRegion(CoordinateRegion region) {
   // The poles are infinitely far on the plane: stop at its edge.
   constexpr double kMaxLatitude = 85.0511287798066;
-  MapPoint topLeft = MapPointForCoordinate(
-      {std::min(region.center.latitude + region.span.latitudeDelta / 2, kMaxLatitude),
-       region.center.longitude - region.span.longitudeDelta / 2});
-  MapPoint bottomRight = MapPointForCoordinate(
-      {std::max(region.center.latitude - region.span.latitudeDelta / 2, -kMaxLatitude),
-       region.center.longitude + region.span.longitudeDelta / 2});
+  MapPoint topLeft =
+      MapPointForCoordinate({std::min(region.center.latitude + region.span.latitudeDelta / 2, kMaxLatitude),
+                             region.center.longitude - region.span.longitudeDelta / 2});
+  MapPoint bottomRight =
+      MapPointForCoordinate({std::max(region.center.latitude - region.span.latitudeDelta / 2, -kMaxLatitude),
+                             region.center.longitude + region.span.longitudeDelta / 2});
   return MapRectMake(topLeft.x, topLeft.y, bottomRight.x - topLeft.x, bottomRight.y - topLeft.y);
 }
 
-CoordinateRegion CoordinateRegionMakeWithDistance(LocationCoordinate2D center,
-                                                  double latitudinalMeters,
+CoordinateRegion CoordinateRegionMakeWithDistance(LocationCoordinate2D center, double latitudinalMeters,
                                                   double longitudinalMeters) {
   double metersPerDegree = kEarthRadiusMeters * kRadians;
   double cosLatitude = std::max(std::cos(center.latitude * kRadians), 1e-9);

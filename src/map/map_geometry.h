@@ -66,9 +66,8 @@ struct ViewPoint {
 inline constexpr double kMapWorldWidth = 268435456.0;
 inline constexpr MapSize kMapSizeWorld{kMapWorldWidth, kMapWorldWidth};
 inline constexpr MapRect kMapRectWorld{{0, 0}, kMapSizeWorld};
-inline constexpr MapRect kMapRectNull{{std::numeric_limits<double>::infinity(),
-                                       std::numeric_limits<double>::infinity()},
-                                      {0, 0}};
+inline constexpr MapRect kMapRectNull{
+    {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity()}, {0, 0}};
 // Mean equatorial radius used for ground distances.
 inline constexpr double kEarthRadiusMeters = 6378137.0;
 
@@ -96,8 +95,7 @@ double MapPointsPerMeterAtLatitude(double latitude);
 CoordinateRegion CoordinateRegionForMapRect(MapRect rect);
 MapRect MapRectForCoordinateRegion(CoordinateRegion region);
 // A region centred on a coordinate that spans the given distances.
-CoordinateRegion CoordinateRegionMakeWithDistance(LocationCoordinate2D center,
-                                                  double latitudinalMeters,
+CoordinateRegion CoordinateRegionMakeWithDistance(LocationCoordinate2D center, double latitudinalMeters,
                                                   double longitudinalMeters);
 
 }  // namespace lumeo

@@ -35,7 +35,8 @@ TEST(MapGeometryTest, DistancesAreGroundMetres) {
                                               MapPointForCoordinate({51.5074, -0.1278}));
   EXPECT_NEAR(parisLondon, 344000, 3000);
   // Across the 180th meridian the short way round.
-  double across = MetersBetweenMapPoints(MapPointForCoordinate({0, 179.5}), MapPointForCoordinate({0, -179.5}));
+  double across =
+      MetersBetweenMapPoints(MapPointForCoordinate({0, 179.5}), MapPointForCoordinate({0, -179.5}));
   EXPECT_NEAR(across, 111319.49, 0.5);
   EXPECT_EQ(MetersBetweenMapPoints(MapPointForCoordinate({10, 10}), MapPointForCoordinate({10, 10})), 0);
 }

@@ -59,12 +59,10 @@ class MapViewDelegate {
   virtual void regionWillChange(MapView& /*mapView*/, bool /*animated*/) {}
   virtual void regionDidChange(MapView& /*mapView*/, bool /*animated*/) {}
   // The view to show for an annotation; null lets the map use its default.
-  virtual AnnotationViewPtr viewForAnnotation(MapView& /*mapView*/,
-                                              const MapAnnotationPtr& /*annotation*/) {
+  virtual AnnotationViewPtr viewForAnnotation(MapView& /*mapView*/, const MapAnnotationPtr& /*annotation*/) {
     return nullptr;
   }
-  virtual void didAddAnnotationViews(MapView& /*mapView*/,
-                                     const std::vector<AnnotationViewPtr>& /*views*/) {}
+  virtual void didAddAnnotationViews(MapView& /*mapView*/, const std::vector<AnnotationViewPtr>& /*views*/) {}
   virtual void didSelectAnnotationView(MapView& /*mapView*/, const AnnotationViewPtr& /*view*/) {}
   virtual void didDeselectAnnotationView(MapView& /*mapView*/, const AnnotationViewPtr& /*view*/) {}
 };

@@ -63,7 +63,9 @@ std::vector<ManagedObjectPtr> ContextCore::allRegistered() const {
   return out;
 }
 
-void ContextCore::registerObject(const ManagedObjectPtr& object) { registered_.insert(object->state_->id, object.get()); }
+void ContextCore::registerObject(const ManagedObjectPtr& object) {
+  registered_.insert(object->state_->id, object.get());
+}
 
 void ContextCore::forget(const ManagedObjectID& id, const ManagedObject* object) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
@@ -120,8 +122,10 @@ ManagedObjectPtr ContextCore::objectFromSnapshot(RowSnapshot&& row) {
   return o;
 }
 
-ManagedObjectPtr ContextCore::objectFromStatement(const SQLiteStore& store, const EntityDescription& anyOfChain,
-                                                  sqlite3_stmt* statement, std::vector<ManagedObject*>& awaken) {
+ManagedObjectPtr ContextCore::objectFromStatement(const SQLiteStore& store,
+                                                  const EntityDescription& anyOfChain,
+                                                  sqlite3_stmt* statement,
+                                                  std::vector<ManagedObject*>& awaken) {
   const EntityDescription& entity = store.rowEntity(anyOfChain, statement);
   const ManagedObjectID id = store.rowID(entity, statement);
   ManagedObjectPtr o;
@@ -264,7 +268,8 @@ bool ContextCore::hasChanges() const {
 }
 
 ManagedObjectPtr ContextCore::insert(const EntityDescription& entity) {
-  if (entity.isAbstract()) throw std::invalid_argument("cannot insert an object of abstract entity " + entity.name());
+  if (entity.isAbstract())
+    throw std::invalid_argument("cannot insert an object of abstract entity " + entity.name());
   ManagedObjectPtr o = entity.makeInstance();
   ObjectState& s = *o->state_;
   s.prepareEmpty(entity);
@@ -279,8 +284,8 @@ ManagedObjectPtr ContextCore::insert(const EntityDescription& entity) {
   return o;
 }
 
-void ContextCore::setToOne(ManagedObject& object, const RelationshipDescription& r, const ManagedObjectID& target,
-                           bool maintainInverse) {
+void ContextCore::setToOne(ManagedObject& object, const RelationshipDescription& r,
+                           const ManagedObjectID& target, bool maintainInverse) {
   ObjectState& s = *object.state_;
   if (s.fault && !fireFault(object)) return;
   const ManagedObjectID old = resolveID(s.toOne[r.slot()]);
@@ -317,8 +322,9 @@ void ContextCore::setToOne(ManagedObject& object, const RelationshipDescription&
   }
 }
 
-void ContextCore::addToMany(ManagedObject& object, const RelationshipDescription& r, const ManagedObjectID& member,
-                            bool maintainInverse, std::optional<std::size_t> index) {
+void ContextCore::addToMany(ManagedObject& object, const RelationshipDescription& r,
+                            const ManagedObjectID& member, bool maintainInverse,
+                            std::optional<std::size_t> index) {
   ObjectState& s = *object.state_;
   if (s.fault && !fireFault(object)) return;
   ToManyState& tm = s.toManyAt(r.slot());
@@ -359,8 +365,8 @@ void ContextCore::addToMany(ManagedObject& object, const RelationshipDescription
   setToOne(*target, *inv, s.id, false);
 }
 
-void ContextCore::removeToMany(ManagedObject& object, const RelationshipDescription& r, const ManagedObjectID& member,
-                               bool maintainInverse) {
+void ContextCore::removeToMany(ManagedObject& object, const RelationshipDescription& r,
+                               const ManagedObjectID& member, bool maintainInverse) {
   ObjectState& s = *object.state_;
   if (s.fault && !fireFault(object)) return;
   ToManyState& tm = s.toManyAt(r.slot());

@@ -26,7 +26,7 @@ class SQLiteStore;
 struct FetchResults::Source {
   std::weak_ptr<ManagedObjectContext> context;
   ContextCore* core = nullptr;
-  std::vector<ManagedObjectID> ids;        // unless holdsObjects
+  std::vector<ManagedObjectID> ids;       // unless holdsObjects
   std::vector<ManagedObjectPtr> objects;  // all of them when holdsObjects
   bool holdsObjects = false;              // object results, not batched
   std::size_t batchSize = 0;
@@ -72,13 +72,13 @@ class ContextCore {
   // --- Faulting. False when the object's row does not exist (any more).
   bool fireFault(ManagedObject& object) const;
   bool loadSnapshot(const ManagedObjectID& id, RowSnapshot& out, OptionalError& error) const;
-  bool loadToMany(const ManagedObjectID& id, const RelationshipDescription& r, std::vector<ManagedObjectID>& out,
-                  OptionalError& error) const;
+  bool loadToMany(const ManagedObjectID& id, const RelationshipDescription& r,
+                  std::vector<ManagedObjectID>& out, OptionalError& error) const;
   void ensureToManyLoaded(ObjectState& state, const RelationshipDescription& r) const;
   // Called by a child on its parent.
   bool snapshotForChild(const ManagedObjectID& id, RowSnapshot& out, OptionalError& error);
-  bool toManyForChild(const ManagedObjectID& id, const RelationshipDescription& r, std::vector<ManagedObjectID>& out,
-                      OptionalError& error);
+  bool toManyForChild(const ManagedObjectID& id, const RelationshipDescription& r,
+                      std::vector<ManagedObjectID>& out, OptionalError& error);
 
   // --- Changes.
   void markChanged(ObjectState& state);
@@ -108,20 +108,24 @@ class ContextCore {
   // Matching IDs in order, or, when `objects` is given, the matching objects
   // in order there and `ids` left empty (the objects carry their IDs, and a
   // second list of 100,000 IDs is memory a large fetch can do without).
-  bool fetchIDs(const FetchRequest& request, const EntityDescription& entity, std::vector<ManagedObjectID>& ids,
-                std::vector<ManagedObjectPtr>* objects, OptionalError& error);
+  bool fetchIDs(const FetchRequest& request, const EntityDescription& entity,
+                std::vector<ManagedObjectID>& ids, std::vector<ManagedObjectPtr>* objects,
+                OptionalError& error);
   void loadBatch(const FetchResults::Source& source, std::size_t start) const;
 
  private:
   void runWillSave(std::vector<ManagedObjectPtr>& tracked);
-  OptionalError saveToStore(std::vector<ManagedObjectPtr>& tracked, std::vector<ManagedObjectPtr>& refreshAfter);
+  OptionalError saveToStore(std::vector<ManagedObjectPtr>& tracked,
+                            std::vector<ManagedObjectPtr>& refreshAfter);
   OptionalError saveToParent(std::vector<ManagedObjectPtr>& tracked);
   bool assignPermanentIDs(const std::vector<ManagedObject*>& objects,
-                          std::vector<std::pair<ManagedObject*, ManagedObjectID>>& assigned, OptionalError& error);
+                          std::vector<std::pair<ManagedObject*, ManagedObjectID>>& assigned,
+                          OptionalError& error);
   void remapReferences(const IdTable<ManagedObjectID>& map, bool fromTemporary);
   bool prefetch(const std::vector<ManagedObjectPtr>& objects, const std::string& keyPath,
                 std::vector<ManagedObjectPtr>& keepAlive, OptionalError& error);
-  FetchResults fetchDictionaries(const FetchRequest& request, const EntityDescription& entity, OptionalError& error);
+  FetchResults fetchDictionaries(const FetchRequest& request, const EntityDescription& entity,
+                                 OptionalError& error);
 
   ObjectRegistry registered_;
   std::vector<ManagedObjectPtr> tracked_;

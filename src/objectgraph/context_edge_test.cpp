@@ -105,8 +105,8 @@ TEST(ContextEdgeTest, APrivateQueueContextSavesWhileAnotherThreadReadsAndMerges)
   auto writer = stack.newContext(ConcurrencyType::kPrivateQueue);
   auto reader = stack.newContext(ConcurrencyType::kConfinement);
   std::atomic<int> merged{0};
-  ScopedObserver merge(NotificationCenter::defaultCenter(), kManagedObjectContextDidSaveNotification, writer.get(),
-                       [&](const Notification& n) {
+  ScopedObserver merge(NotificationCenter::defaultCenter(), kManagedObjectContextDidSaveNotification,
+                       writer.get(), [&](const Notification& n) {
                          reader->mergeChangesFromContextDidSaveNotification(n);
                          ++merged;
                        });

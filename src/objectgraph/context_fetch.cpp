@@ -76,7 +76,8 @@ bool ContextCore::fetchIDs(const FetchRequest& request, const EntityDescription&
   std::vector<ManagedObjectPtr> relevant;
   if (request.includesPendingChanges()) {
     for (auto& o : trackedObjects()) {
-      if (entityMatches(*o->state_->entity, entity, includeSub) && o->state_->hasChanges()) relevant.push_back(o);
+      if (entityMatches(*o->state_->entity, entity, includeSub) && o->state_->hasChanges())
+        relevant.push_back(o);
     }
   }
   std::vector<ManagedObjectPtr> found;
@@ -131,14 +132,17 @@ bool ContextCore::fetchIDs(const FetchRequest& request, const EntityDescription&
               " OFFSET " + std::to_string(request.fetchOffset());
     }
     std::vector<ManagedObject*> awaken;
-    const bool ok = store->query(text, sql.bindings, [&](sqlite3_stmt* s) {
-      if (fullRows) {
-        found.push_back(objectFromStatement(*store, entity, s, awaken));
-      } else {
-        ids.push_back(store->makeID(entity, sqlite3_column_int(s, 1), sqlite3_column_int64(s, 0)));
-      }
-      return true;
-    }, error);
+    const bool ok = store->query(
+        text, sql.bindings,
+        [&](sqlite3_stmt* s) {
+          if (fullRows) {
+            found.push_back(objectFromStatement(*store, entity, s, awaken));
+          } else {
+            ids.push_back(store->makeID(entity, sqlite3_column_int(s, 1), sqlite3_column_int64(s, 0)));
+          }
+          return true;
+        },
+        error);
     // Hooks run once the statement is done with.
     for (ManagedObject* o : awaken) o->awakeFromFetch();
     if (!ok) return false;
@@ -175,7 +179,8 @@ bool ContextCore::fetchIDs(const FetchRequest& request, const EntityDescription&
   const std::size_t offset = std::min(request.fetchOffset(), result.size());
   std::size_t end = result.size();
   if (request.fetchLimit()) end = std::min(end, offset + request.fetchLimit());
-  result = std::vector<ManagedObjectPtr>(result.begin() + static_cast<long>(offset), result.begin() + static_cast<long>(end));
+  result = std::vector<ManagedObjectPtr>(result.begin() + static_cast<long>(offset),
+                                         result.begin() + static_cast<long>(end));
   if (objects) {
     *objects = std::move(result);
     return true;
@@ -192,7 +197,8 @@ FetchResults ContextCore::fetch(const FetchRequest& request, OptionalError& erro
     error = objectGraphError(kFetchRequestError, "no entity named " + request.entityName());
     return FetchResults();
   }
-  if (request.resultType() == FetchRequestResultType::kDictionary) return fetchDictionaries(request, *entity, error);
+  if (request.resultType() == FetchRequestResultType::kDictionary)
+    return fetchDictionaries(request, *entity, error);
   if (request.resultType() == FetchRequestResultType::kCount) {
     const std::size_t n = count(request, error);
     if (error) return FetchResults();
@@ -228,7 +234,8 @@ std::size_t ContextCore::count(const FetchRequest& request, OptionalError& error
   bool pending = false;
   if (request.includesPendingChanges()) {
     for (auto& o : trackedObjects()) {
-      if (entityMatches(*o->state_->entity, *entity, request.includesSubentities()) && o->state_->hasChanges()) {
+      if (entityMatches(*o->state_->entity, *entity, request.includesSubentities()) &&
+          o->state_->hasChanges()) {
         pending = true;
         break;
       }
@@ -246,10 +253,13 @@ std::size_t ContextCore::count(const FetchRequest& request, OptionalError& error
       if (!sql.where.empty()) where += (where.empty() ? "" : " AND ") + sql.where;
       if (!where.empty()) text += " WHERE " + where;
       std::size_t n = 0;
-      if (!store->query(text, sql.bindings, [&](sqlite3_stmt* s) {
-            n = static_cast<std::size_t>(sqlite3_column_int64(s, 0));
-            return false;
-          }, error)) {
+      if (!store->query(
+              text, sql.bindings,
+              [&](sqlite3_stmt* s) {
+                n = static_cast<std::size_t>(sqlite3_column_int64(s, 0));
+                return false;
+              },
+              error)) {
         return SIZE_MAX;
       }
       n = n > request.fetchOffset() ? n - request.fetchOffset() : 0;
@@ -269,8 +279,8 @@ FetchResults ContextCore::fetchDictionaries(const FetchRequest& request, const E
   SQLiteStore* store = coordinator ? coordinator->sqliteStore() : nullptr;
   if (!store) return FetchResults(std::vector<Value::Dictionary>{});
   std::lock_guard<std::recursive_mutex> lock(coordinator->mutex());
-  SqlTranslation sql = request.predicate() ? PredicateSQL::translate(*request.predicate(), entity, *store)
-                                           : SqlTranslation{};
+  SqlTranslation sql =
+      request.predicate() ? PredicateSQL::translate(*request.predicate(), entity, *store) : SqlTranslation{};
   if (!sql.complete()) {
     error = objectGraphError(kFetchRequestError, "the predicate of a dictionary fetch must run in the store");
     return FetchResults();
@@ -321,34 +331,43 @@ FetchResults ContextCore::fetchDictionaries(const FetchRequest& request, const E
   if (!where.empty()) text += " WHERE " + where;
   if (!request.expressionsToFetch().empty() && !groupBy.empty()) text += " GROUP BY " + groupBy;
   if (request.expressionsToFetch().empty()) {
-    if (auto order = PredicateSQL::orderBy(request.sortDescriptors(), entity, *store, sql)) text += " ORDER BY " + *order;
+    if (auto order = PredicateSQL::orderBy(request.sortDescriptors(), entity, *store, sql))
+      text += " ORDER BY " + *order;
   }
   if (request.fetchLimit()) text += " LIMIT " + std::to_string(request.fetchLimit());
   std::vector<Value::Dictionary> rows;
-  const bool ok = store->query(text, sql.bindings, [&](sqlite3_stmt* s) {
-    Value::Dictionary row;
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-      const int col = static_cast<int>(i);
-      Value v;
-      if (columns[i].attribute) {
-        v = store->readAttributeColumn(*columns[i].attribute, s, col);
-      } else if (sqlite3_column_type(s, col) != SQLITE_NULL) {
-        switch (*columns[i].resultType) {
-          case AttributeType::kDate: v = Date::fromTimeIntervalSince1970(sqlite3_column_double(s, col)); break;
-          case AttributeType::kInteger16:
-          case AttributeType::kInteger32:
-          case AttributeType::kInteger64: v = Value(static_cast<long long>(sqlite3_column_int64(s, col))); break;
-          case AttributeType::kString:
-            v = std::string(reinterpret_cast<const char*>(sqlite3_column_text(s, col)));
-            break;
-          default: v = sqlite3_column_double(s, col);
+  const bool ok = store->query(
+      text, sql.bindings,
+      [&](sqlite3_stmt* s) {
+        Value::Dictionary row;
+        for (std::size_t i = 0; i < columns.size(); ++i) {
+          const int col = static_cast<int>(i);
+          Value v;
+          if (columns[i].attribute) {
+            v = store->readAttributeColumn(*columns[i].attribute, s, col);
+          } else if (sqlite3_column_type(s, col) != SQLITE_NULL) {
+            switch (*columns[i].resultType) {
+              case AttributeType::kDate:
+                v = Date::fromTimeIntervalSince1970(sqlite3_column_double(s, col));
+                break;
+              case AttributeType::kInteger16:
+              case AttributeType::kInteger32:
+              case AttributeType::kInteger64:
+                v = Value(static_cast<long long>(sqlite3_column_int64(s, col)));
+                break;
+              case AttributeType::kString:
+                v = std::string(reinterpret_cast<const char*>(sqlite3_column_text(s, col)));
+                break;
+              default:
+                v = sqlite3_column_double(s, col);
+            }
+          }
+          if (!v.isNull()) row[columns[i].name] = std::move(v);
         }
-      }
-      if (!v.isNull()) row[columns[i].name] = std::move(v);
-    }
-    rows.push_back(std::move(row));
-    return true;
-  }, error);
+        rows.push_back(std::move(row));
+        return true;
+      },
+      error);
   if (!ok) return FetchResults();
   return FetchResults(std::move(rows));
 }
@@ -405,21 +424,25 @@ bool ContextCore::prefetch(const std::vector<ManagedObjectPtr>& objects, const s
         const char* mine = join->sourceIsOwner ? "_src" : "_dst";
         const char* theirs = join->sourceIsOwner ? "_dst" : "_src";
         text = std::string("SELECT j.") + mine + ", d._pk, d._ent FROM " + join->table + " j JOIN " + table +
-               " d ON d._pk = j." + theirs + " WHERE j." + mine + " IN (SELECT value FROM json_each(?)) ORDER BY " +
-               (join->ordered ? "j._idx" : "j.rowid");
+               " d ON d._pk = j." + theirs + " WHERE j." + mine +
+               " IN (SELECT value FROM json_each(?)) ORDER BY " + (join->ordered ? "j._idx" : "j.rowid");
       }
-      if (!store->query(text, {Value(jsonKeys(pks))}, [&](sqlite3_stmt* s) {
-            members[sqlite3_column_int64(s, 0)].push_back(
-                store->makeID(destination, sqlite3_column_int(s, 2), sqlite3_column_int64(s, 1)));
-            return true;
-          }, error)) {
+      if (!store->query(
+              text, {Value(jsonKeys(pks))},
+              [&](sqlite3_stmt* s) {
+                members[sqlite3_column_int64(s, 0)].push_back(
+                    store->makeID(destination, sqlite3_column_int(s, 2), sqlite3_column_int64(s, 1)));
+                return true;
+              },
+              error)) {
         return false;
       }
       for (ManagedObject* o : owners) {
         ToManyState& tm = o->state_->toManyAt(r->slot());
         std::vector<ManagedObjectID> list = members[o->state_->id.primaryKey()];
         tm.committed.assign(list);
-        for (const auto& id : tm.removed.items()) list.erase(std::remove(list.begin(), list.end(), id), list.end());
+        for (const auto& id : tm.removed.items())
+          list.erase(std::remove(list.begin(), list.end(), id), list.end());
         tm.current.assign(std::move(list));
         for (const auto& id : tm.added.items()) tm.current.add(id);
         tm.loaded = true;
@@ -442,8 +465,9 @@ bool ContextCore::prefetch(const std::vector<ManagedObjectPtr>& objects, const s
       for (std::size_t i = 0; i < pks.size(); i += 500) {
         std::vector<std::int64_t> chunk(pks.begin() + static_cast<long>(i),
                                         pks.begin() + static_cast<long>(std::min(pks.size(), i + 500)));
-        if (!store->readRows(*root, chunk, [&](RowSnapshot&& row) { keepAlive.push_back(objectFromSnapshot(std::move(row))); },
-                             error)) {
+        if (!store->readRows(
+                *root, chunk,
+                [&](RowSnapshot&& row) { keepAlive.push_back(objectFromSnapshot(std::move(row))); }, error)) {
           return false;
         }
       }

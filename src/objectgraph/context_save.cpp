@@ -100,7 +100,8 @@ OptionalError ContextCore::save() {
         info->deletedObjects.push_back(o);
         info->deletedObjectIDs.push_back(s.id);
         break;
-      default: break;
+      default:
+        break;
     }
     s.tracked = false;
     s.touchedSinceWillSave = false;
@@ -207,10 +208,17 @@ OptionalError ContextCore::saveToStore(std::vector<ManagedObjectPtr>& tracked,
   std::vector<ManagedObject*> inserted, updated, deleted;
   for (auto& o : tracked) {
     switch (kindOf(*o->state_)) {
-      case SaveKind::kInsert: inserted.push_back(o.get()); break;
-      case SaveKind::kUpdate: updated.push_back(o.get()); break;
-      case SaveKind::kDelete: deleted.push_back(o.get()); break;
-      default: break;
+      case SaveKind::kInsert:
+        inserted.push_back(o.get());
+        break;
+      case SaveKind::kUpdate:
+        updated.push_back(o.get());
+        break;
+      case SaveKind::kDelete:
+        deleted.push_back(o.get());
+        break;
+      default:
+        break;
     }
   }
   OptionalError error;
@@ -237,7 +245,8 @@ OptionalError ContextCore::saveToStore(std::vector<ManagedObjectPtr>& tracked,
   for (ManagedObject* o : inserted) {
     if (!store->insertRow(*o->state_, error)) return fail();
     for (const RelationshipDescription* r : o->state_->entity->toManyRelationships()) {
-      if (o->state_->toManyAt(r->slot()).changed() && !store->writeToMany(*o->state_, *r, error)) return fail();
+      if (o->state_->toManyAt(r->slot()).changed() && !store->writeToMany(*o->state_, *r, error))
+        return fail();
     }
   }
   for (ManagedObject* o : updated) {
@@ -246,11 +255,12 @@ OptionalError ContextCore::saveToStore(std::vector<ManagedObjectPtr>& tracked,
     if (columnsChanged(s)) {
       bool conflict = false;
       std::int64_t newVersion = s.version;
-      if (!store->updateRow(s, mergePolicy_ != MergePolicy::kObjectTrump, conflict, newVersion, error)) return fail();
+      if (!store->updateRow(s, mergePolicy_ != MergePolicy::kObjectTrump, conflict, newVersion, error))
+        return fail();
       if (conflict) {
         if (mergePolicy_ == MergePolicy::kError) {
-          error = objectGraphError(kManagedObjectMergeError, "the store changed " + s.id.URIRepresentation() +
-                                                                 " since it was read");
+          error = objectGraphError(kManagedObjectMergeError,
+                                   "the store changed " + s.id.URIRepresentation() + " since it was read");
           error->userInfo["objectURI"] = Value(s.id.URIRepresentation());
           return fail();
         }
@@ -500,9 +510,10 @@ void ContextCore::mergeDidSave(const ContextSaveInfo& info) {
     if (o->state_->tracked && o->state_->core == this) still.push_back(o);
   }
   tracked_.swap(still);
-  NotificationCenter::defaultCenter().post(kManagedObjectContextObjectsDidChangeNotification, &owner_, {},
-                                           Value::Dictionary{{"refreshed", Value(std::move(refreshed))},
-                                                             {kDeletedObjectsKey, Value(std::move(removed))}});
+  NotificationCenter::defaultCenter().post(
+      kManagedObjectContextObjectsDidChangeNotification, &owner_, {},
+      Value::Dictionary{{"refreshed", Value(std::move(refreshed))},
+                        {kDeletedObjectsKey, Value(std::move(removed))}});
 }
 
 }  // namespace lumeo

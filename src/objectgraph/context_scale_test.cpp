@@ -14,7 +14,9 @@ namespace {
 using testing::sqlCount;
 using testing::TestStack;
 
-Date minute(int m) { return Date::fromTimeIntervalSince1970(1767225600.0 + 60.0 * m); }
+Date minute(int m) {
+  return Date::fromTimeIntervalSince1970(1767225600.0 + 60.0 * m);
+}
 
 FetchResults recordsByDate(ManagedObjectContext& context) {
   FetchRequest request("MoodRecord");

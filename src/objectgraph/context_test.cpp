@@ -15,11 +15,13 @@
 namespace lumeo {
 namespace {
 
-using testing::sqlCount;
 using testing::hookLog;
+using testing::sqlCount;
 using testing::TestStack;
 
-Date day(int d) { return Date::fromTimeIntervalSince1970(1767225600.0 + 86400.0 * d); }
+Date day(int d) {
+  return Date::fromTimeIntervalSince1970(1767225600.0 + 86400.0 * d);
+}
 
 ManagedObjectPtr addRecord(ManagedObjectContext& c, int level, int d) {
   auto record = c.insertNewObjectForEntityForName("MoodRecord");
@@ -199,8 +201,8 @@ TEST_F(ContextTest, PermanentIDsHaveAURIThatLeadsBackToTheObject) {
   ASSERT_TRUE(found);
   EXPECT_EQ(found->valueForKey("moodLevel").toInt(), 6);
   EXPECT_FALSE(other.coordinator->managedObjectIDForURIRepresentation("x-lumeo-og://other/MoodRecord/p1"));
-  EXPECT_FALSE(other.coordinator->managedObjectIDForURIRepresentation("x-lumeo-og://" + permanent.storeIdentifier() +
-                                                                       "/NoSuchEntity/p1"));
+  EXPECT_FALSE(other.coordinator->managedObjectIDForURIRepresentation(
+      "x-lumeo-og://" + permanent.storeIdentifier() + "/NoSuchEntity/p1"));
   auto missing = other.coordinator->managedObjectIDForURIRepresentation(
       "x-lumeo-og://" + permanent.storeIdentifier() + "/MoodRecord/p999");
   ASSERT_TRUE(missing);
@@ -303,8 +305,9 @@ TEST_F(ContextTest, MergingADidSaveBringsChangesAndDeletesIntoAnotherContext) {
   ASSERT_FALSE(stack.context->save());
 
   auto background = stack.newContext(ConcurrencyType::kPrivateQueue);
-  ScopedObserver merge(NotificationCenter::defaultCenter(), kManagedObjectContextDidSaveNotification, background.get(),
-                       [&](const Notification& n) { stack.context->mergeChangesFromContextDidSaveNotification(n); });
+  ScopedObserver merge(
+      NotificationCenter::defaultCenter(), kManagedObjectContextDidSaveNotification, background.get(),
+      [&](const Notification& n) { stack.context->mergeChangesFromContextDidSaveNotification(n); });
   first->setValueForKey("uniqueIdentifier", "mine");  // an unsaved local change
   background->performBlockAndWait([&] {
     auto records = fetchAll(*background, "MoodRecord", "date");

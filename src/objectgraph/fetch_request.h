@@ -26,8 +26,11 @@ struct SortDescriptor {
   // case-insensitive compare.
   bool caseInsensitive = false;
 
-  SortDescriptor(std::string k, bool asc = true, bool ci = false) : key(std::move(k)), ascending(asc), caseInsensitive(ci) {}
-  static SortDescriptor sortDescriptorWithKey(std::string key, bool ascending) { return SortDescriptor(std::move(key), ascending); }
+  SortDescriptor(std::string k, bool asc = true, bool ci = false)
+      : key(std::move(k)), ascending(asc), caseInsensitive(ci) {}
+  static SortDescriptor sortDescriptorWithKey(std::string key, bool ascending) {
+    return SortDescriptor(std::move(key), ascending);
+  }
 };
 
 // An expression column of a dictionary fetch: "min:" or "max:" (also "sum:",
@@ -44,7 +47,9 @@ enum class FetchRequestResultType { kManagedObject, kManagedObjectID, kDictionar
 class FetchRequest {
  public:
   explicit FetchRequest(std::string entityName) : entityName_(std::move(entityName)) {}
-  static FetchRequest fetchRequestWithEntityName(std::string entityName) { return FetchRequest(std::move(entityName)); }
+  static FetchRequest fetchRequestWithEntityName(std::string entityName) {
+    return FetchRequest(std::move(entityName));
+  }
 
   const std::string& entityName() const { return entityName_; }
 
@@ -74,14 +79,20 @@ class FetchRequest {
   FetchRequestResultType resultType() const { return resultType_; }
 
   // Dictionary results: attribute names and expressions.
-  void setPropertiesToFetch(std::vector<std::string> attributes) { propertiesToFetch_ = std::move(attributes); }
+  void setPropertiesToFetch(std::vector<std::string> attributes) {
+    propertiesToFetch_ = std::move(attributes);
+  }
   const std::vector<std::string>& propertiesToFetch() const { return propertiesToFetch_; }
-  void setExpressionsToFetch(std::vector<ExpressionDescription> expressions) { expressions_ = std::move(expressions); }
+  void setExpressionsToFetch(std::vector<ExpressionDescription> expressions) {
+    expressions_ = std::move(expressions);
+  }
   const std::vector<ExpressionDescription>& expressionsToFetch() const { return expressions_; }
 
   // Relationship key paths ("eventRevision", "objectChanges.globalIdentifier")
   // whose targets are loaded with the fetch and kept alive by the results.
-  void setRelationshipKeyPathsForPrefetching(std::vector<std::string> keyPaths) { prefetch_ = std::move(keyPaths); }
+  void setRelationshipKeyPathsForPrefetching(std::vector<std::string> keyPaths) {
+    prefetch_ = std::move(keyPaths);
+  }
   const std::vector<std::string>& relationshipKeyPathsForPrefetching() const { return prefetch_; }
 
   void setReturnsObjectsAsFaults(bool faults) { returnsFaults_ = faults; }
@@ -130,7 +141,10 @@ class FetchResults {
     using difference_type = std::ptrdiff_t;
     Iterator(const FetchResults* r, std::size_t i) : results_(r), index_(i) {}
     ManagedObjectPtr operator*() const { return results_->at(index_); }
-    Iterator& operator++() { ++index_; return *this; }
+    Iterator& operator++() {
+      ++index_;
+      return *this;
+    }
     bool operator!=(const Iterator& o) const { return index_ != o.index_; }
     bool operator==(const Iterator& o) const { return index_ == o.index_; }
 

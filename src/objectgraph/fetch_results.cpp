@@ -41,7 +41,8 @@ ManagedObjectPtr FetchResults::Source::at(std::size_t index) const {
   if (!context) return nullptr;
   std::lock_guard<std::recursive_mutex> lock(core->mutex_);
   if (batchSize == 0) return core->objectForID(ids[index]);
-  if (index < batchStart || index >= batchStart + batch.size()) core->loadBatch(*this, index - index % batchSize);
+  if (index < batchStart || index >= batchStart + batch.size())
+    core->loadBatch(*this, index - index % batchSize);
   return index - batchStart < batch.size() ? batch[index - batchStart] : nullptr;
 }
 
@@ -64,9 +65,9 @@ void ContextCore::loadBatch(const FetchResults::Source& source, std::size_t star
     std::lock_guard<std::recursive_mutex> lock(coordinator->mutex());
     OptionalError error;
     for (auto& [root, pks] : missing) {
-      coordinator->sqliteStore()->readRows(*root, pks, [&](RowSnapshot&& row) {
-        loaded.push_back(self.objectFromSnapshot(std::move(row)));
-      }, error);
+      coordinator->sqliteStore()->readRows(
+          *root, pks, [&](RowSnapshot&& row) { loaded.push_back(self.objectFromSnapshot(std::move(row))); },
+          error);
     }
   }
   source.batch.clear();

@@ -11,7 +11,9 @@
 namespace lumeo {
 namespace {
 
-Date day(int d) { return Date::fromTimeIntervalSince1970(1767225600.0 + 86400.0 * d); }
+Date day(int d) {
+  return Date::fromTimeIntervalSince1970(1767225600.0 + 86400.0 * d);
+}
 
 class FetchTest : public ::testing::Test {
  protected:
@@ -97,8 +99,8 @@ TEST_F(FetchTest, ObjectIDAndDictionaryResults) {
 
   FetchRequest range("MoodRecord");
   range.setResultType(FetchRequestResultType::kDictionary);
-  range.setExpressionsToFetch({{"minDate", "min:", "date", AttributeType::kDate},
-                               {"maxDate", "max:", "date", AttributeType::kDate}});
+  range.setExpressionsToFetch(
+      {{"minDate", "min:", "date", AttributeType::kDate}, {"maxDate", "max:", "date", AttributeType::kDate}});
   auto rows = context->executeFetchRequest(range).dictionaries();
   ASSERT_EQ(rows.size(), 1u);
   EXPECT_EQ(*rows[0]["minDate"].asDate(), day(0));

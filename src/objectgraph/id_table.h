@@ -111,7 +111,8 @@ class IdTable {
     // tables apart; equal IDs always have equal chain names).
     const std::uint64_t key = static_cast<std::uint64_t>(id.rawKey());
     std::uint64_t h = key >> kRunBits;
-    h ^= static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(id.storeKey()) >> 4) * 0xC2B2AE3D27D4EB4Full;
+    h ^= static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(id.storeKey()) >> 4) *
+         0xC2B2AE3D27D4EB4Full;
     h ^= id.entity().chainHash();
     h *= 0x9E3779B97F4A7C15ull;
     const std::size_t run = static_cast<std::size_t>(h >> shift_) & ~kRunMask;

@@ -2,12 +2,13 @@
 // against a reference map (removals that shift runs back, equal row numbers
 // in several tables, temporary IDs), and IdList keeping its index in step
 // through growth, commits, remapping and removal.
+#include "objectgraph/id_table.h"
+
 #include <gtest/gtest.h>
 
 #include <map>
 #include <random>
 
-#include "objectgraph/id_table.h"
 #include "objectgraph/object_state.h"
 #include "objectgraph/test_model.h"
 
@@ -42,7 +43,9 @@ TEST_F(IdTableTest, ChurnAgreesWithAReferenceMap) {
         EXPECT_EQ(table.insert(id, step), reference.count(key) == 0);
         reference[key] = step;
         break;
-      case 1: EXPECT_EQ(table.erase(id), reference.erase(key) == 1); break;
+      case 1:
+        EXPECT_EQ(table.erase(id), reference.erase(key) == 1);
+        break;
       default: {
         const int* found = table.find(id);
         auto it = reference.find(key);
@@ -69,7 +72,8 @@ TEST_F(IdTableTest, KeysFollowIdEqualityAcrossAChainAndTellTemporaryFromPermanen
   // PhotoEntry: both are one ID.
   ASSERT_TRUE(table.insert(ManagedObjectID::makePermanent(photos, store, 5), 1));
   EXPECT_TRUE(table.contains(ManagedObjectID::makePermanent(entries, store, 5)));
-  EXPECT_FALSE(table.contains(ManagedObjectID::makePermanent(entries, ManagedObjectID::internStoreIdentifier("B"), 5)));
+  EXPECT_FALSE(table.contains(
+      ManagedObjectID::makePermanent(entries, ManagedObjectID::internStoreIdentifier("B"), 5)));
   const ManagedObjectID temporary = ManagedObjectID::makeTemporary(records);
   EXPECT_FALSE(table.contains(temporary));
   table.insert(temporary, 2);
@@ -78,7 +82,8 @@ TEST_F(IdTableTest, KeysFollowIdEqualityAcrossAChainAndTellTemporaryFromPermanen
   EXPECT_FALSE(table.insert(ManagedObjectID(), 3)) << "the null ID marks free slots";
   EXPECT_EQ(table.size(), 2u);
   EXPECT_TRUE(table.eraseIf(temporary, [](int v) { return v == 2; }));
-  EXPECT_FALSE(table.eraseIf(ManagedObjectID::makePermanent(entries, store, 5), [](int v) { return v == 7; }));
+  EXPECT_FALSE(
+      table.eraseIf(ManagedObjectID::makePermanent(entries, store, 5), [](int v) { return v == 7; }));
   EXPECT_EQ(table.size(), 1u);
   table.clear();
   EXPECT_FALSE(table.contains(ManagedObjectID::makePermanent(photos, store, 5)));
@@ -99,18 +104,25 @@ TEST_F(IdTableTest, IdListKeepsItsIndexInStepThroughCommitsRemapsAndRemovals) {
   std::map<std::int64_t, ManagedObjectID> permanent;
   for (std::size_t i = 0; i < temporaries.size(); ++i) permanent[temporaries[i].rawKey()] = record(1000 + i);
   int offered = 0;
-  current.remapIDs([&](ManagedObjectID& id) {
-    ++offered;
-    auto it = permanent.find(id.rawKey());
-    if (it == permanent.end()) return false;
-    id = it->second;
-    return true;
-  }, true);
+  current.remapIDs(
+      [&](ManagedObjectID& id) {
+        ++offered;
+        auto it = permanent.find(id.rawKey());
+        if (it == permanent.end()) return false;
+        id = it->second;
+        return true;
+      },
+      true);
   EXPECT_EQ(offered, 30) << "permanent IDs are not offered";
   EXPECT_FALSE(current.contains(temporaries[3]));
   EXPECT_TRUE(current.contains(record(1003)));
   EXPECT_EQ(current.items()[103], record(1003)) << "order kept";
-  current.remapIDs([&](ManagedObjectID&) { ADD_FAILURE() << "no temporary IDs left"; return false; }, true);
+  current.remapIDs(
+      [&](ManagedObjectID&) {
+        ADD_FAILURE() << "no temporary IDs left";
+        return false;
+      },
+      true);
 
   // Commit once whole, then by appending the tail only.
   committed.becomeCopyOf(current);

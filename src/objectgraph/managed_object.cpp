@@ -88,8 +88,8 @@ void IdList::becomeCopyOf(const IdList& other) {
   const std::size_t n = items_.size();
   // IDs are plain values, so equal bytes mean equal IDs; unequal bytes only
   // send us down the full copy.
-  const bool prefix = n <= other.items_.size() &&
-                      (n == 0 || std::memcmp(items_.data(), other.items_.data(), n * sizeof(ManagedObjectID)) == 0);
+  const bool prefix = n <= other.items_.size() && (n == 0 || std::memcmp(items_.data(), other.items_.data(),
+                                                                         n * sizeof(ManagedObjectID)) == 0);
   if (!prefix) {
     items_ = other.items_;
     index_ = other.index_;
@@ -201,7 +201,8 @@ const AttributeDescription& attributeOrThrow(const EntityDescription& e, std::st
   return *a;
 }
 
-const RelationshipDescription& relationshipOrThrow(const EntityDescription& e, std::string_view key, bool toMany) {
+const RelationshipDescription& relationshipOrThrow(const EntityDescription& e, std::string_view key,
+                                                   bool toMany) {
   const RelationshipDescription* r = e.relationshipNamed(key);
   if (!r || r->isToMany() != toMany) {
     throw std::invalid_argument("'" + std::string(key) + "' is no " + (toMany ? "to-many" : "to-one") +
@@ -210,7 +211,9 @@ const RelationshipDescription& relationshipOrThrow(const EntityDescription& e, s
   return *r;
 }
 
-std::string uriOf(const ManagedObjectID& id) { return id ? id.URIRepresentation() : std::string(); }
+std::string uriOf(const ManagedObjectID& id) {
+  return id ? id.URIRepresentation() : std::string();
+}
 
 Value uriArray(const std::vector<ManagedObjectID>& ids) {
   Value::Array out;
@@ -226,25 +229,45 @@ ManagedObject::~ManagedObject() {
   if (state_->core) state_->core->forget(state_->id, this);
 }
 
-const EntityDescription& ManagedObject::entity() const { return *state_->entity; }
+const EntityDescription& ManagedObject::entity() const {
+  return *state_->entity;
+}
 
 ManagedObjectID ManagedObject::objectID() const {
   Guard g(*state_);
   return state_->id;
 }
 
-ManagedObjectContext* ManagedObject::managedObjectContext() const { return state_->context; }
+ManagedObjectContext* ManagedObject::managedObjectContext() const {
+  return state_->context;
+}
 
-bool ManagedObject::isInserted() const { Guard g(*state_); return state_->inserted && !state_->deleted; }
-bool ManagedObject::isUpdated() const { Guard g(*state_); return state_->updated && !state_->deleted; }
-bool ManagedObject::isDeleted() const { Guard g(*state_); return state_->deleted && !state_->inserted; }
-bool ManagedObject::isFault() const { Guard g(*state_); return state_->fault; }
-bool ManagedObject::hasChanges() const { Guard g(*state_); return state_->hasChanges(); }
+bool ManagedObject::isInserted() const {
+  Guard g(*state_);
+  return state_->inserted && !state_->deleted;
+}
+bool ManagedObject::isUpdated() const {
+  Guard g(*state_);
+  return state_->updated && !state_->deleted;
+}
+bool ManagedObject::isDeleted() const {
+  Guard g(*state_);
+  return state_->deleted && !state_->inserted;
+}
+bool ManagedObject::isFault() const {
+  Guard g(*state_);
+  return state_->fault;
+}
+bool ManagedObject::hasChanges() const {
+  Guard g(*state_);
+  return state_->hasChanges();
+}
 
 Value ManagedObject::valueForKey(std::string_view key) const {
   const AttributeDescription& a = attributeOrThrow(entity(), key);
   Guard g(*state_);
-  if (state_->fault && (!state_->core || !state_->core->fireFault(const_cast<ManagedObject&>(*this)))) return {};
+  if (state_->fault && (!state_->core || !state_->core->fireFault(const_cast<ManagedObject&>(*this))))
+    return {};
   return state_->attributes[a.slot()];
 }
 
@@ -267,7 +290,8 @@ Value ManagedObject::valueForKeyPath(std::string_view keyPath) const {
   const PropertyDescription* p = entity().propertyNamed(head);
   if (!p) throw std::invalid_argument("'" + std::string(head) + "' is no property of " + entity().name());
   if (p->isAttribute()) {
-    if (!rest.empty()) throw std::invalid_argument("key path continues after attribute '" + std::string(head) + "'");
+    if (!rest.empty())
+      throw std::invalid_argument("key path continues after attribute '" + std::string(head) + "'");
     return valueForKey(head);
   }
   const auto* r = static_cast<const RelationshipDescription*>(p);
@@ -279,7 +303,8 @@ Value ManagedObject::valueForKeyPath(std::string_view keyPath) const {
   if (rest == "@count") return Value(static_cast<long long>(countForKey(head)));
   Value::Array out;
   for (const auto& member : objectsForKey(head)) {
-    out.push_back(rest.empty() ? Value(member->objectID().URIRepresentation()) : member->valueForKeyPath(rest));
+    out.push_back(rest.empty() ? Value(member->objectID().URIRepresentation())
+                               : member->valueForKeyPath(rest));
   }
   return Value(std::move(out));
 }
@@ -305,7 +330,8 @@ ManagedObjectPtr ManagedObject::objectForKey(std::string_view relationship) cons
 void ManagedObject::setObjectForKey(std::string_view relationship, const ManagedObjectPtr& object) {
   const RelationshipDescription& r = relationshipOrThrow(entity(), relationship, false);
   if (object && !object->entity().isKindOfEntity(r.destinationEntity())) {
-    throw std::invalid_argument("object of " + object->entity().name() + " for relationship '" + r.name() + "'");
+    throw std::invalid_argument("object of " + object->entity().name() + " for relationship '" + r.name() +
+                                "'");
   }
   Guard g(*state_);
   if (!state_->core) throw std::logic_error("cannot change an object that has no context");
@@ -315,9 +341,12 @@ void ManagedObject::setObjectForKey(std::string_view relationship, const Managed
   state_->core->setToOne(*this, r, object ? object->state_->id : ManagedObjectID(), true);
 }
 
-std::vector<ManagedObjectID> ManagedObject::objectIDsForRelationshipNamed(std::string_view relationship) const {
+std::vector<ManagedObjectID> ManagedObject::objectIDsForRelationshipNamed(
+    std::string_view relationship) const {
   const RelationshipDescription* r = entity().relationshipNamed(relationship);
-  if (!r) throw std::invalid_argument("'" + std::string(relationship) + "' is no relationship of " + entity().name());
+  if (!r)
+    throw std::invalid_argument("'" + std::string(relationship) + "' is no relationship of " +
+                                entity().name());
   if (!r->isToMany()) {
     auto id = objectIDForKey(relationship);
     return id ? std::vector<ManagedObjectID>{*id} : std::vector<ManagedObjectID>{};
@@ -353,7 +382,8 @@ void ManagedObject::addObjectForKey(std::string_view relationship, const Managed
   const RelationshipDescription& r = relationshipOrThrow(entity(), relationship, true);
   if (!object) throw std::invalid_argument("null object for relationship '" + r.name() + "'");
   if (!object->entity().isKindOfEntity(r.destinationEntity())) {
-    throw std::invalid_argument("object of " + object->entity().name() + " for relationship '" + r.name() + "'");
+    throw std::invalid_argument("object of " + object->entity().name() + " for relationship '" + r.name() +
+                                "'");
   }
   Guard g(*state_);
   if (!state_->core || object->state_->core != state_->core) {
@@ -382,7 +412,8 @@ void ManagedObject::removeObjectForKey(std::string_view relationship, const Mana
   state_->core->removeToMany(*this, r, object->state_->id, true);
 }
 
-void ManagedObject::setObjectsForKey(std::string_view relationship, const std::vector<ManagedObjectPtr>& objects) {
+void ManagedObject::setObjectsForKey(std::string_view relationship,
+                                     const std::vector<ManagedObjectPtr>& objects) {
   removeAllObjectsForKey(relationship);
   for (const auto& o : objects) addObjectForKey(relationship, o);
 }
@@ -402,7 +433,8 @@ std::vector<std::string> ManagedObject::changedPropertyNames() const {
   if (s.fault) return names;
   const auto& attrs = s.entity->attributes();
   for (std::size_t i = 0; i < attrs.size(); ++i) {
-    if (s.attributeWasChanged(i) && !(s.attributes[i] == s.committedAttribute(i))) names.push_back(attrs[i]->name());
+    if (s.attributeWasChanged(i) && !(s.attributes[i] == s.committedAttribute(i)))
+      names.push_back(attrs[i]->name());
   }
   const auto& toOnes = s.entity->toOneRelationships();
   for (std::size_t i = 0; i < toOnes.size(); ++i) {

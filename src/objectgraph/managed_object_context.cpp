@@ -16,12 +16,15 @@ std::shared_ptr<const ContextSaveInfo> ContextSaveInfo::fromNotification(const N
 
 ManagedObjectContext::ManagedObjectContext(ConcurrencyType type)
     : type_(type), core_(std::make_unique<ContextCore>(*this)) {
-  if (type_ == ConcurrencyType::kPrivateQueue) queue_ = DispatchQueue::makeSerial("lumeo.objectgraph.context");
+  if (type_ == ConcurrencyType::kPrivateQueue)
+    queue_ = DispatchQueue::makeSerial("lumeo.objectgraph.context");
 }
 
 ManagedObjectContext::~ManagedObjectContext() = default;
 
-std::recursive_mutex& ManagedObjectContext::mutex() const { return core_->mutex_; }
+std::recursive_mutex& ManagedObjectContext::mutex() const {
+  return core_->mutex_;
+}
 
 void ManagedObjectContext::setName(std::string name) {
   std::lock_guard<std::recursive_mutex> lock(core_->mutex_);
@@ -33,9 +36,11 @@ std::string ManagedObjectContext::name() const {
   return core_->name_;
 }
 
-void ManagedObjectContext::setPersistentStoreCoordinator(std::shared_ptr<PersistentStoreCoordinator> coordinator) {
+void ManagedObjectContext::setPersistentStoreCoordinator(
+    std::shared_ptr<PersistentStoreCoordinator> coordinator) {
   std::lock_guard<std::recursive_mutex> lock(core_->mutex_);
-  if (coordinator && core_->parent_) throw std::logic_error("a context with a parent cannot have a coordinator");
+  if (coordinator && core_->parent_)
+    throw std::logic_error("a context with a parent cannot have a coordinator");
   core_->coordinator_ = std::move(coordinator);
 }
 
@@ -47,7 +52,8 @@ std::shared_ptr<PersistentStoreCoordinator> ManagedObjectContext::persistentStor
 
 void ManagedObjectContext::setParentContext(std::shared_ptr<ManagedObjectContext> parent) {
   std::lock_guard<std::recursive_mutex> lock(core_->mutex_);
-  if (parent && core_->coordinator_) throw std::logic_error("a context with a coordinator cannot have a parent");
+  if (parent && core_->coordinator_)
+    throw std::logic_error("a context with a coordinator cannot have a parent");
   for (auto p = parent; p; p = p->parentContext()) {
     if (p.get() == this) throw std::logic_error("a context cannot be its own ancestor");
   }
@@ -204,7 +210,9 @@ std::vector<ManagedObjectPtr> ManagedObjectContext::registeredObjects() const {
   return core_->allRegistered();
 }
 
-OptionalError ManagedObjectContext::save() { return core_->save(); }
+OptionalError ManagedObjectContext::save() {
+  return core_->save();
+}
 
 void ManagedObjectContext::refreshObject(const ManagedObjectPtr& object, bool mergeChanges) {
   if (!object) return;
@@ -217,11 +225,16 @@ void ManagedObjectContext::refreshAllObjects() {
   for (auto& o : core_->allRegistered()) core_->refresh(*o, o->hasChanges());
 }
 
-void ManagedObjectContext::reset() { core_->reset(); }
+void ManagedObjectContext::reset() {
+  core_->reset();
+}
 
-void ManagedObjectContext::rollback() { core_->rollback(); }
+void ManagedObjectContext::rollback() {
+  core_->rollback();
+}
 
-OptionalError ManagedObjectContext::obtainPermanentIDsForObjects(const std::vector<ManagedObjectPtr>& objects) {
+OptionalError ManagedObjectContext::obtainPermanentIDsForObjects(
+    const std::vector<ManagedObjectPtr>& objects) {
   return core_->obtainPermanentIDs(objects);
 }
 

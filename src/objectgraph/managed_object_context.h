@@ -49,8 +49,10 @@ enum class ConcurrencyType { kConfinement, kPrivateQueue, kMainQueue };
 // changed properties; kRollback drops the context's change of that object.
 enum class MergePolicy { kError, kObjectTrump, kStoreTrump, kRollback };
 
-inline constexpr const char* kManagedObjectContextWillSaveNotification = "ManagedObjectContextWillSaveNotification";
-inline constexpr const char* kManagedObjectContextDidSaveNotification = "ManagedObjectContextDidSaveNotification";
+inline constexpr const char* kManagedObjectContextWillSaveNotification =
+    "ManagedObjectContextWillSaveNotification";
+inline constexpr const char* kManagedObjectContextDidSaveNotification =
+    "ManagedObjectContextDidSaveNotification";
 inline constexpr const char* kManagedObjectContextObjectsDidChangeNotification =
     "ManagedObjectContextObjectsDidChangeNotification";
 
@@ -66,7 +68,7 @@ struct ContextSaveInfo {
   ManagedObjectContext* context = nullptr;  // identity only; may be gone
   std::weak_ptr<ManagedObjectContext> contextRef;
   std::shared_ptr<PersistentStoreCoordinator> coordinator;  // root saves only
-  bool isChildSave = false;  // the save went into a parent context
+  bool isChildSave = false;                                 // the save went into a parent context
   // Did-save only. Objects as they are in the saving context; IDs are the
   // permanent ones given by this save.
   std::vector<ManagedObjectPtr> insertedObjects;

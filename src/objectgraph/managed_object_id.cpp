@@ -31,9 +31,13 @@ const std::string& emptyString() {
 
 }  // namespace
 
-const std::string& ManagedObjectID::entityName() const { return entity_ ? entity_->name() : emptyString(); }
+const std::string& ManagedObjectID::entityName() const {
+  return entity_ ? entity_->name() : emptyString();
+}
 
-const std::string& ManagedObjectID::storeIdentifier() const { return store_ ? *store_ : emptyString(); }
+const std::string& ManagedObjectID::storeIdentifier() const {
+  return store_ ? *store_ : emptyString();
+}
 
 std::string ManagedObjectID::URIRepresentation() const {
   if (!entity_) return {};
@@ -50,8 +54,8 @@ const std::string* ManagedObjectID::internStoreIdentifier(const std::string& sto
   return intern(storeIdentifier);
 }
 
-ManagedObjectID ManagedObjectID::makePermanent(const EntityDescription& entity, const std::string& storeIdentifier,
-                                               std::int64_t primaryKey) {
+ManagedObjectID ManagedObjectID::makePermanent(const EntityDescription& entity,
+                                               const std::string& storeIdentifier, std::int64_t primaryKey) {
   ManagedObjectID id;
   id.entity_ = &entity;
   id.store_ = intern(storeIdentifier);
@@ -88,8 +92,8 @@ bool operator<(const ManagedObjectID& a, const ManagedObjectID& b) {
   return a.key_ < b.key_;
 }
 
-bool parseObjectURI(const std::string& uri, std::string& storeIdentifier, std::string& entityName, std::int64_t& key,
-                    bool& temporary) {
+bool parseObjectURI(const std::string& uri, std::string& storeIdentifier, std::string& entityName,
+                    std::int64_t& key, bool& temporary) {
   if (uri.compare(0, kScheme.size(), kScheme) != 0) return false;
   std::string rest = uri.substr(kScheme.size());
   auto slash1 = rest.find('/');

@@ -54,7 +54,9 @@ class ManagedObjectID {
   // Orders by entity name, then store, then key: a stable order for tests and
   // for sorting by object.
   friend bool operator<(const ManagedObjectID& a, const ManagedObjectID& b);
-  std::size_t hash() const { return std::hash<std::int64_t>()(key_) ^ (std::hash<const void*>()(store_) << 1); }
+  std::size_t hash() const {
+    return std::hash<std::int64_t>()(key_) ^ (std::hash<const void*>()(store_) << 1);
+  }
 
  private:
   const EntityDescription* entity_ = nullptr;

@@ -19,23 +19,34 @@ namespace {
 
 const char* typeName(AttributeType type) {
   switch (type) {
-    case AttributeType::kString: return "string";
-    case AttributeType::kInteger16: return "int16";
-    case AttributeType::kInteger32: return "int32";
-    case AttributeType::kInteger64: return "int64";
-    case AttributeType::kDouble: return "double";
-    case AttributeType::kBoolean: return "bool";
-    case AttributeType::kDate: return "date";
-    case AttributeType::kBinary: return "binary";
-    case AttributeType::kTransformable: return "transformable";
+    case AttributeType::kString:
+      return "string";
+    case AttributeType::kInteger16:
+      return "int16";
+    case AttributeType::kInteger32:
+      return "int32";
+    case AttributeType::kInteger64:
+      return "int64";
+    case AttributeType::kDouble:
+      return "double";
+    case AttributeType::kBoolean:
+      return "bool";
+    case AttributeType::kDate:
+      return "date";
+    case AttributeType::kBinary:
+      return "binary";
+    case AttributeType::kTransformable:
+      return "transformable";
   }
   return "?";
 }
 
 [[noreturn]] void wrongType(const AttributeDescription& a, const Value& v) {
-  static const char* kKinds[] = {"null", "bool", "integer", "double", "string", "date", "data", "array", "dictionary"};
+  static const char* kKinds[] = {"null", "bool", "integer", "double",    "string",
+                                 "date", "data", "array",   "dictionary"};
   throw std::invalid_argument("value of kind " + std::string(kKinds[static_cast<int>(v.type())]) + " for " +
-                              typeName(a.attributeType()) + " attribute '" + a.entity().name() + "." + a.name() + "'");
+                              typeName(a.attributeType()) + " attribute '" + a.entity().name() + "." +
+                              a.name() + "'");
 }
 
 }  // namespace
@@ -50,7 +61,9 @@ Value AttributeDescription::coerce(const Value& v) const {
     case AttributeType::kInteger32:
     case AttributeType::kInteger64:
       if (v.type() == Value::Type::kInteger) return v;
-      if (v.isNumber()) return Value(static_cast<long long>(v.type() == Value::Type::kReal ? std::trunc(v.toDouble()) : v.toInt()));
+      if (v.isNumber())
+        return Value(
+            static_cast<long long>(v.type() == Value::Type::kReal ? std::trunc(v.toDouble()) : v.toInt()));
       wrongType(*this, v);
     case AttributeType::kDouble:
       if (v.type() == Value::Type::kReal) return v;
@@ -73,19 +86,21 @@ Value AttributeDescription::coerce(const Value& v) const {
 }
 
 void EntityDescription::checkMutable() const {
-  if (model_->isFinalized()) throw std::logic_error("model is finalized; entity '" + name_ + "' cannot change");
+  if (model_->isFinalized())
+    throw std::logic_error("model is finalized; entity '" + name_ + "' cannot change");
 }
 
 AttributeDescription& EntityDescription::addAttribute(std::string name, AttributeType type) {
   checkMutable();
-  ownAttributes_.push_back(std::unique_ptr<AttributeDescription>(new AttributeDescription(this, std::move(name), type)));
+  ownAttributes_.push_back(
+      std::unique_ptr<AttributeDescription>(new AttributeDescription(this, std::move(name), type)));
   return *ownAttributes_.back();
 }
 
 RelationshipDescription& EntityDescription::addRelationship(std::string name, std::string destinationEntity) {
   checkMutable();
-  ownRelationships_.push_back(
-      std::unique_ptr<RelationshipDescription>(new RelationshipDescription(this, std::move(name), std::move(destinationEntity))));
+  ownRelationships_.push_back(std::unique_ptr<RelationshipDescription>(
+      new RelationshipDescription(this, std::move(name), std::move(destinationEntity))));
   return *ownRelationships_.back();
 }
 
@@ -134,7 +149,8 @@ const AttributeDescription* EntityDescription::attributeNamed(std::string_view n
   Remembered& slot = remembered[(name.size() + (name.empty() ? 0 : static_cast<unsigned char>(name[0]))) & 3];
   if (slot.entity == serial_ && slot.attribute->name() == name) return slot.attribute;
   const PropertyDescription* p = propertyNamed(name);
-  const AttributeDescription* a = p && p->isAttribute() ? static_cast<const AttributeDescription*>(p) : nullptr;
+  const AttributeDescription* a =
+      p && p->isAttribute() ? static_cast<const AttributeDescription*>(p) : nullptr;
   if (a) slot = Remembered{serial_, a};
   return a;
 }
@@ -183,7 +199,8 @@ void ManagedObjectModel::finalize() {
     if (e->superentityName_.empty()) continue;
     auto it = byName_.find(e->superentityName_);
     if (it == byName_.end()) {
-      throw std::invalid_argument("entity '" + e->name_ + "' names unknown superentity '" + e->superentityName_ + "'");
+      throw std::invalid_argument("entity '" + e->name_ + "' names unknown superentity '" +
+                                  e->superentityName_ + "'");
     }
     e->super_ = it->second;
     it->second->subentities_.push_back(e.get());
@@ -214,19 +231,21 @@ void ManagedObjectModel::finalize() {
     }
     for (auto& a : e->ownAttributes_) {
       if (a->name_.empty() || a->name_[0] == '_' || !e->byName_.emplace(a->name_, a.get()).second) {
-        throw std::invalid_argument("bad or duplicate property '" + a->name_ + "' in entity '" + e->name_ + "'");
+        throw std::invalid_argument("bad or duplicate property '" + a->name_ + "' in entity '" + e->name_ +
+                                    "'");
       }
       a->slot_ = e->allAttributes_.size();
       e->allAttributes_.push_back(a.get());
     }
     for (auto& r : e->ownRelationships_) {
       if (r->name_.empty() || r->name_[0] == '_' || !e->byName_.emplace(r->name_, r.get()).second) {
-        throw std::invalid_argument("bad or duplicate property '" + r->name_ + "' in entity '" + e->name_ + "'");
+        throw std::invalid_argument("bad or duplicate property '" + r->name_ + "' in entity '" + e->name_ +
+                                    "'");
       }
       auto dest = byName_.find(r->destinationName_);
       if (dest == byName_.end()) {
-        throw std::invalid_argument("relationship '" + e->name_ + "." + r->name_ + "' names unknown entity '" +
-                                    r->destinationName_ + "'");
+        throw std::invalid_argument("relationship '" + e->name_ + "." + r->name_ +
+                                    "' names unknown entity '" + r->destinationName_ + "'");
       }
       r->destination_ = dest->second;
       auto& list = r->toMany_ ? e->toManys_ : e->toOnes_;
@@ -241,8 +260,8 @@ void ManagedObjectModel::finalize() {
       if (r->inverseName_.empty()) continue;
       const RelationshipDescription* inv = r->destination_->relationshipNamed(r->inverseName_);
       if (!inv || inv->inverseName_ != r->name_ || !e->isKindOfEntity(*inv->destination_)) {
-        throw std::invalid_argument("inverse of '" + e->name_ + "." + r->name_ + "' is not '" + r->destinationName_ +
-                                    "." + r->inverseName_ + "' pointing back");
+        throw std::invalid_argument("inverse of '" + e->name_ + "." + r->name_ + "' is not '" +
+                                    r->destinationName_ + "." + r->inverseName_ + "' pointing back");
       }
       r->inverse_ = inv;
     }
@@ -296,7 +315,8 @@ std::map<std::string, std::shared_ptr<const ValueTransformer>>& transformers() {
 }
 }  // namespace
 
-void ValueTransformer::setValueTransformer(std::shared_ptr<const ValueTransformer> transformer, const std::string& name) {
+void ValueTransformer::setValueTransformer(std::shared_ptr<const ValueTransformer> transformer,
+                                           const std::string& name) {
   std::lock_guard<std::mutex> lock(gTransformerMutex);
   if (transformer) {
     transformers()[name] = std::move(transformer);

@@ -64,7 +64,8 @@ class PropertyDescription {
   std::size_t slot() const { return slot_; }
 
  protected:
-  PropertyDescription(EntityDescription* entity, std::string name) : name_(std::move(name)), entity_(entity) {}
+  PropertyDescription(EntityDescription* entity, std::string name)
+      : name_(std::move(name)), entity_(entity) {}
   friend class EntityDescription;
   friend class ManagedObjectModel;
   std::string name_;
@@ -84,12 +85,30 @@ class AttributeDescription : public PropertyDescription {
   const std::string& valueTransformerName() const { return transformerName_; }
 
   // Builder calls, valid until the model is finalized.
-  AttributeDescription& setDefaultValue(Value v) { defaultValue_ = std::move(v); return *this; }
-  AttributeDescription& setOptional(bool optional) { optional_ = optional; return *this; }
-  AttributeDescription& setTransient(bool transient) { transient_ = transient; return *this; }
-  AttributeDescription& setIndexed(bool indexed) { indexed_ = indexed; return *this; }
-  AttributeDescription& setValueTransformerName(std::string name) { transformerName_ = std::move(name); return *this; }
-  AttributeDescription& setUserInfo(Value::Dictionary info) { userInfo_ = std::move(info); return *this; }
+  AttributeDescription& setDefaultValue(Value v) {
+    defaultValue_ = std::move(v);
+    return *this;
+  }
+  AttributeDescription& setOptional(bool optional) {
+    optional_ = optional;
+    return *this;
+  }
+  AttributeDescription& setTransient(bool transient) {
+    transient_ = transient;
+    return *this;
+  }
+  AttributeDescription& setIndexed(bool indexed) {
+    indexed_ = indexed;
+    return *this;
+  }
+  AttributeDescription& setValueTransformerName(std::string name) {
+    transformerName_ = std::move(name);
+    return *this;
+  }
+  AttributeDescription& setUserInfo(Value::Dictionary info) {
+    userInfo_ = std::move(info);
+    return *this;
+  }
 
   // Brings a value to the attribute's type (an integer for an integer
   // attribute, a Date for a date ...); null stays null. Used for every write,
@@ -119,12 +138,31 @@ class RelationshipDescription : public PropertyDescription {
   const EntityDescription& destinationEntity() const { return *destination_; }
   const RelationshipDescription* inverseRelationship() const { return inverse_; }
 
-  RelationshipDescription& setToMany(bool toMany) { toMany_ = toMany; return *this; }
-  RelationshipDescription& setOrdered(bool ordered) { ordered_ = ordered; if (ordered) toMany_ = true; return *this; }
-  RelationshipDescription& setDeleteRule(DeleteRule rule) { deleteRule_ = rule; return *this; }
-  RelationshipDescription& setInverseName(std::string name) { inverseName_ = std::move(name); return *this; }
-  RelationshipDescription& setOptional(bool optional) { optional_ = optional; return *this; }
-  RelationshipDescription& setUserInfo(Value::Dictionary info) { userInfo_ = std::move(info); return *this; }
+  RelationshipDescription& setToMany(bool toMany) {
+    toMany_ = toMany;
+    return *this;
+  }
+  RelationshipDescription& setOrdered(bool ordered) {
+    ordered_ = ordered;
+    if (ordered) toMany_ = true;
+    return *this;
+  }
+  RelationshipDescription& setDeleteRule(DeleteRule rule) {
+    deleteRule_ = rule;
+    return *this;
+  }
+  RelationshipDescription& setInverseName(std::string name) {
+    inverseName_ = std::move(name);
+    return *this;
+  }
+  RelationshipDescription& setOptional(bool optional) {
+    optional_ = optional;
+    return *this;
+  }
+  RelationshipDescription& setUserInfo(Value::Dictionary info) {
+    userInfo_ = std::move(info);
+    return *this;
+  }
 
  private:
   friend class EntityDescription;
@@ -151,12 +189,24 @@ class EntityDescription {
   AttributeDescription& addAttribute(std::string name, AttributeType type);
   // A to-one relationship unless setToMany()/setOrdered() is called on it.
   RelationshipDescription& addRelationship(std::string name, std::string destinationEntity);
-  EntityDescription& setSuperentityName(std::string name) { superentityName_ = std::move(name); return *this; }
-  EntityDescription& setAbstract(bool abstract) { abstract_ = abstract; return *this; }
-  EntityDescription& setUserInfo(Value::Dictionary info) { userInfo_ = std::move(info); return *this; }
+  EntityDescription& setSuperentityName(std::string name) {
+    superentityName_ = std::move(name);
+    return *this;
+  }
+  EntityDescription& setAbstract(bool abstract) {
+    abstract_ = abstract;
+    return *this;
+  }
+  EntityDescription& setUserInfo(Value::Dictionary info) {
+    userInfo_ = std::move(info);
+    return *this;
+  }
   // Makes the instances of this entity (and of subentities without a factory
   // of their own): how typed classes such as MoodRecord plug in their hooks.
-  EntityDescription& setInstanceFactory(InstanceFactory factory) { factory_ = std::move(factory); return *this; }
+  EntityDescription& setInstanceFactory(InstanceFactory factory) {
+    factory_ = std::move(factory);
+    return *this;
+  }
   template <class T>
   EntityDescription& setInstanceClass() {
     return setInstanceFactory([] { return std::allocate_shared<T>(ObjectAllocator<T>()); });
@@ -272,7 +322,8 @@ class ValueTransformer {
   virtual Value reverseTransformedValue(const Value::Data& data) const = 0;
 
   // Process-wide registry; thread-safe.
-  static void setValueTransformer(std::shared_ptr<const ValueTransformer> transformer, const std::string& name);
+  static void setValueTransformer(std::shared_ptr<const ValueTransformer> transformer,
+                                  const std::string& name);
   static std::shared_ptr<const ValueTransformer> valueTransformerForName(const std::string& name);
 };
 

@@ -37,9 +37,13 @@ TEST(ModelTest, VersionHashesAreStableAndFollowTheShapeOfTheData) {
   auto& file = c->addEntity("SyncDataFile");
   file.addAttribute("filename", AttributeType::kString).setIndexed(true).setDefaultValue("x");
   file.addRelationship("objectChange", "SyncObjectChange").setInverseName("dataFiles");
-  c->addEntity("SyncObjectChange").addRelationship("dataFiles", "SyncDataFile").setToMany(true).setInverseName("objectChange");
+  c->addEntity("SyncObjectChange")
+      .addRelationship("dataFiles", "SyncDataFile")
+      .setToMany(true)
+      .setInverseName("objectChange");
   c->finalize();
-  EXPECT_EQ(hex(c->entityNamed("SyncDataFile")->versionHash()), pinned) << "indexes and defaults do not count";
+  EXPECT_EQ(hex(c->entityNamed("SyncDataFile")->versionHash()), pinned)
+      << "indexes and defaults do not count";
 
   auto d = testing::makeTestModel();
   d->entityNamed("MoodTag");
@@ -64,7 +68,8 @@ TEST(ModelTest, FaultsInAModelAreNamed) {
   EXPECT_THROW(duplicate->finalize(), std::invalid_argument);
   auto model = testing::makeTestModel();
   model->finalize();
-  EXPECT_THROW(const_cast<EntityDescription*>(model->entityNamed("MoodTag"))->addAttribute("late", AttributeType::kString),
+  EXPECT_THROW(const_cast<EntityDescription*>(model->entityNamed("MoodTag"))
+                   ->addAttribute("late", AttributeType::kString),
                std::logic_error);
 }
 
@@ -74,7 +79,9 @@ class Reverse : public ValueTransformer {
     std::string s = v.toString();
     return Value::Data(s.rbegin(), s.rend());
   }
-  Value reverseTransformedValue(const Value::Data& d) const override { return Value(std::string(d.rbegin(), d.rend())); }
+  Value reverseTransformedValue(const Value::Data& d) const override {
+    return Value(std::string(d.rbegin(), d.rend()));
+  }
 };
 
 TEST(ModelTest, AttributeLookupsStayRightAcrossModelsNamesAndSubentities) {
@@ -119,7 +126,8 @@ TEST(StoreTest, EveryAttributeTypeSurvivesTheFile) {
   e.addAttribute("any", AttributeType::kTransformable);
   e.addAttribute("named", AttributeType::kTransformable).setValueTransformerName("Reverse");
   const std::string path = (dir / "all.sqlite").string();
-  const Value any(Value::Dictionary{{"list", Value(Value::Array{1, "two", 3.5})}, {"when", Date::fromTimeIntervalSince1970(7)}});
+  const Value any(Value::Dictionary{{"list", Value(Value::Array{1, "two", 3.5})},
+                                    {"when", Date::fromTimeIntervalSince1970(7)}});
   {
     testing::TestStack stack(path, model);
     auto o = stack.context->insertNewObjectForEntityForName("Everything");
@@ -179,7 +187,8 @@ TEST(StoreTest, AnOlderFileGainsNewEntitiesAndAttributesWithTheirDefaults) {
   migrated.context->insertNewObjectForEntityForName("Extra")->setValueForKey("x", "y");
   ASSERT_FALSE(migrated.context->save());
   OptionalError metaError;
-  auto metadata = PersistentStoreCoordinator::metadataForPersistentStoreOfType(kSQLiteStoreType, path, metaError);
+  auto metadata =
+      PersistentStoreCoordinator::metadataForPersistentStoreOfType(kSQLiteStoreType, path, metaError);
   EXPECT_TRUE(newer->isConfigurationCompatibleWithStoreMetadata(metadata));
   EXPECT_FALSE(old->isConfigurationCompatibleWithStoreMetadata(metadata));
 }
@@ -199,9 +208,9 @@ TEST(StoreTest, FilesThatAreNoStoreAreRefusedUntouched) {
   EXPECT_FALSE(coordinator->addPersistentStoreWithType("Bogus", dir / "x.sqlite", {}, error));
   EXPECT_EQ(error->code, kPersistentStoreInvalidTypeError);
   error.reset();
-  EXPECT_FALSE(coordinator->addPersistentStoreWithType(kSQLiteStoreType, dir / "y.sqlite",
-                                                       {{kSQLitePragmasOption, Value::Dictionary{{"journal_mode", "x; DROP"}}}},
-                                                       error));
+  EXPECT_FALSE(coordinator->addPersistentStoreWithType(
+      kSQLiteStoreType, dir / "y.sqlite",
+      {{kSQLitePragmasOption, Value::Dictionary{{"journal_mode", "x; DROP"}}}}, error));
   EXPECT_EQ(error->code, kPersistentStoreOpenError);
 }
 

@@ -40,8 +40,12 @@ struct FreeBlock {
   FreeBlock* next;
 };
 
-std::size_t classOf(std::size_t bytes) { return (bytes - 1) / kGranule; }
-std::size_t sizeOfClass(std::size_t index) { return (index + 1) * kGranule; }
+std::size_t classOf(std::size_t bytes) {
+  return (bytes - 1) / kGranule;
+}
+std::size_t sizeOfClass(std::size_t index) {
+  return (index + 1) * kGranule;
+}
 
 // The arena: set once, then read without the lock by every deallocate.
 std::atomic<char*> arenaBase{nullptr};
@@ -56,8 +60,8 @@ struct Arena {
 
   void reserve() {
     reserved = true;
-    void* p = mmap(nullptr, kArenaBytes + kHugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE,
-                   -1, 0);
+    void* p = mmap(nullptr, kArenaBytes + kHugePage, PROT_READ | PROT_WRITE,
+                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (p == MAP_FAILED) return;  // blocks then come from operator new
     auto address = reinterpret_cast<std::uintptr_t>(p);
     char* base = reinterpret_cast<char*>((address + kHugePage - 1) & ~(kHugePage - 1));
@@ -79,7 +83,8 @@ struct Arena {
     if (!next) return nullptr;
     const std::size_t size = sizeOfClass(index);
     std::size_t count = kRefillBytes / size;
-    if (static_cast<std::size_t>(end - next) / size < count) count = static_cast<std::size_t>(end - next) / size;
+    if (static_cast<std::size_t>(end - next) / size < count)
+      count = static_cast<std::size_t>(end - next) / size;
     FreeBlock* list = nullptr;
     for (std::size_t i = 0; i < count; ++i) {
       auto* block = reinterpret_cast<FreeBlock*>(next + (count - 1 - i) * size);
@@ -103,7 +108,8 @@ struct Arena {
 Arena& arena() {
   static Arena* instance = [] {
     auto* a = new Arena();
-    pthread_atfork([] { arena().mutex.lock(); }, [] { arena().mutex.unlock(); }, [] { arena().mutex.unlock(); });
+    pthread_atfork([] { arena().mutex.lock(); }, [] { arena().mutex.unlock(); },
+                   [] { arena().mutex.unlock(); });
     return a;
   }();
   return *instance;
@@ -193,8 +199,12 @@ void deallocate(void* block, std::size_t bytes) noexcept {
   c.heads[index] = free;
 }
 
-std::size_t keptBytes() { return cacheState == 1 ? cache().bytes : 0; }
+std::size_t keptBytes() {
+  return cacheState == 1 ? cache().bytes : 0;
+}
 
-bool isArenaBlock(const void* block) { return inArena(block); }
+bool isArenaBlock(const void* block) {
+  return inArena(block);
+}
 
 }  // namespace lumeo::objectmemory

@@ -2,6 +2,8 @@
 // used up before operator new takes over, frees from another thread are kept
 // by that thread, large blocks and blocks beyond the limit go back to the
 // system, and a child forked mid-allocation can still allocate.
+#include "objectgraph/object_memory.h"
+
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,8 +11,6 @@
 #include <atomic>
 #include <thread>
 #include <vector>
-
-#include "objectgraph/object_memory.h"
 
 namespace lumeo {
 namespace {

@@ -103,8 +103,8 @@ struct ObjectState {
   bool deleted = false;
   bool tracked = false;  // in the context's list of changed objects
   bool touchedSinceWillSave = false;
-  bool awake = false;    // awakeFromInsert/Fetch ran
-  bool listed = false;   // scratch mark of trackedObjects()
+  bool awake = false;   // awakeFromInsert/Fetch ran
+  bool listed = false;  // scratch mark of trackedObjects()
 
   ValueSlots attributes;
   IdSlots toOne;

@@ -7,7 +7,9 @@
 
 namespace lumeo {
 
-Value::Dictionary PersistentStore::metadata() const { return metadata_; }
+Value::Dictionary PersistentStore::metadata() const {
+  return metadata_;
+}
 
 PersistentStoreCoordinator::PersistentStoreCoordinator(std::shared_ptr<ManagedObjectModel> model)
     : model_(std::move(model)) {
@@ -92,9 +94,8 @@ std::optional<ManagedObjectID> PersistentStoreCoordinator::managedObjectIDForURI
   return ManagedObjectID::makePermanent(*entity, storeIdentifier, key);
 }
 
-Value::Dictionary PersistentStoreCoordinator::metadataForPersistentStoreOfType(const std::string& type,
-                                                                               const std::filesystem::path& url,
-                                                                               OptionalError& error) {
+Value::Dictionary PersistentStoreCoordinator::metadataForPersistentStoreOfType(
+    const std::string& type, const std::filesystem::path& url, OptionalError& error) {
   if (type == kInMemoryStoreType || !std::filesystem::exists(url)) {
     error = objectGraphError(kPersistentStoreOpenError, "no store file at " + url.string());
     return {};
@@ -107,7 +108,8 @@ Value::Dictionary PersistentStoreCoordinator::metadataForPersistentStoreOfType(c
   }
   Value::Dictionary out;
   sqlite3_stmt* s = nullptr;
-  if (sqlite3_prepare_v2(db, "SELECT value FROM _og_metadata WHERE key = 'metadata'", -1, &s, nullptr) == SQLITE_OK &&
+  if (sqlite3_prepare_v2(db, "SELECT value FROM _og_metadata WHERE key = 'metadata'", -1, &s, nullptr) ==
+          SQLITE_OK &&
       sqlite3_step(s) == SQLITE_ROW) {
     const auto* bytes = static_cast<const std::uint8_t*>(sqlite3_column_blob(s, 0));
     Value decoded = decodeValue(Value::Data(bytes, bytes + sqlite3_column_bytes(s, 0)));
@@ -115,7 +117,8 @@ Value::Dictionary PersistentStoreCoordinator::metadataForPersistentStoreOfType(c
   }
   sqlite3_finalize(s);
   sqlite3_close_v2(db);
-  if (out.empty()) error = objectGraphError(kPersistentStoreInvalidTypeError, url.string() + " is not a store");
+  if (out.empty())
+    error = objectGraphError(kPersistentStoreInvalidTypeError, url.string() + " is not a store");
   return out;
 }
 

@@ -27,7 +27,8 @@ inline constexpr const char* kInMemoryStoreType = "InMemory";
 inline constexpr const char* kBinaryStoreType = "Binary";
 
 // Store options (a dictionary, as the callers keep them).
-inline constexpr const char* kMigratePersistentStoresAutomaticallyOption = "MigratePersistentStoresAutomaticallyOption";
+inline constexpr const char* kMigratePersistentStoresAutomaticallyOption =
+    "MigratePersistentStoresAutomaticallyOption";
 inline constexpr const char* kInferMappingModelAutomaticallyOption = "InferMappingModelAutomaticallyOption";
 // Dictionary of pragma name to value, e.g. {"journal_mode": "DELETE"}.
 inline constexpr const char* kSQLitePragmasOption = "SQLitePragmasOption";
@@ -86,7 +87,8 @@ class PersistentStoreCoordinator : public std::enable_shared_from_this<Persisten
 
   // Reads a store file's metadata without opening it through a coordinator;
   // empty with an error when the file is no store.
-  static Value::Dictionary metadataForPersistentStoreOfType(const std::string& type, const std::filesystem::path& url,
+  static Value::Dictionary metadataForPersistentStoreOfType(const std::string& type,
+                                                            const std::filesystem::path& url,
                                                             OptionalError& error);
 
   // Runs `block` holding the coordinator's lock: no context reads or saves

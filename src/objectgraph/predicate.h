@@ -101,8 +101,19 @@ struct PredicateExpression {
 };
 
 enum class ComparisonOperator {
-  kEqual, kNotEqual, kLess, kLessOrEqual, kGreater, kGreaterOrEqual,
-  kLike, kContains, kBeginsWith, kEndsWith, kMatches, kIn, kBetween,
+  kEqual,
+  kNotEqual,
+  kLess,
+  kLessOrEqual,
+  kGreater,
+  kGreaterOrEqual,
+  kLike,
+  kContains,
+  kBeginsWith,
+  kEndsWith,
+  kMatches,
+  kIn,
+  kBetween,
 };
 enum class ComparisonModifier { kDirect, kAny, kAll };
 
@@ -129,9 +140,11 @@ class Predicate {
   // %f/%lf (doubles) and %K (a key path given as a string).
   template <class... Args>
   static Predicate predicateWithFormat(std::string_view format, Args&&... args) {
-    return predicateWithFormatArguments(format, std::vector<PredicateValue>{PredicateValue(std::forward<Args>(args))...});
+    return predicateWithFormatArguments(
+        format, std::vector<PredicateValue>{PredicateValue(std::forward<Args>(args))...});
   }
-  static Predicate predicateWithFormatArguments(std::string_view format, const std::vector<PredicateValue>& arguments);
+  static Predicate predicateWithFormatArguments(std::string_view format,
+                                                const std::vector<PredicateValue>& arguments);
   static Predicate truePredicate();
   static Predicate falsePredicate();
   static Predicate andPredicateWithSubpredicates(const std::vector<Predicate>& predicates);
@@ -139,7 +152,9 @@ class Predicate {
   static Predicate notPredicateWithSubpredicate(const Predicate& predicate);
 
   bool evaluateWithObject(const ManagedObject& object) const;
-  bool evaluateWithObject(const ManagedObjectPtr& object) const { return object && evaluateWithObject(*object); }
+  bool evaluateWithObject(const ManagedObjectPtr& object) const {
+    return object && evaluateWithObject(*object);
+  }
   // Dictionaries are evaluated by key, other Values as SELF.
   bool evaluateWithObject(const Value& object) const;
 

@@ -40,9 +40,12 @@ namespace {
 std::string scalarText(const Value& v) {
   char buf[64];
   switch (v.type()) {
-    case Value::Type::kNull: return "nil";
-    case Value::Type::kBool: return v.toBool() ? "TRUE" : "FALSE";
-    case Value::Type::kInteger: return std::to_string(v.toInt());
+    case Value::Type::kNull:
+      return "nil";
+    case Value::Type::kBool:
+      return v.toBool() ? "TRUE" : "FALSE";
+    case Value::Type::kInteger:
+      return std::to_string(v.toInt());
     case Value::Type::kReal:
       std::snprintf(buf, sizeof buf, "%.17g", v.toDouble());
       return buf;
@@ -57,9 +60,12 @@ std::string scalarText(const Value& v) {
     case Value::Type::kDate:
       std::snprintf(buf, sizeof buf, "CAST(%.17g, \"NSDate\")", v.asDate()->timeIntervalSinceReferenceDate());
       return buf;
-    case Value::Type::kData: return "<data>";
-    case Value::Type::kArray: return "<array>";
-    case Value::Type::kDictionary: return "<dictionary>";
+    case Value::Type::kData:
+      return "<data>";
+    case Value::Type::kArray:
+      return "<array>";
+    case Value::Type::kDictionary:
+      return "<dictionary>";
   }
   return "?";
 }
@@ -68,8 +74,10 @@ std::string scalarText(const Value& v) {
 
 std::string PredicateValue::description() const {
   switch (kind_) {
-    case Kind::kScalar: return scalarText(scalar_);
-    case Kind::kObject: return "\"" + id_.URIRepresentation() + "\"";
+    case Kind::kScalar:
+      return scalarText(scalar_);
+    case Kind::kObject:
+      return "\"" + id_.URIRepresentation() + "\"";
     case Kind::kCollection: {
       std::string out = "{";
       for (std::size_t i = 0; i < items_.size(); ++i) out += (i ? ", " : "") + items_[i].description();
@@ -85,7 +93,9 @@ using Variables = std::map<std::string, PredicateValue>;
 
 bool evaluateNode(const PredicateNode& node, const PredicateValue& self, Variables& vars);
 
-PredicateValue fromValue(const Value& v) { return PredicateValue(v); }
+PredicateValue fromValue(const Value& v) {
+  return PredicateValue(v);
+}
 
 void flattenInto(const PredicateValue& v, std::vector<PredicateValue>& out) {
   if (v.kind() == PredicateValue::Kind::kCollection) {
@@ -100,7 +110,8 @@ PredicateValue aggregate(const std::string& op, const PredicateValue& v) {
   flattenInto(v, items);
   if (op == "@count") {
     if (v.kind() == PredicateValue::Kind::kScalar && v.isNull()) return PredicateValue(0);
-    return PredicateValue(static_cast<long long>(v.kind() == PredicateValue::Kind::kCollection ? v.items().size() : 1));
+    return PredicateValue(
+        static_cast<long long>(v.kind() == PredicateValue::Kind::kCollection ? v.items().size() : 1));
   }
   double sum = 0;
   int n = 0;
@@ -150,9 +161,13 @@ PredicateValue applyKey(const PredicateValue& v, const std::string& key) {
 PredicateValue resolve(const PredicateExpression& e, const PredicateValue& self, Variables& vars) {
   PredicateValue base;
   switch (e.kind) {
-    case PredicateExpression::Kind::kConstant: base = e.value; break;
+    case PredicateExpression::Kind::kConstant:
+      base = e.value;
+      break;
     case PredicateExpression::Kind::kSelf:
-    case PredicateExpression::Kind::kKeyPath: base = self; break;
+    case PredicateExpression::Kind::kKeyPath:
+      base = self;
+      break;
     case PredicateExpression::Kind::kVariable: {
       auto it = vars.find(e.variable);
       base = it == vars.end() ? PredicateValue() : it->second;
@@ -169,7 +184,8 @@ PredicateValue resolve(const PredicateExpression& e, const PredicateValue& self,
       std::vector<PredicateValue> members;
       flattenInto(collection, members);
       std::vector<PredicateValue> kept;
-      auto saved = vars.find(e.variable) != vars.end() ? std::optional<PredicateValue>(vars[e.variable]) : std::nullopt;
+      auto saved = vars.find(e.variable) != vars.end() ? std::optional<PredicateValue>(vars[e.variable])
+                                                       : std::nullopt;
       for (const auto& m : members) {
         vars[e.variable] = m;
         if (evaluateNode(*e.subpredicate, self, vars)) kept.push_back(m);
@@ -214,12 +230,16 @@ bool equalValues(const PredicateValue& a, const PredicateValue& b, unsigned opti
   const Kind ka = kindOf(a), kb = kindOf(b);
   if (ka != kb) return false;
   switch (ka) {
-    case Kind::kNull: return true;
-    case Kind::kObject: return a.objectID() == b.objectID();
+    case Kind::kNull:
+      return true;
+    case Kind::kObject:
+      return a.objectID() == b.objectID();
     case Kind::kString:
       return compareStrings(StringOperation::kEqual, options, *a.scalar().asString(), *b.scalar().asString());
-    case Kind::kNumber: return a.scalar().toDouble() == b.scalar().toDouble();
-    default: return a.scalar() == b.scalar();
+    case Kind::kNumber:
+      return a.scalar().toDouble() == b.scalar().toDouble();
+    default:
+      return a.scalar() == b.scalar();
   }
 }
 
@@ -243,7 +263,8 @@ std::optional<int> order(const PredicateValue& a, const PredicateValue& b, unsig
       if (compareStrings(StringOperation::kGreater, options, x, y)) return 1;
       return 0;
     }
-    default: return std::nullopt;
+    default:
+      return std::nullopt;
   }
 }
 
@@ -252,18 +273,37 @@ bool stringOp(StringOperation op, unsigned options, const PredicateValue& a, con
   return compareStrings(op, options, *a.scalar().asString(), *b.scalar().asString());
 }
 
-bool compareOne(ComparisonOperator op, unsigned options, const PredicateValue& lhs, const PredicateValue& rhs) {
+bool compareOne(ComparisonOperator op, unsigned options, const PredicateValue& lhs,
+                const PredicateValue& rhs) {
   switch (op) {
-    case ComparisonOperator::kEqual: return equalValues(lhs, rhs, options);
-    case ComparisonOperator::kNotEqual: return !equalValues(lhs, rhs, options);
-    case ComparisonOperator::kLess: { auto o = order(lhs, rhs, options); return o && *o < 0; }
-    case ComparisonOperator::kLessOrEqual: { auto o = order(lhs, rhs, options); return o && *o <= 0; }
-    case ComparisonOperator::kGreater: { auto o = order(lhs, rhs, options); return o && *o > 0; }
-    case ComparisonOperator::kGreaterOrEqual: { auto o = order(lhs, rhs, options); return o && *o >= 0; }
-    case ComparisonOperator::kLike: return stringOp(StringOperation::kLike, options, lhs, rhs);
-    case ComparisonOperator::kBeginsWith: return stringOp(StringOperation::kBeginsWith, options, lhs, rhs);
-    case ComparisonOperator::kEndsWith: return stringOp(StringOperation::kEndsWith, options, lhs, rhs);
-    case ComparisonOperator::kMatches: return stringOp(StringOperation::kMatches, options, lhs, rhs);
+    case ComparisonOperator::kEqual:
+      return equalValues(lhs, rhs, options);
+    case ComparisonOperator::kNotEqual:
+      return !equalValues(lhs, rhs, options);
+    case ComparisonOperator::kLess: {
+      auto o = order(lhs, rhs, options);
+      return o && *o < 0;
+    }
+    case ComparisonOperator::kLessOrEqual: {
+      auto o = order(lhs, rhs, options);
+      return o && *o <= 0;
+    }
+    case ComparisonOperator::kGreater: {
+      auto o = order(lhs, rhs, options);
+      return o && *o > 0;
+    }
+    case ComparisonOperator::kGreaterOrEqual: {
+      auto o = order(lhs, rhs, options);
+      return o && *o >= 0;
+    }
+    case ComparisonOperator::kLike:
+      return stringOp(StringOperation::kLike, options, lhs, rhs);
+    case ComparisonOperator::kBeginsWith:
+      return stringOp(StringOperation::kBeginsWith, options, lhs, rhs);
+    case ComparisonOperator::kEndsWith:
+      return stringOp(StringOperation::kEndsWith, options, lhs, rhs);
+    case ComparisonOperator::kMatches:
+      return stringOp(StringOperation::kMatches, options, lhs, rhs);
     case ComparisonOperator::kContains:
       if (lhs.kind() == PredicateValue::Kind::kCollection) {
         return std::any_of(lhs.items().begin(), lhs.items().end(),
@@ -291,7 +331,8 @@ bool evaluateComparison(const PredicateNode& node, const PredicateValue& self, V
   PredicateValue lhs = resolve(*node.lhs, self, vars);
   PredicateValue rhs = resolve(*node.rhs, self, vars);
   const bool lhsIsCollection = lhs.kind() == PredicateValue::Kind::kCollection;
-  const bool membership = node.op == ComparisonOperator::kContains && node.modifier == ComparisonModifier::kDirect;
+  const bool membership =
+      node.op == ComparisonOperator::kContains && node.modifier == ComparisonModifier::kDirect;
   if (lhsIsCollection && !membership && node.lhs->kind != PredicateExpression::Kind::kAggregate) {
     // A to-many key path compares member by member: ANY unless ALL is asked.
     std::vector<PredicateValue> members;
@@ -308,8 +349,10 @@ bool evaluateComparison(const PredicateNode& node, const PredicateValue& self, V
 
 bool evaluateNode(const PredicateNode& node, const PredicateValue& self, Variables& vars) {
   switch (node.kind) {
-    case PredicateNode::Kind::kTrue: return true;
-    case PredicateNode::Kind::kFalse: return false;
+    case PredicateNode::Kind::kTrue:
+      return true;
+    case PredicateNode::Kind::kFalse:
+      return false;
     case PredicateNode::Kind::kAnd:
       for (const auto& c : node.children) {
         if (!evaluateNode(*c, self, vars)) return false;
@@ -320,27 +363,42 @@ bool evaluateNode(const PredicateNode& node, const PredicateValue& self, Variabl
         if (evaluateNode(*c, self, vars)) return true;
       }
       return false;
-    case PredicateNode::Kind::kNot: return !evaluateNode(*node.children.at(0), self, vars);
-    case PredicateNode::Kind::kComparison: return evaluateComparison(node, self, vars);
+    case PredicateNode::Kind::kNot:
+      return !evaluateNode(*node.children.at(0), self, vars);
+    case PredicateNode::Kind::kComparison:
+      return evaluateComparison(node, self, vars);
   }
   return false;
 }
 
 const char* operatorText(ComparisonOperator op) {
   switch (op) {
-    case ComparisonOperator::kEqual: return "==";
-    case ComparisonOperator::kNotEqual: return "!=";
-    case ComparisonOperator::kLess: return "<";
-    case ComparisonOperator::kLessOrEqual: return "<=";
-    case ComparisonOperator::kGreater: return ">";
-    case ComparisonOperator::kGreaterOrEqual: return ">=";
-    case ComparisonOperator::kLike: return "LIKE";
-    case ComparisonOperator::kContains: return "CONTAINS";
-    case ComparisonOperator::kBeginsWith: return "BEGINSWITH";
-    case ComparisonOperator::kEndsWith: return "ENDSWITH";
-    case ComparisonOperator::kMatches: return "MATCHES";
-    case ComparisonOperator::kIn: return "IN";
-    case ComparisonOperator::kBetween: return "BETWEEN";
+    case ComparisonOperator::kEqual:
+      return "==";
+    case ComparisonOperator::kNotEqual:
+      return "!=";
+    case ComparisonOperator::kLess:
+      return "<";
+    case ComparisonOperator::kLessOrEqual:
+      return "<=";
+    case ComparisonOperator::kGreater:
+      return ">";
+    case ComparisonOperator::kGreaterOrEqual:
+      return ">=";
+    case ComparisonOperator::kLike:
+      return "LIKE";
+    case ComparisonOperator::kContains:
+      return "CONTAINS";
+    case ComparisonOperator::kBeginsWith:
+      return "BEGINSWITH";
+    case ComparisonOperator::kEndsWith:
+      return "ENDSWITH";
+    case ComparisonOperator::kMatches:
+      return "MATCHES";
+    case ComparisonOperator::kIn:
+      return "IN";
+    case ComparisonOperator::kBetween:
+      return "BETWEEN";
   }
   return "?";
 }
@@ -350,17 +408,25 @@ std::string formatNode(const PredicateNode& node);
 std::string formatExpression(const PredicateExpression& e) {
   std::string out;
   switch (e.kind) {
-    case PredicateExpression::Kind::kConstant: out = e.value.description(); break;
-    case PredicateExpression::Kind::kSelf: out = "SELF"; break;
-    case PredicateExpression::Kind::kKeyPath: break;
-    case PredicateExpression::Kind::kVariable: out = "$" + e.variable; break;
+    case PredicateExpression::Kind::kConstant:
+      out = e.value.description();
+      break;
+    case PredicateExpression::Kind::kSelf:
+      out = "SELF";
+      break;
+    case PredicateExpression::Kind::kKeyPath:
+      break;
+    case PredicateExpression::Kind::kVariable:
+      out = "$" + e.variable;
+      break;
     case PredicateExpression::Kind::kAggregate:
       out = "{";
       for (std::size_t i = 0; i < e.items.size(); ++i) out += (i ? ", " : "") + formatExpression(*e.items[i]);
       out += "}";
       break;
     case PredicateExpression::Kind::kSubquery:
-      out = "SUBQUERY(" + formatExpression(*e.collection) + ", $" + e.variable + ", " + formatNode(*e.subpredicate) + ")";
+      out = "SUBQUERY(" + formatExpression(*e.collection) + ", $" + e.variable + ", " +
+            formatNode(*e.subpredicate) + ")";
       break;
   }
   for (std::size_t i = 0; i < e.keys.size(); ++i) {
@@ -372,8 +438,10 @@ std::string formatExpression(const PredicateExpression& e) {
 
 std::string formatNode(const PredicateNode& node) {
   switch (node.kind) {
-    case PredicateNode::Kind::kTrue: return "TRUEPREDICATE";
-    case PredicateNode::Kind::kFalse: return "FALSEPREDICATE";
+    case PredicateNode::Kind::kTrue:
+      return "TRUEPREDICATE";
+    case PredicateNode::Kind::kFalse:
+      return "FALSEPREDICATE";
     case PredicateNode::Kind::kAnd:
     case PredicateNode::Kind::kOr: {
       std::string out = "(";
@@ -383,7 +451,8 @@ std::string formatNode(const PredicateNode& node) {
       }
       return out + ")";
     }
-    case PredicateNode::Kind::kNot: return "NOT " + formatNode(*node.children.at(0));
+    case PredicateNode::Kind::kNot:
+      return "NOT " + formatNode(*node.children.at(0));
     case PredicateNode::Kind::kComparison: {
       std::string out;
       if (node.modifier == ComparisonModifier::kAny) out = "ANY ";
@@ -416,7 +485,9 @@ bool Predicate::evaluateWithObject(const Value& object) const {
   return evaluateNode(*root_, self, vars);
 }
 
-std::string Predicate::predicateFormat() const { return formatNode(*root_); }
+std::string Predicate::predicateFormat() const {
+  return formatNode(*root_);
+}
 
 std::vector<ManagedObjectPtr> filteredArrayUsingPredicate(const std::vector<ManagedObjectPtr>& objects,
                                                           const Predicate& predicate) {

@@ -20,8 +20,12 @@ std::string upper(std::string_view s) {
   return out;
 }
 
-bool isIdentStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) || c == '_' || c == '#' || c == '@'; }
-bool isIdentChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
+bool isIdentStart(char c) {
+  return std::isalpha(static_cast<unsigned char>(c)) || c == '_' || c == '#' || c == '@';
+}
+bool isIdentChar(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
+}
 
 class Parser {
  public:
@@ -36,7 +40,9 @@ class Parser {
 
  private:
   [[noreturn]] void fail(const std::string& message) const { throw PredicateSyntaxError(message, pos_); }
-  [[noreturn]] void failAt(const std::string& message, std::size_t at) const { throw PredicateSyntaxError(message, at); }
+  [[noreturn]] void failAt(const std::string& message, std::size_t at) const {
+    throw PredicateSyntaxError(message, at);
+  }
 
   void skipSpace() {
     while (pos_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[pos_]))) ++pos_;
@@ -173,11 +179,16 @@ class Parser {
       ComparisonOperator op;
     };
     static const Symbol kSymbols[] = {
-        {"==", ComparisonOperator::kEqual},         {"!=", ComparisonOperator::kNotEqual},
-        {"<>", ComparisonOperator::kNotEqual},      {"<=", ComparisonOperator::kLessOrEqual},
-        {"=<", ComparisonOperator::kLessOrEqual},   {">=", ComparisonOperator::kGreaterOrEqual},
-        {"=>", ComparisonOperator::kGreaterOrEqual}, {"=", ComparisonOperator::kEqual},
-        {"<", ComparisonOperator::kLess},           {">", ComparisonOperator::kGreater},
+        {"==", ComparisonOperator::kEqual},
+        {"!=", ComparisonOperator::kNotEqual},
+        {"<>", ComparisonOperator::kNotEqual},
+        {"<=", ComparisonOperator::kLessOrEqual},
+        {"=<", ComparisonOperator::kLessOrEqual},
+        {">=", ComparisonOperator::kGreaterOrEqual},
+        {"=>", ComparisonOperator::kGreaterOrEqual},
+        {"=", ComparisonOperator::kEqual},
+        {"<", ComparisonOperator::kLess},
+        {">", ComparisonOperator::kGreater},
     };
     for (const Symbol& sym : kSymbols) {
       if (s_.substr(pos_, std::strlen(sym.text)) == sym.text) {
@@ -191,9 +202,12 @@ class Parser {
       ComparisonOperator op;
     };
     static const Word kWords[] = {
-        {"LIKE", ComparisonOperator::kLike},       {"CONTAINS", ComparisonOperator::kContains},
-        {"BEGINSWITH", ComparisonOperator::kBeginsWith}, {"ENDSWITH", ComparisonOperator::kEndsWith},
-        {"MATCHES", ComparisonOperator::kMatches}, {"IN", ComparisonOperator::kIn},
+        {"LIKE", ComparisonOperator::kLike},
+        {"CONTAINS", ComparisonOperator::kContains},
+        {"BEGINSWITH", ComparisonOperator::kBeginsWith},
+        {"ENDSWITH", ComparisonOperator::kEndsWith},
+        {"MATCHES", ComparisonOperator::kMatches},
+        {"IN", ComparisonOperator::kIn},
         {"BETWEEN", ComparisonOperator::kBetween},
     };
     std::string_view w = peekWord();
@@ -214,11 +228,17 @@ class Parser {
     const std::size_t start = pos_++;
     while (pos_ < s_.size() && s_[pos_] != ']') {
       switch (std::tolower(static_cast<unsigned char>(s_[pos_]))) {
-        case 'c': node.options |= kCaseInsensitive; break;
-        case 'd': node.options |= kDiacriticInsensitive; break;
+        case 'c':
+          node.options |= kCaseInsensitive;
+          break;
+        case 'd':
+          node.options |= kDiacriticInsensitive;
+          break;
         case 'n':
-        case 'l': break;  // normalized / locale-sensitive: nothing more to do
-        default: failAt("unknown comparison option", pos_);
+        case 'l':
+          break;  // normalized / locale-sensitive: nothing more to do
+        default:
+          failAt("unknown comparison option", pos_);
       }
       ++pos_;
     }
@@ -280,7 +300,8 @@ class Parser {
           e->value = arg;
           break;
         case 'K': {
-          if (arg.kind() != PredicateValue::Kind::kScalar || !arg.scalar().asString() || arg.scalar().asString()->empty()) {
+          if (arg.kind() != PredicateValue::Kind::kScalar || !arg.scalar().asString() ||
+              arg.scalar().asString()->empty()) {
             failAt("%K needs a key path argument", start);
           }
           e->kind = PredicateExpression::Kind::kKeyPath;
@@ -296,14 +317,24 @@ class Parser {
           }
           break;
         }
-        case 'd': case 'i': case 'u': case 'x': case 'o': case 'c':
+        case 'd':
+        case 'i':
+        case 'u':
+        case 'x':
+        case 'o':
+        case 'c':
           e->kind = PredicateExpression::Kind::kConstant;
-          e->value = arg.kind() == PredicateValue::Kind::kScalar ? PredicateValue(Value(static_cast<long long>(arg.scalar().toInt())))
-                                                                 : arg;
+          e->value = arg.kind() == PredicateValue::Kind::kScalar
+                         ? PredicateValue(Value(static_cast<long long>(arg.scalar().toInt())))
+                         : arg;
           break;
-        case 'f': case 'g': case 'e':
+        case 'f':
+        case 'g':
+        case 'e':
           e->kind = PredicateExpression::Kind::kConstant;
-          e->value = arg.kind() == PredicateValue::Kind::kScalar ? PredicateValue(Value(arg.scalar().toDouble())) : arg;
+          e->value = arg.kind() == PredicateValue::Kind::kScalar
+                         ? PredicateValue(Value(arg.scalar().toDouble()))
+                         : arg;
           break;
         default:
           failAt(std::string("unknown placeholder %") + spec, start);
@@ -312,8 +343,9 @@ class Parser {
       return e;
     }
     if (c == '"' || c == '\'') return constant(PredicateValue(readQuoted()));
-    if (std::isdigit(static_cast<unsigned char>(c)) || ((c == '-' || c == '+') && pos_ + 1 < s_.size() &&
-                                                         (std::isdigit(static_cast<unsigned char>(s_[pos_ + 1])) || s_[pos_ + 1] == '.'))) {
+    if (std::isdigit(static_cast<unsigned char>(c)) ||
+        ((c == '-' || c == '+') && pos_ + 1 < s_.size() &&
+         (std::isdigit(static_cast<unsigned char>(s_[pos_ + 1])) || s_[pos_ + 1] == '.'))) {
       return constant(readNumber());
     }
     if (c == '{') {
@@ -363,8 +395,9 @@ class Parser {
       parseKeySuffix(*e);
       return e;
     }
-    static const char* kReserved[] = {"AND", "OR", "NOT", "LIKE", "CONTAINS", "BEGINSWITH", "ENDSWITH", "MATCHES",
-                                      "IN", "BETWEEN", "ANY", "SOME", "ALL", "NONE", "TRUEPREDICATE", "FALSEPREDICATE"};
+    static const char* kReserved[] = {
+        "AND", "OR",      "NOT", "LIKE", "CONTAINS", "BEGINSWITH", "ENDSWITH",      "MATCHES",
+        "IN",  "BETWEEN", "ANY", "SOME", "ALL",      "NONE",       "TRUEPREDICATE", "FALSEPREDICATE"};
     if (c != '#' && c != '@') {
       std::string_view w = peekWord();
       const bool wordEnds = pos_ + w.size() >= s_.size() || !isIdentChar(s_[pos_ + w.size()]);
@@ -408,10 +441,17 @@ class Parser {
       if (s_[pos_] == '\\' && pos_ + 1 < s_.size()) {
         ++pos_;
         switch (s_[pos_]) {
-          case 'n': out += '\n'; break;
-          case 't': out += '\t'; break;
-          case 'r': out += '\r'; break;
-          default: out += s_[pos_];
+          case 'n':
+            out += '\n';
+            break;
+          case 't':
+            out += '\t';
+            break;
+          case 'r':
+            out += '\r';
+            break;
+          default:
+            out += s_[pos_];
         }
       } else {
         out += s_[pos_];
@@ -427,9 +467,10 @@ class Parser {
     const std::size_t start = pos_;
     if (s_[pos_] == '-' || s_[pos_] == '+') ++pos_;
     bool real = false;
-    while (pos_ < s_.size() && (std::isdigit(static_cast<unsigned char>(s_[pos_])) || s_[pos_] == '.' ||
-                                s_[pos_] == 'e' || s_[pos_] == 'E' ||
-                                ((s_[pos_] == '-' || s_[pos_] == '+') && (s_[pos_ - 1] == 'e' || s_[pos_ - 1] == 'E')))) {
+    while (pos_ < s_.size() &&
+           (std::isdigit(static_cast<unsigned char>(s_[pos_])) || s_[pos_] == '.' || s_[pos_] == 'e' ||
+            s_[pos_] == 'E' ||
+            ((s_[pos_] == '-' || s_[pos_] == '+') && (s_[pos_ - 1] == 'e' || s_[pos_ - 1] == 'E')))) {
       if (!std::isdigit(static_cast<unsigned char>(s_[pos_]))) real = true;
       ++pos_;
     }
@@ -459,12 +500,15 @@ class Parser {
 
 Predicate::Predicate() : root_(std::make_shared<PredicateNode>()) {}
 
-Predicate Predicate::predicateWithFormatArguments(std::string_view format, const std::vector<PredicateValue>& arguments) {
+Predicate Predicate::predicateWithFormatArguments(std::string_view format,
+                                                  const std::vector<PredicateValue>& arguments) {
   Parser parser(format, arguments);
   return Predicate(parser.parseAll());
 }
 
-Predicate Predicate::truePredicate() { return Predicate(); }
+Predicate Predicate::truePredicate() {
+  return Predicate();
+}
 
 Predicate Predicate::falsePredicate() {
   auto node = std::make_shared<PredicateNode>();

@@ -21,14 +21,18 @@ enum class Category { kNull, kString, kNumber, kDate, kOther };
 
 Category attributeCategory(const AttributeDescription& a) {
   switch (a.attributeType()) {
-    case AttributeType::kString: return Category::kString;
+    case AttributeType::kString:
+      return Category::kString;
     case AttributeType::kInteger16:
     case AttributeType::kInteger32:
     case AttributeType::kInteger64:
     case AttributeType::kDouble:
-    case AttributeType::kBoolean: return Category::kNumber;
-    case AttributeType::kDate: return Category::kDate;
-    default: return Category::kOther;
+    case AttributeType::kBoolean:
+      return Category::kNumber;
+    case AttributeType::kDate:
+      return Category::kDate;
+    default:
+      return Category::kOther;
   }
 }
 
@@ -65,29 +69,47 @@ std::string jsonNumber(double d) {
 
 StringOperation stringOperationFor(ComparisonOperator op) {
   switch (op) {
-    case ComparisonOperator::kEqual: return StringOperation::kEqual;
-    case ComparisonOperator::kNotEqual: return StringOperation::kNotEqual;
-    case ComparisonOperator::kLess: return StringOperation::kLess;
-    case ComparisonOperator::kLessOrEqual: return StringOperation::kLessOrEqual;
-    case ComparisonOperator::kGreater: return StringOperation::kGreater;
-    case ComparisonOperator::kGreaterOrEqual: return StringOperation::kGreaterOrEqual;
-    case ComparisonOperator::kLike: return StringOperation::kLike;
-    case ComparisonOperator::kContains: return StringOperation::kContains;
-    case ComparisonOperator::kBeginsWith: return StringOperation::kBeginsWith;
-    case ComparisonOperator::kEndsWith: return StringOperation::kEndsWith;
-    default: return StringOperation::kMatches;
+    case ComparisonOperator::kEqual:
+      return StringOperation::kEqual;
+    case ComparisonOperator::kNotEqual:
+      return StringOperation::kNotEqual;
+    case ComparisonOperator::kLess:
+      return StringOperation::kLess;
+    case ComparisonOperator::kLessOrEqual:
+      return StringOperation::kLessOrEqual;
+    case ComparisonOperator::kGreater:
+      return StringOperation::kGreater;
+    case ComparisonOperator::kGreaterOrEqual:
+      return StringOperation::kGreaterOrEqual;
+    case ComparisonOperator::kLike:
+      return StringOperation::kLike;
+    case ComparisonOperator::kContains:
+      return StringOperation::kContains;
+    case ComparisonOperator::kBeginsWith:
+      return StringOperation::kBeginsWith;
+    case ComparisonOperator::kEndsWith:
+      return StringOperation::kEndsWith;
+    default:
+      return StringOperation::kMatches;
   }
 }
 
 const char* sqlOperator(ComparisonOperator op) {
   switch (op) {
-    case ComparisonOperator::kEqual: return " = ";
-    case ComparisonOperator::kNotEqual: return " IS NOT ";
-    case ComparisonOperator::kLess: return " < ";
-    case ComparisonOperator::kLessOrEqual: return " <= ";
-    case ComparisonOperator::kGreater: return " > ";
-    case ComparisonOperator::kGreaterOrEqual: return " >= ";
-    default: return nullptr;
+    case ComparisonOperator::kEqual:
+      return " = ";
+    case ComparisonOperator::kNotEqual:
+      return " IS NOT ";
+    case ComparisonOperator::kLess:
+      return " < ";
+    case ComparisonOperator::kLessOrEqual:
+      return " <= ";
+    case ComparisonOperator::kGreater:
+      return " > ";
+    case ComparisonOperator::kGreaterOrEqual:
+      return " >= ";
+    default:
+      return nullptr;
   }
 }
 
@@ -98,11 +120,16 @@ bool isOrdering(ComparisonOperator op) {
 
 ComparisonOperator mirrored(ComparisonOperator op) {
   switch (op) {
-    case ComparisonOperator::kLess: return ComparisonOperator::kGreater;
-    case ComparisonOperator::kLessOrEqual: return ComparisonOperator::kGreaterOrEqual;
-    case ComparisonOperator::kGreater: return ComparisonOperator::kLess;
-    case ComparisonOperator::kGreaterOrEqual: return ComparisonOperator::kLessOrEqual;
-    default: return op;
+    case ComparisonOperator::kLess:
+      return ComparisonOperator::kGreater;
+    case ComparisonOperator::kLessOrEqual:
+      return ComparisonOperator::kGreaterOrEqual;
+    case ComparisonOperator::kGreater:
+      return ComparisonOperator::kLess;
+    case ComparisonOperator::kGreaterOrEqual:
+      return ComparisonOperator::kLessOrEqual;
+    default:
+      return op;
   }
 }
 
@@ -128,8 +155,10 @@ class Translator {
 
   std::optional<std::string> node(const PredicateNode& n, Scope& scope, bool negated) {
     switch (n.kind) {
-      case PredicateNode::Kind::kTrue: return std::string("1");
-      case PredicateNode::Kind::kFalse: return std::string("0");
+      case PredicateNode::Kind::kTrue:
+        return std::string("1");
+      case PredicateNode::Kind::kFalse:
+        return std::string("0");
       case PredicateNode::Kind::kAnd:
       case PredicateNode::Kind::kOr: {
         std::string out = "(";
@@ -158,11 +187,14 @@ class Translator {
   // The expression of an attribute key path through to-ones.
   std::optional<Term> attributePath(const std::vector<std::string>& keys, Scope& scope) {
     std::optional<Term> found;
-    auto r = walk(keys, 0, scope.alias, *scope.entity, scope, ComparisonModifier::kDirect, [&](const Term& t) {
-      if (t.kind != Term::Kind::kColumn) return std::optional<std::string>();
-      found = t;
-      return std::optional<std::string>("1");
-    }, /*allowToMany=*/false);
+    auto r = walk(
+        keys, 0, scope.alias, *scope.entity, scope, ComparisonModifier::kDirect,
+        [&](const Term& t) {
+          if (t.kind != Term::Kind::kColumn) return std::optional<std::string>();
+          found = t;
+          return std::optional<std::string>("1");
+        },
+        /*allowToMany=*/false);
     if (!r) return std::nullopt;
     return found;
   }
@@ -178,17 +210,18 @@ class Translator {
     std::string cleaned;
     for (char c : joined) cleaned += (std::isalnum(static_cast<unsigned char>(c)) ? c : '_');
     cleaned = "j" + std::to_string(cleaned.size()) + "_" + cleaned;
-    if (std::find(scope.joinAliases->begin(), scope.joinAliases->end(), cleaned) == scope.joinAliases->end()) {
+    if (std::find(scope.joinAliases->begin(), scope.joinAliases->end(), cleaned) ==
+        scope.joinAliases->end()) {
       scope.joinAliases->push_back(cleaned);
-      *scope.joins += " LEFT JOIN " + store_.tableFor(r.destinationEntity()) + " " + cleaned + " ON " + cleaned +
-                      "._pk = " + alias + "." + store_.columnFor(r);
+      *scope.joins += " LEFT JOIN " + store_.tableFor(r.destinationEntity()) + " " + cleaned + " ON " +
+                      cleaned + "._pk = " + alias + "." + store_.columnFor(r);
     }
     return cleaned;
   }
 
   // FROM and link condition of a to-many step from `alias` into alias `s`.
-  void toManySource(const RelationshipDescription& r, const std::string& alias, const std::string& s, std::string& from,
-                    std::string& link) {
+  void toManySource(const RelationshipDescription& r, const std::string& alias, const std::string& s,
+                    std::string& from, std::string& link) {
     const std::string destination = store_.tableFor(r.destinationEntity());
     auto join = store_.joinTableFor(r);
     if (!join) {
@@ -204,9 +237,10 @@ class Translator {
     if (!filter.empty()) link += " AND " + filter;
   }
 
-  std::optional<std::string> walk(const std::vector<std::string>& keys, std::size_t i, const std::string& alias,
-                                  const EntityDescription& entity, Scope& scope, ComparisonModifier modifier,
-                                  const Handler& handler, bool allowToMany = true) {
+  std::optional<std::string> walk(const std::vector<std::string>& keys, std::size_t i,
+                                  const std::string& alias, const EntityDescription& entity, Scope& scope,
+                                  ComparisonModifier modifier, const Handler& handler,
+                                  bool allowToMany = true) {
     if (i == keys.size()) {
       Term t;
       t.kind = Term::Kind::kObject;
@@ -252,13 +286,14 @@ class Translator {
     auto condition = walk(keys, i + 1, s, r.destinationEntity(), inner, modifier, handler);
     if (!condition) return std::nullopt;
     if (modifier == ComparisonModifier::kAll) {
-      return "NOT EXISTS (SELECT 1 FROM " + from + innerJoins + " WHERE " + link + " AND NOT COALESCE((" + *condition +
-             "), 0))";
+      return "NOT EXISTS (SELECT 1 FROM " + from + innerJoins + " WHERE " + link + " AND NOT COALESCE((" +
+             *condition + "), 0))";
     }
     return "EXISTS (SELECT 1 FROM " + from + innerJoins + " WHERE " + link + " AND (" + *condition + "))";
   }
 
-  std::optional<std::string> subqueryCount(const PredicateExpression& e, Scope& scope, const Handler& handler) {
+  std::optional<std::string> subqueryCount(const PredicateExpression& e, Scope& scope,
+                                           const Handler& handler) {
     const PredicateExpression& c = *e.collection;
     std::string alias = scope.alias;
     const EntityDescription* entity = scope.entity;
@@ -323,7 +358,8 @@ class Translator {
     if (!constant) {
       // "5 < frequency" reads as "frequency > 5".
       auto left = constantOf(*n.lhs);
-      if (!left || (!isOrdering(op) && op != ComparisonOperator::kEqual && op != ComparisonOperator::kNotEqual)) {
+      if (!left ||
+          (!isOrdering(op) && op != ComparisonOperator::kEqual && op != ComparisonOperator::kNotEqual)) {
         return std::nullopt;
       }
       constant = left;
@@ -344,7 +380,8 @@ class Translator {
       case PredicateExpression::Kind::kSubquery:
         if (path->keys.size() != 1 || path->keys[0] != "@count") return std::nullopt;
         return subqueryCount(*path, scope, handler);
-      default: return std::nullopt;
+      default:
+        return std::nullopt;
     }
   }
 
@@ -355,7 +392,8 @@ class Translator {
     return expr + " IN (SELECT value FROM json_each(" + bind(Value(json)) + "))";
   }
 
-  std::optional<std::string> build(const Term& t, ComparisonOperator op, unsigned options, const PredicateValue& c) {
+  std::optional<std::string> build(const Term& t, ComparisonOperator op, unsigned options,
+                                   const PredicateValue& c) {
     if (t.kind == Term::Kind::kCount) {
       const char* sqlOp = sqlOperator(op);
       if (!sqlOp || c.kind() != PredicateValue::Kind::kScalar || !c.scalar().isNumber()) return std::nullopt;
@@ -389,7 +427,8 @@ class Translator {
     }
     if (c.isNull()) return t.expr + (eq ? " IS NULL" : " IS NOT NULL");
     if (c.kind() == PredicateValue::Kind::kObject && samePlace(c.objectID(), *t.entity)) {
-      return t.expr + (eq ? " = " : " IS NOT ") + bind(Value(static_cast<long long>(c.objectID().primaryKey())));
+      return t.expr + (eq ? " = " : " IS NOT ") +
+             bind(Value(static_cast<long long>(c.objectID().primaryKey())));
     }
     return std::string(eq ? "0" : "1");
   }
@@ -403,7 +442,8 @@ class Translator {
         return "og_cmp(" + std::to_string(static_cast<int>(StringOperation::kContains)) + ", " +
                std::to_string(options) + ", " + bind(c.scalar()) + ", " + t.expr + ")";
       }
-      if (c.kind() != PredicateValue::Kind::kCollection) return buildColumn(t, ComparisonOperator::kEqual, options, c);
+      if (c.kind() != PredicateValue::Kind::kCollection)
+        return buildColumn(t, ComparisonOperator::kEqual, options, c);
       if (options && column == Category::kString) return std::nullopt;
       std::vector<std::string> items;
       for (const auto& item : c.items()) {
@@ -414,7 +454,8 @@ class Translator {
         } else if (column == Category::kDate) {
           items.push_back(jsonNumber(v.asDate()->timeIntervalSince1970()));
         } else if (column == Category::kNumber) {
-          items.push_back(v.type() == Value::Type::kInteger ? std::to_string(v.toInt()) : jsonNumber(v.toDouble()));
+          items.push_back(v.type() == Value::Type::kInteger ? std::to_string(v.toInt())
+                                                            : jsonNumber(v.toDouble()));
         }
       }
       if (column == Category::kOther) return std::nullopt;
@@ -451,8 +492,8 @@ class Translator {
     }
     if (sqlOp && (options == 0 || column != Category::kString)) return t.expr + sqlOp + bind(v);
     if (column != Category::kString) return std::string("0");
-    return "og_cmp(" + std::to_string(static_cast<int>(stringOperationFor(op))) + ", " + std::to_string(options) +
-           ", " + t.expr + ", " + bind(v) + ")";
+    return "og_cmp(" + std::to_string(static_cast<int>(stringOperationFor(op))) + ", " +
+           std::to_string(options) + ", " + t.expr + ", " + bind(v) + ")";
   }
 
   const SQLiteStore& store_;
@@ -476,8 +517,10 @@ void sqlCompare(sqlite3_context* context, int, sqlite3_value** argv) {
   }
   const int op = sqlite3_value_int(argv[0]);
   const unsigned options = static_cast<unsigned>(sqlite3_value_int(argv[1]));
-  std::string_view lhs(reinterpret_cast<const char*>(sqlite3_value_text(argv[2])), sqlite3_value_bytes(argv[2]));
-  std::string_view rhs(reinterpret_cast<const char*>(sqlite3_value_text(argv[3])), sqlite3_value_bytes(argv[3]));
+  std::string_view lhs(reinterpret_cast<const char*>(sqlite3_value_text(argv[2])),
+                       sqlite3_value_bytes(argv[2]));
+  std::string_view rhs(reinterpret_cast<const char*>(sqlite3_value_text(argv[3])),
+                       sqlite3_value_bytes(argv[3]));
   sqlite3_result_int(context, compareStrings(static_cast<StringOperation>(op), options, lhs, rhs) ? 1 : 0);
 }
 
@@ -486,7 +529,8 @@ void sqlFold(sqlite3_context* context, int, sqlite3_value** argv) {
     sqlite3_result_value(context, argv[0]);
     return;
   }
-  std::string_view text(reinterpret_cast<const char*>(sqlite3_value_text(argv[0])), sqlite3_value_bytes(argv[0]));
+  std::string_view text(reinterpret_cast<const char*>(sqlite3_value_text(argv[0])),
+                        sqlite3_value_bytes(argv[0]));
   std::string folded = foldTextUTF8(text, static_cast<unsigned>(sqlite3_value_int(argv[1])));
   sqlite3_result_text(context, folded.data(), static_cast<int>(folded.size()), SQLITE_TRANSIENT);
 }
@@ -494,8 +538,10 @@ void sqlFold(sqlite3_context* context, int, sqlite3_value** argv) {
 }  // namespace
 
 void registerPredicateFunctions(sqlite3* db) {
-  sqlite3_create_function(db, "og_cmp", 4, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, sqlCompare, nullptr, nullptr);
-  sqlite3_create_function(db, "og_fold", 2, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, sqlFold, nullptr, nullptr);
+  sqlite3_create_function(db, "og_cmp", 4, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, sqlCompare, nullptr,
+                          nullptr);
+  sqlite3_create_function(db, "og_fold", 2, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, sqlFold, nullptr,
+                          nullptr);
 }
 
 SqlTranslation PredicateSQL::translate(const Predicate& predicate, const EntityDescription& entity,
@@ -533,8 +579,10 @@ SqlTranslation PredicateSQL::translate(const Predicate& predicate, const EntityD
   return out;
 }
 
-std::optional<std::string> PredicateSQL::attributeExpression(const std::string& keyPath, const EntityDescription& entity,
-                                                             const SQLiteStore& store, SqlTranslation& translation,
+std::optional<std::string> PredicateSQL::attributeExpression(const std::string& keyPath,
+                                                             const EntityDescription& entity,
+                                                             const SQLiteStore& store,
+                                                             SqlTranslation& translation,
                                                              const AttributeDescription** attribute) {
   std::vector<std::string> keys;
   std::size_t from = 0;
@@ -553,8 +601,9 @@ std::optional<std::string> PredicateSQL::attributeExpression(const std::string& 
   return term->expr;
 }
 
-std::optional<std::string> PredicateSQL::orderBy(const std::vector<SortDescriptor>& sort, const EntityDescription& entity,
-                                                 const SQLiteStore& store, SqlTranslation& translation) {
+std::optional<std::string> PredicateSQL::orderBy(const std::vector<SortDescriptor>& sort,
+                                                 const EntityDescription& entity, const SQLiteStore& store,
+                                                 SqlTranslation& translation) {
   std::string out;
   for (const auto& d : sort) {
     const AttributeDescription* attribute = nullptr;

@@ -37,11 +37,13 @@ class PredicateSQL {
                                   const SQLiteStore& store);
   // ORDER BY terms (without the keywords) for the sort, adding joins to
   // `translation`; none when some key cannot be sorted in SQL.
-  static std::optional<std::string> orderBy(const std::vector<SortDescriptor>& sort, const EntityDescription& entity,
-                                            const SQLiteStore& store, SqlTranslation& translation);
+  static std::optional<std::string> orderBy(const std::vector<SortDescriptor>& sort,
+                                            const EntityDescription& entity, const SQLiteStore& store,
+                                            SqlTranslation& translation);
   // SQL expression of an attribute key path (through to-ones) for
   // dictionary results; none when the path is not such.
-  static std::optional<std::string> attributeExpression(const std::string& keyPath, const EntityDescription& entity,
+  static std::optional<std::string> attributeExpression(const std::string& keyPath,
+                                                        const EntityDescription& entity,
                                                         const SQLiteStore& store, SqlTranslation& translation,
                                                         const AttributeDescription** attribute = nullptr);
 };

@@ -14,7 +14,9 @@
 namespace lumeo {
 namespace {
 
-Date day(int d) { return Date::fromTimeIntervalSince1970(1767225600.0 + 86400.0 * d); }
+Date day(int d) {
+  return Date::fromTimeIntervalSince1970(1767225600.0 + 86400.0 * d);
+}
 
 class PredicateTableTest : public ::testing::Test {
  protected:
@@ -40,9 +42,12 @@ class PredicateTableTest : public ::testing::Test {
       bool edited;
     };
     const Row rows[] = {
-        {2, {"Sleep"}, "p1.jpg", "t1.jpg", 10, false}, {5, {"work"}, nullptr, nullptr, -1, true},
-        {6, {"Sleep", "work"}, "p3.jpg", nullptr, 30, false}, {8, {"Café"}, nullptr, "t4.jpg", -1, true},
-        {9, {}, "p5.jpg", nullptr, 50, false},       {3, {"Sleep"}, nullptr, nullptr, -1, false},
+        {2, {"Sleep"}, "p1.jpg", "t1.jpg", 10, false},
+        {5, {"work"}, nullptr, nullptr, -1, true},
+        {6, {"Sleep", "work"}, "p3.jpg", nullptr, 30, false},
+        {8, {"Café"}, nullptr, "t4.jpg", -1, true},
+        {9, {}, "p5.jpg", nullptr, 50, false},
+        {3, {"Sleep"}, nullptr, nullptr, -1, false},
     };
     int d = 0;
     for (const Row& row : rows) {
@@ -66,7 +71,8 @@ class PredicateTableTest : public ::testing::Test {
       rev->setValueForKey("revisionNumber", number);
       return rev;
     };
-    auto event = [&](const std::string& uid, int type, long long count, const std::string& store, long long number) {
+    auto event = [&](const std::string& uid, int type, long long count, const std::string& store,
+                     long long number) {
       auto e = c.insertNewObjectForEntityForName("SyncStoreModificationEvent");
       e->setValueForKey("uniqueIdentifier", uid);
       e->setValueForKey("type", type);
@@ -88,7 +94,8 @@ class PredicateTableTest : public ::testing::Test {
       globals.push_back(g);
       return g;
     };
-    auto change = [&](const ManagedObjectPtr& e, const ManagedObjectPtr& g, int type, const std::string& entity) {
+    auto change = [&](const ManagedObjectPtr& e, const ManagedObjectPtr& g, int type,
+                      const std::string& entity) {
       auto ch = c.insertNewObjectForEntityForName("SyncObjectChange");
       ch->setValueForKey("type", type);
       ch->setValueForKey("nameOfEntity", entity);
@@ -142,9 +149,9 @@ class PredicateTableTest : public ::testing::Test {
     if (picked) {
       picked->clear();
       for (const auto& o : fetched) {
-        Value v = o->entity().attributeNamed("tagName") ? o->valueForKey("tagName")
+        Value v = o->entity().attributeNamed("tagName")            ? o->valueForKey("tagName")
                   : o->entity().attributeNamed("uniqueIdentifier") ? o->valueForKey("uniqueIdentifier")
-                                                                      : Value();
+                                                                   : Value();
         picked->insert(v.toString());
       }
     }
@@ -162,23 +169,27 @@ TEST_F(PredicateTableTest, JournalRecordQueries) {
   EXPECT_EQ(picked, (std::set<std::string>{"Rec-2", "Rec-3", "Rec-4"}));
   check("MoodRecord", Predicate::predicateWithFormat("date >= %@ && date <= %@", day(5), day(9)));
   check("MoodRecord", Predicate::predicateWithFormat("(date >= %@ AND date <= %@)", day(1), day(1)));
-  check("MoodRecord", Predicate::predicateWithFormat("date >= %@ && date <= %@ && (ANY moodTags IN %@)", day(1), day(5),
-                                                     std::vector<ManagedObjectPtr>{tags["work"], tags["Café"]}),
+  check("MoodRecord",
+        Predicate::predicateWithFormat("date >= %@ && date <= %@ && (ANY moodTags IN %@)", day(1), day(5),
+                                       std::vector<ManagedObjectPtr>{tags["work"], tags["Café"]}),
         &picked);
   EXPECT_EQ(picked, (std::set<std::string>{"Rec-2", "Rec-3", "Rec-4"}));
-  check("MoodRecord", Predicate::predicateWithFormat("(date >= %@ AND date <= %@) AND ANY moodTags == %@", day(1), day(4),
-                                                     tags["Sleep"]),
+  check("MoodRecord",
+        Predicate::predicateWithFormat("(date >= %@ AND date <= %@) AND ANY moodTags == %@", day(1), day(4),
+                                       tags["Sleep"]),
         &picked);
   EXPECT_EQ(picked, (std::set<std::string>{"Rec-1", "Rec-3"}));
   check("MoodRecord", Predicate::predicateWithFormat("ANY moodTags == %@", tags["work"]));
-  check("MoodRecord", Predicate::predicateWithFormat("moodDescription.photoName != NIL && moodLevel <= 5"), &picked);
+  check("MoodRecord", Predicate::predicateWithFormat("moodDescription.photoName != NIL && moodLevel <= 5"),
+        &picked);
   EXPECT_EQ(picked, (std::set<std::string>{"Rec-1"}));
   check("MoodRecord", Predicate::predicateWithFormat("moodDescription.photoName != NIL && moodLevel >= 6"));
   check("MoodRecord",
-        Predicate::predicateWithFormat(
-            "moodDescription.longitude != %@ AND moodDescription.latitude != %@ AND date >= %@ AND date <= %@ AND "
-            "(SUBQUERY(moodTags, $x, $x.tagName == %@).@count > 0 OR SUBQUERY(moodTags, $x, $x.tagName == %@).@count > 0)",
-            -1, -1, day(1), day(6), "work", "Sleep"),
+        Predicate::predicateWithFormat("moodDescription.longitude != %@ AND moodDescription.latitude != %@ "
+                                       "AND date >= %@ AND date <= %@ AND "
+                                       "(SUBQUERY(moodTags, $x, $x.tagName == %@).@count > 0 OR "
+                                       "SUBQUERY(moodTags, $x, $x.tagName == %@).@count > 0)",
+                                       -1, -1, day(1), day(6), "work", "Sleep"),
         &picked);
   EXPECT_EQ(picked, (std::set<std::string>{"Rec-1", "Rec-3"}));
   // The history list's in-memory filters, also pushed down.
@@ -191,8 +202,9 @@ TEST_F(PredicateTableTest, JournalRecordQueries) {
 TEST_F(PredicateTableTest, JournalDescriptionAndTagQueries) {
   std::set<std::string> picked;
   check("MoodDescription", Predicate::predicateWithFormat("latitude != %@ && longitude != %@", -1, -1));
-  check("MoodDescription", Predicate::predicateWithFormat("%K != %@ AND %K = FALSE AND %K BEGINSWITH %@", "photoName",
-                                                          "p3.jpg", "wasEdited", "photoName", "p"));
+  check("MoodDescription",
+        Predicate::predicateWithFormat("%K != %@ AND %K = FALSE AND %K BEGINSWITH %@", "photoName", "p3.jpg",
+                                       "wasEdited", "photoName", "p"));
   check("MoodTag", Predicate::predicateWithFormat("tagName like[cd] %@", "SLEEP"), &picked);
   EXPECT_EQ(picked, (std::set<std::string>{"Sleep"}));
   check("MoodTag", Predicate::predicateWithFormat("tagName like[cd] %@", "cafe"), &picked);
@@ -207,44 +219,58 @@ TEST_F(PredicateTableTest, JournalDescriptionAndTagQueries) {
   EXPECT_EQ(picked, (std::set<std::string>{"Sleep", "Café", "unused"}));
   check("MoodTag", Predicate::predicateWithFormat("frequency > 0"), &picked);
   EXPECT_EQ(picked, (std::set<std::string>{"Sleep", "work", "Café"}));
-  check("MoodTag", Predicate::predicateWithFormat(
-                       "frequency > 0 AND (ANY moodRecords.date >= %@ ) AND (ANY moodRecords.date <= %@)", day(4), day(5)),
-        &picked);
+  check(
+      "MoodTag",
+      Predicate::predicateWithFormat(
+          "frequency > 0 AND (ANY moodRecords.date >= %@ ) AND (ANY moodRecords.date <= %@)", day(4), day(5)),
+      &picked);
   EXPECT_EQ(picked, (std::set<std::string>{"Sleep", "Café"}));
-  check("MoodTag", Predicate::predicateWithFormat("moodRecords.@count >= 2 AND NOT (tagName BEGINSWITH[c] %@)", "W"));
+  check("MoodTag",
+        Predicate::predicateWithFormat("moodRecords.@count >= 2 AND NOT (tagName BEGINSWITH[c] %@)", "W"));
 }
 
 TEST_F(PredicateTableTest, EventStoreQueries) {
   std::set<std::string> picked;
-  check("SyncEventRevision", Predicate::predicateWithFormat("persistentStoreIdentifier = %@ AND storeModificationEvent.type = %d",
-                                                            "storeA", 200));
+  check("SyncEventRevision",
+        Predicate::predicateWithFormat("persistentStoreIdentifier = %@ AND storeModificationEvent.type = %d",
+                                       "storeA", 200));
+  check("SyncEventRevision",
+        Predicate::predicateWithFormat("persistentStoreIdentifier = %@ AND (storeModificationEvent.type != "
+                                       "%d OR storeModificationEventForOtherStores.type != %d)",
+                                       "storeB", 0, 0));
   check("SyncEventRevision",
         Predicate::predicateWithFormat(
-            "persistentStoreIdentifier = %@ AND (storeModificationEvent.type != %d OR storeModificationEventForOtherStores.type != %d)",
-            "storeB", 0, 0));
-  check("SyncEventRevision", Predicate::predicateWithFormat("storeModificationEvent != NIL OR storeModificationEventForOtherStores.type = %d", 300));
-  check("SyncEventRevision", Predicate::predicateWithFormat("storeModificationEvent.type != %d && storeModificationEvent.type != %d", 100, 0));
+            "storeModificationEvent != NIL OR storeModificationEventForOtherStores.type = %d", 300));
+  check("SyncEventRevision",
+        Predicate::predicateWithFormat(
+            "storeModificationEvent.type != %d && storeModificationEvent.type != %d", 100, 0));
   check("SyncGlobalIdentifier", Predicate::predicateWithFormat("objectChanges.@count == 0"), &picked);
-  check("SyncGlobalIdentifier", Predicate::predicateWithFormat("storeURI IN %@", std::vector<std::string>{"uri1", "nope"}));
-  check("SyncGlobalIdentifier", Predicate::predicateWithFormat("globalIdentifier IN %@", std::vector<std::string>{"g2", "g3"}));
+  check("SyncGlobalIdentifier",
+        Predicate::predicateWithFormat("storeURI IN %@", std::vector<std::string>{"uri1", "nope"}));
+  check("SyncGlobalIdentifier",
+        Predicate::predicateWithFormat("globalIdentifier IN %@", std::vector<std::string>{"g2", "g3"}));
   check("SyncDataFile", Predicate::predicateWithFormat("objectChange != NIL"));
   check("SyncDataFile", Predicate::predicateWithFormat("objectChange = NIL"));
   check("SyncDataFile", Predicate::predicateWithFormat("objectChange.storeModificationEvent IN %@",
                                                        std::vector<ManagedObjectPtr>{events[0], events[3]}));
   check("SyncDataFile", Predicate::predicateWithFormat("filename == [cd]%@", "file1.jpg"));
-  check("SyncDataFile", Predicate::predicateWithFormat("objectChange.globalIdentifier == [cd]%@", globals[0]));
-  check("SyncObjectChange", Predicate::predicateWithFormat("nameOfEntity = %@ && type = %d && storeModificationEvent in %@",
-                                                           "MoodRecord", 100, std::vector<ManagedObjectPtr>{events[0], events[1]}));
+  check("SyncDataFile",
+        Predicate::predicateWithFormat("objectChange.globalIdentifier == [cd]%@", globals[0]));
+  check("SyncObjectChange", Predicate::predicateWithFormat(
+                                "nameOfEntity = %@ && type = %d && storeModificationEvent in %@",
+                                "MoodRecord", 100, std::vector<ManagedObjectPtr>{events[0], events[1]}));
   const std::string E = "SyncStoreModificationEvent";
   check(E, Predicate::predicateWithFormat("uniqueIdentifier = %@", "e2"), &picked);
   EXPECT_EQ(picked, (std::set<std::string>{"e2"}));
-  check(E, Predicate::predicateWithFormat(
-               "uniqueIdentifier = %@ AND globalCount = %lld AND eventRevision.persistentStoreIdentifier BEGINSWITH %@", "e1",
-               1LL, "store"));
+  check(E, Predicate::predicateWithFormat("uniqueIdentifier = %@ AND globalCount = %lld AND "
+                                          "eventRevision.persistentStoreIdentifier BEGINSWITH %@",
+                                          "e1", 1LL, "store"));
   check(E, Predicate::predicateWithFormat("eventRevision.revisionNumber = %lld", 1LL));
-  check(E, Predicate::predicateWithFormat(
-               "eventRevision.persistentStoreIdentifier = %@ && eventRevision.revisionNumber > %lld && type != %d && type != %d",
-               "storeA", 0LL, 100, 0), &picked);
+  check(E,
+        Predicate::predicateWithFormat("eventRevision.persistentStoreIdentifier = %@ && "
+                                       "eventRevision.revisionNumber > %lld && type != %d && type != %d",
+                                       "storeA", 0LL, 100, 0),
+        &picked);
   EXPECT_EQ(picked, (std::set<std::string>{"e2"}));
   check(E, Predicate::predicateWithFormat("type = %d", 100));
   check(E, Predicate::predicateWithFormat("type != %d AND type != %d AND globalCount <= %lld", 100, 0, 1LL));
@@ -257,19 +283,25 @@ TEST_F(PredicateTableTest, EventStoreQueries) {
   check(E, Predicate::andPredicateWithSubpredicates(
                {Predicate::predicateWithFormat("type = %@", 300),
                 Predicate::predicateWithFormat("eventRevision.persistentStoreIdentifier = %@", "storeA")}));
+  check(
+      E,
+      Predicate::predicateWithFormat(
+          "eventRevision.persistentStoreIdentifier = %@ && eventRevision.revisionNumber = %lld && type != %d",
+          "storeB", 1LL, 100));
   check(E, Predicate::predicateWithFormat(
-               "eventRevision.persistentStoreIdentifier = %@ && eventRevision.revisionNumber = %lld && type != %d", "storeB", 1LL, 100));
-  check(E, Predicate::predicateWithFormat("eventRevision.persistentStoreIdentifier = %@ AND type != %d AND type != %d",
-                                          "storeB", 100, 200));
+               "eventRevision.persistentStoreIdentifier = %@ AND type != %d AND type != %d", "storeB", 100,
+               200));
   check(E, Predicate::predicateWithFormat("eventRevision.revisionNumber <= %lld", 0LL));
   check(E, Predicate::predicateWithFormat(
-               "eventRevision.revisionNumber > %lld AND eventRevision.persistentStoreIdentifier = %@ && type != %d && type != %d",
+               "eventRevision.revisionNumber > %lld AND eventRevision.persistentStoreIdentifier = %@ && type "
+               "!= %d && type != %d",
                -1LL, "storeA", 100, 0));
-  check(E, Predicate::predicateWithFormat("type = %d AND globalCount = %lld AND uniqueIdentifier = %@", 300, 2LL, "e2"));
-  check(E, Predicate::predicateWithFormat(
-               "(type = %d OR type = %d) AND globalCount = %lld AND eventRevision.persistentStoreIdentifier = %@ AND "
-               "eventRevision.revisionNumber = %lld",
-               200, 300, 1LL, "storeA", 0LL));
+  check(E, Predicate::predicateWithFormat("type = %d AND globalCount = %lld AND uniqueIdentifier = %@", 300,
+                                          2LL, "e2"));
+  check(E, Predicate::predicateWithFormat("(type = %d OR type = %d) AND globalCount = %lld AND "
+                                          "eventRevision.persistentStoreIdentifier = %@ AND "
+                                          "eventRevision.revisionNumber = %lld",
+                                          200, 300, 1LL, "storeA", 0LL));
 }
 
 }  // namespace

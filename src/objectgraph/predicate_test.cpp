@@ -1,15 +1,18 @@
 // The predicate parser and in-memory evaluation on plain values: syntax
 // errors name their offset, placeholders take their arguments, folding and
 // wildcards follow the platform's rules, and the format text reads back.
+#include "objectgraph/predicate.h"
+
 #include <gtest/gtest.h>
 
-#include "objectgraph/predicate.h"
 #include "objectgraph/text_folding.h"
 
 namespace lumeo {
 namespace {
 
-Value dict(Value::Dictionary d) { return Value(std::move(d)); }
+Value dict(Value::Dictionary d) {
+  return Value(std::move(d));
+}
 
 bool holds(const std::string& format, const Value& object, const std::vector<PredicateValue>& args = {}) {
   return Predicate::predicateWithFormatArguments(format, args).evaluateWithObject(object);
@@ -38,7 +41,8 @@ TEST(PredicateParserTest, MalformedFormatsReportTheOffsetOfTheFault) {
   EXPECT_EQ(faultAt("SUBQUERY(tags, x, x == 1).@count > 0"), 15u);
   EXPECT_EQ(faultAt("%K == 1", {5}), 0u) << "%K needs a string";
   EXPECT_EQ(faultAt(""), 0u);
-  EXPECT_NE(faultAt(std::string(500, '(') + "a == 1" + std::string(500, ')')), SIZE_MAX) << "nesting is bounded";
+  EXPECT_NE(faultAt(std::string(500, '(') + "a == 1" + std::string(500, ')')), SIZE_MAX)
+      << "nesting is bounded";
 }
 
 TEST(PredicateParserTest, KeywordsOperatorsAndLiteralsInAllSpellings) {
@@ -61,7 +65,8 @@ TEST(PredicateParserTest, KeywordsOperatorsAndLiteralsInAllSpellings) {
 }
 
 TEST(PredicateEvaluationTest, NilAndMixedKindsCompareLikeThePlatform) {
-  const Value o = dict({{"n", Value()}, {"s", "5"}, {"i", 5}, {"d", Value(Date::fromTimeIntervalSince1970(5))}});
+  const Value o =
+      dict({{"n", Value()}, {"s", "5"}, {"i", 5}, {"d", Value(Date::fromTimeIntervalSince1970(5))}});
   EXPECT_FALSE(holds("n == 5", o));
   EXPECT_TRUE(holds("n != 5", o));
   EXPECT_FALSE(holds("n < 5", o));
@@ -95,7 +100,8 @@ TEST(PredicateEvaluationTest, StringOperatorsFoldCaseAndDiacriticsOnRequest) {
 }
 
 TEST(PredicateEvaluationTest, CollectionsAnyAllSubqueryAndCount) {
-  Value::Array items{dict({{"name", "a"}, {"v", 1}}), dict({{"name", "b"}, {"v", 5}}), dict({{"name", "c"}, {"v", 9}})};
+  Value::Array items{dict({{"name", "a"}, {"v", 1}}), dict({{"name", "b"}, {"v", 5}}),
+                     dict({{"name", "c"}, {"v", 9}})};
   const Value o = dict({{"items", Value(items)}, {"empty", Value(Value::Array{})}});
   EXPECT_TRUE(holds("ANY items.v > 8", o));
   EXPECT_FALSE(holds("ALL items.v > 2", o));
@@ -103,7 +109,8 @@ TEST(PredicateEvaluationTest, CollectionsAnyAllSubqueryAndCount) {
   EXPECT_TRUE(holds("NONE items.v > 9", o));
   EXPECT_TRUE(holds("items.v > 8", o)) << "a to-many path compares any member";
   EXPECT_TRUE(holds("items.@count == 3 AND empty.@count == 0", o));
-  EXPECT_TRUE(holds("items.@sum.v == 15 AND items.@max.v == 9 AND items.@min.v == 1 AND items.@avg.v == 5", o));
+  EXPECT_TRUE(
+      holds("items.@sum.v == 15 AND items.@max.v == 9 AND items.@min.v == 1 AND items.@avg.v == 5", o));
   EXPECT_TRUE(holds("SUBQUERY(items, $x, $x.v >= 5 AND $x.name != 'c').@count == 1", o));
   EXPECT_TRUE(holds("SUBQUERY(items, $x, $x.v > 100).@count == 0", o));
   EXPECT_TRUE(holds("items.name CONTAINS 'b'", o));
@@ -124,7 +131,8 @@ TEST(PredicateFormatTest, FormatTextParsesBackToTheSamePredicate) {
       "SELF IN {1, 2}",
   };
   for (const char* f : formats) {
-    Predicate p = Predicate::predicateWithFormat(f, Date::fromTimeIntervalSince1970(0), Date::fromTimeIntervalSince1970(9));
+    Predicate p = Predicate::predicateWithFormat(f, Date::fromTimeIntervalSince1970(0),
+                                                 Date::fromTimeIntervalSince1970(9));
     const std::string text = p.predicateFormat();
     if (text.find("CAST(") != std::string::npos) continue;  // dates print in the platform's cast form
     EXPECT_EQ(Predicate::predicateWithFormatArguments(text, {}).predicateFormat(), text) << f;

@@ -16,8 +16,8 @@ sqlite3_stmt* SQLiteStore::prepare(const std::string& sql, OptionalError& error)
     return it->second;
   }
   sqlite3_stmt* statement = nullptr;
-  if (sqlite3_prepare_v3(db_, sql.c_str(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &statement,
-                         nullptr) != SQLITE_OK) {
+  if (sqlite3_prepare_v3(db_, sql.c_str(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT,
+                         &statement, nullptr) != SQLITE_OK) {
     error = lastError("cannot prepare " + sql, kSQLiteError);
     return nullptr;
   }
@@ -33,21 +33,35 @@ Error SQLiteStore::lastError(const std::string& what, long code) const {
 
 Value SQLiteStore::sqlValue(const Value& v) {
   switch (v.type()) {
-    case Value::Type::kBool: return Value(v.toBool() ? 1 : 0);
-    case Value::Type::kDate: return Value(v.asDate()->timeIntervalSince1970());
-    default: return v;
+    case Value::Type::kBool:
+      return Value(v.toBool() ? 1 : 0);
+    case Value::Type::kDate:
+      return Value(v.asDate()->timeIntervalSince1970());
+    default:
+      return v;
   }
 }
 
 void SQLiteStore::bind(sqlite3_stmt* s, int index, const Value& v) {
   switch (v.type()) {
-    case Value::Type::kBool: sqlite3_bind_int(s, index, v.toBool() ? 1 : 0); break;
-    case Value::Type::kDate: sqlite3_bind_double(s, index, v.asDate()->timeIntervalSince1970()); break;
-    case Value::Type::kNull: sqlite3_bind_null(s, index); break;
-    case Value::Type::kInteger: sqlite3_bind_int64(s, index, v.toInt()); break;
-    case Value::Type::kReal: sqlite3_bind_double(s, index, v.toDouble()); break;
+    case Value::Type::kBool:
+      sqlite3_bind_int(s, index, v.toBool() ? 1 : 0);
+      break;
+    case Value::Type::kDate:
+      sqlite3_bind_double(s, index, v.asDate()->timeIntervalSince1970());
+      break;
+    case Value::Type::kNull:
+      sqlite3_bind_null(s, index);
+      break;
+    case Value::Type::kInteger:
+      sqlite3_bind_int64(s, index, v.toInt());
+      break;
+    case Value::Type::kReal:
+      sqlite3_bind_double(s, index, v.toDouble());
+      break;
     case Value::Type::kString:
-      sqlite3_bind_text(s, index, v.asString()->data(), static_cast<int>(v.asString()->size()), SQLITE_TRANSIENT);
+      sqlite3_bind_text(s, index, v.asString()->data(), static_cast<int>(v.asString()->size()),
+                        SQLITE_TRANSIENT);
       break;
     case Value::Type::kData:
       sqlite3_bind_blob(s, index, v.asData()->data(), static_cast<int>(v.asData()->size()), SQLITE_TRANSIENT);
@@ -173,7 +187,8 @@ void SQLiteStore::readColumns(const EntityDescription& entity, sqlite3_stmt* s, 
     if (sqlite3_value_type(value) == SQLITE_NULL) continue;
     // Only a destination with subentities needs a look at the target's row
     // to know its entity; that happens lazily when the fault fires.
-    toOne[i] = ManagedObjectID::makePermanent(toOnes[i]->destinationEntity(), interned_, sqlite3_value_int64(value));
+    toOne[i] =
+        ManagedObjectID::makePermanent(toOnes[i]->destinationEntity(), interned_, sqlite3_value_int64(value));
   }
 }
 
@@ -189,13 +204,14 @@ RowSnapshot SQLiteStore::rowFromStatement(const EntityDescription& anyOfChain, s
 bool SQLiteStore::readRow(const ManagedObjectID& id, RowSnapshot& out, OptionalError& error) {
   if (id.isTemporaryID() || id.storeIdentifier() != identifier_) return false;
   bool found = false;
-  if (!query(selectPrefix(id.entity()) + " WHERE t0._pk = ?", {Value(static_cast<long long>(id.primaryKey()))},
-             [&](sqlite3_stmt* s) {
-               out = rowFromStatement(id.entity(), s);
-               found = true;
-               return false;
-             },
-             error)) {
+  if (!query(
+          selectPrefix(id.entity()) + " WHERE t0._pk = ?", {Value(static_cast<long long>(id.primaryKey()))},
+          [&](sqlite3_stmt* s) {
+            out = rowFromStatement(id.entity(), s);
+            found = true;
+            return false;
+          },
+          error)) {
     return false;
   }
   return found;
@@ -210,12 +226,13 @@ bool SQLiteStore::readRows(const EntityDescription& anyOfChain, const std::vecto
     list += std::to_string(pks[i]);
   }
   list += "]";
-  return query(selectPrefix(anyOfChain) + " WHERE t0._pk IN (SELECT value FROM json_each(?))", {Value(list)},
-               [&](sqlite3_stmt* s) {
-                 sink(rowFromStatement(anyOfChain, s));
-                 return true;
-               },
-               error);
+  return query(
+      selectPrefix(anyOfChain) + " WHERE t0._pk IN (SELECT value FROM json_each(?))", {Value(list)},
+      [&](sqlite3_stmt* s) {
+        sink(rowFromStatement(anyOfChain, s));
+        return true;
+      },
+      error);
 }
 
 bool SQLiteStore::readToMany(const ManagedObjectID& source, const RelationshipDescription& r,
@@ -227,8 +244,8 @@ bool SQLiteStore::readToMany(const ManagedObjectID& source, const RelationshipDe
   std::string sql;
   auto join = joinTableFor(r);
   if (!join) {
-    sql = "SELECT d._pk, d._ent FROM " + destinationTable + " d WHERE d." + columnFor(*r.inverseRelationship()) +
-          " = ? ORDER BY d._pk";
+    sql = "SELECT d._pk, d._ent FROM " + destinationTable + " d WHERE d." +
+          columnFor(*r.inverseRelationship()) + " = ? ORDER BY d._pk";
   } else if (join->sourceIsOwner) {
     sql = "SELECT d._pk, d._ent FROM " + join->table + " j JOIN " + destinationTable +
           " d ON d._pk = j._dst WHERE j._src = ? ORDER BY " + (join->ordered ? "j._idx" : "j.rowid");
@@ -236,12 +253,13 @@ bool SQLiteStore::readToMany(const ManagedObjectID& source, const RelationshipDe
     sql = "SELECT d._pk, d._ent FROM " + join->table + " j JOIN " + destinationTable +
           " d ON d._pk = j._src WHERE j._dst = ? ORDER BY j.rowid";
   }
-  return query(sql, {Value(static_cast<long long>(source.primaryKey()))},
-               [&](sqlite3_stmt* s) {
-                 out.push_back(makeID(destination, sqlite3_column_int(s, 1), sqlite3_column_int64(s, 0)));
-                 return true;
-               },
-               error);
+  return query(
+      sql, {Value(static_cast<long long>(source.primaryKey()))},
+      [&](sqlite3_stmt* s) {
+        out.push_back(makeID(destination, sqlite3_column_int(s, 1), sqlite3_column_int64(s, 0)));
+        return true;
+      },
+      error);
 }
 
 bool SQLiteStore::begin(OptionalError& error) {
@@ -264,21 +282,23 @@ void SQLiteStore::rollback() {
   inTransaction_ = false;
 }
 
-bool SQLiteStore::allocatePrimaryKeys(const EntityDescription& entity, std::int64_t count, std::int64_t& first,
-                                      OptionalError& error) {
+bool SQLiteStore::allocatePrimaryKeys(const EntityDescription& entity, std::int64_t count,
+                                      std::int64_t& first, OptionalError& error) {
   const std::string& name = entity.rootEntity().name();
   std::int64_t max = 0;
-  if (!query("SELECT max FROM _og_pk WHERE name = ?", {Value(name)},
-             [&](sqlite3_stmt* s) {
-               max = sqlite3_column_int64(s, 0);
-               return false;
-             },
-             error)) {
+  if (!query(
+          "SELECT max FROM _og_pk WHERE name = ?", {Value(name)},
+          [&](sqlite3_stmt* s) {
+            max = sqlite3_column_int64(s, 0);
+            return false;
+          },
+          error)) {
     return false;
   }
   first = max + 1;
-  return query("INSERT OR REPLACE INTO _og_pk(name, max) VALUES(?, ?)",
-               {Value(name), Value(static_cast<long long>(max + count))}, [](sqlite3_stmt*) { return true; }, error);
+  return query(
+      "INSERT OR REPLACE INTO _og_pk(name, max) VALUES(?, ?)",
+      {Value(name), Value(static_cast<long long>(max + count))}, [](sqlite3_stmt*) { return true; }, error);
 }
 
 // Binds the object's columns (attributes, then to-one targets) from `index`
@@ -319,7 +339,8 @@ SQLiteStore::EntitySQL& SQLiteStore::entitySQL(const EntityDescription& e) {
     marks += ", ?";
     sets += ", " + columnFor(*r) + " = ?";
   }
-  sql.insert.sql = "INSERT INTO " + tableFor(e) + "(_pk, _ent, _opt" + columns + ") VALUES(?, ?, 1" + marks + ")";
+  sql.insert.sql =
+      "INSERT INTO " + tableFor(e) + "(_pk, _ent, _opt" + columns + ") VALUES(?, ?, 1" + marks + ")";
   sql.update.sql = "UPDATE " + tableFor(e) + " SET _opt = _opt + 1" + sets + " WHERE _pk = ? RETURNING _opt";
   sql.updateChecked.sql =
       "UPDATE " + tableFor(e) + " SET _opt = _opt + 1" + sets + " WHERE _pk = ? AND _opt = ? RETURNING _opt";
@@ -386,7 +407,8 @@ bool SQLiteStore::deleteRow(const ManagedObjectID& id, OptionalError& error) {
       auto join = joinTableFor(*r);
       if (!join) continue;
       const char* column = join->sourceIsOwner ? "_src" : "_dst";
-      if (!query("DELETE FROM " + join->table + " WHERE " + column + " = ?", key, noRows, error)) return false;
+      if (!query("DELETE FROM " + join->table + " WHERE " + column + " = ?", key, noRows, error))
+        return false;
     }
   }
   return true;

@@ -25,15 +25,19 @@ std::string quote(const std::string& name) {
 
 std::string sqlType(AttributeType type) {
   switch (type) {
-    case AttributeType::kString: return "TEXT";
+    case AttributeType::kString:
+      return "TEXT";
     case AttributeType::kInteger16:
     case AttributeType::kInteger32:
     case AttributeType::kInteger64:
-    case AttributeType::kBoolean: return "INTEGER";
+    case AttributeType::kBoolean:
+      return "INTEGER";
     case AttributeType::kDouble:
-    case AttributeType::kDate: return "REAL";
+    case AttributeType::kDate:
+      return "REAL";
     case AttributeType::kBinary:
-    case AttributeType::kTransformable: return "BLOB";
+    case AttributeType::kTransformable:
+      return "BLOB";
   }
   return "BLOB";
 }
@@ -41,7 +45,8 @@ std::string sqlType(AttributeType type) {
 std::string literal(const Value& v) {
   switch (v.type()) {
     case Value::Type::kBool:
-    case Value::Type::kInteger: return std::to_string(v.toInt());
+    case Value::Type::kInteger:
+      return std::to_string(v.toInt());
     case Value::Type::kReal: {
       char buf[64];
       std::snprintf(buf, sizeof buf, "%.17g", v.toDouble());
@@ -60,7 +65,8 @@ std::string literal(const Value& v) {
       }
       return out + "'";
     }
-    default: return {};
+    default:
+      return {};
   }
 }
 
@@ -76,13 +82,15 @@ std::string newUUID() {
   return out;
 }
 
-std::string relationshipKey(const RelationshipDescription& r) { return r.entity().name() + "." + r.name(); }
+std::string relationshipKey(const RelationshipDescription& r) {
+  return r.entity().name() + "." + r.name();
+}
 
 }  // namespace
 
 std::unique_ptr<SQLiteStore> SQLiteStore::open(const ManagedObjectModel& model, const std::string& type,
-                                               const std::filesystem::path& url, const Value::Dictionary& options,
-                                               OptionalError& error) {
+                                               const std::filesystem::path& url,
+                                               const Value::Dictionary& options, OptionalError& error) {
   std::unique_ptr<SQLiteStore> store(new SQLiteStore(model));
   store->buildLayouts();
   if (!store->openDatabase(type, url, options, error)) return nullptr;
@@ -98,8 +106,8 @@ SQLiteStore::~SQLiteStore() {
 bool SQLiteStore::openDatabase(const std::string& type, const std::filesystem::path& url,
                                const Value::Dictionary& options, OptionalError& error) {
   const bool inMemory = type == kInMemoryStoreType;
-  const bool readOnly = options.count(kReadOnlyPersistentStoreOption) &&
-                        options.at(kReadOnlyPersistentStoreOption).toBool();
+  const bool readOnly =
+      options.count(kReadOnlyPersistentStoreOption) && options.at(kReadOnlyPersistentStoreOption).toBool();
   int flags = readOnly ? SQLITE_OPEN_READONLY : (SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
   flags |= SQLITE_OPEN_NOMUTEX;
   std::string path = inMemory ? std::string(":memory:") : url.string();
@@ -108,8 +116,8 @@ bool SQLiteStore::openDatabase(const std::string& type, const std::filesystem::p
     std::filesystem::create_directories(url.parent_path(), ec);
   }
   if (sqlite3_open_v2(path.c_str(), &db_, flags, nullptr) != SQLITE_OK) {
-    error = objectGraphError(kPersistentStoreOpenError,
-                             "cannot open store at " + path + ": " + (db_ ? sqlite3_errmsg(db_) : "out of memory"));
+    error = objectGraphError(kPersistentStoreOpenError, "cannot open store at " + path + ": " +
+                                                            (db_ ? sqlite3_errmsg(db_) : "out of memory"));
     return false;
   }
   sqlite3_busy_timeout(db_, 5000);
@@ -117,8 +125,8 @@ bool SQLiteStore::openDatabase(const std::string& type, const std::filesystem::p
   registerPredicateFunctions(db_);
   // A file that is no SQLite database fails on its first read.
   if (!execute("SELECT count(*) FROM sqlite_master", error)) {
-    error = objectGraphError(kPersistentStoreInvalidTypeError, "file at " + path + " is not a store: " +
-                                                                   sqlite3_errmsg(db_));
+    error = objectGraphError(kPersistentStoreInvalidTypeError,
+                             "file at " + path + " is not a store: " + sqlite3_errmsg(db_));
     return false;
   }
   std::map<std::string, std::string> pragmas;
@@ -139,7 +147,9 @@ bool SQLiteStore::openDatabase(const std::string& type, const std::filesystem::p
       return false;
     }
     if (readOnly && name == "journal_mode") continue;
-    if (!query("PRAGMA " + name + " = " + value, {}, [](sqlite3_stmt*) { return true; }, error)) return false;
+    if (!query(
+            "PRAGMA " + name + " = " + value, {}, [](sqlite3_stmt*) { return true; }, error))
+      return false;
   }
   return true;
 }
@@ -180,9 +190,13 @@ const SQLiteStore::Layout& SQLiteStore::layoutFor(const EntityDescription& entit
   return layouts_.at(&entity.rootEntity());
 }
 
-std::string SQLiteStore::tableFor(const EntityDescription& entity) const { return layoutFor(entity).table; }
+std::string SQLiteStore::tableFor(const EntityDescription& entity) const {
+  return layoutFor(entity).table;
+}
 
-std::string SQLiteStore::columnFor(const PropertyDescription& property) const { return quote(property.name()); }
+std::string SQLiteStore::columnFor(const PropertyDescription& property) const {
+  return quote(property.name());
+}
 
 const std::string& SQLiteStore::selectPrefix(const EntityDescription& entity) const {
   return layoutFor(entity).selectPrefix;
@@ -217,12 +231,14 @@ std::optional<SQLiteStore::JoinTable> SQLiteStore::joinTableFor(const Relationsh
   return JoinTable{quote(owner->entity().name() + "_" + owner->name()), owner == &r, owner->isOrdered()};
 }
 
-ManagedObjectID SQLiteStore::makeID(const EntityDescription& anyOfChain, int entityNumber, std::int64_t pk) const {
+ManagedObjectID SQLiteStore::makeID(const EntityDescription& anyOfChain, int entityNumber,
+                                    std::int64_t pk) const {
   const EntityDescription* e = entityForNumber(anyOfChain, entityNumber);
   return ManagedObjectID::makePermanent(e ? *e : anyOfChain, interned_, pk);
 }
 
-const EntityDescription* SQLiteStore::entityForNumber(const EntityDescription& anyOfChain, int entityNumber) const {
+const EntityDescription* SQLiteStore::entityForNumber(const EntityDescription& anyOfChain,
+                                                      int entityNumber) const {
   auto it = entitiesByNumber_.find(entityNumber);
   if (it == entitiesByNumber_.end()) return nullptr;
   return &it->second->rootEntity() == &anyOfChain.rootEntity() ? it->second : nullptr;
@@ -231,33 +247,38 @@ const EntityDescription* SQLiteStore::entityForNumber(const EntityDescription& a
 bool SQLiteStore::setUpSchema(const Value::Dictionary& options, OptionalError& error) {
   bool hasMetadata = false;
   bool hasOtherTables = false;
-  if (!query("SELECT name FROM sqlite_master WHERE type = 'table'", {},
-             [&](sqlite3_stmt* s) {
-               std::string name = reinterpret_cast<const char*>(sqlite3_column_text(s, 0));
-               if (name == "_og_metadata") hasMetadata = true;
-               else if (name.rfind("sqlite_", 0) != 0) hasOtherTables = true;
-               return true;
-             },
-             error)) {
+  if (!query(
+          "SELECT name FROM sqlite_master WHERE type = 'table'", {},
+          [&](sqlite3_stmt* s) {
+            std::string name = reinterpret_cast<const char*>(sqlite3_column_text(s, 0));
+            if (name == "_og_metadata")
+              hasMetadata = true;
+            else if (name.rfind("sqlite_", 0) != 0)
+              hasOtherTables = true;
+            return true;
+          },
+          error)) {
     return false;
   }
   if (hasOtherTables && !hasMetadata) {
-    error = objectGraphError(kPersistentStoreInvalidTypeError, "the database holds tables of another program");
+    error =
+        objectGraphError(kPersistentStoreInvalidTypeError, "the database holds tables of another program");
     return false;
   }
-  const bool readOnly = options.count(kReadOnlyPersistentStoreOption) &&
-                        options.at(kReadOnlyPersistentStoreOption).toBool();
+  const bool readOnly =
+      options.count(kReadOnlyPersistentStoreOption) && options.at(kReadOnlyPersistentStoreOption).toBool();
   if (hasMetadata) {
-    query("SELECT value FROM _og_metadata WHERE key = 'metadata'", {},
-          [&](sqlite3_stmt* s) {
-            const auto* bytes = static_cast<const std::uint8_t*>(sqlite3_column_blob(s, 0));
-            Value::Data data(bytes, bytes + sqlite3_column_bytes(s, 0));
-            Value decoded = decodeValue(data);
-            storedMetadata_ = std::move(data);
-            if (decoded.asDictionary()) metadata_ = *decoded.asDictionary();
-            return false;
-          },
-          error);
+    query(
+        "SELECT value FROM _og_metadata WHERE key = 'metadata'", {},
+        [&](sqlite3_stmt* s) {
+          const auto* bytes = static_cast<const std::uint8_t*>(sqlite3_column_blob(s, 0));
+          Value::Data data(bytes, bytes + sqlite3_column_bytes(s, 0));
+          Value decoded = decodeValue(data);
+          storedMetadata_ = std::move(data);
+          if (decoded.asDictionary()) metadata_ = *decoded.asDictionary();
+          return false;
+        },
+        error);
     if (error) return false;
     auto migrate = options.find(kMigratePersistentStoresAutomaticallyOption);
     auto infer = options.find(kInferMappingModelAutomaticallyOption);
@@ -277,15 +298,16 @@ bool SQLiteStore::setUpSchema(const Value::Dictionary& options, OptionalError& e
   interned_ = ManagedObjectID::internStoreIdentifier(identifier_);
 
   if (readOnly) {
-    return query("SELECT _ent, name FROM _og_entities", {},
-                 [&](sqlite3_stmt* s) {
-                   int number = sqlite3_column_int(s, 0);
-                   std::string name = reinterpret_cast<const char*>(sqlite3_column_text(s, 1));
-                   entityNumbers_[name] = number;
-                   if (const EntityDescription* e = model_.entityNamed(name)) entitiesByNumber_[number] = e;
-                   return true;
-                 },
-                 error);
+    return query(
+        "SELECT _ent, name FROM _og_entities", {},
+        [&](sqlite3_stmt* s) {
+          int number = sqlite3_column_int(s, 0);
+          std::string name = reinterpret_cast<const char*>(sqlite3_column_text(s, 1));
+          entityNumbers_[name] = number;
+          if (const EntityDescription* e = model_.entityNamed(name)) entitiesByNumber_[number] = e;
+          return true;
+        },
+        error);
   }
 
   if (!begin(error)) return false;
@@ -294,26 +316,29 @@ bool SQLiteStore::setUpSchema(const Value::Dictionary& options, OptionalError& e
     return false;
   };
   if (!execute("CREATE TABLE IF NOT EXISTS _og_metadata(key TEXT PRIMARY KEY, value BLOB)", error) ||
-      !execute("CREATE TABLE IF NOT EXISTS _og_entities(_ent INTEGER PRIMARY KEY, name TEXT UNIQUE NOT NULL)", error) ||
+      !execute("CREATE TABLE IF NOT EXISTS _og_entities(_ent INTEGER PRIMARY KEY, name TEXT UNIQUE NOT NULL)",
+               error) ||
       !execute("CREATE TABLE IF NOT EXISTS _og_pk(name TEXT PRIMARY KEY, max INTEGER NOT NULL)", error)) {
     return fail();
   }
   int maxNumber = 0;
-  if (!query("SELECT _ent, name FROM _og_entities", {},
-             [&](sqlite3_stmt* s) {
-               int number = sqlite3_column_int(s, 0);
-               entityNumbers_[reinterpret_cast<const char*>(sqlite3_column_text(s, 1))] = number;
-               maxNumber = std::max(maxNumber, number);
-               return true;
-             },
-             error)) {
+  if (!query(
+          "SELECT _ent, name FROM _og_entities", {},
+          [&](sqlite3_stmt* s) {
+            int number = sqlite3_column_int(s, 0);
+            entityNumbers_[reinterpret_cast<const char*>(sqlite3_column_text(s, 1))] = number;
+            maxNumber = std::max(maxNumber, number);
+            return true;
+          },
+          error)) {
     return fail();
   }
   for (const EntityDescription* e : model_.entities()) {
     if (!entityNumbers_.count(e->name())) {
       entityNumbers_[e->name()] = ++maxNumber;
-      if (!query("INSERT INTO _og_entities(_ent, name) VALUES(?, ?)", {Value(maxNumber), Value(e->name())},
-                 [](sqlite3_stmt*) { return true; }, error)) {
+      if (!query(
+              "INSERT INTO _og_entities(_ent, name) VALUES(?, ?)", {Value(maxNumber), Value(e->name())},
+              [](sqlite3_stmt*) { return true; }, error)) {
         return fail();
       }
     }
@@ -329,42 +354,46 @@ bool SQLiteStore::setUpSchema(const Value::Dictionary& options, OptionalError& e
     if (!execute(create + ")", error)) return fail();
     // Columns that an older model did not have.
     std::set<std::string> present;
-    if (!query("PRAGMA table_info(" + layout.table + ")", {},
-               [&](sqlite3_stmt* s) {
-                 present.insert(quote(reinterpret_cast<const char*>(sqlite3_column_text(s, 1))));
-                 return true;
-               },
-               error)) {
+    if (!query(
+            "PRAGMA table_info(" + layout.table + ")", {},
+            [&](sqlite3_stmt* s) {
+              present.insert(quote(reinterpret_cast<const char*>(sqlite3_column_text(s, 1))));
+              return true;
+            },
+            error)) {
       return fail();
     }
     std::map<std::string, Value> defaults;
     for (const EntityDescription* member : root->selfAndSubentities()) {
-      for (const AttributeDescription* a : member->attributes()) defaults[quote(a->name())] = a->defaultValue();
+      for (const AttributeDescription* a : member->attributes())
+        defaults[quote(a->name())] = a->defaultValue();
     }
     for (std::size_t i = 0; i < layout.columns.size(); ++i) {
       if (present.count(layout.columns[i])) continue;
-      std::string alter = "ALTER TABLE " + layout.table + " ADD COLUMN " + layout.columns[i] + " " + layout.columnTypes[i];
+      std::string alter =
+          "ALTER TABLE " + layout.table + " ADD COLUMN " + layout.columns[i] + " " + layout.columnTypes[i];
       std::string lit = literal(defaults[layout.columns[i]]);
       if (!lit.empty()) alter += " DEFAULT " + lit;
       if (!execute(alter, error)) return fail();
     }
     std::string base = root->name();
-    if (!execute("CREATE INDEX IF NOT EXISTS " + quote(base + "__ent") + " ON " + layout.table + "(_ent)", error)) {
+    if (!execute("CREATE INDEX IF NOT EXISTS " + quote(base + "__ent") + " ON " + layout.table + "(_ent)",
+                 error)) {
       return fail();
     }
     for (const EntityDescription* member : root->selfAndSubentities()) {
       for (const AttributeDescription* a : member->attributes()) {
         if (!a->isIndexed() || a->entity().name() != member->name()) continue;
-        if (!execute("CREATE INDEX IF NOT EXISTS " + quote(base + "_" + a->name()) + " ON " + layout.table + "(" +
-                         quote(a->name()) + ")",
+        if (!execute("CREATE INDEX IF NOT EXISTS " + quote(base + "_" + a->name()) + " ON " + layout.table +
+                         "(" + quote(a->name()) + ")",
                      error)) {
           return fail();
         }
       }
       for (const RelationshipDescription* r : member->toOneRelationships()) {
         if (r->entity().name() != member->name()) continue;
-        if (!execute("CREATE INDEX IF NOT EXISTS " + quote(base + "_" + r->name()) + " ON " + layout.table + "(" +
-                         quote(r->name()) + ")",
+        if (!execute("CREATE INDEX IF NOT EXISTS " + quote(base + "_" + r->name()) + " ON " + layout.table +
+                         "(" + quote(r->name()) + ")",
                      error)) {
           return fail();
         }
@@ -373,13 +402,15 @@ bool SQLiteStore::setUpSchema(const Value::Dictionary& options, OptionalError& e
         auto join = joinTableFor(*r);
         if (!join || !join->sourceIsOwner || r->entity().name() != member->name()) continue;
         std::string plain = join->table.substr(1, join->table.size() - 2);
-        if (!execute("CREATE TABLE IF NOT EXISTS " + join->table + "(_src INTEGER NOT NULL, _dst INTEGER NOT NULL" +
+        if (!execute("CREATE TABLE IF NOT EXISTS " + join->table +
+                         "(_src INTEGER NOT NULL, _dst INTEGER NOT NULL" +
                          (join->ordered ? ", _idx INTEGER NOT NULL DEFAULT 0" : "") + ")",
                      error) ||
             !execute("CREATE UNIQUE INDEX IF NOT EXISTS " + quote(plain + "_pair") + " ON " + join->table +
                          "(_src, _dst)",
                      error) ||
-            !execute("CREATE INDEX IF NOT EXISTS " + quote(plain + "_dst") + " ON " + join->table + "(_dst)", error)) {
+            !execute("CREATE INDEX IF NOT EXISTS " + quote(plain + "_dst") + " ON " + join->table + "(_dst)",
+                     error)) {
           return fail();
         }
       }
@@ -397,8 +428,9 @@ bool SQLiteStore::writeMetadata(OptionalError& error) {
   metadata_[kStoreTypeKey] = kSQLiteStoreType;
   Value::Data encoded = encodeValue(Value(metadata_));
   if (encoded == storedMetadata_) return true;
-  if (!query("INSERT OR REPLACE INTO _og_metadata(key, value) VALUES('metadata', ?)", {Value(encoded)},
-             [](sqlite3_stmt*) { return true; }, error)) {
+  if (!query(
+          "INSERT OR REPLACE INTO _og_metadata(key, value) VALUES('metadata', ?)", {Value(encoded)},
+          [](sqlite3_stmt*) { return true; }, error)) {
     return false;
   }
   storedMetadata_ = std::move(encoded);

@@ -51,9 +51,10 @@ class SQLiteStore {
   std::string columnFor(const PropertyDescription& property) const;
   // "t0._ent IN (3,4)" for the entity (and its subentities), or empty when
   // the table holds that entity only.
-  std::string entityFilter(const EntityDescription& entity, bool includeSubentities, const std::string& alias) const;
+  std::string entityFilter(const EntityDescription& entity, bool includeSubentities,
+                           const std::string& alias) const;
   struct JoinTable {
-    std::string table;  // quoted
+    std::string table;   // quoted
     bool sourceIsOwner;  // this relationship's objects are in _src
     bool ordered;
   };
@@ -115,7 +116,8 @@ class SQLiteStore {
                  OptionalError& error);
   bool deleteRow(const ManagedObjectID& id, OptionalError& error);
   // Writes the join-table side of a to-many change of the object.
-  bool writeToMany(const ObjectState& object, const RelationshipDescription& relationship, OptionalError& error);
+  bool writeToMany(const ObjectState& object, const RelationshipDescription& relationship,
+                   OptionalError& error);
 
   // Binds a Value for SQL comparison: dates as seconds since 1970, booleans
   // as 0/1.
@@ -135,8 +137,8 @@ class SQLiteStore {
     std::vector<std::string> columnTypes;
   };
   SQLiteStore(const ManagedObjectModel& model) : model_(model) {}
-  bool openDatabase(const std::string& type, const std::filesystem::path& url, const Value::Dictionary& options,
-                    OptionalError& error);
+  bool openDatabase(const std::string& type, const std::filesystem::path& url,
+                    const Value::Dictionary& options, OptionalError& error);
   bool setUpSchema(const Value::Dictionary& options, OptionalError& error);
   void buildLayouts();
   const Layout& layoutFor(const EntityDescription& entity) const;

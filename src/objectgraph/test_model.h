@@ -49,7 +49,8 @@ class TestRecord : public ManagedObject {
   void awakeFromInsert() override {
     ManagedObject::awakeFromInsert();
     static int serial = 0;
-    if (valueForKey("uniqueIdentifier").isNull()) setValueForKey("uniqueIdentifier", "rec-" + std::to_string(++serial));
+    if (valueForKey("uniqueIdentifier").isNull())
+      setValueForKey("uniqueIdentifier", "rec-" + std::to_string(++serial));
     hookLog().push_back("awakeFromInsert:MoodRecord:" + label(*this));
   }
   void willSave() override {
@@ -76,7 +77,8 @@ class TestDescription : public ManagedObject {
     ManagedObject::prepareForDeletion();
     // Reads its record while the link still stands.
     auto record = objectForKey("moodRecord");
-    hookLog().push_back("prepareForDeletion:MoodDescription:" + (record ? label(*record) : std::string("none")));
+    hookLog().push_back("prepareForDeletion:MoodDescription:" +
+                        (record ? label(*record) : std::string("none")));
   }
 };
 
@@ -98,7 +100,9 @@ inline std::shared_ptr<ManagedObjectModel> makeTestModel() {
   record.addAttribute("uniqueIdentifier", AttributeType::kString);
   record.addAttribute("date", AttributeType::kDate).setIndexed(true);
   record.addAttribute("moodLevel", AttributeType::kInteger16).setDefaultValue(0);
-  record.addRelationship("moodDescription", "MoodDescription").setInverseName("moodRecord").setDeleteRule(DeleteRule::kCascade);
+  record.addRelationship("moodDescription", "MoodDescription")
+      .setInverseName("moodRecord")
+      .setDeleteRule(DeleteRule::kCascade);
   record.addRelationship("moodTags", "MoodTag").setToMany(true).setInverseName("moodRecords");
 
   auto& description = model->addEntity("MoodDescription").setInstanceClass<TestDescription>();
@@ -122,17 +126,23 @@ inline std::shared_ptr<ManagedObjectModel> makeTestModel() {
   event.addAttribute("type", AttributeType::kInteger16);
   event.addAttribute("globalCount", AttributeType::kInteger64);
   event.addAttribute("timestamp", AttributeType::kDouble);
-  event.addRelationship("eventRevision", "SyncEventRevision").setInverseName("storeModificationEvent")
+  event.addRelationship("eventRevision", "SyncEventRevision")
+      .setInverseName("storeModificationEvent")
       .setDeleteRule(DeleteRule::kCascade);
-  event.addRelationship("eventRevisionsOfOtherStores", "SyncEventRevision").setToMany(true)
-      .setInverseName("storeModificationEventForOtherStores").setDeleteRule(DeleteRule::kCascade);
-  event.addRelationship("objectChanges", "SyncObjectChange").setToMany(true).setInverseName("storeModificationEvent")
+  event.addRelationship("eventRevisionsOfOtherStores", "SyncEventRevision")
+      .setToMany(true)
+      .setInverseName("storeModificationEventForOtherStores")
+      .setDeleteRule(DeleteRule::kCascade);
+  event.addRelationship("objectChanges", "SyncObjectChange")
+      .setToMany(true)
+      .setInverseName("storeModificationEvent")
       .setDeleteRule(DeleteRule::kCascade);
 
   auto& revision = model->addEntity("SyncEventRevision");
   revision.addAttribute("persistentStoreIdentifier", AttributeType::kString);
   revision.addAttribute("revisionNumber", AttributeType::kInteger64);
-  revision.addRelationship("storeModificationEvent", "SyncStoreModificationEvent").setInverseName("eventRevision");
+  revision.addRelationship("storeModificationEvent", "SyncStoreModificationEvent")
+      .setInverseName("eventRevision");
   revision.addRelationship("storeModificationEventForOtherStores", "SyncStoreModificationEvent")
       .setInverseName("eventRevisionsOfOtherStores");
 
@@ -140,7 +150,8 @@ inline std::shared_ptr<ManagedObjectModel> makeTestModel() {
   change.addAttribute("type", AttributeType::kInteger16);
   change.addAttribute("nameOfEntity", AttributeType::kString);
   change.addAttribute("propertyChangeValues", AttributeType::kTransformable);
-  change.addRelationship("storeModificationEvent", "SyncStoreModificationEvent").setInverseName("objectChanges");
+  change.addRelationship("storeModificationEvent", "SyncStoreModificationEvent")
+      .setInverseName("objectChanges");
   change.addRelationship("globalIdentifier", "SyncGlobalIdentifier").setInverseName("objectChanges");
   change.addRelationship("dataFiles", "SyncDataFile").setToMany(true).setInverseName("objectChange");
 
@@ -148,7 +159,9 @@ inline std::shared_ptr<ManagedObjectModel> makeTestModel() {
   global.addAttribute("globalIdentifier", AttributeType::kString).setIndexed(true);
   global.addAttribute("storeURI", AttributeType::kString);
   global.addAttribute("nameOfEntity", AttributeType::kString);
-  global.addRelationship("objectChanges", "SyncObjectChange").setToMany(true).setInverseName("globalIdentifier");
+  global.addRelationship("objectChanges", "SyncObjectChange")
+      .setToMany(true)
+      .setInverseName("globalIdentifier");
 
   auto& file = model->addEntity("SyncDataFile");
   file.addAttribute("filename", AttributeType::kString);
@@ -172,18 +185,21 @@ struct TestStack {
   std::shared_ptr<PersistentStoreCoordinator> coordinator;
   std::shared_ptr<ManagedObjectContext> context;
 
-  explicit TestStack(const std::string& path = {}, std::shared_ptr<ManagedObjectModel> m = makeTestModel()) : model(m) {
+  explicit TestStack(const std::string& path = {}, std::shared_ptr<ManagedObjectModel> m = makeTestModel())
+      : model(m) {
     coordinator = std::make_shared<PersistentStoreCoordinator>(model);
     OptionalError error;
-    coordinator->addPersistentStoreWithType(path.empty() ? kInMemoryStoreType : kSQLiteStoreType, path,
-                                            {{kMigratePersistentStoresAutomaticallyOption, true},
-                                             {kInferMappingModelAutomaticallyOption, true},
-                                             {kSQLitePragmasOption, Value::Dictionary{{"journal_mode", "DELETE"}}}},
-                                            error);
+    coordinator->addPersistentStoreWithType(
+        path.empty() ? kInMemoryStoreType : kSQLiteStoreType, path,
+        {{kMigratePersistentStoresAutomaticallyOption, true},
+         {kInferMappingModelAutomaticallyOption, true},
+         {kSQLitePragmasOption, Value::Dictionary{{"journal_mode", "DELETE"}}}},
+        error);
     if (error) throw std::runtime_error(error->toString());
     context = newContext();
   }
-  std::shared_ptr<ManagedObjectContext> newContext(ConcurrencyType type = ConcurrencyType::kConfinement) const {
+  std::shared_ptr<ManagedObjectContext> newContext(
+      ConcurrencyType type = ConcurrencyType::kConfinement) const {
     auto c = std::make_shared<ManagedObjectContext>(type);
     c->setPersistentStoreCoordinator(coordinator);
     return c;

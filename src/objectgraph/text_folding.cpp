@@ -12,7 +12,8 @@
 namespace lumeo {
 
 std::u32string foldText(std::string_view utf8, unsigned options) {
-  icu::UnicodeString s = icu::UnicodeString::fromUTF8(icu::StringPiece(utf8.data(), static_cast<int32_t>(utf8.size())));
+  icu::UnicodeString s =
+      icu::UnicodeString::fromUTF8(icu::StringPiece(utf8.data(), static_cast<int32_t>(utf8.size())));
   if (options & 2u) {
     UErrorCode status = U_ZERO_ERROR;
     const icu::Normalizer2* nfd = icu::Normalizer2::getNFDInstance(status);
@@ -77,11 +78,13 @@ namespace {
 bool regexMatch(std::string_view pattern, std::string_view text, unsigned options) {
   UErrorCode status = U_ZERO_ERROR;
   uint32_t flags = (options & 1u) ? UREGEX_CASE_INSENSITIVE : 0;
-  icu::UnicodeString p = icu::UnicodeString::fromUTF8(icu::StringPiece(pattern.data(), static_cast<int32_t>(pattern.size())));
+  icu::UnicodeString p =
+      icu::UnicodeString::fromUTF8(icu::StringPiece(pattern.data(), static_cast<int32_t>(pattern.size())));
   std::unique_ptr<icu::RegexPattern> compiled(icu::RegexPattern::compile(p, flags, status));
   if (U_FAILURE(status) || !compiled) return false;
   std::string folded = (options & 2u) ? foldTextUTF8(text, 2u) : std::string(text);
-  icu::UnicodeString t = icu::UnicodeString::fromUTF8(icu::StringPiece(folded.data(), static_cast<int32_t>(folded.size())));
+  icu::UnicodeString t =
+      icu::UnicodeString::fromUTF8(icu::StringPiece(folded.data(), static_cast<int32_t>(folded.size())));
   std::unique_ptr<icu::RegexMatcher> matcher(compiled->matcher(t, status));
   if (U_FAILURE(status) || !matcher) return false;
   matcher->setTimeLimit(50, status);
@@ -95,32 +98,53 @@ bool compareStrings(StringOperation op, unsigned options, std::string_view lhs, 
   if (op == StringOperation::kMatches) return regexMatch(rhs, lhs, options);
   if (options == 0) {
     switch (op) {
-      case StringOperation::kEqual: return lhs == rhs;
-      case StringOperation::kNotEqual: return lhs != rhs;
-      case StringOperation::kLess: return lhs < rhs;
-      case StringOperation::kLessOrEqual: return lhs <= rhs;
-      case StringOperation::kGreater: return lhs > rhs;
-      case StringOperation::kGreaterOrEqual: return lhs >= rhs;
-      case StringOperation::kContains: return lhs.find(rhs) != std::string_view::npos;
-      case StringOperation::kBeginsWith: return lhs.substr(0, rhs.size()) == rhs;
-      case StringOperation::kEndsWith: return lhs.size() >= rhs.size() && lhs.substr(lhs.size() - rhs.size()) == rhs;
-      default: break;
+      case StringOperation::kEqual:
+        return lhs == rhs;
+      case StringOperation::kNotEqual:
+        return lhs != rhs;
+      case StringOperation::kLess:
+        return lhs < rhs;
+      case StringOperation::kLessOrEqual:
+        return lhs <= rhs;
+      case StringOperation::kGreater:
+        return lhs > rhs;
+      case StringOperation::kGreaterOrEqual:
+        return lhs >= rhs;
+      case StringOperation::kContains:
+        return lhs.find(rhs) != std::string_view::npos;
+      case StringOperation::kBeginsWith:
+        return lhs.substr(0, rhs.size()) == rhs;
+      case StringOperation::kEndsWith:
+        return lhs.size() >= rhs.size() && lhs.substr(lhs.size() - rhs.size()) == rhs;
+      default:
+        break;
     }
   }
   const std::u32string a = foldText(lhs, options);
   const std::u32string b = foldText(rhs, options);
   switch (op) {
-    case StringOperation::kEqual: return a == b;
-    case StringOperation::kNotEqual: return a != b;
-    case StringOperation::kLess: return a < b;
-    case StringOperation::kLessOrEqual: return a <= b;
-    case StringOperation::kGreater: return a > b;
-    case StringOperation::kGreaterOrEqual: return a >= b;
-    case StringOperation::kLike: return likeMatch(b, a);
-    case StringOperation::kContains: return a.find(b) != std::u32string::npos;
-    case StringOperation::kBeginsWith: return a.compare(0, b.size(), b) == 0 && a.size() >= b.size();
-    case StringOperation::kEndsWith: return a.size() >= b.size() && a.compare(a.size() - b.size(), b.size(), b) == 0;
-    default: return false;
+    case StringOperation::kEqual:
+      return a == b;
+    case StringOperation::kNotEqual:
+      return a != b;
+    case StringOperation::kLess:
+      return a < b;
+    case StringOperation::kLessOrEqual:
+      return a <= b;
+    case StringOperation::kGreater:
+      return a > b;
+    case StringOperation::kGreaterOrEqual:
+      return a >= b;
+    case StringOperation::kLike:
+      return likeMatch(b, a);
+    case StringOperation::kContains:
+      return a.find(b) != std::u32string::npos;
+    case StringOperation::kBeginsWith:
+      return a.compare(0, b.size(), b) == 0 && a.size() >= b.size();
+    case StringOperation::kEndsWith:
+      return a.size() >= b.size() && a.compare(a.size() - b.size(), b.size(), b) == 0;
+    default:
+      return false;
   }
 }
 

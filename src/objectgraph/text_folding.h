@@ -9,8 +9,19 @@
 
 namespace lumeo {
 
-enum class StringOperation { kEqual, kNotEqual, kLess, kLessOrEqual, kGreater, kGreaterOrEqual,
-                             kLike, kContains, kBeginsWith, kEndsWith, kMatches };
+enum class StringOperation {
+  kEqual,
+  kNotEqual,
+  kLess,
+  kLessOrEqual,
+  kGreater,
+  kGreaterOrEqual,
+  kLike,
+  kContains,
+  kBeginsWith,
+  kEndsWith,
+  kMatches
+};
 
 // Folds per kCaseInsensitive (1) and kDiacriticInsensitive (2); returns
 // UTF-32 code points so that ? in LIKE stands for one character.

@@ -29,13 +29,32 @@ void putBytes(Value::Data& out, const void* p, std::size_t n) {
 
 void encode(const Value& v, Value::Data& out) {
   switch (v.type()) {
-    case Value::Type::kNull: out.push_back(kNull); break;
-    case Value::Type::kBool: out.push_back(v.toBool() ? kTrue : kFalse); break;
-    case Value::Type::kInteger: out.push_back(kInt); putU64(out, static_cast<std::uint64_t>(v.toInt())); break;
-    case Value::Type::kReal: out.push_back(kReal); putDouble(out, v.toDouble()); break;
-    case Value::Type::kString: out.push_back(kString); putBytes(out, v.asString()->data(), v.asString()->size()); break;
-    case Value::Type::kDate: out.push_back(kDate); putDouble(out, v.asDate()->timeIntervalSince1970()); break;
-    case Value::Type::kData: out.push_back(kData); putBytes(out, v.asData()->data(), v.asData()->size()); break;
+    case Value::Type::kNull:
+      out.push_back(kNull);
+      break;
+    case Value::Type::kBool:
+      out.push_back(v.toBool() ? kTrue : kFalse);
+      break;
+    case Value::Type::kInteger:
+      out.push_back(kInt);
+      putU64(out, static_cast<std::uint64_t>(v.toInt()));
+      break;
+    case Value::Type::kReal:
+      out.push_back(kReal);
+      putDouble(out, v.toDouble());
+      break;
+    case Value::Type::kString:
+      out.push_back(kString);
+      putBytes(out, v.asString()->data(), v.asString()->size());
+      break;
+    case Value::Type::kDate:
+      out.push_back(kDate);
+      putDouble(out, v.asDate()->timeIntervalSince1970());
+      break;
+    case Value::Type::kData:
+      out.push_back(kData);
+      putBytes(out, v.asData()->data(), v.asData()->size());
+      break;
     case Value::Type::kArray:
       out.push_back(kArray);
       putU64(out, v.asArray()->size());
@@ -89,13 +108,26 @@ struct Reader {
     }
     Value out;
     switch (d[pos++]) {
-      case kNull: break;
-      case kFalse: out = false; break;
-      case kTrue: out = true; break;
-      case kInt: out = Value(static_cast<long long>(u64())); break;
-      case kReal: out = real(); break;
-      case kString: out = bytes(); break;
-      case kDate: out = Date::fromTimeIntervalSince1970(real()); break;
+      case kNull:
+        break;
+      case kFalse:
+        out = false;
+        break;
+      case kTrue:
+        out = true;
+        break;
+      case kInt:
+        out = Value(static_cast<long long>(u64()));
+        break;
+      case kReal:
+        out = real();
+        break;
+      case kString:
+        out = bytes();
+        break;
+      case kDate:
+        out = Date::fromTimeIntervalSince1970(real());
+        break;
       case kData: {
         std::string s = bytes();
         out = Value::Data(s.begin(), s.end());
@@ -118,7 +150,8 @@ struct Reader {
         out = std::move(m);
         break;
       }
-      default: ok = false;
+      default:
+        ok = false;
     }
     --depth;
     return out;

@@ -23,7 +23,8 @@ Error fileError(long code, const std::string& what, const std::filesystem::path&
 }  // namespace
 
 OptionalError writeFileAtomically(const std::filesystem::path& path, const void* bytes, std::size_t size) {
-  const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
+  const std::filesystem::path folder =
+      path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
   std::string temp = (folder / ("." + path.filename().string() + ".tmp-XXXXXX")).string();
   const int fd = ::mkstemp(temp.data());
   if (fd < 0) return fileError(kFileWriteFailed, "Cannot write", path, errno);

@@ -24,7 +24,8 @@ enum FileErrorCode : long {
 // Writes `bytes` to `path` atomically. The folder must exist. On failure the
 // old contents stand and no temporary file is left behind.
 OptionalError writeFileAtomically(const std::filesystem::path& path, const void* bytes, std::size_t size);
-inline OptionalError writeFileAtomically(const std::filesystem::path& path, const std::vector<std::uint8_t>& bytes) {
+inline OptionalError writeFileAtomically(const std::filesystem::path& path,
+                                         const std::vector<std::uint8_t>& bytes) {
   return writeFileAtomically(path, bytes.data(), bytes.size());
 }
 inline OptionalError writeFileAtomically(const std::filesystem::path& path, std::string_view text) {

@@ -27,13 +27,18 @@ UDate toUDate(Date date) {
   const double seconds = date.timeIntervalSince1970();
   if (std::isnan(seconds)) return 0;
   if (std::isinf(seconds)) {
-    return (seconds > 0 ? Date::distantFuture() : Date::distantPast()).timeIntervalSince1970() * kMillisPerSecond;
+    return (seconds > 0 ? Date::distantFuture() : Date::distantPast()).timeIntervalSince1970() *
+           kMillisPerSecond;
   }
   return seconds * kMillisPerSecond;
 }
-Date fromUDate(UDate millis) { return Date::fromTimeIntervalSince1970(millis / kMillisPerSecond); }
+Date fromUDate(UDate millis) {
+  return Date::fromTimeIntervalSince1970(millis / kMillisPerSecond);
+}
 
-bool fitsInt32(std::int64_t v) { return v >= INT32_MIN && v <= INT32_MAX; }
+bool fitsInt32(std::int64_t v) {
+  return v >= INT32_MIN && v <= INT32_MAX;
+}
 
 std::optional<int> firstWeekdayOverride() {
   const char* value = std::getenv(Calendar::kFirstWeekdayVariable);
@@ -83,9 +88,8 @@ std::vector<std::string> symbols(const icu::Calendar& calendar, const std::strin
   std::vector<std::string> out;
   if (U_FAILURE(status)) return out;
   int32_t count = 0;
-  const icu::UnicodeString* names =
-      weekdays ? dfs.getWeekdays(count, icu::DateFormatSymbols::FORMAT, width)
-               : dfs.getMonths(count, icu::DateFormatSymbols::FORMAT, width);
+  const icu::UnicodeString* names = weekdays ? dfs.getWeekdays(count, icu::DateFormatSymbols::FORMAT, width)
+                                             : dfs.getMonths(count, icu::DateFormatSymbols::FORMAT, width);
   // ICU's weekday array has an empty slot 0 so that index 1 is Sunday.
   for (int32_t i = weekdays ? 1 : 0; i < count; ++i) out.push_back(fromUnicode(names[i]));
   return out;
@@ -95,41 +99,85 @@ std::vector<std::string> symbols(const icu::Calendar& calendar, const std::strin
 
 std::optional<std::int64_t> DateComponents::value(CalendarUnit unit) const {
   switch (unit) {
-    case CalendarUnit::kEra: return era;
-    case CalendarUnit::kYear: return year;
-    case CalendarUnit::kMonth: return month;
-    case CalendarUnit::kDay: return day;
-    case CalendarUnit::kHour: return hour;
-    case CalendarUnit::kMinute: return minute;
-    case CalendarUnit::kSecond: return second;
-    case CalendarUnit::kNanosecond: return nanosecond;
-    case CalendarUnit::kWeekday: return weekday;
-    case CalendarUnit::kWeekdayOrdinal: return weekdayOrdinal;
-    case CalendarUnit::kQuarter: return quarter;
-    case CalendarUnit::kWeekOfMonth: return weekOfMonth;
-    case CalendarUnit::kWeekOfYear: return weekOfYear;
-    case CalendarUnit::kYearForWeekOfYear: return yearForWeekOfYear;
-    default: return std::nullopt;
+    case CalendarUnit::kEra:
+      return era;
+    case CalendarUnit::kYear:
+      return year;
+    case CalendarUnit::kMonth:
+      return month;
+    case CalendarUnit::kDay:
+      return day;
+    case CalendarUnit::kHour:
+      return hour;
+    case CalendarUnit::kMinute:
+      return minute;
+    case CalendarUnit::kSecond:
+      return second;
+    case CalendarUnit::kNanosecond:
+      return nanosecond;
+    case CalendarUnit::kWeekday:
+      return weekday;
+    case CalendarUnit::kWeekdayOrdinal:
+      return weekdayOrdinal;
+    case CalendarUnit::kQuarter:
+      return quarter;
+    case CalendarUnit::kWeekOfMonth:
+      return weekOfMonth;
+    case CalendarUnit::kWeekOfYear:
+      return weekOfYear;
+    case CalendarUnit::kYearForWeekOfYear:
+      return yearForWeekOfYear;
+    default:
+      return std::nullopt;
   }
 }
 
 void DateComponents::setValue(CalendarUnit unit, std::optional<std::int64_t> v) {
   switch (unit) {
-    case CalendarUnit::kEra: era = v; break;
-    case CalendarUnit::kYear: year = v; break;
-    case CalendarUnit::kMonth: month = v; break;
-    case CalendarUnit::kDay: day = v; break;
-    case CalendarUnit::kHour: hour = v; break;
-    case CalendarUnit::kMinute: minute = v; break;
-    case CalendarUnit::kSecond: second = v; break;
-    case CalendarUnit::kNanosecond: nanosecond = v; break;
-    case CalendarUnit::kWeekday: weekday = v; break;
-    case CalendarUnit::kWeekdayOrdinal: weekdayOrdinal = v; break;
-    case CalendarUnit::kQuarter: quarter = v; break;
-    case CalendarUnit::kWeekOfMonth: weekOfMonth = v; break;
-    case CalendarUnit::kWeekOfYear: weekOfYear = v; break;
-    case CalendarUnit::kYearForWeekOfYear: yearForWeekOfYear = v; break;
-    default: break;
+    case CalendarUnit::kEra:
+      era = v;
+      break;
+    case CalendarUnit::kYear:
+      year = v;
+      break;
+    case CalendarUnit::kMonth:
+      month = v;
+      break;
+    case CalendarUnit::kDay:
+      day = v;
+      break;
+    case CalendarUnit::kHour:
+      hour = v;
+      break;
+    case CalendarUnit::kMinute:
+      minute = v;
+      break;
+    case CalendarUnit::kSecond:
+      second = v;
+      break;
+    case CalendarUnit::kNanosecond:
+      nanosecond = v;
+      break;
+    case CalendarUnit::kWeekday:
+      weekday = v;
+      break;
+    case CalendarUnit::kWeekdayOrdinal:
+      weekdayOrdinal = v;
+      break;
+    case CalendarUnit::kQuarter:
+      quarter = v;
+      break;
+    case CalendarUnit::kWeekOfMonth:
+      weekOfMonth = v;
+      break;
+    case CalendarUnit::kWeekOfYear:
+      weekOfYear = v;
+      break;
+    case CalendarUnit::kYearForWeekOfYear:
+      yearForWeekOfYear = v;
+      break;
+    default:
+      break;
   }
 }
 
@@ -152,7 +200,8 @@ std::string DateComponents::description() const {
   };
   std::string out = "{";
   for (const auto& [unit, name] : kNames) {
-    if (auto v = value(unit)) out += (out.size() > 1 ? ", " : "") + std::string(name) + " " + std::to_string(*v);
+    if (auto v = value(unit))
+      out += (out.size() > 1 ? ", " : "") + std::string(name) + " " + std::to_string(*v);
   }
   if (timeZone) out += (out.size() > 1 ? ", " : "") + std::string("timeZone ") + *timeZone;
   return out + "}";
@@ -189,10 +238,16 @@ Calendar Calendar::makeCurrent(bool gregorian) {
   return calendar;
 }
 
-Calendar Calendar::current() { return makeCurrent(false); }
-Calendar Calendar::gregorian() { return makeCurrent(true); }
+Calendar Calendar::current() {
+  return makeCurrent(false);
+}
+Calendar Calendar::gregorian() {
+  return makeCurrent(true);
+}
 
-std::string Calendar::identifier() const { return calendar_->getType(); }
+std::string Calendar::identifier() const {
+  return calendar_->getType();
+}
 
 void Calendar::setTimeZone(const TimeZone& zone) {
   zone_ = zone;
@@ -208,7 +263,9 @@ void Calendar::setFirstWeekday(int weekday) {
   if (weekday >= 1 && weekday <= 7) calendar_->setFirstDayOfWeek(static_cast<UCalendarDaysOfWeek>(weekday));
 }
 
-int Calendar::minimumDaysInFirstWeek() const { return calendar_->getMinimalDaysInFirstWeek(); }
+int Calendar::minimumDaysInFirstWeek() const {
+  return calendar_->getMinimalDaysInFirstWeek();
+}
 
 void Calendar::setMinimumDaysInFirstWeek(int days) {
   if (days >= 1 && days <= 7) calendar_->setMinimalDaysInFirstWeek(static_cast<uint8_t>(days));
@@ -367,8 +424,8 @@ DateComponents Calendar::componentsFromDate(CalendarUnit units, Date from, Date 
   if (contains(units, CalendarUnit::kMonth)) c.month = difference(UCAL_MONTH);
   // The first week-like unit in the set takes the whole weeks; any other one
   // gets what is left, which is 0.
-  for (CalendarUnit unit : {CalendarUnit::kWeekOfYear, CalendarUnit::kWeekOfMonth, CalendarUnit::kWeekdayOrdinal,
-                            CalendarUnit::kWeekday}) {
+  for (CalendarUnit unit : {CalendarUnit::kWeekOfYear, CalendarUnit::kWeekOfMonth,
+                            CalendarUnit::kWeekdayOrdinal, CalendarUnit::kWeekday}) {
     if (contains(units, unit)) c.setValue(unit, difference(UCAL_WEEK_OF_YEAR));
   }
   if (contains(units, CalendarUnit::kDay)) c.day = difference(UCAL_DATE);
@@ -479,7 +536,8 @@ Date Calendar::startOfDay(Date date) const {
 }
 
 bool Calendar::isDateInSameDay(Date a, Date b) const {
-  return components(kYearMonthDay | CalendarUnit::kEra, a) == components(kYearMonthDay | CalendarUnit::kEra, b);
+  return components(kYearMonthDay | CalendarUnit::kEra, a) ==
+         components(kYearMonthDay | CalendarUnit::kEra, b);
 }
 
 std::optional<UnitRange> Calendar::rangeOfUnit(CalendarUnit smaller, CalendarUnit larger, Date date) const {
@@ -495,8 +553,10 @@ std::optional<UnitRange> Calendar::rangeOfUnit(CalendarUnit smaller, CalendarUni
   if (smaller == CalendarUnit::kDay && larger == CalendarUnit::kMonth) return actual(UCAL_DATE, 0);
   if (smaller == CalendarUnit::kDay && larger == CalendarUnit::kYear) return actual(UCAL_DAY_OF_YEAR, 0);
   if (smaller == CalendarUnit::kMonth && larger == CalendarUnit::kYear) return actual(UCAL_MONTH, 1);
-  if (smaller == CalendarUnit::kWeekOfMonth && larger == CalendarUnit::kMonth) return actual(UCAL_WEEK_OF_MONTH, 0);
-  if (smaller == CalendarUnit::kWeekOfYear && larger == CalendarUnit::kYear) return actual(UCAL_WEEK_OF_YEAR, 0);
+  if (smaller == CalendarUnit::kWeekOfMonth && larger == CalendarUnit::kMonth)
+    return actual(UCAL_WEEK_OF_MONTH, 0);
+  if (smaller == CalendarUnit::kWeekOfYear && larger == CalendarUnit::kYear)
+    return actual(UCAL_WEEK_OF_YEAR, 0);
   if (smaller == CalendarUnit::kHour && larger == CalendarUnit::kDay) return UnitRange{0, 24};
   if (smaller == CalendarUnit::kWeekday && isWeekUnit(larger)) return UnitRange{1, 7};
   return std::nullopt;
@@ -509,19 +569,32 @@ std::optional<UnitRange> Calendar::maximumRangeOfUnit(CalendarUnit unit) const {
     return UnitRange{lo + shift, hi - lo + 1};
   };
   switch (unit) {
-    case CalendarUnit::kEra: return range(UCAL_ERA, 0);
-    case CalendarUnit::kYear: return range(UCAL_YEAR, 0);
-    case CalendarUnit::kMonth: return range(UCAL_MONTH, 1);
-    case CalendarUnit::kDay: return range(UCAL_DATE, 0);
-    case CalendarUnit::kHour: return range(UCAL_HOUR_OF_DAY, 0);
-    case CalendarUnit::kMinute: return range(UCAL_MINUTE, 0);
-    case CalendarUnit::kSecond: return range(UCAL_SECOND, 0);
-    case CalendarUnit::kWeekday: return range(UCAL_DAY_OF_WEEK, 0);
-    case CalendarUnit::kWeekdayOrdinal: return range(UCAL_DAY_OF_WEEK_IN_MONTH, 0);
-    case CalendarUnit::kQuarter: return UnitRange{1, 4};
-    case CalendarUnit::kWeekOfMonth: return range(UCAL_WEEK_OF_MONTH, 0);
-    case CalendarUnit::kWeekOfYear: return range(UCAL_WEEK_OF_YEAR, 0);
-    default: return std::nullopt;
+    case CalendarUnit::kEra:
+      return range(UCAL_ERA, 0);
+    case CalendarUnit::kYear:
+      return range(UCAL_YEAR, 0);
+    case CalendarUnit::kMonth:
+      return range(UCAL_MONTH, 1);
+    case CalendarUnit::kDay:
+      return range(UCAL_DATE, 0);
+    case CalendarUnit::kHour:
+      return range(UCAL_HOUR_OF_DAY, 0);
+    case CalendarUnit::kMinute:
+      return range(UCAL_MINUTE, 0);
+    case CalendarUnit::kSecond:
+      return range(UCAL_SECOND, 0);
+    case CalendarUnit::kWeekday:
+      return range(UCAL_DAY_OF_WEEK, 0);
+    case CalendarUnit::kWeekdayOrdinal:
+      return range(UCAL_DAY_OF_WEEK_IN_MONTH, 0);
+    case CalendarUnit::kQuarter:
+      return UnitRange{1, 4};
+    case CalendarUnit::kWeekOfMonth:
+      return range(UCAL_WEEK_OF_MONTH, 0);
+    case CalendarUnit::kWeekOfYear:
+      return range(UCAL_WEEK_OF_YEAR, 0);
+    default:
+      return std::nullopt;
   }
 }
 

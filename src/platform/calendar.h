@@ -4,12 +4,12 @@
 // periods, charts and month pages are computed on it.
 #pragma once
 
+#include <unicode/uversion.h>
+
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <unicode/uversion.h>
 
 #include "platform/date.h"
 #include "platform/date_components.h"

@@ -14,7 +14,9 @@
 
 namespace lumeo {
 
-void PrintTo(const DateComponents& c, std::ostream* os) { *os << c.description(); }
+void PrintTo(const DateComponents& c, std::ostream* os) {
+  *os << c.description();
+}
 
 namespace {
 
@@ -43,9 +45,15 @@ Calendar calendarIn(const char* zone, const char* locale = "en_US") {
 
 TEST(UserLocaleTest, PosixNamesBecomeIcuNames) {
   const std::pair<const char*, const char*> cases[] = {
-      {"en_GB.UTF-8", "en_GB"},       {"de_DE.UTF-8@euro", "de_DE"},      {"de_DE@euro", "de_DE"},
-      {"sr_RS.UTF-8@latin", "sr_Latn_RS"}, {"C", "en_US_POSIX"},          {"C.UTF-8", "en_US_POSIX"},
-      {"POSIX", "en_US_POSIX"},       {"ja_JP", "ja_JP"},                 {"en_US@calendar=hebrew", "en_US@calendar=hebrew"},
+      {"en_GB.UTF-8", "en_GB"},
+      {"de_DE.UTF-8@euro", "de_DE"},
+      {"de_DE@euro", "de_DE"},
+      {"sr_RS.UTF-8@latin", "sr_Latn_RS"},
+      {"C", "en_US_POSIX"},
+      {"C.UTF-8", "en_US_POSIX"},
+      {"POSIX", "en_US_POSIX"},
+      {"ja_JP", "ja_JP"},
+      {"en_US@calendar=hebrew", "en_US@calendar=hebrew"},
   };
   for (const auto& [posix, icu] : cases) EXPECT_EQ(icuLocaleFromPosix(posix), icu) << posix;
 }
@@ -62,8 +70,11 @@ TEST(UserLocaleTest, LcAllWinsOverLcTimeWinsOverLang) {
 }
 
 TEST(CalendarCurrentTest, FollowsEnvironmentAtEveryCall) {
-  ScopedEnvironment env{{"TZ", "UTC"}, {"LANG", "en_US.UTF-8"}, {"LC_ALL", std::nullopt},
-                        {"LC_TIME", std::nullopt}, {"LUMEO_FIRST_WEEKDAY", std::nullopt}};
+  ScopedEnvironment env{{"TZ", "UTC"},
+                        {"LANG", "en_US.UTF-8"},
+                        {"LC_ALL", std::nullopt},
+                        {"LC_TIME", std::nullopt},
+                        {"LUMEO_FIRST_WEEKDAY", std::nullopt}};
   EXPECT_EQ(Calendar::current().identifier(), "gregorian");
   EXPECT_EQ(Calendar::current().timeZone().identifier(), "UTC");
   EXPECT_EQ(Calendar::current().firstWeekday(), 1);
@@ -105,9 +116,10 @@ TEST(CalendarComponentsTest, ReadsEveryField) {
   const Calendar calendar = calendarIn("Asia/Kolkata");
   // 2026-11-25 14:05:09.25 in Kolkata (UTC+05:30) is 08:35:09.25 UTC.
   const Date d = Date::fromTimeIntervalSince1970(1795595709.25);
-  const CalendarUnit all = CalendarUnit::kEra | kYearToSecond | CalendarUnit::kNanosecond | CalendarUnit::kWeekday |
-                           CalendarUnit::kWeekdayOrdinal | CalendarUnit::kQuarter | CalendarUnit::kWeekOfMonth |
-                           CalendarUnit::kWeekOfYear | CalendarUnit::kYearForWeekOfYear | CalendarUnit::kTimeZone;
+  const CalendarUnit all = CalendarUnit::kEra | kYearToSecond | CalendarUnit::kNanosecond |
+                           CalendarUnit::kWeekday | CalendarUnit::kWeekdayOrdinal | CalendarUnit::kQuarter |
+                           CalendarUnit::kWeekOfMonth | CalendarUnit::kWeekOfYear |
+                           CalendarUnit::kYearForWeekOfYear | CalendarUnit::kTimeZone;
   const DateComponents c = calendar.components(all, d);
   EXPECT_EQ(c.era, 1);
   EXPECT_EQ(c.year, 2026);
@@ -229,7 +241,8 @@ TEST(CalendarDaylightSavingTest, SkippedAndRepeatedWallTimes) {
   EXPECT_EQ(first.timeIntervalSince1970(), 1550367000.0);  // 01:30 UTC, still at UTC-2
   EXPECT_EQ(saoPaulo.startOfDay(first).timeIntervalSince1970(), 1550282400.0);
 
-  const auto shortDay = saoPaulo.rangeOfUnit(CalendarUnit::kDay, *saoPaulo.dateFromComponents(ymd(2018, 11, 4, 12)));
+  const auto shortDay =
+      saoPaulo.rangeOfUnit(CalendarUnit::kDay, *saoPaulo.dateFromComponents(ymd(2018, 11, 4, 12)));
   ASSERT_TRUE(shortDay);
   EXPECT_EQ(show(shortDay->start, saoPaulo), "2018-11-04 01:00:00");
   EXPECT_EQ(shortDay->duration, 23 * 3600.0);
@@ -267,9 +280,10 @@ TEST(CalendarAddTest, ClipsMonthsAndKeepsWallTimeForDays) {
   DateComponents monthAndDay;
   monthAndDay.month = 1;
   monthAndDay.day = 1;
-  EXPECT_EQ(show(*calendar.dateByAddingComponents(monthAndDay, *calendar.dateFromComponents(ymd(2026, 1, 31))),
-                 calendar),
-            "2026-03-01 00:00:00");
+  EXPECT_EQ(
+      show(*calendar.dateByAddingComponents(monthAndDay, *calendar.dateFromComponents(ymd(2026, 1, 31))),
+           calendar),
+      "2026-03-01 00:00:00");
   DateComponents roll;
   roll.day = 5;
   EXPECT_EQ(show(*calendar.dateByAddingComponents(roll, *calendar.dateFromComponents(ymd(2026, 1, 30)), true),
@@ -321,7 +335,8 @@ TEST(CalendarDifferenceTest, SplitsIntoFieldsLargestFirst) {
   // Seconds over a century do not overflow.
   DateComponents seconds;
   seconds.second = 3155760000;
-  EXPECT_EQ(calendar.componentsFromDate(CalendarUnit::kSecond, at(ymd(1970, 1, 1)), at(ymd(2070, 1, 1))), seconds);
+  EXPECT_EQ(calendar.componentsFromDate(CalendarUnit::kSecond, at(ymd(1970, 1, 1)), at(ymd(2070, 1, 1))),
+            seconds);
 }
 
 TEST(CalendarRangeTest, PeriodsHoldingADate) {
@@ -349,7 +364,8 @@ TEST(CalendarRangeTest, PeriodsHoldingADate) {
     EXPECT_EQ(show(range->start, *c.calendar), c.start);
     EXPECT_NEAR(range->duration, c.days * 86400, 3600.5) << c.start;  // Auckland's summer time moves an hour
   }
-  EXPECT_EQ(sunday.rangeOfUnit(CalendarUnit::kDay, CalendarUnit::kMonth, *sunday.dateFromComponents(ymd(2024, 2, 10))),
+  EXPECT_EQ(sunday.rangeOfUnit(CalendarUnit::kDay, CalendarUnit::kMonth,
+                               *sunday.dateFromComponents(ymd(2024, 2, 10))),
             (UnitRange{1, 29}));
   EXPECT_EQ(sunday.rangeOfUnit(CalendarUnit::kDay, CalendarUnit::kYear, wednesday), (UnitRange{1, 365}));
   EXPECT_EQ(sunday.rangeOfUnit(CalendarUnit::kMonth, CalendarUnit::kYear, wednesday), (UnitRange{1, 12}));

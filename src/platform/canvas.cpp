@@ -13,7 +13,9 @@ namespace lumeo {
 
 namespace {
 
-std::uint8_t premultiply(std::uint8_t c, std::uint8_t a) { return static_cast<std::uint8_t>((c * a + 127) / 255); }
+std::uint8_t premultiply(std::uint8_t c, std::uint8_t a) {
+  return static_cast<std::uint8_t>((c * a + 127) / 255);
+}
 std::uint8_t unpremultiply(std::uint8_t c, std::uint8_t a) {
   if (a == 0) return 0;
   return static_cast<std::uint8_t>(std::min(255, (c * 255 + a / 2) / a));
@@ -36,7 +38,8 @@ SurfacePtr surfaceFromImage(const Image& image) {
     auto* row = reinterpret_cast<std::uint32_t*>(data + static_cast<std::ptrdiff_t>(y) * stride);
     for (int x = 0; x < image.width(); ++x, src += 4) {
       const std::uint8_t a = src[3];
-      row[x] = static_cast<std::uint32_t>(a) << 24 | static_cast<std::uint32_t>(premultiply(src[0], a)) << 16 |
+      row[x] = static_cast<std::uint32_t>(a) << 24 |
+               static_cast<std::uint32_t>(premultiply(src[0], a)) << 16 |
                static_cast<std::uint32_t>(premultiply(src[1], a)) << 8 | premultiply(src[2], a);
     }
   }
@@ -85,11 +88,21 @@ Canvas& Canvas::operator=(Canvas&& other) noexcept {
   return *this;
 }
 
-void Canvas::saveState() { cairo_save(cr_); }
-void Canvas::restoreState() { cairo_restore(cr_); }
-void Canvas::translate(double dx, double dy) { cairo_translate(cr_, dx, dy); }
-void Canvas::scale(double sx, double sy) { cairo_scale(cr_, sx, sy); }
-void Canvas::rotate(double radians) { cairo_rotate(cr_, radians); }
+void Canvas::saveState() {
+  cairo_save(cr_);
+}
+void Canvas::restoreState() {
+  cairo_restore(cr_);
+}
+void Canvas::translate(double dx, double dy) {
+  cairo_translate(cr_, dx, dy);
+}
+void Canvas::scale(double sx, double sy) {
+  cairo_scale(cr_, sx, sy);
+}
+void Canvas::rotate(double radians) {
+  cairo_rotate(cr_, radians);
+}
 
 void Canvas::fillRect(const Rect& rect, const Color& color) {
   cairo_save(cr_);
@@ -143,7 +156,8 @@ Color Canvas::pixelAt(int x, int y) const {
   cairo_surface_flush(surface_);
   const unsigned char* data = cairo_image_surface_get_data(surface_);
   const int stride = cairo_image_surface_get_stride(surface_);
-  const std::uint32_t p = reinterpret_cast<const std::uint32_t*>(data + static_cast<std::ptrdiff_t>(y) * stride)[x];
+  const std::uint32_t p =
+      reinterpret_cast<const std::uint32_t*>(data + static_cast<std::ptrdiff_t>(y) * stride)[x];
   const std::uint8_t a = p >> 24;
   if (a == 0) return Color(0, 0, 0, 0);
   // Unpremultiplied in full precision, so that a half-covered pixel keeps its hue.
@@ -176,7 +190,8 @@ OrError<std::vector<std::uint8_t>> Canvas::pngData() const {
   cairo_surface_flush(surface_);
   const cairo_status_t status = cairo_surface_write_to_png_stream(surface_, appendToVector, &png);
   if (status != CAIRO_STATUS_SUCCESS) {
-    return Error(kImageErrorDomain, kImageEncodeFailed, std::string("PNG encoding failed: ") + cairo_status_to_string(status));
+    return Error(kImageErrorDomain, kImageEncodeFailed,
+                 std::string("PNG encoding failed: ") + cairo_status_to_string(status));
   }
   return png;
 }

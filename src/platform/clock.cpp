@@ -18,7 +18,9 @@ std::shared_ptr<Clock>& clockSlot() {
 }
 }  // namespace
 
-Date Date::now() { return Clock::current()->now(); }
+Date Date::now() {
+  return Clock::current()->now();
+}
 
 std::shared_ptr<Clock> Clock::current() {
   std::lock_guard lock(clockMutex());
@@ -56,6 +58,8 @@ ScopedSimulatedClock::ScopedSimulatedClock(Date start)
   Clock::setCurrent(clock_);
 }
 
-ScopedSimulatedClock::~ScopedSimulatedClock() { Clock::setCurrent(previous_); }
+ScopedSimulatedClock::~ScopedSimulatedClock() {
+  Clock::setCurrent(previous_);
+}
 
 }  // namespace lumeo

@@ -44,8 +44,8 @@ constexpr bool contains(CalendarUnit units, CalendarUnit unit) {
 
 // The common sets.
 inline constexpr CalendarUnit kYearMonthDay = CalendarUnit::kYear | CalendarUnit::kMonth | CalendarUnit::kDay;
-inline constexpr CalendarUnit kYearToSecond = kYearMonthDay | CalendarUnit::kHour | CalendarUnit::kMinute |
-                                              CalendarUnit::kSecond;
+inline constexpr CalendarUnit kYearToSecond =
+    kYearMonthDay | CalendarUnit::kHour | CalendarUnit::kMinute | CalendarUnit::kSecond;
 
 // Numbers follow the calendar's own conventions: month 1 is January, weekday
 // 1 is Sunday whatever the first weekday of the week is, day 1 is the first of

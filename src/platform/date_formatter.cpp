@@ -16,11 +16,20 @@ namespace {
 icu::DateFormat::EStyle icuStyle(DateFormatter::Style style, bool relative) {
   icu::DateFormat::EStyle s = icu::DateFormat::kNone;
   switch (style) {
-    case DateFormatter::Style::kNone: return icu::DateFormat::kNone;
-    case DateFormatter::Style::kShort: s = icu::DateFormat::kShort; break;
-    case DateFormatter::Style::kMedium: s = icu::DateFormat::kMedium; break;
-    case DateFormatter::Style::kLong: s = icu::DateFormat::kLong; break;
-    case DateFormatter::Style::kFull: s = icu::DateFormat::kFull; break;
+    case DateFormatter::Style::kNone:
+      return icu::DateFormat::kNone;
+    case DateFormatter::Style::kShort:
+      s = icu::DateFormat::kShort;
+      break;
+    case DateFormatter::Style::kMedium:
+      s = icu::DateFormat::kMedium;
+      break;
+    case DateFormatter::Style::kLong:
+      s = icu::DateFormat::kLong;
+      break;
+    case DateFormatter::Style::kFull:
+      s = icu::DateFormat::kFull;
+      break;
   }
   return relative ? static_cast<icu::DateFormat::EStyle>(s | icu::DateFormat::kRelative) : s;
 }
@@ -29,7 +38,9 @@ icu::DateFormat::EStyle icuStyle(DateFormatter::Style style, bool relative) {
 
 DateFormatter::DateFormatter() : locale_(userLocaleIdentifier()), zone_(TimeZone::current()) {}
 
-DateFormatter::DateFormatter(std::string pattern) : DateFormatter() { pattern_ = std::move(pattern); }
+DateFormatter::DateFormatter(std::string pattern) : DateFormatter() {
+  pattern_ = std::move(pattern);
+}
 
 DateFormatter::DateFormatter(const DateFormatter& other)
     : pattern_(other.pattern_),
@@ -95,8 +106,8 @@ icu::DateFormat* DateFormatter::formatter() const {
   if (!pattern_.empty()) {
     made = std::make_unique<icu::SimpleDateFormat>(toUnicode(pattern_), locale, status);
   } else if (dateStyle_ != Style::kNone || timeStyle_ != Style::kNone) {
-    made.reset(icu::DateFormat::createDateTimeInstance(icuStyle(dateStyle_, relative_), icuStyle(timeStyle_, false),
-                                                       locale));
+    made.reset(icu::DateFormat::createDateTimeInstance(icuStyle(dateStyle_, relative_),
+                                                       icuStyle(timeStyle_, false), locale));
   }
   if (!made || U_FAILURE(status)) return nullptr;
   made->setTimeZone(zone_.icuZone());
@@ -143,11 +154,12 @@ std::string DateFormatter::localizedStringFromDate(Date date, Style dateStyle, S
   return formatter.stringFromDate(date);
 }
 
-std::string DateFormatter::patternForStyles(Style dateStyle, Style timeStyle, const std::string& localeIdentifier) {
+std::string DateFormatter::patternForStyles(Style dateStyle, Style timeStyle,
+                                            const std::string& localeIdentifier) {
   if (dateStyle == Style::kNone && timeStyle == Style::kNone) return {};
   const icu::Locale locale = icuDateLocale(icuLocaleFromPosix(localeIdentifier));
-  std::unique_ptr<icu::DateFormat> format(
-      icu::DateFormat::createDateTimeInstance(icuStyle(dateStyle, false), icuStyle(timeStyle, false), locale));
+  std::unique_ptr<icu::DateFormat> format(icu::DateFormat::createDateTimeInstance(
+      icuStyle(dateStyle, false), icuStyle(timeStyle, false), locale));
   auto* simple = dynamic_cast<icu::SimpleDateFormat*>(format.get());
   if (simple == nullptr) return {};
   icu::UnicodeString pattern;
@@ -155,7 +167,8 @@ std::string DateFormatter::patternForStyles(Style dateStyle, Style timeStyle, co
   return fromUnicode(pattern);
 }
 
-std::string DateFormatter::dateFormatFromTemplate(const std::string& skeleton, const std::string& localeIdentifier) {
+std::string DateFormatter::dateFormatFromTemplate(const std::string& skeleton,
+                                                  const std::string& localeIdentifier) {
   UErrorCode status = U_ZERO_ERROR;
   const icu::Locale locale = icuDateLocale(icuLocaleFromPosix(localeIdentifier));
   std::unique_ptr<icu::DateTimePatternGenerator> generator(

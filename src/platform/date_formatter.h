@@ -3,11 +3,11 @@
 // strict: the whole text must match, or the result is nullopt.
 #pragma once
 
+#include <unicode/uversion.h>
+
 #include <memory>
 #include <optional>
 #include <string>
-
-#include <unicode/uversion.h>
 
 #include "platform/date.h"
 #include "platform/time_zone.h"

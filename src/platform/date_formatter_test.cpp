@@ -86,8 +86,9 @@ TEST(DateFormatterTest, StylesAndRelativeNames) {
   EXPECT_EQ(relative.stringFromDate(Date::now()), "today");
   EXPECT_EQ(relative.stringFromDate(Date::fromTimeIntervalSince1970(0)), "January 1, 1970");
 
-  EXPECT_EQ(DateFormatter::patternForStyles(DateFormatter::Style::kShort, DateFormatter::Style::kNone, "en_US"),
-            "M/d/yy");
+  EXPECT_EQ(
+      DateFormatter::patternForStyles(DateFormatter::Style::kShort, DateFormatter::Style::kNone, "en_US"),
+      "M/d/yy");
   EXPECT_EQ(DateFormatter::dateFormatFromTemplate("yMMMd", "de_DE"), "d. MMM y");
   EXPECT_EQ(DateFormatter().stringFromDate(kEvening), "");
   EXPECT_FALSE(DateFormatter().dateFromString("Nov 28, 2026").has_value());

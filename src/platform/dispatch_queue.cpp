@@ -262,6 +262,8 @@ std::shared_ptr<DispatchQueue> DispatchQueue::makeSerial(const std::string& labe
   return std::make_shared<SerialQueue>(label);
 }
 
-DelayedCall after(double seconds, Block block) { return DispatchQueue::main().after(seconds, std::move(block)); }
+DelayedCall after(double seconds, Block block) {
+  return DispatchQueue::main().after(seconds, std::move(block));
+}
 
 }  // namespace lumeo

@@ -28,7 +28,9 @@ Error imageError(long code, std::string description) {
   return Error(kImageErrorDomain, code, std::move(description));
 }
 
-bool isJPEG(const std::vector<std::uint8_t>& d) { return d.size() >= 3 && d[0] == 0xFF && d[1] == 0xD8 && d[2] == 0xFF; }
+bool isJPEG(const std::vector<std::uint8_t>& d) {
+  return d.size() >= 3 && d[0] == 0xFF && d[1] == 0xD8 && d[2] == 0xFF;
+}
 bool isPNG(const std::vector<std::uint8_t>& d) {
   static const std::uint8_t kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
   return d.size() >= 8 && std::memcmp(d.data(), kSignature, 8) == 0;
@@ -100,16 +102,37 @@ Image uprightImage(const Image& image) {
       // (sx, sy): the stored pixel shown at (x, y).
       int sx = x, sy = y;
       switch (o) {
-        case ImageOrientation::kDown: sx = w - 1 - x; sy = h - 1 - y; break;
-        case ImageOrientation::kLeft: sx = w - 1 - y; sy = x; break;
-        case ImageOrientation::kRight: sx = y; sy = h - 1 - x; break;
-        case ImageOrientation::kUpMirrored: sx = w - 1 - x; break;
-        case ImageOrientation::kDownMirrored: sy = h - 1 - y; break;
-        case ImageOrientation::kLeftMirrored: sx = y; sy = x; break;
-        case ImageOrientation::kRightMirrored: sx = w - 1 - y; sy = h - 1 - x; break;
-        case ImageOrientation::kUp: break;
+        case ImageOrientation::kDown:
+          sx = w - 1 - x;
+          sy = h - 1 - y;
+          break;
+        case ImageOrientation::kLeft:
+          sx = w - 1 - y;
+          sy = x;
+          break;
+        case ImageOrientation::kRight:
+          sx = y;
+          sy = h - 1 - x;
+          break;
+        case ImageOrientation::kUpMirrored:
+          sx = w - 1 - x;
+          break;
+        case ImageOrientation::kDownMirrored:
+          sy = h - 1 - y;
+          break;
+        case ImageOrientation::kLeftMirrored:
+          sx = y;
+          sy = x;
+          break;
+        case ImageOrientation::kRightMirrored:
+          sx = w - 1 - y;
+          sy = h - 1 - x;
+          break;
+        case ImageOrientation::kUp:
+          break;
       }
-      std::memcpy(&out[(static_cast<std::size_t>(y) * ow + x) * 4], &src[(static_cast<std::size_t>(sy) * w + sx) * 4], 4);
+      std::memcpy(&out[(static_cast<std::size_t>(y) * ow + x) * 4],
+                  &src[(static_cast<std::size_t>(sy) * w + sx) * 4], 4);
     }
   }
   return Image(ow, oh, std::move(out));
@@ -119,9 +142,10 @@ OrError<Image> decodeJPEG(const std::vector<std::uint8_t>& data, int minimumWidt
   TurboHandle tj(tjInitDecompress());
   if (!tj.handle) return imageError(kImageCorrupt, "The JPEG decoder cannot start");
   int width = 0, height = 0, subsampling = 0, colorspace = 0;
-  if (tjDecompressHeader3(tj.handle, data.data(), static_cast<unsigned long>(data.size()), &width, &height, &subsampling,
-                          &colorspace) != 0) {
-    return imageError(kImageCorrupt, std::string("The JPEG data cannot be read: ") + tjGetErrorStr2(tj.handle));
+  if (tjDecompressHeader3(tj.handle, data.data(), static_cast<unsigned long>(data.size()), &width, &height,
+                          &subsampling, &colorspace) != 0) {
+    return imageError(kImageCorrupt,
+                      std::string("The JPEG data cannot be read: ") + tjGetErrorStr2(tj.handle));
   }
   auto [dw, dh] = jpegDecodeSizeFor(width, height, minimumWidth, minimumHeight);
   if (static_cast<std::int64_t>(dw) * dh > kMaxPixels) {
@@ -130,12 +154,13 @@ OrError<Image> decodeJPEG(const std::vector<std::uint8_t>& data, int minimumWidt
   }
   const bool cmyk = colorspace == TJCS_CMYK || colorspace == TJCS_YCCK;
   std::vector<std::uint8_t> rgba(static_cast<std::size_t>(dw) * static_cast<std::size_t>(dh) * 4);
-  const int status = tjDecompress2(tj.handle, data.data(), static_cast<unsigned long>(data.size()), rgba.data(), dw, 0,
-                                   dh, cmyk ? TJPF_CMYK : TJPF_RGBA, TJFLAG_ACCURATEDCT);
+  const int status = tjDecompress2(tj.handle, data.data(), static_cast<unsigned long>(data.size()),
+                                   rgba.data(), dw, 0, dh, cmyk ? TJPF_CMYK : TJPF_RGBA, TJFLAG_ACCURATEDCT);
   // A warning (a truncated file, say) still leaves a usable picture, as
   // other viewers show it; only a real error fails.
   if (status != 0 && tjGetErrorCode(tj.handle) != TJERR_WARNING) {
-    return imageError(kImageCorrupt, std::string("The JPEG data cannot be decoded: ") + tjGetErrorStr2(tj.handle));
+    return imageError(kImageCorrupt,
+                      std::string("The JPEG data cannot be decoded: ") + tjGetErrorStr2(tj.handle));
   }
   if (cmyk) {
     // CMYK JPEGs are written inverted by the tools that make them.
@@ -177,8 +202,8 @@ OrError<Image> decodePNG(const std::vector<std::uint8_t>& data) {
   const auto size = pngSize(data);
   if (!size) return imageError(kImageCorrupt, "The PNG data has no valid header");
   if (static_cast<std::int64_t>(size->first) * size->second > kMaxPixels) {
-    return imageError(kImageTooLarge, "The picture has too many pixels: " + std::to_string(size->first) + " x " +
-                                          std::to_string(size->second));
+    return imageError(kImageTooLarge, "The picture has too many pixels: " + std::to_string(size->first) +
+                                          " x " + std::to_string(size->second));
   }
   PNGReader reader{&data};
   cairo_surface_t* surface = cairo_image_surface_create_from_png_stream(readPNGChunk, &reader);
@@ -189,7 +214,8 @@ OrError<Image> decodePNG(const std::vector<std::uint8_t>& data) {
   }
   // Cairo hands back premultiplied native-endian ARGB in one of a few formats.
   cairo_surface_t* argb = surface;
-  std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> converted(nullptr, cairo_surface_destroy);
+  std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> converted(nullptr,
+                                                                               cairo_surface_destroy);
   const int w = cairo_image_surface_get_width(surface);
   const int h = cairo_image_surface_get_height(surface);
   if (cairo_image_surface_get_format(surface) != CAIRO_FORMAT_ARGB32) {
@@ -207,11 +233,14 @@ OrError<Image> decodePNG(const std::vector<std::uint8_t>& data) {
   std::vector<std::uint8_t> rgba(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 4);
   std::uint8_t* out = rgba.data();
   for (int y = 0; y < h; ++y) {
-    const auto* row = reinterpret_cast<const std::uint32_t*>(pixels + static_cast<std::ptrdiff_t>(y) * stride);
+    const auto* row =
+        reinterpret_cast<const std::uint32_t*>(pixels + static_cast<std::ptrdiff_t>(y) * stride);
     for (int x = 0; x < w; ++x, out += 4) {
       const std::uint32_t p = row[x];
       const unsigned a = p >> 24;
-      auto un = [a](unsigned c) { return static_cast<std::uint8_t>(a == 0 ? 0 : std::min(255u, (c * 255 + a / 2) / a)); };
+      auto un = [a](unsigned c) {
+        return static_cast<std::uint8_t>(a == 0 ? 0 : std::min(255u, (c * 255 + a / 2) / a));
+      };
       out[0] = un((p >> 16) & 0xff);
       out[1] = un((p >> 8) & 0xff);
       out[2] = un(p & 0xff);
@@ -221,20 +250,30 @@ OrError<Image> decodePNG(const std::vector<std::uint8_t>& data) {
   return Image(w, h, std::move(rgba));
 }
 
-bool isQuarterTurn(ImageOrientation o) { return o == ImageOrientation::kLeft || o == ImageOrientation::kRight; }
+bool isQuarterTurn(ImageOrientation o) {
+  return o == ImageOrientation::kLeft || o == ImageOrientation::kRight;
+}
 
 }  // namespace
 
 ImageOrientation orientationFromExif(int exifOrientation) {
   switch (exifOrientation) {
-    case 2: return ImageOrientation::kUpMirrored;
-    case 3: return ImageOrientation::kDown;
-    case 4: return ImageOrientation::kDownMirrored;
-    case 5: return ImageOrientation::kLeftMirrored;
-    case 6: return ImageOrientation::kRight;
-    case 7: return ImageOrientation::kRightMirrored;
-    case 8: return ImageOrientation::kLeft;
-    default: return ImageOrientation::kUp;
+    case 2:
+      return ImageOrientation::kUpMirrored;
+    case 3:
+      return ImageOrientation::kDown;
+    case 4:
+      return ImageOrientation::kDownMirrored;
+    case 5:
+      return ImageOrientation::kLeftMirrored;
+    case 6:
+      return ImageOrientation::kRight;
+    case 7:
+      return ImageOrientation::kRightMirrored;
+    case 8:
+      return ImageOrientation::kLeft;
+    default:
+      return ImageOrientation::kUp;
   }
 }
 
@@ -323,8 +362,8 @@ OrError<ImageInfo> Image::probe(const std::vector<std::uint8_t>& data) {
   if (isJPEG(data)) {
     TurboHandle tj(tjInitDecompress());
     int width = 0, height = 0, subsampling = 0, colorspace = 0;
-    if (!tj.handle || tjDecompressHeader3(tj.handle, data.data(), static_cast<unsigned long>(data.size()), &width,
-                                          &height, &subsampling, &colorspace) != 0) {
+    if (!tj.handle || tjDecompressHeader3(tj.handle, data.data(), static_cast<unsigned long>(data.size()),
+                                          &width, &height, &subsampling, &colorspace) != 0) {
       return imageError(kImageCorrupt, "The JPEG data cannot be read");
     }
     return ImageInfo{width, height, orientationFromExif(exifOrientationOfJPEG(data).value_or(1))};
@@ -366,7 +405,8 @@ OrError<std::vector<std::uint8_t>> Image::jpegData(double quality) const {
   const std::uint8_t* src = upright.pixels().data();
   for (std::size_t i = 0, j = 0; j < rgb.size(); i += 4, j += 3) {
     const unsigned a = src[i + 3];
-    for (int c = 0; c < 3; ++c) rgb[j + c] = static_cast<std::uint8_t>((src[i + c] * a + 255 * (255 - a) + 127) / 255);
+    for (int c = 0; c < 3; ++c)
+      rgb[j + c] = static_cast<std::uint8_t>((src[i + c] * a + 255 * (255 - a) + 127) / 255);
   }
   TurboHandle tj(tjInitCompress());
   if (!tj.handle) return imageError(kImageEncodeFailed, "The JPEG encoder cannot start");
@@ -375,8 +415,8 @@ OrError<std::vector<std::uint8_t>> Image::jpegData(double quality) const {
   const int subsampling = q >= 90 ? TJSAMP_444 : TJSAMP_420;
   unsigned char* jpeg = nullptr;
   unsigned long size = 0;
-  if (tjCompress2(tj.handle, rgb.data(), upright.width(), 0, upright.height(), TJPF_RGB, &jpeg, &size, subsampling, q,
-                  TJFLAG_ACCURATEDCT) != 0) {
+  if (tjCompress2(tj.handle, rgb.data(), upright.width(), 0, upright.height(), TJPF_RGB, &jpeg, &size,
+                  subsampling, q, TJFLAG_ACCURATEDCT) != 0) {
     if (jpeg) tjFree(jpeg);
     return imageError(kImageEncodeFailed, std::string("JPEG encoding failed: ") + tjGetErrorStr2(tj.handle));
   }
@@ -389,7 +429,8 @@ OrError<std::vector<std::uint8_t>> Image::pngData() const {
   if (empty()) return imageError(kImageEmpty, "There is no picture to encode");
   const Image upright = uprightImage(*this);
   Canvas canvas(upright.width(), upright.height());
-  canvas.drawImage(upright, Rect{0, 0, static_cast<double>(upright.width()), static_cast<double>(upright.height())});
+  canvas.drawImage(upright,
+                   Rect{0, 0, static_cast<double>(upright.width()), static_cast<double>(upright.height())});
   return canvas.pngData();
 }
 
@@ -418,8 +459,8 @@ Image imageByScalingToSize(const Image& image, int width, int height) {
   }
   const double scale = std::max(targetW / image.width(), targetH / image.height());
   canvas.scale(scale, scale);
-  canvas.drawImage(image, Rect{-image.width() / 2.0, -image.height() / 2.0, static_cast<double>(image.width()),
-                               static_cast<double>(image.height())});
+  canvas.drawImage(image, Rect{-image.width() / 2.0, -image.height() / 2.0,
+                               static_cast<double>(image.width()), static_cast<double>(image.height())});
   return canvas.image();
 }
 

@@ -49,7 +49,7 @@ std::optional<int> exifOrientationOfJPEG(const std::vector<std::uint8_t>& data);
 
 // What a file holds without decoding it.
 struct ImageInfo {
-  int width = 0;   // of the stored pixels
+  int width = 0;  // of the stored pixels
   int height = 0;
   ImageOrientation orientation = ImageOrientation::kUp;
 };
@@ -62,7 +62,8 @@ class Image {
  public:
   Image() = default;
   // `rgba` must hold width × height × 4 bytes; a mismatch gives an empty image.
-  Image(int width, int height, std::vector<std::uint8_t> rgba, ImageOrientation orientation = ImageOrientation::kUp);
+  Image(int width, int height, std::vector<std::uint8_t> rgba,
+        ImageOrientation orientation = ImageOrientation::kUp);
   // A picture of one colour.
   static Image filled(int width, int height, const Color& color);
 
@@ -83,8 +84,10 @@ class Image {
   // Decodes JPEG or PNG. With `minimumWidth`/`minimumHeight` a JPEG is
   // decoded at the smallest of the decoder's reduced sizes that still covers
   // them (in stored-pixel terms); without, at full size.
-  static OrError<Image> decode(const std::vector<std::uint8_t>& data, int minimumWidth = 0, int minimumHeight = 0);
-  static OrError<Image> readFile(const std::filesystem::path& path, int minimumWidth = 0, int minimumHeight = 0);
+  static OrError<Image> decode(const std::vector<std::uint8_t>& data, int minimumWidth = 0,
+                               int minimumHeight = 0);
+  static OrError<Image> readFile(const std::filesystem::path& path, int minimumWidth = 0,
+                                 int minimumHeight = 0);
 
   // JPEG at `quality` from 0 to 1. JPEG has no transparency: transparent
   // parts are laid over white. The orientation is applied to the pixels

@@ -19,7 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!header || static_cast<std::int64_t>(header->width) * header->height > 4096 * 4096) return 0;
   auto decoded = lumeo::Image::decode(bytes, 16, 16);
   if (const auto* image = std::get_if<lumeo::Image>(&decoded)) {
-    if (image->pixels().size() != static_cast<std::size_t>(image->width()) * image->height() * 4) std::abort();
+    if (image->pixels().size() != static_cast<std::size_t>(image->width()) * image->height() * 4)
+      std::abort();
     (void)lumeo::imageByScalingToSize(*image, 8, 8);
   }
   return 0;

@@ -41,7 +41,8 @@ std::string name(const Color& c) {
   if (near(c, kRed)) return "red";
   if (near(c, kBlue)) return "blue";
   if (near(c, kGreen)) return "green";
-  return "other(" + std::to_string(c.red) + "," + std::to_string(c.green) + "," + std::to_string(c.blue) + ")";
+  return "other(" + std::to_string(c.red) + "," + std::to_string(c.green) + "," + std::to_string(c.blue) +
+         ")";
 }
 
 std::vector<std::uint8_t> jpegOf(const Image& image, double quality = 0.99) {
@@ -257,8 +258,10 @@ TEST(ImageErrors, EverythingThatIsNotAPictureNamesItsKind) {
   testing::writeFile(dir / "notes.txt", "Dear diary, today was fine.");
   testing::writeFile(dir / "empty.jpg", "");
   const auto png = std::get<std::vector<std::uint8_t>>(Image::filled(32, 32, kGreen).pngData());
-  ASSERT_FALSE(writeFileAtomically(dir / "cut.png", std::vector<std::uint8_t>(png.begin(), png.begin() + png.size() / 2)));
-  ASSERT_FALSE(writeFileAtomically(dir / "garbage.jpg", std::vector<std::uint8_t>{0xFF, 0xD8, 0xFF, 0x00, 0x12, 0x34}));
+  ASSERT_FALSE(writeFileAtomically(dir / "cut.png",
+                                   std::vector<std::uint8_t>(png.begin(), png.begin() + png.size() / 2)));
+  ASSERT_FALSE(writeFileAtomically(dir / "garbage.jpg",
+                                   std::vector<std::uint8_t>{0xFF, 0xD8, 0xFF, 0x00, 0x12, 0x34}));
   // A PNG header that claims 40000 × 40000 pixels: refused before decoding.
   std::vector<std::uint8_t> bomb(png.begin(), png.begin() + 33);
   for (int i : {16, 20}) {
@@ -270,13 +273,15 @@ TEST(ImageErrors, EverythingThatIsNotAPictureNamesItsKind) {
   ASSERT_FALSE(writeFileAtomically(dir / "bomb.png", bomb));
 
   const std::vector<std::pair<const char*, long>> cases = {
-      {"missing.jpg", kImageFileUnreadable}, {"notes.txt", kImageUnknownFormat}, {"empty.jpg", kImageUnknownFormat},
-      {"cut.png", kImageCorrupt},            {"garbage.jpg", kImageCorrupt},      {"bomb.png", kImageTooLarge},
+      {"missing.jpg", kImageFileUnreadable}, {"notes.txt", kImageUnknownFormat},
+      {"empty.jpg", kImageUnknownFormat},    {"cut.png", kImageCorrupt},
+      {"garbage.jpg", kImageCorrupt},        {"bomb.png", kImageTooLarge},
   };
   for (const auto& [file, code] : cases) {
     auto result = Image::readFile(dir / file);
     ASSERT_TRUE(std::holds_alternative<Error>(result)) << file;
-    EXPECT_TRUE(std::get<Error>(result).is(kImageErrorDomain, code)) << file << ": " << std::get<Error>(result).toString();
+    EXPECT_TRUE(std::get<Error>(result).is(kImageErrorDomain, code))
+        << file << ": " << std::get<Error>(result).toString();
     auto scaled = scaledImageFromFile(dir / file, 264, 264);
     ASSERT_TRUE(std::holds_alternative<Error>(scaled)) << file;
   }
@@ -294,7 +299,8 @@ TEST(ImageErrors, EverythingThatIsNotAPictureNamesItsKind) {
 std::vector<std::uint8_t> hundredMegapixelJPEG() {
   const int side = 10000;
   std::vector<std::uint8_t> grey(static_cast<std::size_t>(side) * side);
-  for (int y = 0; y < side; ++y) std::fill_n(&grey[static_cast<std::size_t>(y) * side], side, y < side / 2 ? 40 : 220);
+  for (int y = 0; y < side; ++y)
+    std::fill_n(&grey[static_cast<std::size_t>(y) * side], side, y < side / 2 ? 40 : 220);
   tjhandle tj = tjInitCompress();
   unsigned char* jpeg = nullptr;
   unsigned long size = 0;

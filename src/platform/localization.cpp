@@ -46,7 +46,8 @@ bool holdsCatalogues(const std::filesystem::path& dir) {
   std::error_code ec;
   if (dir.empty() || !std::filesystem::is_directory(dir, ec)) return false;
   for (const auto& entry : std::filesystem::directory_iterator(dir, ec)) {
-    if (std::filesystem::exists(entry.path() / "LC_MESSAGES" / (std::string(Localization::kTableName) + ".mo"), ec)) {
+    if (std::filesystem::exists(
+            entry.path() / "LC_MESSAGES" / (std::string(Localization::kTableName) + ".mo"), ec)) {
       return true;
     }
   }
@@ -96,7 +97,9 @@ std::vector<std::string> chooseLanguages(const std::string& userList) {
 // always there and lets LANGUAGE decide.
 void ensureMessageLocale() {
   const char* current = std::setlocale(LC_MESSAGES, nullptr);
-  auto isPlainC = [](const char* name) { return !name || !std::strcmp(name, "C") || !std::strcmp(name, "POSIX"); };
+  auto isPlainC = [](const char* name) {
+    return !name || !std::strcmp(name, "C") || !std::strcmp(name, "POSIX");
+  };
   if (!isPlainC(current)) return;
   if (isPlainC(std::setlocale(LC_MESSAGES, ""))) std::setlocale(LC_MESSAGES, "C.UTF-8");
 }

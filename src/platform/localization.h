@@ -42,7 +42,9 @@ class Localization {
 };
 
 // localized("How are you feeling right now?")
-inline std::string localized(std::string_view key) { return Localization::localizedString(key); }
+inline std::string localized(std::string_view key) {
+  return Localization::localizedString(key);
+}
 
 // localizedStringWithFormat("Are you sure you want to recover the data from %@?", name):
 // the translated format filled with the arguments. Throws FormatError when a

@@ -15,7 +15,8 @@ namespace {
 
 class LocalizationTest : public ::testing::Test {
  protected:
-  static constexpr const char* kVariables[] = {"LANG", "LC_ALL", "LC_MESSAGES", "LANGUAGE", "LUMEO_LOCALE_DIR"};
+  static constexpr const char* kVariables[] = {"LANG", "LC_ALL", "LC_MESSAGES", "LANGUAGE",
+                                               "LUMEO_LOCALE_DIR"};
 
   void SetUp() override {
     for (const char* name : kVariables) {
@@ -43,8 +44,10 @@ class LocalizationTest : public ::testing::Test {
     std::filesystem::path dir = temp_.path() / "locale" / lang / "LC_MESSAGES";
     std::filesystem::create_directories(dir);
     std::filesystem::path po = temp_.path() / (lang + ".po");
-    testing::writeFile(po, "msgid \"\"\nmsgstr \"\"\n\"Content-Type: text/plain; charset=UTF-8\\n\"\n\n" + entries);
-    std::string command = "msgfmt --check-format --check-domain -o '" + (dir / "Lumeo.mo").string() + "' '" + po.string() + "'";
+    testing::writeFile(
+        po, "msgid \"\"\nmsgstr \"\"\n\"Content-Type: text/plain; charset=UTF-8\\n\"\n\n" + entries);
+    std::string command =
+        "msgfmt --check-format --check-domain -o '" + (dir / "Lumeo.mo").string() + "' '" + po.string() + "'";
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
   }
 
@@ -54,7 +57,8 @@ class LocalizationTest : public ::testing::Test {
 
 TEST_F(LocalizationTest, EnglishCatalogueSpellsOutTheUpperCaseKeys) {
   ASSERT_TRUE(Localization::catalogueDirectory().has_value()) << "the build should have compiled en.po";
-  for (const char* key : {"CAPTURE_ACTION_BUTTON_TITLE", "RECENT_BACKUP_MISSED_ALERT", "UNLOCK_APPLICATION", "Alert backup"}) {
+  for (const char* key :
+       {"CAPTURE_ACTION_BUTTON_TITLE", "RECENT_BACKUP_MISSED_ALERT", "UNLOCK_APPLICATION", "Alert backup"}) {
     std::string text = localized(key);
     EXPECT_NE(text, key);
     EXPECT_FALSE(text.empty()) << key;
@@ -93,10 +97,12 @@ TEST_F(LocalizationTest, LanguageComesFromTheLocaleVariablesWithEnglishLast) {
 }
 
 TEST_F(LocalizationTest, UserLanguageWinsAndEnglishFillsItsGaps) {
-  writeCatalogue("en", "msgid \"CAPTURE_ACTION_BUTTON_TITLE\"\nmsgstr \"Record\"\n\n"
-                       "msgid \"UNLOCK_APPLICATION\"\nmsgstr \"Unlock\"\n");
-  writeCatalogue("de", "msgid \"CAPTURE_ACTION_BUTTON_TITLE\"\nmsgstr \"Stimmung erfassen\"\n\n"
-                       "msgid \"How are you feeling right now?\"\nmsgstr \"Wie fühlst du dich gerade?\"\n");
+  writeCatalogue("en",
+                 "msgid \"CAPTURE_ACTION_BUTTON_TITLE\"\nmsgstr \"Record\"\n\n"
+                 "msgid \"UNLOCK_APPLICATION\"\nmsgstr \"Unlock\"\n");
+  writeCatalogue("de",
+                 "msgid \"CAPTURE_ACTION_BUTTON_TITLE\"\nmsgstr \"Stimmung erfassen\"\n\n"
+                 "msgid \"How are you feeling right now?\"\nmsgstr \"Wie fühlst du dich gerade?\"\n");
   setenv("LUMEO_LOCALE_DIR", (temp_.path() / "locale").c_str(), 1);
   setenv("LANG", "de_AT.UTF-8", 1);
   Localization::reload();

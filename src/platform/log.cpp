@@ -43,7 +43,9 @@ LogSink& sinkSlot() {
 
 }  // namespace
 
-int logLevel() { return levelSlot().load(std::memory_order_relaxed); }
+int logLevel() {
+  return levelSlot().load(std::memory_order_relaxed);
+}
 
 void setLogLevel(int level) {
   levelSlot().store(std::clamp(level, static_cast<int>(kLogLevelOff), static_cast<int>(kLogLevelDebug)));
@@ -112,7 +114,6 @@ std::string shortFunctionName(std::string_view pretty) {
   if (name.starts_with(kNamespace)) name.remove_prefix(kNamespace.size());
   return std::string(name.empty() ? pretty : name);
 }
-
 
 ScopedLogCapture::ScopedLogCapture(int level) : previousLevel_(logLevel()) {
   if (level >= 0) setLogLevel(level);

@@ -86,11 +86,11 @@ class ScopedLogCapture {
 
 // LUMEO_LOG_ERROR("Could not open %@: %d", path, code). The message is only
 // formatted when the level is enabled.
-#define LUMEO_LOG(level, ...)                                                          \
-  do {                                                                                 \
-    if (::lumeo::logLevel() >= (level)) {                                              \
+#define LUMEO_LOG(level, ...)                                                             \
+  do {                                                                                    \
+    if (::lumeo::logLevel() >= (level)) {                                                 \
       ::lumeo::detail::logFormatted((level), __PRETTY_FUNCTION__, __LINE__, __VA_ARGS__); \
-    }                                                                                  \
+    }                                                                                     \
   } while (0)
 #define LUMEO_LOG_ERROR(...) LUMEO_LOG(::lumeo::kLogLevelError, __VA_ARGS__)
 #define LUMEO_LOG_WARNING(...) LUMEO_LOG(::lumeo::kLogLevelWarning, __VA_ARGS__)

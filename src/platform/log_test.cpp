@@ -141,7 +141,8 @@ TEST(Log, DefaultLevelYieldsToTheEnvironment) {
 }
 
 TEST(Log, ShortFunctionNames) {
-  EXPECT_EQ(shortFunctionName("void lumeo::SyncEnsemble::merge(std::function<void()>)"), "SyncEnsemble::merge");
+  EXPECT_EQ(shortFunctionName("void lumeo::SyncEnsemble::merge(std::function<void()>)"),
+            "SyncEnsemble::merge");
   EXPECT_EQ(shortFunctionName("std::map<int, std::string> lumeo::Foo::bar() const"), "Foo::bar");
   EXPECT_EQ(shortFunctionName("int main(int, char**)"), "main");
   EXPECT_EQ(shortFunctionName("bool lumeo::Foo::operator()(int) const"), "Foo::operator()");

@@ -28,12 +28,14 @@ constexpr std::chrono::seconds kStallHint(10);
 // What ends a run.
 struct RunGoal {
   const std::function<bool()>* condition = nullptr;  // ends when true
-  std::optional<Date> deadline;                       // clock time to stop at
+  std::optional<Date> deadline;                      // clock time to stop at
   bool endWhenIdle = false;  // ends when nothing is ready and no call is due before the deadline
   bool endOnQuit = false;
 };
 
-bool mainQueueEmpty(MainQueueState& s) { return s.blocks.empty(); }
+bool mainQueueEmpty(MainQueueState& s) {
+  return s.blocks.empty();
+}
 
 // Runs the blocks that were on the main queue when it was called.
 int runReadyBlocks() {
@@ -211,7 +213,9 @@ double MainLoop::secondsUntilNextTimer() const {
   return std::max(0.0, next->timeIntervalSinceDate(Date::now()));
 }
 
-bool MainLoop::isMainThread() const { return runtime::isProcessMainThread(); }
+bool MainLoop::isMainThread() const {
+  return runtime::isProcessMainThread();
+}
 
 void MainLoop::setWakeUpHandler(std::function<void()> handler) {
   MainQueueState& s = runtime::mainQueueState();

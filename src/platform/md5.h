@@ -11,8 +11,12 @@
 namespace lumeo {
 
 std::string md5Hash(const void* bytes, std::size_t size);
-inline std::string md5Hash(std::string_view text) { return md5Hash(text.data(), text.size()); }
-inline std::string md5Hash(const std::vector<std::uint8_t>& bytes) { return md5Hash(bytes.data(), bytes.size()); }
+inline std::string md5Hash(std::string_view text) {
+  return md5Hash(text.data(), text.size());
+}
+inline std::string md5Hash(const std::vector<std::uint8_t>& bytes) {
+  return md5Hash(bytes.data(), bytes.size());
+}
 
 // The hash of the file's contents, read in pieces; "" when there is no
 // readable file at the path (a missing image reads as an empty checksum).

@@ -38,8 +38,8 @@ void NotificationCenter::post(const Notification& notification) {
     bool stillObserving;
     {
       std::lock_guard lock(mutex_);
-      stillObserving = std::any_of(entries_.begin(), entries_.end(),
-                                   [&](const Entry& x) { return x.token == e.token; });
+      stillObserving =
+          std::any_of(entries_.begin(), entries_.end(), [&](const Entry& x) { return x.token == e.token; });
     }
     if (stillObserving) (*e.handler)(notification);
   }

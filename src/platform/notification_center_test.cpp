@@ -16,10 +16,13 @@ namespace {
 TEST(NotificationCenter, DeliversSynchronouslyInTheOrderObserversWereAdded) {
   NotificationCenter center;
   std::vector<std::string> calls;
-  ScopedObserver a(center, "MoodModelHasChangedNotification", nullptr, [&](const Notification&) { calls.push_back("a"); });
-  ScopedObserver b(center, "MoodModelHasChangedNotification", nullptr, [&](const Notification&) { calls.push_back("b"); });
+  ScopedObserver a(center, "MoodModelHasChangedNotification", nullptr,
+                   [&](const Notification&) { calls.push_back("a"); });
+  ScopedObserver b(center, "MoodModelHasChangedNotification", nullptr,
+                   [&](const Notification&) { calls.push_back("b"); });
   ScopedObserver all(center, "", nullptr, [&](const Notification& n) { calls.push_back("all:" + n.name); });
-  ScopedObserver other(center, "OtherNotification", nullptr, [&](const Notification&) { calls.push_back("other"); });
+  ScopedObserver other(center, "OtherNotification", nullptr,
+                       [&](const Notification&) { calls.push_back("other"); });
 
   std::thread::id deliveredOn;
   ScopedObserver thread(center, "MoodModelHasChangedNotification", nullptr,

@@ -1,11 +1,10 @@
 // Operation queues: blocks started in the order they were added, at most
 // maxConcurrentOperationCount at a time, on the threads of the global queue.
-#include "platform/dispatch_queue.h"
-
 #include <condition_variable>
 #include <deque>
 #include <mutex>
 
+#include "platform/dispatch_queue.h"
 #include "platform/queue_runtime.h"
 
 namespace lumeo {
@@ -23,7 +22,9 @@ struct OperationQueueState : std::enable_shared_from_this<OperationQueueState> {
   int maxConcurrent = 1;
   bool suspended = false;
 
-  bool canStartMore() const { return !suspended && !pending.empty() && (maxConcurrent < 0 || running < maxConcurrent); }
+  bool canStartMore() const {
+    return !suspended && !pending.empty() && (maxConcurrent < 0 || running < maxConcurrent);
+  }
 
   // Caller holds `mutex`.
   void startMore() {
@@ -54,7 +55,8 @@ struct OperationQueue::Impl {
   std::shared_ptr<OperationQueueState> state = std::make_shared<OperationQueueState>();
 };
 
-OperationQueue::OperationQueue(int maxConcurrentOperationCount, std::string name) : impl_(std::make_unique<Impl>()) {
+OperationQueue::OperationQueue(int maxConcurrentOperationCount, std::string name)
+    : impl_(std::make_unique<Impl>()) {
   impl_->state->maxConcurrent = maxConcurrentOperationCount;
   impl_->state->name = name.empty() ? "operation queue" : std::move(name);
 }
@@ -120,6 +122,8 @@ bool OperationQueue::isSuspended() const {
   return impl_->state->suspended;
 }
 
-bool OperationQueue::isCurrent() const { return QueueContext::contains(impl_->state.get()); }
+bool OperationQueue::isCurrent() const {
+  return QueueContext::contains(impl_->state.get());
+}
 
 }  // namespace lumeo

@@ -35,7 +35,9 @@ QueueContext::Scope::Scope(std::vector<QueueId> stack) : saved_(std::move(tConte
   tContextStack = std::move(stack);
 }
 
-QueueContext::Scope::~Scope() { tContextStack = std::move(saved_); }
+QueueContext::Scope::~Scope() {
+  tContextStack = std::move(saved_);
+}
 
 bool isProcessMainThread() {
   static const pid_t pid = getpid();
@@ -53,13 +55,17 @@ void runBlockLoggingExceptions(const Block& block, const std::string& queueLabel
   }
 }
 
-void beginBackgroundWork() { gBackgroundWork.fetch_add(1, std::memory_order_acq_rel); }
+void beginBackgroundWork() {
+  gBackgroundWork.fetch_add(1, std::memory_order_acq_rel);
+}
 
 void endBackgroundWork() {
   if (gBackgroundWork.fetch_sub(1, std::memory_order_acq_rel) == 1) notifyMainLoop(false);
 }
 
-int backgroundWorkCount() { return gBackgroundWork.load(std::memory_order_acquire); }
+int backgroundWorkCount() {
+  return gBackgroundWork.load(std::memory_order_acquire);
+}
 
 MainQueueState& mainQueueState() {
   // Never destroyed: worker threads may still post to it while the process exits.
@@ -79,6 +85,8 @@ void notifyMainLoop(bool wakeHost) {
   if (wakeUp) wakeUp();
 }
 
-QueueId mainQueueId() { return &gMainQueueTag; }
+QueueId mainQueueId() {
+  return &gMainQueueTag;
+}
 
 }  // namespace lumeo::runtime

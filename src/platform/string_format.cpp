@@ -36,7 +36,9 @@ ObjectConversions findObjectConversions(std::string_view format) {
     std::size_t argument = nextArgument;
     std::size_t dollar = body.find('$');
     if (dollar != std::string_view::npos && dollar > 0) {
-      argument = static_cast<std::size_t>(std::strtoul(std::string(body.substr(0, dollar)).c_str(), nullptr, 10)) - 1;
+      argument =
+          static_cast<std::size_t>(std::strtoul(std::string(body.substr(0, dollar)).c_str(), nullptr, 10)) -
+          1;
     } else {
       for (char c : body) {
         if (c == '*') ++argument;
@@ -66,8 +68,8 @@ std::string dateText(Date date) {
   int millis = static_cast<int>(std::lround((seconds - whole) * 1000));
   if (millis == 1000) millis = 999;  // stay within the second printed
   char text[48];
-  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday,
-                tm.tm_hour, tm.tm_min, tm.tm_sec, millis);
+  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", tm.tm_year + 1900, tm.tm_mon + 1,
+                tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, millis);
   return text;
 }
 

@@ -47,7 +47,8 @@ inline constexpr bool kUnformattable = false;
 // path as its string, a Date in UTC, an enum as its number.
 template <typename T>
 decltype(auto) formatArgument(const T& v) {
-  if constexpr (std::is_arithmetic_v<T> || std::is_pointer_v<T> || std::is_convertible_v<const T&, std::string_view>) {
+  if constexpr (std::is_arithmetic_v<T> || std::is_pointer_v<T> ||
+                std::is_convertible_v<const T&, std::string_view>) {
     return v;
   } else if constexpr (std::is_enum_v<T>) {
     return static_cast<std::underlying_type_t<T>>(v);
@@ -86,7 +87,9 @@ std::string stringWithFormat(std::string_view format, const Args&... args) {
   format_detail::ObjectConversions conversions = format_detail::findObjectConversions(format);
   fmt::dynamic_format_arg_store<fmt::printf_context> store;
   [[maybe_unused]] std::size_t index = 0;
-  [[maybe_unused]] auto isObject = [&](std::size_t i) { return i < conversions.isObject.size() && conversions.isObject[i]; };
+  [[maybe_unused]] auto isObject = [&](std::size_t i) {
+    return i < conversions.isObject.size() && conversions.isObject[i];
+  };
   (format_detail::pushArgument(store, isObject(index++), args), ...);
   try {
     return fmt::vsprintf(conversions.format, store);

@@ -11,10 +11,13 @@ namespace lumeo {
 namespace {
 
 TEST(StringFormat, ObjectConversionTakesAnyValue) {
-  EXPECT_EQ(stringWithFormat("%@_%@.backup%@", "Pixel", std::string("2024-03-01"), ""), "Pixel_2024-03-01.backup");
+  EXPECT_EQ(stringWithFormat("%@_%@.backup%@", "Pixel", std::string("2024-03-01"), ""),
+            "Pixel_2024-03-01.backup");
   EXPECT_EQ(stringWithFormat("%@ %@ %@", 8, 8.5, true), "8 8.5 true");
-  EXPECT_EQ(stringWithFormat("%@", Error("SyncErrorDomain", 106, "Timed out")), "SyncErrorDomain 106: Timed out");
-  EXPECT_EQ(stringWithFormat("%@", Date::fromTimeIntervalSince1970(1709281800.25)), "2024-03-01T08:30:00.250Z");
+  EXPECT_EQ(stringWithFormat("%@", Error("SyncErrorDomain", 106, "Timed out")),
+            "SyncErrorDomain 106: Timed out");
+  EXPECT_EQ(stringWithFormat("%@", Date::fromTimeIntervalSince1970(1709281800.25)),
+            "2024-03-01T08:30:00.250Z");
   EXPECT_EQ(stringWithFormat("%@", std::filesystem::path("/tmp/a b")), "/tmp/a b");
   EXPECT_EQ(stringWithFormat("%@", Value("sleep")), "sleep");
 }

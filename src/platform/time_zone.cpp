@@ -229,7 +229,9 @@ TimeZone TimeZone::system() {
   return *named("UTC");
 }
 
-TimeZone TimeZone::gmt() { return *named("GMT"); }
+TimeZone TimeZone::gmt() {
+  return *named("GMT");
+}
 
 std::optional<TimeZone> TimeZone::named(const std::string& identifier) {
   if (auto zone = zoneNamed(identifier)) return TimeZone(std::move(zone), identifier);

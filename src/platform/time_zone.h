@@ -3,11 +3,11 @@
 // immutable value, cheap to copy and safe to share between threads.
 #pragma once
 
+#include <unicode/uversion.h>
+
 #include <memory>
 #include <optional>
 #include <string>
-
-#include <unicode/uversion.h>
 
 #include "platform/date.h"
 

@@ -167,7 +167,8 @@ struct TimerScheduler::State {
       }
       double remaining = first->first.first - clock->now().timeIntervalSince1970();
       if (remaining > 0) {
-        auto nap = std::min<nanoseconds>(duration_cast<nanoseconds>(duration<double>(remaining)), kLongestNap);
+        auto nap =
+            std::min<nanoseconds>(duration_cast<nanoseconds>(duration<double>(remaining)), kLongestNap);
         changed.wait_for(lock, nap);
         continue;
       }
@@ -279,7 +280,9 @@ void TimerScheduler::cancelAll() {
   for (auto& [key, e] : dropped) abandon(e.call);
 }
 
-std::uint64_t TimerScheduler::generation() const { return state_->generation.load(std::memory_order_acquire); }
+std::uint64_t TimerScheduler::generation() const {
+  return state_->generation.load(std::memory_order_acquire);
+}
 
 bool TimerScheduler::remove(std::uint64_t id) {
   if (id == 0) return false;

@@ -38,7 +38,9 @@ struct Cursor {
   }
 };
 
-bool isLeapYear(int y) { return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0; }
+bool isLeapYear(int y) {
+  return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+}
 
 int daysInMonth(int year, int month) {
   static constexpr std::array<int, 12> kDays = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
@@ -76,8 +78,8 @@ std::string plainSpaces(std::string_view s) {
 // Reads the fields of `text` by a locale pattern in GMT, then builds the
 // instant from those fields in the calendar's zone. Going through the fields
 // lets a day whose midnight a daylight-saving change skips still parse.
-std::optional<Date> parseWithPattern(const std::string& text, const std::string& pattern, const Calendar& calendar,
-                                     const Calendar& gmtCalendar) {
+std::optional<Date> parseWithPattern(const std::string& text, const std::string& pattern,
+                                     const Calendar& calendar, const Calendar& gmtCalendar) {
   if (pattern.empty()) return std::nullopt;
   DateFormatter formatter(pattern);
   formatter.setLocale(calendar.localeIdentifier());
@@ -192,6 +194,8 @@ std::optional<Date> parseUserDate(std::string_view text, const Calendar& calenda
   return std::nullopt;
 }
 
-std::optional<Date> parseUserDate(std::string_view text) { return parseUserDate(text, Calendar::current()); }
+std::optional<Date> parseUserDate(std::string_view text) {
+  return parseUserDate(text, Calendar::current());
+}
 
 }  // namespace lumeo

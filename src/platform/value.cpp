@@ -5,28 +5,40 @@ namespace lumeo {
 
 bool Value::toBool(bool fallback) const {
   switch (type()) {
-    case Type::kBool: return std::get<bool>(v_);
-    case Type::kInteger: return std::get<std::int64_t>(v_) != 0;
-    case Type::kReal: return std::get<double>(v_) != 0.0;
-    default: return fallback;
+    case Type::kBool:
+      return std::get<bool>(v_);
+    case Type::kInteger:
+      return std::get<std::int64_t>(v_) != 0;
+    case Type::kReal:
+      return std::get<double>(v_) != 0.0;
+    default:
+      return fallback;
   }
 }
 
 std::int64_t Value::toInt(std::int64_t fallback) const {
   switch (type()) {
-    case Type::kBool: return std::get<bool>(v_) ? 1 : 0;
-    case Type::kInteger: return std::get<std::int64_t>(v_);
-    case Type::kReal: return static_cast<std::int64_t>(std::get<double>(v_));
-    default: return fallback;
+    case Type::kBool:
+      return std::get<bool>(v_) ? 1 : 0;
+    case Type::kInteger:
+      return std::get<std::int64_t>(v_);
+    case Type::kReal:
+      return static_cast<std::int64_t>(std::get<double>(v_));
+    default:
+      return fallback;
   }
 }
 
 double Value::toDouble(double fallback) const {
   switch (type()) {
-    case Type::kBool: return std::get<bool>(v_) ? 1.0 : 0.0;
-    case Type::kInteger: return static_cast<double>(std::get<std::int64_t>(v_));
-    case Type::kReal: return std::get<double>(v_);
-    default: return fallback;
+    case Type::kBool:
+      return std::get<bool>(v_) ? 1.0 : 0.0;
+    case Type::kInteger:
+      return static_cast<double>(std::get<std::int64_t>(v_));
+    case Type::kReal:
+      return std::get<double>(v_);
+    default:
+      return fallback;
   }
 }
 

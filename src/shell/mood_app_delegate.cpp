@@ -10,11 +10,11 @@
 #include "platform/calendar.h"
 #include "platform/dispatch_queue.h"
 #include "platform/user_defaults.h"
+#include "shell/shell_text.h"
 #include "store/image_store.h"
 #include "store/mood_description.h"
 #include "store/notification_names.h"
 #include "store/settings_keys.h"
-#include "shell/shell_text.h"
 
 namespace lumeo {
 
@@ -79,7 +79,9 @@ MoodAppDelegate::~MoodAppDelegate() {
   if (ImageStore::shared() == imageStore_) ImageStore::setShared(nullptr);
 }
 
-MoodAppDelegate* MoodAppDelegate::sharedDelegate() { return gSharedDelegate; }
+MoodAppDelegate* MoodAppDelegate::sharedDelegate() {
+  return gSharedDelegate;
+}
 
 void MoodAppDelegate::observeSavesForSync(const std::shared_ptr<ManagedObjectContext>& context) {
   std::weak_ptr<SyncService> sync = services_.sync;
@@ -127,7 +129,8 @@ bool MoodAppDelegate::applicationDidFinishLaunchingWithOptions(const LaunchOptio
   // 12. The splash holds the application object weakly: the completion may
   // outlive a torn-down delegate in tests.
   splash_->setCompletion([launchedFromNotification] {
-    if (MoodAppDelegate* app = MoodAppDelegate::sharedDelegate()) app->splashCompleted(launchedFromNotification);
+    if (MoodAppDelegate* app = MoodAppDelegate::sharedDelegate())
+      app->splashCompleted(launchedFromNotification);
   });
   window_.setRootViewController(splash_);
   window_.makeKeyAndVisible();
@@ -226,7 +229,9 @@ void MoodAppDelegate::splashCompleted(bool launchedFromNotification) {
 
 // --- Foreground cycle -------------------------------------------------
 
-void MoodAppDelegate::applicationWillResignActive() { sendLocalNotificationDrop(); }
+void MoodAppDelegate::applicationWillResignActive() {
+  sendLocalNotificationDrop();
+}
 
 void MoodAppDelegate::sendLocalNotificationDrop() {
   if (!isDropboxOperationStarted) return;
@@ -249,7 +254,8 @@ void MoodAppDelegate::applicationDidEnterBackground() {
       if (auto c = weakContext.lock()) {
         if (c->hasChanges()) c->save();  // a raw save: no refresh signal
       }
-      sync->synchronizeWithCompletion([application, task](OptionalError) { application->endBackgroundTask(task); });
+      sync->synchronizeWithCompletion(
+          [application, task](OptionalError) { application->endBackgroundTask(task); });
     };
     if (context) {
       context->performBlock(saveAndSync);
@@ -268,10 +274,10 @@ void MoodAppDelegate::applicationDidEnterBackground() {
 
   // 4. Walk the presented screens. The chain is collected first, because
   // each dismissal cuts it.
-  bool dismissed = false;      // D
-  bool settingsGone = false;   // S
-  bool helpOpen = false;       // H
-  bool longJobOpen = false;    // B
+  bool dismissed = false;     // D
+  bool settingsGone = false;  // S
+  bool helpOpen = false;      // H
+  bool longJobOpen = false;   // B
   std::vector<std::shared_ptr<Screen>> chain;
   if (navigationController_) {
     for (auto p = navigationController_->presentedViewController(); p; p = p->presentedViewController()) {
@@ -324,7 +330,8 @@ void MoodAppDelegate::applicationDidEnterBackground() {
 
 void MoodAppDelegate::applicationWillEnterForeground() {
   NotificationCenter::defaultCenter().post(MoodBackgroundEndedNotification);
-  if (isPasscodeScreenRoot()) switchWindowRootVConPasscodeInputNavigationControllerWithDisplayInputTouchIDRequest(true);
+  if (isPasscodeScreenRoot())
+    switchWindowRootVConPasscodeInputNavigationControllerWithDisplayInputTouchIDRequest(true);
 }
 
 void MoodAppDelegate::applicationDidBecomeActive() {
@@ -333,7 +340,9 @@ void MoodAppDelegate::applicationDidBecomeActive() {
   if (!services_.location->isEnabled()) defaults_->removeObjectForKey(kIsMapAutomaticSelectLocation);
 }
 
-void MoodAppDelegate::applicationWillTerminate() { saveContext(); }
+void MoodAppDelegate::applicationWillTerminate() {
+  saveContext();
+}
 
 // --- Passcode screen as root --------------------------------------------
 
@@ -375,7 +384,9 @@ void MoodAppDelegate::removeCoordinates() {
 
 // --- Typed settings -------------------------------------------------------
 
-bool MoodAppDelegate::isDropboxReminderEnabled() const { return defaults_->boolForKey(kMoodDropboxReminderEnabled); }
+bool MoodAppDelegate::isDropboxReminderEnabled() const {
+  return defaults_->boolForKey(kMoodDropboxReminderEnabled);
+}
 void MoodAppDelegate::setDropboxReminderEnabled(bool enabled) {
   defaults_->setBool(kMoodDropboxReminderEnabled, enabled);
   defaults_->synchronize();
@@ -387,8 +398,12 @@ void MoodAppDelegate::setDropboxSynchronizeEnabled(bool enabled) {
   defaults_->setBool(kMoodDropboxSynchronizeEnabled, enabled);
   defaults_->synchronize();
 }
-long MoodAppDelegate::dropboxCounter() const { return static_cast<long>(defaults_->integerForKey(kMoodDropboxCounter)); }
-bool MoodAppDelegate::isSyncingEnabled() const { return defaults_->boolForKey(kMoodSyncingEnabled); }
+long MoodAppDelegate::dropboxCounter() const {
+  return static_cast<long>(defaults_->integerForKey(kMoodDropboxCounter));
+}
+bool MoodAppDelegate::isSyncingEnabled() const {
+  return defaults_->boolForKey(kMoodSyncingEnabled);
+}
 void MoodAppDelegate::setSyncingEnabled(bool enabled) {
   defaults_->setBool(kMoodSyncingEnabled, enabled);
   defaults_->synchronize();
@@ -407,8 +422,12 @@ void MoodAppDelegate::setMapAutomaticSelectLocation(bool enabled) {
   defaults_->setBool(kIsMapAutomaticSelectLocation, enabled);
   defaults_->synchronize();
 }
-bool MoodAppDelegate::remindersTextExists() const { return !defaults_->objectForKey(kRemindersTextKey).isNull(); }
-std::string MoodAppDelegate::remindersText() const { return defaults_->stringForKey(kRemindersTextKey).value_or(""); }
+bool MoodAppDelegate::remindersTextExists() const {
+  return !defaults_->objectForKey(kRemindersTextKey).isNull();
+}
+std::string MoodAppDelegate::remindersText() const {
+  return defaults_->stringForKey(kRemindersTextKey).value_or("");
+}
 void MoodAppDelegate::setRemindersText(const std::string& text) {
   defaults_->setString(kRemindersTextKey, text);
   defaults_->synchronize();
@@ -420,7 +439,9 @@ void MoodAppDelegate::setReminderTemplateText(const std::string& text) {
   defaults_->setString(kReminderTemplateKey, text);
   defaults_->synchronize();
 }
-std::optional<Date> MoodAppDelegate::lastBackupDate() const { return defaults_->dateForKey(kLastBackupDateKey); }
+std::optional<Date> MoodAppDelegate::lastBackupDate() const {
+  return defaults_->dateForKey(kLastBackupDateKey);
+}
 void MoodAppDelegate::setLastBackupDate(std::optional<Date> date) {
   if (date) {
     defaults_->setDate(kLastBackupDateKey, *date);

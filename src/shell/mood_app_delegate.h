@@ -108,7 +108,8 @@ class MoodAppDelegate {
   void alertForBackup(int kind);
 
   // --- Passcode screen as window root ------------------------------------
-  void switchWindowRootVConPasscodeInputNavigationControllerWithDisplayInputTouchIDRequest(bool displayTouchID);
+  void switchWindowRootVConPasscodeInputNavigationControllerWithDisplayInputTouchIDRequest(
+      bool displayTouchID);
   // Puts the main interface back after the passcode was entered.
   void switchWindowRootToMainNavigationController();
   bool isPasscodeScreenRoot() const;

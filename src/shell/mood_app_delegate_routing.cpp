@@ -51,8 +51,8 @@ void MoodAppDelegate::applicationDidReceiveLocalNotification(const LocalNotifica
   handleReminder(notification.userInfo, notification.hasAction);
 }
 
-void MoodAppDelegate::userNotificationCenterDidReceiveNotificationResponse(const Value::Dictionary& userInfo,
-                                                                           std::function<void()> completionHandler) {
+void MoodAppDelegate::userNotificationCenterDidReceiveNotificationResponse(
+    const Value::Dictionary& userInfo, std::function<void()> completionHandler) {
   handleReminder(userInfo, std::nullopt);
   if (completionHandler) completionHandler();
 }
@@ -143,7 +143,8 @@ void MoodAppDelegate::applicationDidReceiveRemoteNotification(const Value::Dicti
   bool fetch = recordID && syncingService() == "iCloud" && isSyncingEnabled();
   if (fetch) {
     auto application = services_.application;
-    if (backgroundTask != ApplicationHost::kInvalidBackgroundTask) application->endBackgroundTask(backgroundTask);
+    if (backgroundTask != ApplicationHost::kInvalidBackgroundTask)
+      application->endBackgroundTask(backgroundTask);
     backgroundTask = application->beginBackgroundTask([application] {
       if (MoodAppDelegate* app = MoodAppDelegate::sharedDelegate()) {
         application->endBackgroundTask(app->backgroundTask);
@@ -169,9 +170,10 @@ void MoodAppDelegate::applicationDidReceiveRemoteNotification(const Value::Dicti
 // --- Share sheet ----------------------------------------------------------
 
 std::string MoodAppDelegate::shareTextForRecord(const MoodRecord& record) {
-  std::string when = record.date() ? DateFormatter::localizedStringFromDate(*record.date(), DateFormatter::Style::kShort,
-                                                                            DateFormatter::Style::kShort)
-                                   : std::string();
+  std::string when = record.date()
+                         ? DateFormatter::localizedStringFromDate(
+                               *record.date(), DateFormatter::Style::kShort, DateFormatter::Style::kShort)
+                         : std::string();
   std::string comment;
   if (auto description = record.moodDescription()) comment = description->comment().value_or("");
   std::string format = shellText("[%@] Feeling %@.\n\n%@");
@@ -214,7 +216,8 @@ void MoodAppDelegate::chooseActionForRecord(const std::shared_ptr<MoodRecord>& r
             if (auto r = weakRecord.lock(); r && app) app->moodEditActivityFinished(r);
           });
         } else if (activity == "MoodDeleteActivity") {
-          if (MoodAppDelegate* app = MoodAppDelegate::sharedDelegate()) app->moodDeleteActivityChosen(chooseAction);
+          if (MoodAppDelegate* app = MoodAppDelegate::sharedDelegate())
+            app->moodDeleteActivityChosen(chooseAction);
         }
       });
 }
@@ -235,9 +238,11 @@ void MoodAppDelegate::moodDeleteActivityChosen(int chooseAction) {
   if (!visible) return;
   visible->showAlert(
       shellText("Wait a moment!"),
-      shellText("Deleting your genuine mood records may compromise statistics and cannot be undone. You will only "
-                "benifit from being honest to yourself about both pleasant & unpleasant memories. Do you really want "
-                "to delete selected record?"),
+      shellText(
+          "Deleting your genuine mood records may compromise statistics and cannot be undone. You will only "
+          "benifit from being honest to yourself about both pleasant & unpleasant memories. Do you really "
+          "want "
+          "to delete selected record?"),
       shellText("Yes"), shellText("No"), [chooseAction](int result) {
         if (result != 1) return;
         auto& center = NotificationCenter::defaultCenter();
@@ -262,8 +267,9 @@ void MoodAppDelegate::displayRecentBackupMissedAlertIfNeeded() {
   if (!last) return;
   // The difference broken down from era to second: `day` is only what is
   // left after whole months, so 1 month and 2 days count as 2 days.
-  const CalendarUnit units = CalendarUnit::kEra | CalendarUnit::kYear | CalendarUnit::kMonth | CalendarUnit::kDay |
-                             CalendarUnit::kHour | CalendarUnit::kMinute | CalendarUnit::kSecond;
+  const CalendarUnit units = CalendarUnit::kEra | CalendarUnit::kYear | CalendarUnit::kMonth |
+                             CalendarUnit::kDay | CalendarUnit::kHour | CalendarUnit::kMinute |
+                             CalendarUnit::kSecond;
   Calendar calendar = Calendar::current();
   Date now = Date::now();
   if (calendar.componentsFromDate(units, *last, now).day.value_or(0) < 5) return;
@@ -290,29 +296,32 @@ void MoodAppDelegate::alertForBackup(int kind) {
   MoodViewController* visible = visibleMoodViewController();
   if (!visible) return;
   std::string message = kind == 10 ? shellText("Alert backup") : shellText("RECENT_BACKUP_MISSED_ALERT");
-  visible->showAlert(shellText("Attention!"), message, shellText("Go"), shellText("Cancel"), [kind](int result) {
-    MoodAppDelegate* app = MoodAppDelegate::sharedDelegate();
-    if (result != 1 || !app) return;
-    Screen* top = app->window().visibleViewController();
-    NavigationController* nav = top ? top->navigationController() : nullptr;
-    if (!nav) nav = app->navigationController().get();
-    if (kind == 20) {
-      MoodViewController::presenter().endEditing();
-      if (nav) nav->popToRootViewControllerAnimated(false);
-    }
-    if (!top) return;
-    app->services().passcode->requestPassCodeFromViewController(
-        *top, true,
-        [](bool granted) {
-          MoodAppDelegate* a = MoodAppDelegate::sharedDelegate();
-          if (!granted || !a) return;
-          Screen* visibleNow = a->window().visibleViewController();
-          NavigationController* target = visibleNow ? visibleNow->navigationController() : nullptr;
-          if (!target) target = a->navigationController().get();
-          if (target) target->pushViewController(std::make_shared<MoodViewController>("MoodBackupViewController"), true);
-        },
-        nullptr);
-  });
+  visible->showAlert(
+      shellText("Attention!"), message, shellText("Go"), shellText("Cancel"), [kind](int result) {
+        MoodAppDelegate* app = MoodAppDelegate::sharedDelegate();
+        if (result != 1 || !app) return;
+        Screen* top = app->window().visibleViewController();
+        NavigationController* nav = top ? top->navigationController() : nullptr;
+        if (!nav) nav = app->navigationController().get();
+        if (kind == 20) {
+          MoodViewController::presenter().endEditing();
+          if (nav) nav->popToRootViewControllerAnimated(false);
+        }
+        if (!top) return;
+        app->services().passcode->requestPassCodeFromViewController(
+            *top, true,
+            [](bool granted) {
+              MoodAppDelegate* a = MoodAppDelegate::sharedDelegate();
+              if (!granted || !a) return;
+              Screen* visibleNow = a->window().visibleViewController();
+              NavigationController* target = visibleNow ? visibleNow->navigationController() : nullptr;
+              if (!target) target = a->navigationController().get();
+              if (target)
+                target->pushViewController(std::make_shared<MoodViewController>("MoodBackupViewController"),
+                                           true);
+            },
+            nullptr);
+      });
 }
 
 }  // namespace lumeo

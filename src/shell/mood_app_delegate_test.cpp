@@ -208,7 +208,8 @@ TEST_F(BackgroundWalkTest, SavesPendingChangesAndSyncsUnderABackgroundTask) {
   app.applicationDidEnterBackground();
   // The save runs on a global queue that hands over to the main queue: wait
   // in real time for both.
-  for (int i = 0; i < 2000 && !(application_->openBackgroundTasks() == 0 && sync_->synchronizeCalls > syncs); ++i) {
+  for (int i = 0; i < 2000 && !(application_->openBackgroundTasks() == 0 && sync_->synchronizeCalls > syncs);
+       ++i) {
     MainLoop::shared().runOnce();
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
@@ -240,7 +241,8 @@ TEST_F(MoodAppDelegateTest, GoingInactiveDuringACloudTransferCancelsIt) {
   app.isDropboxOperationStarted = true;
   app.applicationWillResignActive();
   ASSERT_EQ(application_->notificationsShown.size(), 1u);
-  EXPECT_EQ(application_->notificationsShown[0].first, "Operation could not continue in background. Cancelled.");
+  EXPECT_EQ(application_->notificationsShown[0].first,
+            "Operation could not continue in background. Cancelled.");
   EXPECT_FALSE(application_->notificationsShown[0].second);
   EXPECT_EQ(ended, 1);
   EXPECT_FALSE(app.isDropboxOperationStarted);

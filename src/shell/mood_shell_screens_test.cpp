@@ -94,9 +94,9 @@ TEST_F(TabsTest, SettingsOpenBehindTheGateAndTutorialShowsUntilDone) {
 TEST_F(TabsTest, SettingsRowsFollowTheWatchAndTheCloudLink) {
   ready();
   auto settings = std::make_shared<MoodSettingsViewController>(cloud_, watch_, defaults_);
-  const std::vector<std::string> fixed = {"kMoodsRow",  "kTemplateRow", "kChartsRow", "kMapRow",
-                                          "kRemindersRow", "kBackupRow", "kSyncRow", "kLockRow",
-                                          "kExportRow", "kWatchRow"};
+  const std::vector<std::string> fixed = {"kMoodsRow",     "kTemplateRow", "kChartsRow", "kMapRow",
+                                          "kRemindersRow", "kBackupRow",   "kSyncRow",   "kLockRow",
+                                          "kExportRow",    "kWatchRow"};
   std::vector<std::string> expected = fixed;
   expected.insert(expected.end(), {"", ""});
   EXPECT_EQ(settings->sections(), expected);
@@ -161,7 +161,8 @@ TEST(MoodViewControllerAlerts, ButtonsOnlyForPresentTitlesWithTheirResults) {
   EXPECT_EQ(presenter->alerts[2].request.actions[0].titleTextColor, red);
 
   presenter->answers = {7};
-  screen->showActionSheet("", "", {{"A", 7}, {"Remove", 4}, {"Cancel", 5}}, [&](int r) { results.push_back(r); });
+  screen->showActionSheet("", "", {{"A", 7}, {"Remove", 4}, {"Cancel", 5}},
+                          [&](int r) { results.push_back(r); });
   EXPECT_EQ(results.back(), 7);
   const auto& sheet = presenter->alerts[3].request;
   EXPECT_TRUE(sheet.actionSheet);
@@ -172,9 +173,12 @@ TEST(MoodViewControllerAlerts, ButtonsOnlyForPresentTitlesWithTheirResults) {
 }
 
 TEST(MoodViewControllerLayout, TallPhonesGetTheXLayoutOfListedScreensOnly) {
-  EXPECT_EQ(MoodViewController::nibNameForDevice("MoodSettingsViewController", true), "MoodSettingsViewControllerX");
-  EXPECT_EQ(MoodViewController::nibNameForDevice("MoodSettingsViewController", false), "MoodSettingsViewController");
-  EXPECT_EQ(MoodViewController::nibNameForDevice("MoodCaptureViewController", true), "MoodCaptureViewController");
+  EXPECT_EQ(MoodViewController::nibNameForDevice("MoodSettingsViewController", true),
+            "MoodSettingsViewControllerX");
+  EXPECT_EQ(MoodViewController::nibNameForDevice("MoodSettingsViewController", false),
+            "MoodSettingsViewController");
+  EXPECT_EQ(MoodViewController::nibNameForDevice("MoodCaptureViewController", true),
+            "MoodCaptureViewController");
   EXPECT_EQ(MoodViewController::nibNameForDevice("MoodHelpViewControllerX", true), "MoodHelpViewControllerX");
   EXPECT_EQ(MoodViewController::tallLayoutScreens().size(), 22u);
 }
@@ -253,7 +257,8 @@ TEST_F(RoutingTest, DeleteActivityWarnsThenAsksTheHistoryToDelete) {
   app.chooseActionForRecord(r, 1, 0);
   ASSERT_EQ(presenter_->alerts.size(), 1u);
   EXPECT_EQ(presenter_->alerts[0].request.title, "Wait a moment!");
-  EXPECT_NE(presenter_->alerts[0].request.message.find("You will only benifit from being honest"), std::string::npos);
+  EXPECT_NE(presenter_->alerts[0].request.message.find("You will only benifit from being honest"),
+            std::string::npos);
   EXPECT_EQ(deletes, 0) << "after the sheet has gone";
   runMainLoop(1);
   EXPECT_EQ(deletes, 1);

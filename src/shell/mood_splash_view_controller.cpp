@@ -40,6 +40,8 @@ void MoodSplashViewController::stopMigrationProgress() {
   labelHidden_ = true;
 }
 
-void MoodSplashViewController::failMigrationProgress() { labelHidden_ = true; }
+void MoodSplashViewController::failMigrationProgress() {
+  labelHidden_ = true;
+}
 
 }  // namespace lumeo

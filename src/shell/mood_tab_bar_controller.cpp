@@ -3,10 +3,10 @@
 
 #include "platform/dispatch_queue.h"
 #include "platform/user_defaults.h"
-#include "store/notification_names.h"
 #include "shell/mood_settings_view_controller.h"
 #include "shell/shell_services.h"
 #include "shell/shell_text.h"
+#include "store/notification_names.h"
 
 namespace lumeo {
 

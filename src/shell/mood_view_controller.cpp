@@ -18,14 +18,18 @@ void MoodViewController::setSharedPresenter(std::shared_ptr<Presenter> presenter
   sharedPresenterSlot() = presenter ? std::move(presenter) : std::make_shared<SilentPresenter>();
 }
 
-Presenter& MoodViewController::presenter() { return *sharedPresenterSlot(); }
+Presenter& MoodViewController::presenter() {
+  return *sharedPresenterSlot();
+}
 
-void MoodViewController::showAlert(const std::string& title, const std::string& message, const std::string& done) {
+void MoodViewController::showAlert(const std::string& title, const std::string& message,
+                                   const std::string& done) {
   showAlert(title, message, done, std::nullopt, nullptr);
 }
 
 void MoodViewController::showAlert(const std::string& title, const std::string& message,
-                                   const std::optional<std::string>& done, const std::optional<std::string>& cancel,
+                                   const std::optional<std::string>& done,
+                                   const std::optional<std::string>& cancel,
                                    std::function<void(int)> completionHandler) {
   showAlert(title, message, done, std::nullopt, AlertActionStyle::kDefault, cancel, std::nullopt,
             std::move(completionHandler));
@@ -67,17 +71,17 @@ void MoodViewController::showActionSheet(const std::string& title, const std::st
 
 const std::vector<std::string>& MoodViewController::tallLayoutScreens() {
   static const std::vector<std::string> screens = {
-      "MoodSettingsViewController",        "MoodCaptureEditViewController",
-      "MoodAboutViewController",           "MoodTutorialViewController",
-      "MoodTemplateViewController",        "MoodSyncingViewController",
-      "MoodGraphSettingsViewController",   "MoodMapSettingsViewController",
-      "MoodRemindersViewController",       "MoodReminderViewController",
-      "MoodReminderSoundViewController",   "MoodNotificationTextEditViewController",
-      "MoodBackupViewController",          "MoodPassSettingsViewController",
-      "MoodExportViewController",          "MoodHelpViewController",
-      "MoodFAQViewController",             "MoodGalleryViewController",
-      "MoodSummaryViewController",         "MoodTagHistoryViewController",
-      "MoodLocationViewController",        "MoodDateHistoryViewController",
+      "MoodSettingsViewController",      "MoodCaptureEditViewController",
+      "MoodAboutViewController",         "MoodTutorialViewController",
+      "MoodTemplateViewController",      "MoodSyncingViewController",
+      "MoodGraphSettingsViewController", "MoodMapSettingsViewController",
+      "MoodRemindersViewController",     "MoodReminderViewController",
+      "MoodReminderSoundViewController", "MoodNotificationTextEditViewController",
+      "MoodBackupViewController",        "MoodPassSettingsViewController",
+      "MoodExportViewController",        "MoodHelpViewController",
+      "MoodFAQViewController",           "MoodGalleryViewController",
+      "MoodSummaryViewController",       "MoodTagHistoryViewController",
+      "MoodLocationViewController",      "MoodDateHistoryViewController",
   };
   return screens;
 }

@@ -66,7 +66,8 @@ class Presenter {
   // Shows an alert or action sheet over `from`; `handler` later receives the
   // chosen action's result (on the main queue). Never called when the user
   // leaves the alert without choosing on platforms that allow it.
-  virtual void presentAlert(Screen& from, const AlertRequest& request, std::function<void(int result)> handler) = 0;
+  virtual void presentAlert(Screen& from, const AlertRequest& request,
+                            std::function<void(int result)> handler) = 0;
   // Shows the share sheet; `completion` gets the chosen activity type, or ""
   // when the sheet was closed without one.
   virtual void presentShareSheet(Screen& from, const ShareSheetRequest& request,
@@ -80,7 +81,8 @@ class Presenter {
 class SilentPresenter : public Presenter {
  public:
   void presentAlert(Screen&, const AlertRequest&, std::function<void(int)>) override {}
-  void presentShareSheet(Screen&, const ShareSheetRequest&, std::function<void(const std::string&)>) override {}
+  void presentShareSheet(Screen&, const ShareSheetRequest&,
+                         std::function<void(const std::string&)>) override {}
 };
 
 }  // namespace lumeo

@@ -136,7 +136,9 @@ class RecordingCloudLink : public CloudLinkService {
     completion(result);
     return true;
   }
-  void getCurrentAccount(std::function<void(const std::string&)> completion) override { completion(displayName); }
+  void getCurrentAccount(std::function<void(const std::string&)> completion) override {
+    completion(displayName);
+  }
 };
 
 class RecordingReminders : public ReminderScheduler {

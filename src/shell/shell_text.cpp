@@ -3,6 +3,8 @@
 
 namespace lumeo {
 
-std::string shellText(const std::string& key) { return key; }
+std::string shellText(const std::string& key) {
+  return key;
+}
 
 }  // namespace lumeo

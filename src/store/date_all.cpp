@@ -22,7 +22,9 @@ Date build(const Calendar& calendar, const DateComponents& c, Date fallback) {
   return calendar.dateFromComponents(c).value_or(fallback);
 }
 
-Date add(const DateComponents& c, Date d) { return Calendar::current().dateByAddingComponents(c, d).value_or(d); }
+Date add(const DateComponents& c, Date d) {
+  return Calendar::current().dateByAddingComponents(c, d).value_or(d);
+}
 
 // Formats and parses back with one formatter; the pattern has no seconds, so
 // the round trip drops them.
@@ -122,7 +124,9 @@ Date midnightTime(Date d) {
   return build(calendar, c, d);
 }
 
-std::int64_t midnightUnixTime(Date d) { return static_cast<std::int64_t>(midnightTime(d).timeIntervalSince1970()); }
+std::int64_t midnightUnixTime(Date d) {
+  return static_cast<std::int64_t>(midnightTime(d).timeIntervalSince1970());
+}
 
 // --- Steps ------------------------------------------------------------------
 
@@ -132,7 +136,9 @@ Date addDays(Date d, std::int64_t days) {
   return add(c, d);
 }
 
-Date dateWithDaysAhead(Date d, std::int64_t days) { return addDays(d, days); }
+Date dateWithDaysAhead(Date d, std::int64_t days) {
+  return addDays(d, days);
+}
 
 Date addMonths(Date d, std::int64_t months) {
   DateComponents c;
@@ -140,7 +146,9 @@ Date addMonths(Date d, std::int64_t months) {
   return add(c, d);
 }
 
-Date dateWithMonthsAhead(Date d, std::int64_t months) { return addMonths(d, months); }
+Date dateWithMonthsAhead(Date d, std::int64_t months) {
+  return addMonths(d, months);
+}
 
 Date dateWithAddMonth(Date d, std::int64_t months) {
   // The components added are the date's own day with the month replaced, so
@@ -151,16 +159,23 @@ Date dateWithAddMonth(Date d, std::int64_t months) {
   return add(c, d);
 }
 
-Date nextMonth(Date d) { return dateWithAddMonth(d, 1); }
-Date nextDay(Date d) { return dateWithDaysAhead(d, 1); }
-Date previousDay(Date d) { return dateWithDaysAhead(d, -1); }
+Date nextMonth(Date d) {
+  return dateWithAddMonth(d, 1);
+}
+Date nextDay(Date d) {
+  return dateWithDaysAhead(d, 1);
+}
+Date previousDay(Date d) {
+  return dateWithDaysAhead(d, -1);
+}
 
 // Each step lands on the start of a period, so that the graph can walk from
 // tick to tick; the steps are not additive. Field arithmetic with the double
 // value truncates toward zero, as an integer field assignment does.
 Date addUnit(Date d, CalendarUnit unit, double value) {
   const Calendar calendar = Calendar::current();
-  DateComponents c = calendar.components(kYearMonthDay | CalendarUnit::kWeekday | CalendarUnit::kWeekOfYear, d);
+  DateComponents c =
+      calendar.components(kYearMonthDay | CalendarUnit::kWeekday | CalendarUnit::kWeekOfYear, d);
   if (unit == CalendarUnit::kYear) {
     c.day = 1;
     c.month = 1;
@@ -209,11 +224,21 @@ Date addUnit(Date d, CalendarUnit unit, double value) {
 
 // --- Component reads ------------------------------------------------------
 
-std::int64_t year(Date d) { return Calendar::current().component(CalendarUnit::kYear, d); }
-std::int64_t month(Date d) { return Calendar::current().component(CalendarUnit::kMonth, d); }
-std::int64_t day(Date d) { return Calendar::current().component(CalendarUnit::kDay, d); }
-std::int64_t dayNumber(Date d) { return day(d); }
-std::int64_t weekday(Date d) { return Calendar::current().component(CalendarUnit::kWeekday, d); }
+std::int64_t year(Date d) {
+  return Calendar::current().component(CalendarUnit::kYear, d);
+}
+std::int64_t month(Date d) {
+  return Calendar::current().component(CalendarUnit::kMonth, d);
+}
+std::int64_t day(Date d) {
+  return Calendar::current().component(CalendarUnit::kDay, d);
+}
+std::int64_t dayNumber(Date d) {
+  return day(d);
+}
+std::int64_t weekday(Date d) {
+  return Calendar::current().component(CalendarUnit::kWeekday, d);
+}
 
 DateFields date(Date d) {
   const DateComponents c = Calendar::current().components(kYearToSecond, d);
@@ -240,7 +265,9 @@ Date dateByMonthIndexFrom1970(std::int64_t index) {
   return dateByYear(1970 + index / 12, index % 12 + 1);
 }
 
-Date dateByYear(std::int64_t year, std::int64_t month) { return dateByYear(year, month, 1); }
+Date dateByYear(std::int64_t year, std::int64_t month) {
+  return dateByYear(year, month, 1);
+}
 
 Date dateByYear(std::int64_t year, std::int64_t month, std::int64_t day) {
   DateComponents c;
@@ -264,17 +291,29 @@ std::int64_t daysBetweenUnixDateOne(double unixDateOne, double unixDateTwo) {
 
 // --- Text and zones ---------------------------------------------------------
 
-Date localDate(Date d) { return roundTripToMinute(d, TimeZone::current()); }
-Date globalDate(Date d) { return roundTripToMinute(d, TimeZone::gmt()); }
+Date localDate(Date d) {
+  return roundTripToMinute(d, TimeZone::current());
+}
+Date globalDate(Date d) {
+  return roundTripToMinute(d, TimeZone::gmt());
+}
 
-Date dateByTimeZone(Date d) { return d.dateByAddingTimeInterval(TimeZone::current().secondsFromGMT(d)); }
+Date dateByTimeZone(Date d) {
+  return d.dateByAddingTimeInterval(TimeZone::current().secondsFromGMT(d));
+}
 
-std::string monthShortStringDescription(Date d) { return DateFormatter("MMM").stringFromDate(d); }
-std::string monthFullStringDescription(Date d) { return DateFormatter("MMMM").stringFromDate(d); }
+std::string monthShortStringDescription(Date d) {
+  return DateFormatter("MMM").stringFromDate(d);
+}
+std::string monthFullStringDescription(Date d) {
+  return DateFormatter("MMMM").stringFromDate(d);
+}
 
 // --- Application-level helpers ----------------------------------------------
 
-Date dateWithOutTime(std::optional<Date> d) { return onlyDate(d.value_or(Date::now())); }
+Date dateWithOutTime(std::optional<Date> d) {
+  return onlyDate(d.value_or(Date::now()));
+}
 
 bool dateIsBetweenDate(std::optional<Date> d, std::optional<Date> a, std::optional<Date> b) {
   if (!d || !a || !b) return false;

@@ -40,7 +40,9 @@ struct Setting {
   const char* locale;
 };
 
-void PrintTo(const Setting& s, std::ostream* os) { *os << s.zone << " " << s.locale; }
+void PrintTo(const Setting& s, std::ostream* os) {
+  *os << s.zone << " " << s.locale;
+}
 
 class DateAllTest : public ::testing::TestWithParam<Setting> {
  protected:
@@ -134,7 +136,8 @@ TEST_P(DateAllTest, StepsByDaysAndMonths) {
       {"dateWithDaysAhead", dateWithDaysAhead, "2026-12-31 12:00:00", 1, "2027-01-01 12:00:00"},
       {"addMonths clips", addMonths, "2026-01-31 10:00:00", 1, "2026-02-28 10:00:00"},
       {"addMonths clips in leap year", addMonths, "2024-03-31 10:00:00", -1, "2024-02-29 10:00:00"},
-      {"dateWithMonthsAhead over a year", dateWithMonthsAhead, "2026-11-15 10:00:00", 3, "2027-02-15 10:00:00"},
+      {"dateWithMonthsAhead over a year", dateWithMonthsAhead, "2026-11-15 10:00:00", 3,
+       "2027-02-15 10:00:00"},
       {"dateWithAddMonth 15 March -12", dateWithAddMonth, "2026-03-15 10:00:00", -12, "2025-03-30 10:00:00"},
       {"dateWithAddMonth on the 31st", dateWithAddMonth, "2026-01-31 08:00:00", 1, "2026-03-31 08:00:00"},
       {"dateWithAddMonth on the 1st", dateWithAddMonth, "2026-05-01 00:00:00", 1, "2026-06-02 00:00:00"},
@@ -209,7 +212,8 @@ TEST_P(DateAllTest, ComponentReads) {
   EXPECT_EQ(dayNumber(d), 25);
   EXPECT_EQ(weekday(d), 4);  // Wednesday, counted from Sunday in every locale
   EXPECT_EQ(date(d), (DateFields{2026, 11, 25, 14, 5, 9}));
-  EXPECT_EQ(midnightUnixTime(d), static_cast<std::int64_t>(at("2026-11-25 00:00:00").timeIntervalSince1970()));
+  EXPECT_EQ(midnightUnixTime(d),
+            static_cast<std::int64_t>(at("2026-11-25 00:00:00").timeIntervalSince1970()));
   // 1 January 2027 is a Friday: the first week of 2027 in the United States,
   // but ISO week 53 of 2026 where a week needs four days in the new year.
   EXPECT_EQ(weeksOfYear(at("2027-01-01 12:00:00")), sundayFirst() ? 1 : 53);
@@ -243,12 +247,9 @@ TEST_P(DateAllTest, DaysBetweenCountsWholeCalendarDays) {
     std::int64_t days;
   };
   const Case cases[] = {
-      {"2026-11-22 08:00:00", "2026-11-22 20:00:00", 0},
-      {"2026-11-22 08:00:00", "2026-11-23 07:59:59", 0},
-      {"2026-11-22 08:00:00", "2026-11-23 08:00:00", 1},
-      {"2026-11-23 08:00:00", "2026-11-22 08:00:00", -1},
-      {"2026-11-23 08:00:00", "2026-11-22 08:00:01", 0},
-      {"2026-02-01 00:00:00", "2026-03-01 00:00:00", 28},
+      {"2026-11-22 08:00:00", "2026-11-22 20:00:00", 0},   {"2026-11-22 08:00:00", "2026-11-23 07:59:59", 0},
+      {"2026-11-22 08:00:00", "2026-11-23 08:00:00", 1},   {"2026-11-23 08:00:00", "2026-11-22 08:00:00", -1},
+      {"2026-11-23 08:00:00", "2026-11-22 08:00:01", 0},   {"2026-02-01 00:00:00", "2026-03-01 00:00:00", 28},
       {"2024-01-01 12:00:00", "2025-01-01 12:00:00", 366},
   };
   for (const auto& c : cases) {
@@ -277,7 +278,8 @@ TEST_P(DateAllTest, MonthNamesFollowTheLocale) {
     EXPECT_EQ(monthShortStringDescription(d), "Nov");
     EXPECT_EQ(monthFullStringDescription(d), "November");
   }
-  EXPECT_EQ(monthFullStringDescription(at("2026-03-01 00:00:00")), locale.rfind("de_DE", 0) == 0 ? "März" : "March");
+  EXPECT_EQ(monthFullStringDescription(at("2026-03-01 00:00:00")),
+            locale.rfind("de_DE", 0) == 0 ? "März" : "March");
 }
 
 TEST_P(DateAllTest, DateWithOutTimeAndBetween) {
@@ -304,7 +306,9 @@ struct MidnightJump {
   const char* day;  // a day whose 00:00 doesn't exist: clocks go to 01:00
 };
 
-void PrintTo(const MidnightJump& j, std::ostream* os) { *os << j.zone << " " << j.day; }
+void PrintTo(const MidnightJump& j, std::ostream* os) {
+  *os << j.zone << " " << j.day;
+}
 
 class DaylightSavingTest : public ::testing::TestWithParam<MidnightJump> {
  protected:

@@ -31,14 +31,18 @@ std::string randomImageName() {
   return name;
 }
 
-bool hasName(const std::optional<std::string>& name) { return name && !name->empty(); }
+bool hasName(const std::optional<std::string>& name) {
+  return name && !name->empty();
+}
 
 }  // namespace
 
 std::pair<int, int> photoSizeForImageSize(int width, int height) {
   if (width <= 0 || height <= 0) return {0, 0};
-  const double s = std::min({static_cast<double>(kPhotoMaxWidth) / width, static_cast<double>(kPhotoMaxHeight) / height, 1.0});
-  return {std::max(1, static_cast<int>(std::lround(width * s))), std::max(1, static_cast<int>(std::lround(height * s)))};
+  const double s = std::min(
+      {static_cast<double>(kPhotoMaxWidth) / width, static_cast<double>(kPhotoMaxHeight) / height, 1.0});
+  return {std::max(1, static_cast<int>(std::lround(width * s))),
+          std::max(1, static_cast<int>(std::lround(height * s)))};
 }
 
 OrError<Image> photoFromFile(const std::filesystem::path& path) {
@@ -50,9 +54,9 @@ OrError<Image> photoFromFile(const std::filesystem::path& path) {
   if (auto* error = std::get_if<Error>(&info)) return *error;
   // Sizes are of the picture as shown, which is turned for sideways files.
   const ImageInfo& i = std::get<ImageInfo>(info);
-  const bool sideways = i.orientation == ImageOrientation::kLeft || i.orientation == ImageOrientation::kRight ||
-                        i.orientation == ImageOrientation::kLeftMirrored ||
-                        i.orientation == ImageOrientation::kRightMirrored;
+  const bool sideways =
+      i.orientation == ImageOrientation::kLeft || i.orientation == ImageOrientation::kRight ||
+      i.orientation == ImageOrientation::kLeftMirrored || i.orientation == ImageOrientation::kRightMirrored;
   const auto [w, h] = photoSizeForImageSize(sideways ? i.height : i.width, sideways ? i.width : i.height);
   return scaledImageFromFile(path, w, h);
 }
@@ -64,7 +68,9 @@ OrError<Image> thumbnailFromFile(const std::filesystem::path& path) {
 ImageStore::ImageStore(std::filesystem::path libraryDirectory)
     : folder_(std::move(libraryDirectory) / kImageStoreFolderName) {}
 
-ImageStore::~ImageStore() { waitForCleanup(); }
+ImageStore::~ImageStore() {
+  waitForCleanup();
+}
 
 std::shared_ptr<ImageStore> ImageStore::shared() {
   std::lock_guard lock(sharedMutex);
@@ -82,7 +88,8 @@ std::filesystem::path ImageStore::imagesURL() const {
   return folder_;
 }
 
-std::optional<std::filesystem::path> ImageStore::imageURLForName(const std::optional<std::string>& name) const {
+std::optional<std::filesystem::path> ImageStore::imageURLForName(
+    const std::optional<std::string>& name) const {
   if (!hasName(name)) return std::nullopt;
   return imagesURL() / *name;
 }
@@ -117,7 +124,8 @@ OrError<std::string> ImageStore::writeNewImage(const Image& image) const {
   do {
     name = randomImageName();
   } while (std::filesystem::exists(folder / name, ec));
-  if (auto error = writeFileAtomically(folder / name, std::get<std::vector<std::uint8_t>>(jpeg))) return *error;
+  if (auto error = writeFileAtomically(folder / name, std::get<std::vector<std::uint8_t>>(jpeg)))
+    return *error;
   return name;
 }
 
@@ -149,7 +157,8 @@ std::optional<std::string> ImageStore::checksumForName(const std::optional<std::
 
 bool ImageStore::isImageStoreName(const std::string& name) {
   if (name.size() != 28 || name.compare(24, 4, ".jpg") != 0) return false;
-  return std::all_of(name.begin(), name.begin() + 24, [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
+  return std::all_of(name.begin(), name.begin() + 24,
+                     [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
 }
 
 std::vector<std::string> ImageStore::allStoredImageNames() const {

@@ -85,7 +85,8 @@ class ImageStore {
   // and the result is no name and an empty checksum. The new file is
   // written before the old one is removed, so a failed write leaves the
   // old picture in place: the result is then the error and nothing changed.
-  OrError<StoredImage> replaceImage(const std::optional<std::string>& oldName, const std::optional<Image>& image) const;
+  OrError<StoredImage> replaceImage(const std::optional<std::string>& oldName,
+                                    const std::optional<Image>& image) const;
 
   // The checksum a description should hold for `name` (after a restore):
   // nothing when there is no name, "" when the file is missing, else the

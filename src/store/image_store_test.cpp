@@ -18,7 +18,9 @@
 namespace lumeo {
 namespace {
 
-Image picture(const Color& color, int width = 48, int height = 32) { return Image::filled(width, height, color); }
+Image picture(const Color& color, int width = 48, int height = 32) {
+  return Image::filled(width, height, color);
+}
 
 std::size_t filesIn(const std::filesystem::path& folder) {
   std::size_t n = 0;
@@ -115,7 +117,8 @@ TEST(ImageStore, CleanupRemovesOrphansOnly) {
 TEST(ImageStore, AFailedWriteKeepsTheOldPicture) {
   testing::TempDir library;
   ImageStore store(library.path());
-  const StoredImage old = std::get<StoredImage>(store.replaceImage(std::nullopt, picture(Color(1, 0, 0), 8, 8)));
+  const StoredImage old =
+      std::get<StoredImage>(store.replaceImage(std::nullopt, picture(Color(1, 0, 0), 8, 8)));
 
   // A full disk, played by a file size limit in a child process: the new
   // JPEG cannot be written, so the old file, name and checksum must stand.
@@ -126,7 +129,8 @@ TEST(ImageStore, AFailedWriteKeepsTheOldPicture) {
     rlimit rl{200, 200};
     setrlimit(RLIMIT_FSIZE, &rl);
     Canvas noise(400, 400);
-    for (int i = 0; i < 400; i += 4) noise.fillRect(Rect{double(i), 0, 2, 400}, Color(i / 400.0, 0.3, 1 - i / 400.0));
+    for (int i = 0; i < 400; i += 4)
+      noise.fillRect(Rect{double(i), 0, 2, 400}, Color(i / 400.0, 0.3, 1 - i / 400.0));
     auto result = store.replaceImage(old.name, noise.image());
     if (!std::holds_alternative<Error>(result)) _exit(10);
     if (!std::get<Error>(result).is(kFileErrorDomain, kFileWriteFailed)) _exit(11);
@@ -165,8 +169,9 @@ TEST(ImageStore, PickedFilesBecomePhotosAndThumbnails) {
   canvas.fillRect(Rect{0, 0, 600, 800}, Color(1, 0, 0));
   canvas.fillRect(Rect{600, 0, 600, 800}, Color(0, 0, 1));
   auto jpeg = std::get<std::vector<std::uint8_t>>(canvas.image().jpegData(0.9));
-  const std::vector<std::uint8_t> app1 = {0xFF, 0xE1, 0x00, 0x22, 'E', 'x', 'i', 'f', 0, 0, 'M', 'M', 0, 42, 0, 0, 0, 8,
-                                          0,    1,    0x01, 0x12, 0,   3,   0,   0,   0, 1, 0,   8,   0, 0,  0, 0, 0, 0};
+  const std::vector<std::uint8_t> app1 = {0xFF, 0xE1, 0x00, 0x22, 'E', 'x', 'i', 'f', 0,    0,    'M', 'M',
+                                          0,    42,   0,    0,    0,   8,   0,   1,   0x01, 0x12, 0,   3,
+                                          0,    0,    0,    1,    0,   8,   0,   0,   0,    0,    0,   0};
   jpeg.insert(jpeg.begin() + 2, app1.begin(), app1.end());
   testing::writeFile(dir / "camera.jpg", std::string(jpeg.begin(), jpeg.end()));
 

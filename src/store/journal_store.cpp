@@ -18,7 +18,8 @@
 namespace lumeo {
 
 JournalStore::JournalStore(Locations locations, std::shared_ptr<UserDefaults> defaults)
-    : locations_(std::move(locations)), defaults_(defaults ? std::move(defaults) : UserDefaults::standard()) {}
+    : locations_(std::move(locations)),
+      defaults_(defaults ? std::move(defaults) : UserDefaults::standard()) {}
 
 JournalStore::~JournalStore() = default;
 
@@ -27,7 +28,9 @@ std::shared_ptr<ManagedObjectModel> JournalStore::managedObjectModel() {
   return model_;
 }
 
-std::filesystem::path JournalStore::storeURL() const { return locations_.libraryDirectory / kJournalStoreFileName; }
+std::filesystem::path JournalStore::storeURL() const {
+  return locations_.libraryDirectory / kJournalStoreFileName;
+}
 
 std::shared_ptr<PersistentStoreCoordinator> JournalStore::persistentStoreCoordinator() {
   if (coordinator_) return coordinator_;
@@ -172,8 +175,8 @@ std::optional<Date> JournalStore::getFirstDate() {
 void JournalStore::requestDates(const std::function<void(Date, Date)>& block) {
   FetchRequest request(kMoodRecordEntity);
   request.setResultType(FetchRequestResultType::kDictionary);
-  request.setExpressionsToFetch({{"minDate", "min:", "date", AttributeType::kDate},
-                                 {"maxDate", "max:", "date", AttributeType::kDate}});
+  request.setExpressionsToFetch(
+      {{"minDate", "min:", "date", AttributeType::kDate}, {"maxDate", "max:", "date", AttributeType::kDate}});
   FetchResults results = executeFetch(request);
   const auto& rows = results.dictionaries();
   if (rows.size() != 1) return;
@@ -215,7 +218,8 @@ std::vector<std::shared_ptr<MoodRecord>> JournalStore::recordsFrom(Date from, Da
   return fetchAs<MoodRecord>(request);
 }
 
-std::vector<std::shared_ptr<MoodRecord>> JournalStore::newestRecordsFrom(Date from, Date to, std::size_t limit) {
+std::vector<std::shared_ptr<MoodRecord>> JournalStore::newestRecordsFrom(Date from, Date to,
+                                                                         std::size_t limit) {
   FetchRequest request(kMoodRecordEntity);
   request.setPredicate(Predicate::predicateWithFormat("date >= %@ AND date <= %@", from, to));
   request.setSortDescriptors({SortDescriptor("date", false)});
@@ -228,17 +232,17 @@ std::vector<std::shared_ptr<MoodRecord>> JournalStore::recordsFromWithAnyTag(
   std::vector<PredicateValue> items;
   for (const auto& tag : tags) items.emplace_back(ManagedObjectPtr(tag));
   FetchRequest request(kMoodRecordEntity);
-  request.setPredicate(Predicate::predicateWithFormat("date >= %@ && date <= %@ && (ANY moodTags IN %@)", from, to,
-                                                      PredicateValue(std::move(items))));
+  request.setPredicate(Predicate::predicateWithFormat("date >= %@ && date <= %@ && (ANY moodTags IN %@)",
+                                                      from, to, PredicateValue(std::move(items))));
   request.setSortDescriptors({SortDescriptor("date", true)});
   return fetchAs<MoodRecord>(request);
 }
 
-std::vector<std::shared_ptr<MoodRecord>> JournalStore::recordsFromWithTag(Date from, Date to,
-                                                                          const std::shared_ptr<MoodTag>& tag) {
+std::vector<std::shared_ptr<MoodRecord>> JournalStore::recordsFromWithTag(
+    Date from, Date to, const std::shared_ptr<MoodTag>& tag) {
   FetchRequest request(kMoodRecordEntity);
-  request.setPredicate(Predicate::predicateWithFormat("(date >= %@ AND date <= %@) AND ANY moodTags == %@", from, to,
-                                                      ManagedObjectPtr(tag)));
+  request.setPredicate(Predicate::predicateWithFormat("(date >= %@ AND date <= %@) AND ANY moodTags == %@",
+                                                      from, to, ManagedObjectPtr(tag)));
   request.setSortDescriptors({SortDescriptor("date", true)});
   return fetchAs<MoodRecord>(request);
 }
@@ -259,8 +263,8 @@ std::vector<std::shared_ptr<MoodRecord>> JournalStore::recordsWithPhoto(bool pos
   return fetchAs<MoodRecord>(request);
 }
 
-std::vector<std::shared_ptr<MoodRecord>> JournalStore::locatedRecordsFrom(Date from, Date to,
-                                                                          const std::vector<std::string>& tagNames) {
+std::vector<std::shared_ptr<MoodRecord>> JournalStore::locatedRecordsFrom(
+    Date from, Date to, const std::vector<std::string>& tagNames) {
   std::vector<Predicate> parts;
   parts.push_back(Predicate::predicateWithFormat(
       "moodDescription.longitude != %@ AND moodDescription.latitude != %@", -1, -1));
@@ -268,7 +272,8 @@ std::vector<std::shared_ptr<MoodRecord>> JournalStore::locatedRecordsFrom(Date f
   if (!tagNames.empty()) {
     std::vector<Predicate> anyTag;
     for (const auto& name : tagNames) {
-      anyTag.push_back(Predicate::predicateWithFormat("SUBQUERY(moodTags, $x, $x.tagName == %@).@count > 0", name));
+      anyTag.push_back(
+          Predicate::predicateWithFormat("SUBQUERY(moodTags, $x, $x.tagName == %@).@count > 0", name));
     }
     parts.push_back(Predicate::orPredicateWithSubpredicates(anyTag));
   }
@@ -291,7 +296,8 @@ std::set<std::string> JournalStore::imageNamesInUse() {
   for (const auto& row : results.dictionaries()) {
     for (const char* key : {"photoName", "thumbName"}) {
       auto it = row.find(key);
-      if (it != row.end() && it->second.asString() && !it->second.asString()->empty()) names.insert(*it->second.asString());
+      if (it != row.end() && it->second.asString() && !it->second.asString()->empty())
+        names.insert(*it->second.asString());
     }
   }
   return names;
@@ -317,7 +323,8 @@ std::vector<std::shared_ptr<MoodTag>> JournalStore::completionTags(const std::st
   return fetchAs<MoodTag>(request);
 }
 
-std::vector<std::shared_ptr<MoodTag>> JournalStore::suggestedTags(const std::string& typed, std::size_t limit) {
+std::vector<std::shared_ptr<MoodTag>> JournalStore::suggestedTags(const std::string& typed,
+                                                                  std::size_t limit) {
   FetchRequest request(kMoodTagEntity);
   request.setPredicate(Predicate::predicateWithFormat("tagName like[cd] %@", typed + "*"));
   request.setSortDescriptors({SortDescriptor("frequency", false)});

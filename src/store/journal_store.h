@@ -103,9 +103,10 @@ class JournalStore {
   std::vector<std::shared_ptr<MoodRecord>> recordsFrom(Date from, Date to);
   // The newest `limit` records in the range (limit 0: all), newest first.
   std::vector<std::shared_ptr<MoodRecord>> newestRecordsFrom(Date from, Date to, std::size_t limit);
-  std::vector<std::shared_ptr<MoodRecord>> recordsFromWithAnyTag(Date from, Date to,
-                                                                 const std::vector<std::shared_ptr<MoodTag>>& tags);
-  std::vector<std::shared_ptr<MoodRecord>> recordsFromWithTag(Date from, Date to, const std::shared_ptr<MoodTag>& tag);
+  std::vector<std::shared_ptr<MoodRecord>> recordsFromWithAnyTag(
+      Date from, Date to, const std::vector<std::shared_ptr<MoodTag>>& tags);
+  std::vector<std::shared_ptr<MoodRecord>> recordsFromWithTag(Date from, Date to,
+                                                              const std::shared_ptr<MoodTag>& tag);
   std::vector<std::shared_ptr<MoodRecord>> recordsWithTag(const std::shared_ptr<MoodTag>& tag);
   // Records with a photo whose level is negative (1..5) or positive (6..10).
   std::vector<std::shared_ptr<MoodRecord>> recordsWithPhoto(bool positive);

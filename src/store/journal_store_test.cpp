@@ -21,7 +21,9 @@
 namespace lumeo {
 namespace {
 
-Date day(int n, double hour = 12) { return Date::fromTimeIntervalSince1970(1700000000.0 + n * 86400.0 + hour * 3600); }
+Date day(int n, double hour = 12) {
+  return Date::fromTimeIntervalSince1970(1700000000.0 + n * 86400.0 + hour * 3600);
+}
 
 class JournalStoreTest : public ::testing::Test {
  protected:
@@ -48,9 +50,7 @@ class JournalStoreTest : public ::testing::Test {
     return record;
   }
 
-  void reopen() {
-    store_ = std::make_unique<JournalStore>(locations(), defaults_);
-  }
+  void reopen() { store_ = std::make_unique<JournalStore>(locations(), defaults_); }
 
   testing::TempDir dir_;
   std::shared_ptr<UserDefaults> defaults_;

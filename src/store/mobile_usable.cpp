@@ -9,9 +9,13 @@ DateComponents MobileUsable::differenceBetweenStartDate(Date start, Date andEndD
   return Calendar::current().componentsFromDate(CalendarUnit::kEra | kYearToSecond, start, andEndDate);
 }
 
-bool MobileUsable::countingFromZeroBiggerThanDate(Date a, Date than) { return a > than; }
+bool MobileUsable::countingFromZeroBiggerThanDate(Date a, Date than) {
+  return a > than;
+}
 
-bool MobileUsable::countingFromZeroLesserThanDate(Date a, Date than) { return a < than; }
+bool MobileUsable::countingFromZeroLesserThanDate(Date a, Date than) {
+  return a < than;
+}
 
 Date MobileUsable::date(Date a, const DateComponents& afterAddOfDateComponents) {
   return Calendar::current().dateByAddingComponents(afterAddOfDateComponents, a).value_or(a);

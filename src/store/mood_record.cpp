@@ -36,7 +36,9 @@ std::optional<std::string> optionalString(const Value& v) {
 }
 }  // namespace
 
-std::optional<std::string> MoodRecord::uniqueIdentifier() const { return optionalString(valueForKey("uniqueIdentifier")); }
+std::optional<std::string> MoodRecord::uniqueIdentifier() const {
+  return optionalString(valueForKey("uniqueIdentifier"));
+}
 
 void MoodRecord::setUniqueIdentifier(const std::optional<std::string>& identifier) {
   setValueForKey("uniqueIdentifier", identifier ? Value(*identifier) : Value());
@@ -48,11 +50,17 @@ std::optional<Date> MoodRecord::date() const {
   return std::nullopt;
 }
 
-void MoodRecord::setDate(std::optional<Date> date) { setValueForKey("date", date ? Value(*date) : Value()); }
+void MoodRecord::setDate(std::optional<Date> date) {
+  setValueForKey("date", date ? Value(*date) : Value());
+}
 
-long MoodRecord::moodLevel() const { return static_cast<long>(valueForKey("moodLevel").toInt()); }
+long MoodRecord::moodLevel() const {
+  return static_cast<long>(valueForKey("moodLevel").toInt());
+}
 
-void MoodRecord::setMoodLevel(long level) { setValueForKey("moodLevel", Value(level)); }
+void MoodRecord::setMoodLevel(long level) {
+  setValueForKey("moodLevel", Value(level));
+}
 
 std::shared_ptr<MoodDescription> MoodRecord::moodDescription() const {
   return objectForKeyAs<MoodDescription>("moodDescription");
@@ -70,9 +78,13 @@ std::vector<std::shared_ptr<MoodTag>> MoodRecord::moodTags() const {
   return tags;
 }
 
-void MoodRecord::addMoodTagsObject(const std::shared_ptr<MoodTag>& tag) { addObjectForKey("moodTags", tag); }
+void MoodRecord::addMoodTagsObject(const std::shared_ptr<MoodTag>& tag) {
+  addObjectForKey("moodTags", tag);
+}
 
-void MoodRecord::removeMoodTagsObject(const std::shared_ptr<MoodTag>& tag) { removeObjectForKey("moodTags", tag); }
+void MoodRecord::removeMoodTagsObject(const std::shared_ptr<MoodTag>& tag) {
+  removeObjectForKey("moodTags", tag);
+}
 
 void MoodRecord::removeMoodTags(const std::vector<std::shared_ptr<MoodTag>>& tags) {
   for (const auto& tag : tags) removeObjectForKey("moodTags", tag);

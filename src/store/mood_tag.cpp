@@ -8,8 +8,12 @@
 
 namespace lumeo {
 
-std::string MoodTag::tagName() const { return valueForKey("tagName").toString(); }
-void MoodTag::setTagName(const std::string& name) { setValueForKey("tagName", Value(name)); }
+std::string MoodTag::tagName() const {
+  return valueForKey("tagName").toString();
+}
+void MoodTag::setTagName(const std::string& name) {
+  setValueForKey("tagName", Value(name));
+}
 
 std::optional<std::string> MoodTag::tagUnit() const {
   Value v = valueForKey("tagUnit");
@@ -20,8 +24,12 @@ void MoodTag::setTagUnit(const std::optional<std::string>& unit) {
   setValueForKey("tagUnit", unit ? Value(*unit) : Value());
 }
 
-long MoodTag::frequency() const { return static_cast<long>(valueForKey("frequency").toInt()); }
-void MoodTag::setFrequency(long frequency) { setValueForKey("frequency", Value(frequency)); }
+long MoodTag::frequency() const {
+  return static_cast<long>(valueForKey("frequency").toInt());
+}
+void MoodTag::setFrequency(long frequency) {
+  setValueForKey("frequency", Value(frequency));
+}
 
 std::vector<std::shared_ptr<MoodRecord>> MoodTag::moodRecords() const {
   std::vector<std::shared_ptr<MoodRecord>> records;
@@ -31,7 +39,9 @@ std::vector<std::shared_ptr<MoodRecord>> MoodTag::moodRecords() const {
   return records;
 }
 
-std::string MoodTag::uniqueIdentifier() const { return uniqueIdentifier_ ? *uniqueIdentifier_ : tagName(); }
+std::string MoodTag::uniqueIdentifier() const {
+  return uniqueIdentifier_ ? *uniqueIdentifier_ : tagName();
+}
 
 long MoodTag::cachedLevelSum() {
   if (cachedLevelSum_) return *cachedLevelSum_;

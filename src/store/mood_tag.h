@@ -28,7 +28,9 @@ class MoodTag : public ManagedObject {
   // The tag's identity in sync: the member when set, else the name. Nothing
   // in the application sets the member, so renaming a tag changes it.
   std::string uniqueIdentifier() const;
-  void setUniqueIdentifier(std::optional<std::string> identifier) { uniqueIdentifier_ = std::move(identifier); }
+  void setUniqueIdentifier(std::optional<std::string> identifier) {
+    uniqueIdentifier_ = std::move(identifier);
+  }
 
   // Sum of the levels of the tag's records, held in memory until cleared.
   // Recomputing it also sets `frequency` (even to the same value, which

@@ -43,7 +43,8 @@ int main(int argc, char** argv) {
   const long iterations = iterationsEnv ? std::atol(iterationsEnv) : 20000;
   const char* seedEnv = std::getenv("LUMEO_FUZZ_SEED");
   const std::uint32_t seed = seedEnv ? static_cast<std::uint32_t>(std::atol(seedEnv)) : 20261122u;
-  std::printf("fuzz smoke: %zu corpus inputs, %ld generated inputs, seed %u\n", corpus.size(), iterations, seed);
+  std::printf("fuzz smoke: %zu corpus inputs, %ld generated inputs, seed %u\n", corpus.size(), iterations,
+              seed);
   std::mt19937 rng(seed);
   std::vector<std::uint8_t> input;
   for (long i = 0; i < iterations; ++i) {
@@ -57,7 +58,8 @@ int main(int argc, char** argv) {
             if (!input.empty()) input[rng() % input.size()] = byte;
             break;
           case 1:
-            input.insert(input.begin() + static_cast<long>(input.empty() ? 0 : rng() % (input.size() + 1)), byte);
+            input.insert(input.begin() + static_cast<long>(input.empty() ? 0 : rng() % (input.size() + 1)),
+                         byte);
             break;
           default:
             if (!input.empty()) input.erase(input.begin() + static_cast<long>(rng() % input.size()));

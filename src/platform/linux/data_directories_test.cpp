@@ -102,11 +102,12 @@ TEST_F(DataDirectoriesTest, HomeOverrideWinsOverLumeoHomeUntilCleared) {
 TEST_F(DataDirectoriesTest, CreateMakesEveryFolderAndReportsWhatItCannot) {
   DataDirectories d = DataDirectories::underHome(temp_.path() / "fresh");
   ASSERT_TRUE(d.create());
-  for (const auto& p : {d.library, d.documents, d.applicationSupport, d.temporary, d.defaultsFile.parent_path()}) {
+  for (const auto& p :
+       {d.library, d.documents, d.applicationSupport, d.temporary, d.defaultsFile.parent_path()}) {
     EXPECT_TRUE(std::filesystem::is_directory(p)) << p;
   }
   EXPECT_FALSE(std::filesystem::exists(d.defaultsFile));  // a file, not a folder
-  EXPECT_TRUE(d.create());  // again: nothing to do
+  EXPECT_TRUE(d.create());                                // again: nothing to do
 
   // A plain file where a folder must go.
   testing::writeFile(temp_.path() / "blocked", "not a folder");
