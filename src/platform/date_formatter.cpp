@@ -7,6 +7,10 @@
 #include <unicode/smpdtfmt.h>
 #include <unicode/uchar.h>
 
+#include <chrono>
+
+#include "platform/calendar.h"
+#include "platform/clock.h"
 #include "platform/icu_support.h"
 #include "platform/user_locale.h"
 
@@ -98,6 +102,26 @@ void DateFormatter::setTimeZone(const TimeZone& zone) {
   formatter_.reset();
 }
 
+// ICU picks "Today" and "Yesterday" by the system's clock. Under a
+// simulated clock the date near the simulated today is moved by the whole
+// days between the two todays, so the names follow the clock that the rest
+// of Lumeo uses; a date farther away is shown as it is.
+Date DateFormatter::dateForRelativeNames(Date date) const {
+  auto clock = Clock::current();
+  if (!clock || !clock->isSimulated()) return date;
+  Calendar calendar("en_US_POSIX", zone_);
+  const Date simulatedToday = calendar.startOfDay(clock->now());
+  const double realSeconds =
+      std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  const Date realToday = calendar.startOfDay(Date::fromTimeIntervalSince1970(realSeconds));
+  const auto away =
+      calendar.componentsFromDate(CalendarUnit::kDay, simulatedToday, calendar.startOfDay(date)).day;
+  if (!away || *away < -2 || *away > 2) return date;
+  const auto shift = calendar.componentsFromDate(CalendarUnit::kDay, simulatedToday, realToday).day;
+  if (!shift || *shift == 0) return date;
+  return calendar.dateByAddingUnit(CalendarUnit::kDay, *shift, date).value_or(date);
+}
+
 icu::DateFormat* DateFormatter::formatter() const {
   if (formatter_) return formatter_.get();
   const icu::Locale locale = icuDateLocale(locale_);
@@ -124,6 +148,22 @@ icu::DateFormat* DateFormatter::formatter() const {
 std::string DateFormatter::stringFromDate(Date date) const {
   icu::DateFormat* f = formatter();
   if (f == nullptr) return {};
+  if (relative_ && pattern_.empty() && dateStyle_ != Style::kNone) {
+    Date shifted = dateForRelativeNames(date);
+    if (shifted != date) {
+      // Only a relative name may come from the moved date; where the
+      // locale has none for it, the true date is written.
+      icu::UnicodeString named, plain;
+      f->format(shifted.timeIntervalSince1970() * 1000.0, named);
+      std::unique_ptr<icu::DateFormat> absolute(icu::DateFormat::createDateTimeInstance(
+          icuStyle(dateStyle_, false), icuStyle(timeStyle_, false), icuDateLocale(locale_)));
+      if (absolute) {
+        absolute->setTimeZone(zone_.icuZone());
+        absolute->format(shifted.timeIntervalSince1970() * 1000.0, plain);
+        if (named != plain) return fromUnicode(named);
+      }
+    }
+  }
   icu::UnicodeString out;
   f->format(date.timeIntervalSince1970() * 1000.0, out);
   return fromUnicode(out);

@@ -65,6 +65,7 @@ class DateFormatter {
 
  private:
   icu::DateFormat* formatter() const;
+  Date dateForRelativeNames(Date date) const;
 
   std::string pattern_;
   Style dateStyle_ = Style::kNone;
