@@ -176,6 +176,9 @@ class MoodHistoryViewController : public MoodViewController,
   int selectedHistoryViewType() const { return selectedHistoryViewType_; }
   // Stored in the defaults; empties the tag filter and closes the sheets.
   void setSelectedHistoryViewType(int type);
+  // The list, without changing the stored choice: for front ends that have
+  // no calendar beside the list (the command line).
+  void useListMode() { selectedHistoryViewType_ = kList; }
   // A day of the calendar was tapped: its day screen when it has records.
   std::shared_ptr<MoodDateHistoryViewController> didCalendarViewPressed(long year, long month, long day,
                                                                         bool exist);

