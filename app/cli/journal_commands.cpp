@@ -42,28 +42,10 @@ std::unique_ptr<MoodAppDelegate>& sessionSlot() {
   return app;
 }
 
-// An existing store file that SQLite would not read is refused before
-// anything touches it: the launch would otherwise treat the journal as new.
-void checkStoreFile(const std::filesystem::path& file) {
-  std::error_code ec;
-  if (!std::filesystem::exists(file, ec)) return;
-  std::ifstream in(file, std::ios::binary);
-  char header[16] = {};
-  in.read(header, sizeof header);
-  auto size = std::filesystem::file_size(file, ec);
-  if (size == 0) return;  // an empty file is a fresh database to SQLite
-  if (!in || std::string(header, 16) != std::string("SQLite format 3\0", 16)) {
-    throw CommandError(
-        "the journal store " + file.string() +
-        " is not an SQLite database; it was left as it is. Move it away to start a new journal.");
-  }
-}
-
 void launch(CliApp& app) {
   DataDirectories dirs = DataDirectories::current();
   if (!dirs.create())
     throw CommandError("cannot make Lumeo's folders under " + dirs.library.parent_path().string());
-  checkStoreFile(dirs.library / kJournalStoreFileName);
   PlistUserDefaults::installStandard();
   // The level words of the share text come from the user's level table.
   MoodLevelTableFiles::setCurrent({dirs.library, {}});
@@ -77,7 +59,10 @@ void launch(CliApp& app) {
   // No splash animation on a terminal: the completion runs at once.
   delegate->splash()->viewDidAppear(false);
   delegate->applicationDidBecomeActive();
+  // The launch itself refuses to take a store it cannot open for a new
+  // journal; the command stops here and says why.
   if (auto error = delegate->store().storeOpenError()) {
+    if (error->domain == kJournalStoreErrorDomain) throw CommandError(error->description);
     throw CommandError("cannot open the journal store " + delegate->storeURL().string() + ": " +
                        error->description);
   }

@@ -9,6 +9,7 @@
 #include "objectgraph/managed_object_context.h"
 #include "platform/calendar.h"
 #include "platform/dispatch_queue.h"
+#include "platform/log.h"
 #include "platform/user_defaults.h"
 #include "shell/shell_text.h"
 #include "store/image_store.h"
@@ -96,18 +97,21 @@ void MoodAppDelegate::observeSavesForSync(const std::shared_ptr<ManagedObjectCon
 // --- Launch -------------------------------------------------------------
 
 bool MoodAppDelegate::applicationDidFinishLaunchingWithOptions(const LaunchOptions& options) {
-  // 1-3. Places, sign-in, social and analytics keys: Lumeo on Linux talks to
-  // none of these services and collects no analytics. The keyboard height is
+  // No keys for places, sign-in, social or analytics services: Lumeo on Linux
+  // talks to none of them and collects no analytics. The keyboard height is
   // tracked by the front end's toolkit.
   trackingConfigured = false;
 
-  // 4. The cloud link.
+  // The cloud link is set up first, so that a redirect URL arriving with
+  // this launch finds it ready.
   services_.cloudLink->setupWithAppKey(services_.cloudLink->appKey());
 
-  // 5. Backup reminders are on until the user turns them off.
+  // Backup reminders are on until the user turns them off.
   if (defaults_->objectForKey(kMoodDropboxReminderEnabled).isNull()) setDropboxReminderEnabled(true);
 
-  // 7. A launch by a reminder: remember it and keep its template text.
+  // A launch by a reminder: remember it for the splash's completion, and
+  // keep its template text for the editor that the reminder opens (an
+  // ordinary launch clears any left from before).
   bool launchedFromNotification = options.localNotification.has_value();
   std::string templateText;
   if (options.localNotification) {
@@ -117,16 +121,18 @@ bool MoodAppDelegate::applicationDidFinishLaunchingWithOptions(const LaunchOptio
   }
   setReminderTemplateText(templateText);
 
-  // 8. Window and splash.
+  // The splash covers the window while the store opens.
   splash_ = std::make_shared<MoodSplashViewController>(*defaults_);
 
-  // 9. Badge, sound and alert.
+  // Reminders need permission for a badge, a sound and an alert (7 = all
+  // three).
   services_.application->requestNotificationAuthorization(7);
 
-  // 10. Before the splash is shown: on this path the store opens here.
+  // The first-start test runs before the splash is shown; it is the first
+  // touch of the store, so on this path the store opens here.
   handleFirstStart();
 
-  // 12. The splash holds the application object weakly: the completion may
+  // The splash holds the application object weakly: the completion may
   // outlive a torn-down delegate in tests.
   splash_->setCompletion([launchedFromNotification] {
     if (MoodAppDelegate* app = MoodAppDelegate::sharedDelegate())
@@ -135,10 +141,11 @@ bool MoodAppDelegate::applicationDidFinishLaunchingWithOptions(const LaunchOptio
   window_.setRootViewController(splash_);
   window_.makeKeyAndVisible();
 
-  // 13. The user's copy of the feeling words.
+  // The user's copy of the feeling words, from the shipped list on the
+  // first launch; the editor's suggestions and tag deletion work on it.
   copyEmotionsIfNeeded();
 
-  // 14. Automatic place selection follows the location permission.
+  // Automatic place selection follows the location permission.
   if (services_.location->isEnabled()) {
     if (defaults_->objectForKey(kIsMapAutomaticSelectLocation).isNull()) setMapAutomaticSelectLocation(true);
   } else {
@@ -150,8 +157,17 @@ bool MoodAppDelegate::applicationDidFinishLaunchingWithOptions(const LaunchOptio
 void MoodAppDelegate::handleFirstStart() {
   if (!defaults_->objectForKey(kMoodFirstStart).isNull()) return;
   // Data restored or kept from an older install is no first start: the test
-  // repeats at the next launch and the key stays unset.
-  if (store_->hasAnyRecord()) return;
+  // repeats at the next launch and the key stays unset. Neither is a store
+  // that could not be opened or read (a damaged file, a foreign file under
+  // its name, a disk error): that journal may well hold records, and taking
+  // it for a new one would delete the passcode and the cloud links that
+  // belong to it.
+  if (!store_->isKnownEmpty()) {
+    if (auto error = store_->storeOpenError()) {
+      LUMEO_LOG_DEBUG("the journal store could not be opened, so this is no first start: %@", *error);
+    }
+    return;
+  }
   // Keychain entries and cloud links outlive a reinstall; a fresh journal
   // starts without them.
   if (services_.passcode->hasPasscode()) services_.passcode->deletePasscode();
@@ -193,19 +209,20 @@ void MoodAppDelegate::registerDefaultAlarms() {
 }
 
 void MoodAppDelegate::splashCompleted(bool launchedFromNotification) {
-  // 1. Usually the first touch of the context: the store opens (or is
+  // Usually the first touch of the context: the store opens (or is
   // converted) here, behind the splash.
   auto context = store_->managedObjectContext();
   services_.sync->setManagedObjectContext(context);
   services_.sync->setStorePath(store_->storeURL());
   services_.sync->setup();
   services_.sync->synchronizeWithCompletion(nullptr);
-  // 2. A second observer of the same saves; the sync manager tolerates the
+  // A second observer of the same saves; the sync manager tolerates the
   // doubled requests.
   if (context) observeSavesForSync(context);
-  // 3. Image files no description names any more.
+  // Image files no description names any more are removed while the
+  // splash still covers the window.
   services_.imageStore->clearImageStore();
-  // 4. The tabs inside the main navigation stack.
+  // The tabs inside the main navigation stack.
   MoodTabBarController::Environment env;
   env.passcode = services_.passcode;
   env.watch = services_.watch;
@@ -217,13 +234,16 @@ void MoodAppDelegate::splashCompleted(bool launchedFromNotification) {
   navigationController_->setNavigationBarHidden(true);
   window_.setRootViewController(navigationController_);
   tabBarController_->viewDidLoad();
-  // 5. The cover that fades out is drawn by the front end on "root".
-  // 6. Three reminders a day, only the evening one on.
+  // The cover that fades out is drawn by the front end on "root".
+  // Three reminders a day are the fallback until the user sets any; only
+  // the evening one is on.
   registerDefaultAlarms();
-  // 7-8.
+  // The reminders are planned again from the stored alarms (the clock or
+  // time zone may have changed while the application was not running), and
+  // a record whose capture was cut short by the last run is resumed.
   services_.reminders->rescheduleReminders(false);
   services_.capture->checkForRecordBeingCreated();
-  // 9.
+  // A launch by a reminder ends on the capture screen.
   if (launchedFromNotification) showMoodCaptureControllerAfterInactiveState(true);
 }
 
@@ -242,7 +262,7 @@ void MoodAppDelegate::sendLocalNotificationDrop() {
 }
 
 void MoodAppDelegate::applicationDidEnterBackground() {
-  // 1. Save and sync under a background task; the block only hands over to
+  // Save and sync under a background task; the block only hands over to
   // the main context.
   auto application = services_.application;
   auto sync = services_.sync;
@@ -264,20 +284,27 @@ void MoodAppDelegate::applicationDidEnterBackground() {
     }
   });
 
-  // 2.
+  // Leaving the application locks the journal again.
   passCodeUnlocked = false;
-  // 3. The user went to link a cloud account and will come straight back.
+  // The user went to link a cloud account and will come straight back.
   if (isDropboxTryConnect) {
     isDropboxTryConnect = false;
     return;
   }
 
-  // 4. Walk the presented screens. The chain is collected first, because
-  // each dismissal cuts it.
-  bool dismissed = false;     // D
-  bool settingsGone = false;  // S
-  bool helpOpen = false;      // H
-  bool longJobOpen = false;   // B
+  // Walk the presented screens and close the ones that must not survive a
+  // trip to the background. The chain is collected first, because each
+  // dismissal cuts it.
+  // Whether any screen was closed; only then may the passcode screen go up.
+  bool dismissed = false;
+  // Whether the settings or graph screens were among them: closing those
+  // brings the user back to the tabs, whose gate asks for the passcode on
+  // the way back in, so no passcode screen is put up for them.
+  bool settingsGone = false;
+  // Help is open: the user comes back to it and nothing else changes.
+  bool helpOpen = false;
+  // A backup, restore or export is running in an open screen: leave it be.
+  bool longJobOpen = false;
   std::vector<std::shared_ptr<Screen>> chain;
   if (navigationController_) {
     for (auto p = navigationController_->presentedViewController(); p; p = p->presentedViewController()) {
@@ -317,11 +344,14 @@ void MoodAppDelegate::applicationDidEnterBackground() {
       dismissed = true;
     }
   }
-  // 5. Help or a running backup: the user comes back to where they were.
+  // Help or a running backup: the user comes back to where they were.
   if (helpOpen || longJobOpen) return;
-  // 6.
+  // Otherwise the application opens again on the capture tab.
   if (tabBarController_) tabBarController_->selectTab(MoodTabBarController::kCaptureTab, false);
-  // 7-8.
+  // Something was closed, so the user was inside the journal: lock it
+  // behind the passcode screen, unless it was settings or graphs (see
+  // above), the biometric prompt is already up, or the passcode screen is
+  // already the root.
   if (!dismissed) return;
   if (!settingsGone && !services_.passcode->isBiometricInputRequestDisplayed() && !isPasscodeScreenRoot()) {
     switchWindowRootVConPasscodeInputNavigationControllerWithDisplayInputTouchIDRequest(false);

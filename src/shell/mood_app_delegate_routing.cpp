@@ -193,17 +193,18 @@ void MoodAppDelegate::chooseActionForRecord(const std::shared_ptr<MoodRecord>& r
       if (auto file = images->imageURLForName(description->photoName())) request.photoPath = file->string();
     }
   }
-  // The placeholder item adds the handle for the Twitter activity only.
-  request.itemForActivityType = [](const std::string& type) {
-    return type == kActivityPostToTwitter ? std::string("(via @LumeoJournal)") : std::string();
-  };
+  // The placeholder item adds "(via @LumeoJournal)" only for posting to a
+  // social network; none of the desktop's share actions is one, so it adds
+  // nothing to any of them.
+  request.itemForActivityType = [](const std::string&) { return std::string(); };
   ShareActivity edit{"MoodEditActivity", shellText("Edit"), "activity-edit"};
   ShareActivity remove{"MoodDeleteActivity", shellText("Delete"), "activity-delete"};
   if (chooseAction == 1) request.applicationActivities = {edit, remove};
   if (chooseAction == 2) request.applicationActivities = {edit};
-  request.excludedActivityTypes = {kActivityAssignToContact, kActivityCopyToPasteboard, kActivityMessage,
-                                   kActivityPostToWeibo, kActivityPrint};
-  if (!request.photoPath) request.excludedActivityTypes.push_back(kActivitySaveToCameraRoll);
+  // The text is not offered for copying, and without a photo there is
+  // nothing to save.
+  request.excludedActivityTypes = {kShareActivityCopy};
+  if (!request.photoPath) request.excludedActivityTypes.push_back(kShareActivitySave);
 
   Screen* from = window_.visibleViewController();
   if (!from) return;

@@ -4,6 +4,8 @@
 #include "shell/mood_app_delegate.h"
 
 #include <chrono>
+#include <fstream>
+#include <iterator>
 #include <thread>
 
 #include "shell/shell_test_support.h"
@@ -12,6 +14,11 @@
 
 namespace lumeo {
 namespace {
+
+std::string readFile(const std::filesystem::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
 using testing::FakePasscodeGate;
 using testing::ShellTest;
@@ -44,6 +51,50 @@ TEST_F(MoodAppDelegateTest, RecordsWithoutTheMarkAreNoFirstStart) {
   EXPECT_EQ(passcode_->deletions, 0);
   EXPECT_TRUE(passcode_->passcodeStored);
   EXPECT_EQ(cloud_->unlinks, 0);
+}
+
+// A journal that cannot be opened may hold records; treating it as a first
+// start would delete the passcode and cloud links that belong to it.
+TEST_F(MoodAppDelegateTest, AStoreThatCannotBeOpenedIsNoFirstStart) {
+  std::filesystem::create_directories(dir_ / "Library");
+  const std::filesystem::path store = dir_ / "Library" / kJournalStoreFileName;
+  struct Case {
+    const char* name;
+    std::function<void()> make;
+  };
+  const Case cases[] = {
+      {"foreign file", [&] { std::ofstream(store) << "my notes, not a journal\n"; }},
+      {"damaged header",
+       [&] {
+         std::ofstream out(store, std::ios::binary);
+         out << std::string("SQLite format 2\0", 16) << std::string(4080, 'x');
+       }},
+      {"a folder in its place", [&] { std::filesystem::create_directory(store); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::filesystem::remove_all(store);
+    c.make();
+    auto before = std::filesystem::is_regular_file(store) ? readFile(store) : std::string();
+    passcode_->passcodeStored = true;
+    cloud_->authorized = true;
+    launch();
+    EXPECT_TRUE(app_->store().storeOpenError());
+    EXPECT_TRUE(defaults_->objectForKey(kMoodFirstStart).isNull());
+    EXPECT_EQ(passcode_->deletions, 0);
+    EXPECT_TRUE(passcode_->passcodeStored);
+    EXPECT_EQ(cloud_->unlinks, 0);
+    if (!before.empty()) {
+      EXPECT_EQ(readFile(store), before) << "the file is left as it was";
+    }
+    app_.reset();
+  }
+  // Once the file is moved away, the next launch is the first start.
+  std::filesystem::remove_all(store);
+  launch();
+  EXPECT_FALSE(app_->store().storeOpenError());
+  EXPECT_TRUE(defaults_->boolForKey(kMoodFirstStart));
+  EXPECT_EQ(passcode_->deletions, 1);
 }
 
 TEST_F(MoodAppDelegateTest, LaunchSetsDefaultsAndShowsTheSplashThenTheTabs) {

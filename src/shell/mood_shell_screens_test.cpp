@@ -232,15 +232,19 @@ TEST_F(RoutingTest, ShareTextAndActivitiesDependOnTheCaller) {
   ASSERT_EQ(history.applicationActivities.size(), 2u);
   EXPECT_EQ(history.applicationActivities[0].type, "MoodEditActivity");
   EXPECT_EQ(history.applicationActivities[1].image, "activity-delete");
-  EXPECT_EQ(history.excludedActivityTypes.back(), kActivitySaveToCameraRoll) << "no photo";
-  EXPECT_EQ(history.itemForActivityType(kActivityPostToTwitter), "(via @LumeoJournal)");
-  EXPECT_EQ(history.itemForActivityType("com.apple.UIKit.activity.Mail"), "");
+  EXPECT_EQ(history.excludedActivityTypes, (std::vector<std::string>{kShareActivityCopy, kShareActivitySave}))
+      << "no photo: nothing to save";
+  for (const char* type :
+       {kShareActivitySave, kShareActivityOpenWith, kShareActivityEmail, kShareActivityCopy}) {
+    EXPECT_EQ(std::string(type).rfind("org.lumeo.share.", 0), 0u) << type;
+    EXPECT_EQ(history.itemForActivityType(type), "") << type;
+  }
 
   auto withPhoto = record(app, "x", true);
   app.chooseActionForRecord(withPhoto, 0, 0);
   EXPECT_TRUE(presenter_->shares[1].applicationActivities.empty());
   EXPECT_TRUE(presenter_->shares[1].photoPath);
-  EXPECT_EQ(presenter_->shares[1].excludedActivityTypes.size(), 5u);
+  EXPECT_EQ(presenter_->shares[1].excludedActivityTypes, std::vector<std::string>{kShareActivityCopy});
   app.chooseActionForRecord(withPhoto, 2, 0);
   EXPECT_EQ(presenter_->shares[2].applicationActivities.size(), 1u);
   MoodAppDelegate::setLevelTextProvider(nullptr);

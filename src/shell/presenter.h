@@ -35,15 +35,18 @@ struct AlertRequest {
   const Screen* anchor = nullptr;  // sheets: the view the sheet points at
 };
 
-// Share-sheet activities: the system ones by the platform's identifiers and
-// Lumeo's own by their type names.
-inline constexpr const char* kActivityAssignToContact = "com.apple.UIKit.activity.AssignToContact";
-inline constexpr const char* kActivityCopyToPasteboard = "com.apple.UIKit.activity.CopyToPasteboard";
-inline constexpr const char* kActivityMessage = "com.apple.UIKit.activity.Message";
-inline constexpr const char* kActivityPostToWeibo = "com.apple.UIKit.activity.PostToWeibo";
-inline constexpr const char* kActivityPrint = "com.apple.UIKit.activity.Print";
-inline constexpr const char* kActivitySaveToCameraRoll = "com.apple.UIKit.activity.SaveToCameraRoll";
-inline constexpr const char* kActivityPostToTwitter = "com.apple.UIKit.activity.PostToTwitter";
+// The share actions that a Linux desktop offers for a record, by Lumeo's
+// own names. The front end shows the ones not excluded next to Lumeo's own
+// activities ("MoodEditActivity", "MoodDeleteActivity").
+// Saves the record's photo to a file the user picks.
+inline constexpr const char* kShareActivitySave = "org.lumeo.share.save";
+// Opens the photo with the desktop's default application for it.
+inline constexpr const char* kShareActivityOpenWith = "org.lumeo.share.open-with";
+// Starts an e-mail in the user's mail program with the text, and the photo
+// as an attachment.
+inline constexpr const char* kShareActivityEmail = "org.lumeo.share.email";
+// Puts the text on the clipboard.
+inline constexpr const char* kShareActivityCopy = "org.lumeo.share.copy";
 
 struct ShareActivity {
   std::string type;   // "MoodEditActivity", "MoodDeleteActivity"

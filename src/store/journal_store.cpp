@@ -1,6 +1,8 @@
 // The store stack and the application's fetches of the journal.
 #include "store/journal_store.h"
 
+#include <fstream>
+#include <string_view>
 #include <system_error>
 
 #include "objectgraph/managed_object_context.h"
@@ -16,6 +18,27 @@
 #include "store/settings_keys.h"
 
 namespace lumeo {
+
+namespace {
+
+OptionalError foreignStoreFileError(const std::filesystem::path& file) {
+  std::error_code ec;
+  if (!std::filesystem::exists(file, ec) && !ec) return std::nullopt;
+  if (std::filesystem::is_regular_file(file, ec) && std::filesystem::file_size(file, ec) == 0 && !ec) {
+    return std::nullopt;  // an empty file is a fresh database to SQLite
+  }
+  std::ifstream in(file, std::ios::binary);
+  char header[16] = {};
+  in.read(header, sizeof header);
+  if (in && std::string_view(header, sizeof header) == std::string_view("SQLite format 3\0", 16)) {
+    return std::nullopt;
+  }
+  return Error(kJournalStoreErrorDomain, kJournalStoreNotADatabase,
+               "the journal store " + file.string() +
+                   " is not an SQLite database; it was left as it is. Move it away to start a new journal.");
+}
+
+}  // namespace
 
 JournalStore::JournalStore(Locations locations, std::shared_ptr<UserDefaults> defaults)
     : locations_(std::move(locations)),
@@ -47,6 +70,15 @@ std::shared_ptr<PersistentStoreCoordinator> JournalStore::persistentStoreCoordin
   }
 
   coordinator_ = std::make_shared<PersistentStoreCoordinator>(managedObjectModel());
+  // A file that is there but is no SQLite database (something else under
+  // the store's name, or a journal damaged beyond its header) is left as it
+  // is and not opened: the store stays without a file, and the launch never
+  // takes it for a fresh journal.
+  if (auto foreign = foreignStoreFileError(storeURL())) {
+    openError_ = foreign;
+    NotificationCenter::defaultCenter().post(MoodStopMigrationNotification);
+    return coordinator_;
+  }
   Value::Dictionary pragmas{{"journal_mode", Value("DELETE")}};
   Value::Dictionary options{{kMigratePersistentStoresAutomaticallyOption, Value(true)},
                             {kInferMappingModelAutomaticallyOption, Value(true)},
@@ -193,6 +225,16 @@ void JournalStore::removeCoordinates() {
     description->setLongitude(MoodDescription::kNoCoordinate);
   }
   saveContext();
+}
+
+bool JournalStore::isKnownEmpty() {
+  auto context = managedObjectContext();
+  if (!context || !hasStore()) return false;
+  FetchRequest request(kMoodRecordEntity);
+  request.setFetchLimit(1);
+  OptionalError error;
+  FetchResults results = context->executeFetchRequest(request, error);
+  return !error && results.empty();
 }
 
 bool JournalStore::hasAnyRecord() {

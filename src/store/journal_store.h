@@ -35,6 +35,11 @@ class MoodTag;
 
 inline constexpr const char* kJournalStoreFileName = "Model.sqlite";
 
+// Error domain of the journal store's own checks.
+inline constexpr const char* kJournalStoreErrorDomain = "LumeoJournalStoreErrorDomain";
+// The file under the store's name is not an SQLite database; it is not opened.
+inline constexpr long kJournalStoreNotADatabase = 1;
+
 class JournalStore {
  public:
   struct Locations {
@@ -94,8 +99,13 @@ class JournalStore {
   void removeCoordinates();
 
   // --- The fetches of the application ---------------------------------
-  // Any one record (first-start test, summary availability).
+  // Any one record (summary availability). A store that cannot be read
+  // answers false.
   bool hasAnyRecord();
+  // True only when the store file is open and a read of it found no record:
+  // the first-start test, which must never take a journal that could not be
+  // opened or read for an empty one.
+  bool isKnownEmpty();
   std::vector<std::shared_ptr<MoodRecord>> recordsSortedByDate();
   std::vector<std::shared_ptr<MoodRecord>> allRecords();
   // Inclusive range, by date; the form of the predicate differs by caller
