@@ -142,9 +142,9 @@ void MoodCaptureEditViewController::reset() {
   if (!d) return;
   d->showActionSheet(localized("All mood labels and colors will be reset to default values. Continue?"),
                      {{localized("Reset"), kResetResult}, {localized("Cancel"), kCancelResult}},
-                     [this](int result) {
+                     whileAlive(lifetime_.owner(), [this](int result) {
                        if (result == kResetResult) resetToShippedLevels();
-                     });
+                     }));
 }
 
 void MoodCaptureEditViewController::resetToShippedLevels() {

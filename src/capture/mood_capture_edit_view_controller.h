@@ -13,6 +13,7 @@
 #include "capture/mood_levels_presentation.h"
 #include "platform/color.h"
 #include "platform/value.h"
+#include "shell/callback_guard.h"
 
 namespace lumeo {
 
@@ -167,6 +168,9 @@ class MoodCaptureEditViewController {
   double panStart_ = 0;
   bool panning_ = false;
   bool panelOpen_ = false;
+  // Guards the reset sheet's handler: an answer after this screen is gone
+  // is dropped.
+  LifetimeToken lifetime_;
 };
 
 }  // namespace lumeo

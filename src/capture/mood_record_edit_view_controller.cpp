@@ -250,15 +250,11 @@ void MoodRecordEditViewController::actionButtonClicked() {
                                        {localized("Choose from Library..."), 2}};
   if (currentState_ && currentState_->thumb) items.push_back({localized("Delete"), kMoodActionDestructive});
   items.push_back({localized("Cancel"), kMoodActionCancel});
-  auto self = std::weak_ptr<MoodRecordEditViewController>(
-      std::static_pointer_cast<MoodRecordEditViewController>(shared_from_this()));
-  showActionSheet("", "", items, [self](int result) {
-    auto editor = self.lock();
-    if (!editor) return;
-    auto v = editor->view();
+  showActionSheet("", "", items, [this](int result) {
+    auto v = view();
     if (result == 0 && v) v->showImagePicker(MoodRecordEditView::PickerSource::kCamera);
     if (result == 2 && v) v->showImagePicker(MoodRecordEditView::PickerSource::kPhotoLibrary);
-    if (result == kMoodActionDestructive) editor->deletePhoto();
+    if (result == kMoodActionDestructive) deletePhoto();
   });
 }
 
@@ -275,13 +271,9 @@ void MoodRecordEditViewController::locationButtonClicked() {
   std::vector<MoodActionItem> items = {{localized("Edit..."), 0},
                                        {localized("Delete"), kMoodActionDestructive},
                                        {localized("Cancel"), kMoodActionCancel}};
-  auto self = std::weak_ptr<MoodRecordEditViewController>(
-      std::static_pointer_cast<MoodRecordEditViewController>(shared_from_this()));
-  showActionSheet("", "", items, [self](int result) {
-    auto editor = self.lock();
-    if (!editor) return;
-    if (result == 0) editor->takeLocation();
-    if (result == kMoodActionDestructive) editor->deleteLocation();
+  showActionSheet("", "", items, [this](int result) {
+    if (result == 0) takeLocation();
+    if (result == kMoodActionDestructive) deleteLocation();
   });
 }
 

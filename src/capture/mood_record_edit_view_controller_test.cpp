@@ -402,6 +402,34 @@ TEST_F(CaptureFlowTest, TagPanelUnitButtonsFillTheUnitField) {
   Localization::reload();
 }
 
+// The editor's questions may be answered after the editor is gone (the
+// application went to the background and a reminder replaced it): the
+// answers then change nothing, and nothing touches the destroyed editor.
+TEST_F(CaptureFlowTest, AnswersThatArriveAfterTheEditorIsGoneChangeNothing) {
+  auto presenter = std::make_shared<testing::ScriptedPresenter>();
+  MoodViewController::setSharedPresenter(presenter);
+  auto record = existingRecord("Long run #running");
+  auto editor = MoodRecordEditViewController::forExistingRecord(record, services(), library());
+  editor->viewDidLoad();
+  type(*editor, " and more");
+  editor->cancel();                                // "Your current editing progress will be lost"
+  editor->tagDelete(store_->tagNamed("running"));  // "Are you sure, you want delete tag"
+  editor->locationButtonClicked();                 // no place: asks nothing
+  editor->actionButtonClicked();                   // the photo sheet
+  ASSERT_EQ(presenter->alerts.size(), 3u);
+  std::weak_ptr<Screen> watch = editor;
+  editor.reset();
+  ASSERT_TRUE(watch.expired());
+
+  presenter->alerts[0].handler(1);
+  presenter->alerts[1].handler(1);
+  presenter->alerts[2].handler(kMoodActionDestructive);
+  EXPECT_TRUE(store_->tagNamed("running")) << "the tag stays";
+  EXPECT_EQ(record->moodDescription()->comment(), "Long run #running");
+  EXPECT_TRUE(record->moodDescription()->photoName()) << "the photo stays";
+  MoodViewController::setSharedPresenter(nullptr);
+}
+
 TEST_F(CaptureFlowTest, PhotoButtonOffersDeleteOnlyWhenThereIsAPicture) {
   auto presenter = std::make_shared<testing::ScriptedPresenter>();
   MoodViewController::setSharedPresenter(presenter);

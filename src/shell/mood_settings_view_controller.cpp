@@ -91,14 +91,12 @@ void MoodSettingsViewController::didSelectRow(std::size_t index) {
   if (row.key == "kDropboxDisconnectRow") {
     std::vector<MoodActionItem> items = {{shellText("Unlink"), kMoodActionDestructive},
                                          {shellText("Cancel"), kMoodActionCancel}};
-    std::weak_ptr<Screen> weakSelf = weak_from_this();
-    showActionSheet("", "", items, [weakSelf](int result) {
-      auto self = std::static_pointer_cast<MoodSettingsViewController>(weakSelf.lock());
-      if (!self || result != kMoodActionDestructive) return;
-      self->cloudLink_->unlinkAndResetClients();
-      self->defaults_->removeObjectForKey("DropboxLogin");
-      self->defaults_->synchronize();
-      self->loadSections();
+    showActionSheet("", "", items, [this](int result) {
+      if (result != kMoodActionDestructive) return;
+      cloudLink_->unlinkAndResetClients();
+      defaults_->removeObjectForKey("DropboxLogin");
+      defaults_->synchronize();
+      loadSections();
     });
     return;
   }

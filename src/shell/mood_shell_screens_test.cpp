@@ -172,6 +172,36 @@ TEST(MoodViewControllerAlerts, ButtonsOnlyForPresentTitlesWithTheirResults) {
   MoodViewController::setSharedPresenter(nullptr);
 }
 
+// An answer can arrive after the user left the screen that asked (the
+// application went to the background, a reminder took over); the handler,
+// which may use the screen's `this`, must then not run.
+TEST(MoodViewControllerAlerts, AnAnswerAfterTheScreenIsGoneIsDropped) {
+  auto presenter = std::make_shared<testing::ScriptedPresenter>();
+  MoodViewController::setSharedPresenter(presenter);
+  auto alertScreen = std::make_shared<MoodViewController>("MoodHistoryViewController");
+  auto sheetScreen = std::make_shared<MoodViewController>("MoodGalleryViewController");
+  std::vector<std::string> ran;
+  alertScreen->showAlert("t", "m", std::string("OK"), std::string("Cancel"),
+                         [&, screen = alertScreen.get()](int) { ran.push_back(screen->className()); });
+  sheetScreen->showActionSheet("", "", {{"A", 7}, {"Cancel", 5}},
+                               [&, screen = sheetScreen.get()](int) { ran.push_back(screen->className()); });
+  ASSERT_EQ(presenter->alerts.size(), 2u);
+
+  // While the screen lives, its answer runs (and keeps it alive meanwhile).
+  std::weak_ptr<Screen> watch = sheetScreen;
+  presenter->alerts[1].handler(7);
+  EXPECT_EQ(ran, std::vector<std::string>{"MoodGalleryViewController"});
+
+  alertScreen.reset();
+  sheetScreen.reset();
+  ASSERT_TRUE(watch.expired());
+  presenter->alerts[0].handler(1);
+  presenter->alerts[1].handler(7);
+  EXPECT_EQ(ran.size(), 1u) << "no handler ran for a destroyed screen";
+
+  MoodViewController::setSharedPresenter(nullptr);
+}
+
 TEST(MoodViewControllerLayout, TallPhonesGetTheXLayoutOfListedScreensOnly) {
   EXPECT_EQ(MoodViewController::nibNameForDevice("MoodSettingsViewController", true),
             "MoodSettingsViewControllerX");

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "shell/callback_guard.h"
+
 namespace lumeo {
 
 namespace {
@@ -20,6 +22,12 @@ void MoodViewController::setSharedPresenter(std::shared_ptr<Presenter> presenter
 
 Presenter& MoodViewController::presenter() {
   return *sharedPresenterSlot();
+}
+
+std::function<void(int)> MoodViewController::guardedHandler(std::function<void(int)> handler) {
+  return whileAlive(weak_from_this(), [handler = std::move(handler)](int result) {
+    if (handler) handler(result);
+  });
 }
 
 void MoodViewController::showAlert(const std::string& title, const std::string& message,
@@ -43,9 +51,7 @@ void MoodViewController::showAlert(const std::string& title, const std::string& 
   AlertRequest request{title, message, {}, false, nullptr};
   if (done) request.actions.push_back({*done, doneStyle, doneColor, 1});
   if (cancel) request.actions.push_back({*cancel, AlertActionStyle::kCancel, cancelColor, 0});
-  presenter().presentAlert(*this, request, [handler = std::move(completionHandler)](int result) {
-    if (handler) handler(result);
-  });
+  presenter().presentAlert(*this, request, guardedHandler(std::move(completionHandler)));
 }
 
 void MoodViewController::showActionSheet(const std::string& title, const std::string& message,
@@ -64,9 +70,7 @@ void MoodViewController::showActionSheet(const std::string& title, const std::st
                                                                    : AlertActionStyle::kDefault;
     request.actions.push_back({item.title, style, std::nullopt, item.result});
   }
-  presenter().presentAlert(*this, request, [handler = std::move(completionHandler)](int result) {
-    if (handler) handler(result);
-  });
+  presenter().presentAlert(*this, request, guardedHandler(std::move(completionHandler)));
 }
 
 const std::vector<std::string>& MoodViewController::tallLayoutScreens() {

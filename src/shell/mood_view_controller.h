@@ -35,6 +35,11 @@ class MoodViewController : public Screen {
   static void setSharedPresenter(std::shared_ptr<Presenter> presenter);
   static Presenter& presenter();
 
+  // Every alert and sheet handler goes through one guard: it runs only while
+  // this screen lives (and keeps it alive for the call), and an answer that
+  // arrives after the screen is gone is dropped. Handlers may therefore
+  // capture `this`. A screen not held by a shared_ptr never runs them.
+  //
   // One-button alert.
   void showAlert(const std::string& title, const std::string& message, const std::string& done);
   // Buttons only for the titles that are present; cancel has the cancel
@@ -54,6 +59,9 @@ class MoodViewController : public Screen {
 
   // The layout name of a screen: the tall phones get the "X" variant of the
   // screens listed in kTallLayoutScreens, unless the name has it already.
+  // The guard above, for handlers that reach the presenter another way.
+  std::function<void(int)> guardedHandler(std::function<void(int)> handler);
+
   static std::string nibNameForDevice(const std::string& nibName, bool isTallPhone);
   static const std::vector<std::string>& tallLayoutScreens();
 };
