@@ -1,76 +1,106 @@
-// POSIX implementation of the atomic write: mkstemp beside the target,
-// write, fsync, rename.
+// The atomic write on the file-system seam: a new temporary file beside the
+// target, write, fsync, close, rename, and a flush of the folder.
 #include "platform/atomic_file.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iterator>
+#include <random>
+#include <string>
+
+#include "platform/file_system.h"
 
 namespace lumeo {
 
 namespace {
 
-Error fileError(long code, const std::string& what, const std::filesystem::path& path, int err) {
-  return Error(kFileErrorDomain, code, what + " " + path.string() + ": " + std::strerror(err),
-               Value::Dictionary{{"path", path.string()}});
+// The error of the file domain for `path`, whatever step of the write or
+// read failed (the temporary file's name would only confuse a reader).
+Error fileError(long code, const std::filesystem::path& path, const Error& cause) {
+  const char* what = code == kFileNotFound     ? "No file at "
+                     : code == kFileReadFailed ? "Cannot read "
+                                               : "Cannot write ";
+  return Error(
+      kFileErrorDomain, code, what + path.string() + ": " + std::strerror(static_cast<int>(cause.code)),
+      Value::Dictionary{{"path", path.string()}, {"errno", Value(static_cast<long long>(cause.code))}});
+}
+
+std::string randomSuffix() {
+  static thread_local std::mt19937 generator(std::random_device{}());
+  static constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyz0123456789";
+  std::string suffix(8, 'a');
+  for (char& c : suffix) c = kLetters[generator() % (sizeof kLetters - 1)];
+  return suffix;
 }
 
 }  // namespace
 
-OptionalError writeFileAtomically(const std::filesystem::path& path, const void* bytes, std::size_t size) {
+mode_t currentUmask() {
+  // Linux 4.7 and later report it as "Umask:\t0022".
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("Umask:", 0) != 0) continue;
+    try {
+      return static_cast<mode_t>(std::stoul(line.substr(6), nullptr, 8) & 0777);
+    } catch (...) {
+      break;
+    }
+  }
+  return 077;
+}
+
+OptionalError writeFileAtomically(const std::filesystem::path& path, const void* bytes, std::size_t size,
+                                  FileAccess access) {
+  const std::shared_ptr<FileSystem> fs = FileSystem::current();
   const std::filesystem::path folder =
       path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
-  std::string temp = (folder / ("." + path.filename().string() + ".tmp-XXXXXX")).string();
-  const int fd = ::mkstemp(temp.data());
-  if (fd < 0) return fileError(kFileWriteFailed, "Cannot write", path, errno);
-  auto fail = [&](int err) {
-    ::close(fd);
-    ::unlink(temp.c_str());
-    return fileError(kFileWriteFailed, "Cannot write", path, err);
-  };
-  const auto* p = static_cast<const char*>(bytes);
-  std::size_t left = size;
-  while (left > 0) {
-    const ssize_t n = ::write(fd, p, left);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return fail(errno);
+  const mode_t mode = access == FileAccess::kPrivate ? kPrivateFileMode : (0666 & ~currentUmask());
+
+  // A hidden name that the folder's readers skip: ".<name>.tmp-<random>".
+  std::filesystem::path temp;
+  std::unique_ptr<WritableFile> file;
+  for (int attempt = 0;; ++attempt) {
+    std::string name(".");
+    name += path.filename().string();
+    name += ".tmp-";
+    name += randomSuffix();
+    temp = folder / name;
+    auto created = fs->createFile(temp, mode);
+    if (auto* f = std::get_if<std::unique_ptr<WritableFile>>(&created)) {
+      file = std::move(*f);
+      break;
     }
-    p += n;
-    left -= static_cast<std::size_t>(n);
+    const Error& error = std::get<Error>(created);
+    if (error.code != EEXIST || attempt == 100) return fileError(kFileWriteFailed, path, error);
   }
-  // Files are readable like any other the user makes (mkstemp gives 0600).
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  (void)::fchmod(fd, 0666 & ~mask);
-  if (::fsync(fd) != 0) return fail(errno);
-  if (::close(fd) != 0) {
-    const int err = errno;
-    ::unlink(temp.c_str());
-    return fileError(kFileWriteFailed, "Cannot write", path, err);
+
+  OptionalError error = file->append(bytes, size);
+  if (!error) error = file->sync();
+  // Closing is attempted after a failure too, so the descriptor never leaks.
+  OptionalError closeError = file->close();
+  if (!error) error = closeError;
+  if (!error) error = fs->rename(temp, path);
+  if (error) {
+    (void)fs->removeFile(temp);
+    return fileError(kFileWriteFailed, path, *error);
   }
-  if (::rename(temp.c_str(), path.c_str()) != 0) {
-    const int err = errno;
-    ::unlink(temp.c_str());
-    return fileError(kFileWriteFailed, "Cannot write", path, err);
-  }
+  // The new name is in place; flushing the folder makes it survive a power
+  // cut. A folder that cannot be flushed is no reason to call the write
+  // failed: the data itself is on the disk.
+  (void)fs->syncFolder(folder);
   return std::nullopt;
 }
 
 std::variant<std::vector<std::uint8_t>, Error> readFileBytes(const std::filesystem::path& path) {
-  std::error_code ec;
-  if (!std::filesystem::exists(path, ec)) return fileError(kFileNotFound, "No file at", path, ENOENT);
-  if (std::filesystem::is_directory(path, ec)) return fileError(kFileReadFailed, "Not a file:", path, EISDIR);
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return fileError(kFileReadFailed, "Cannot read", path, errno ? errno : EACCES);
-  std::vector<std::uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (in.bad()) return fileError(kFileReadFailed, "Cannot read", path, EIO);
-  return bytes;
+  auto bytes = FileSystem::current()->readFile(path);
+  if (auto* error = std::get_if<Error>(&bytes)) {
+    return fileError(error->code == ENOENT ? kFileNotFound : kFileReadFailed, path, *error);
+  }
+  return std::move(std::get<std::vector<std::uint8_t>>(bytes));
 }
 
 }  // namespace lumeo

@@ -199,7 +199,8 @@ OrError<std::vector<std::uint8_t>> Canvas::pngData() const {
 OptionalError Canvas::writePNG(const std::filesystem::path& path) const {
   auto png = pngData();
   if (auto* error = std::get_if<Error>(&png)) return *error;
-  return writeFileAtomically(path, std::get<std::vector<std::uint8_t>>(png));
+  // A drawing is written where the user asked, like any file they make.
+  return writeFileAtomically(path, std::get<std::vector<std::uint8_t>>(png), FileAccess::kUserDefault);
 }
 
 }  // namespace lumeo
