@@ -3,10 +3,10 @@
 
 #include <algorithm>
 
-#include "capture/property_list_file.h"
 #include "capture/shipped_resources.h"
 #include "platform/atomic_file.h"
 #include "platform/log.h"
+#include "platform/property_list.h"
 
 namespace lumeo {
 

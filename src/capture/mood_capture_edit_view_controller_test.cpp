@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "capture/property_list_file.h"
 #include "platform/notification_center.h"
+#include "platform/property_list.h"
 #include "platform/user_defaults.h"
 #include "store/mood_user_defaults_operator.h"
 #include "store/notification_names.h"

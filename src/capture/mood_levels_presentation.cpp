@@ -5,8 +5,9 @@
 #include <cmath>
 #include <mutex>
 
-#include "capture/property_list_file.h"
 #include "capture/shipped_resources.h"
+#include "platform/image.h"
+#include "platform/property_list.h"
 
 namespace lumeo {
 

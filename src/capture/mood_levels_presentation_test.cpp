@@ -9,8 +9,8 @@
 #include <cmath>
 #include <set>
 
-#include "capture/property_list_file.h"
 #include "capture/shipped_resources.h"
+#include "platform/property_list.h"
 #include "testing/temp_dir.h"
 
 namespace lumeo {

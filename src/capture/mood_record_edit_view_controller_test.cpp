@@ -9,10 +9,10 @@
 
 #include "capture/emotions_list.h"
 #include "capture/mood_capture_view_controller.h"
-#include "capture/property_list_file.h"
 #include "objectgraph/managed_object_context.h"
 #include "platform/color.h"
 #include "platform/localization.h"
+#include "platform/property_list.h"
 #include "platform/user_defaults.h"
 #include "shell/shell_test_support.h"
 #include "store/image_store.h"

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -14,47 +13,43 @@
 
 namespace lumeo {
 
-// Storage of the persistent domain in one property-list file.
+// Storage of the persistent domain in one property-list file, read and
+// written by Lumeo's property-list codec (platform/property_list.h) through
+// the file-system seam.
 //
 // Reading: a missing or empty file, a file that is not an XML property list
 // (binary lists included), or one whose top level is not a dictionary reads
-// as no keys, and reading never touches the file. Entries of kinds Value cannot hold (UIDs) are skipped on
-// reading but stay in the file when other keys are written.
+// as no keys, and reading never touches the file.
 //
 // Writing (apply): takes an exclusive flock on "<file>.lock" beside the file,
-// reads the file again, changes only the given keys, writes the whole list to
-// a temporary file in the same folder, fsyncs it and renames it over the file
-// (unless the changes leave the file as it is; then nothing is written).
-// Another process's keys therefore survive, and for a key that both write the
-// later write wins. A file that was not readable is first renamed to
-// "<file>.unreadable" ("<file>.unreadable-2", ... if that exists). On any
-// failure the old file stands unchanged and no temporary file is left.
+// reads the file again, changes only the given keys and writes the whole
+// list atomically (unless the changes leave every key as it is; then nothing
+// is written). Another process's keys therefore survive, and for a key that
+// both write the later write wins. A file that was not readable is first
+// renamed to "<file>.unreadable" ("<file>.unreadable-2", ... if that exists).
+// On any failure the old file stands unchanged and no temporary file is
+// left. The folders are made private (0700) and the file is 0600.
 //
-// The XML property-list date form has whole seconds, so a date read back
-// from the file has its fraction cut off (towards the past). The storage
-// remembers the exact dates it wrote and gives them back for as long as the
-// file still holds them, so only another process sees the cut.
+// Dates are kept in every year from 0000 to 9999. The file's date form has
+// whole seconds, so a date read back from the file has its fraction cut off
+// (towards the past). The storage remembers the exact dates it wrote and
+// gives them back for as long as the file still holds them, so only another
+// process sees the cut.
 class PlistUserDefaultsStorage : public UserDefaultsStorage {
  public:
   explicit PlistUserDefaultsStorage(std::filesystem::path file);
 
   Value::Dictionary load() override;
   ApplyResult apply(const UserDefaultsChanges& changes) override;
-  // Refuses what the file cannot hold faithfully: text that is not UTF-8 or
-  // holds control characters other than tab, line feed and carriage return
-  // (in keys as well), reals that are not finite, dates before 13 December 1932 or
-  // after 19 January 2069 (the range of the file's date form).
+  // Refuses what the file cannot hold faithfully (checkPropertyListValue):
+  // nulls, text that is not UTF-8 or holds control characters other than
+  // tab, line feed and carriage return (in keys as well), reals that are not
+  // finite, dates outside the years 0000 to 9999.
   OptionalError validate(const Value& value) const override;
 
   const std::filesystem::path& file() const { return file_; }
 
-  // Test hook: called before each step of a write ("lock", "read", "temp",
-  // "write", "fsync", "rename"); returning true makes that step fail as if the
-  // system had refused it.
-  void setFaultInjection(std::function<bool(const std::string& step)> fault) { fault_ = std::move(fault); }
-
  private:
-  bool failsAt(const std::string& step) const { return fault_ && fault_(step); }
   // Puts back the exact values this storage wrote where the file still holds
   // them in its coarser form.
   void restoreExactValues(Value::Dictionary& contents) const;
@@ -63,7 +58,6 @@ class PlistUserDefaultsStorage : public UserDefaultsStorage {
   std::filesystem::path file_;
   // Values holding dates that this storage wrote, by key.
   std::map<std::string, Value> exact_;
-  std::function<bool(const std::string&)> fault_;
 };
 
 // UserDefaults kept in a property-list file.

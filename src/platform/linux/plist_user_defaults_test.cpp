@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <set>
 
+#include "platform/file_system.h"
 #include "platform/linux/data_directories.h"
 #include "testing/temp_dir.h"
 
@@ -200,6 +201,26 @@ TEST(PlistUserDefaultsTest, FileIsReadableByAnotherPropertyListReader) {
   EXPECT_EQ(readFile(out), "-42 True 000102ff0080 2023-11-14T22:13:20 Time to check in 16\n");
 }
 
+// The last-backup date and the reminder times must save in any year: the
+// file's text form has four-digit years, unlike 32-bit seconds from 2001,
+// which end in 1901 and 2038 (and, counted from 2001, in 1932 and 2069).
+TEST(PlistUserDefaultsTest, DatesBefore1932AndAfter2069AreKept) {
+  TempDir dir;
+  const auto file = dir / "defaults.plist";
+  const Date early = Date::fromTimeIntervalSince1970(-2208988800.0);  // 1900-01-01
+  const Date late = Date::fromTimeIntervalSince1970(4102444800.0);    // 2100-01-01
+  {
+    PlistUserDefaults defaults(file);
+    ASSERT_FALSE(defaults.setDate("kLastBackupDateKey", late));
+    ASSERT_FALSE(defaults.setDate("ExportFrom", early));
+  }
+  EXPECT_NE(readFile(file).find("<date>2100-01-01T00:00:00Z</date>"), std::string::npos);
+  EXPECT_NE(readFile(file).find("<date>1900-01-01T00:00:00Z</date>"), std::string::npos);
+  PlistUserDefaults reopened(file);
+  EXPECT_EQ(reopened.dateForKey("kLastBackupDateKey"), late);
+  EXPECT_EQ(reopened.dateForKey("ExportFrom"), early);
+}
+
 TEST(PlistUserDefaultsTest, DatesKeepWholeSecondsInTheFileButExactValuesInThisProcess) {
   TempDir dir;
   const auto file = dir / "defaults.plist";
@@ -235,9 +256,8 @@ TEST(PlistUserDefaultsTest, ValuesTheFileCannotHoldAreRefusedAndChangeNothing) {
       {"kTemplateKey", Value::Dictionary{{std::string("key\x01"), 1}}},
       {"kTemplateKey", Value(std::numeric_limits<double>::infinity())},
       {"kTemplateKey", Value::Array{Value(std::numeric_limits<double>::quiet_NaN())}},
-      {"kTemplateKey", Value(Date::distantFuture())},
-      {"kTemplateKey", Value(Date::distantPast())},
-      {"kTemplateKey", Value(std::string("\xc0\xaf"))},  // overlong encoding of "/"
+      {"kTemplateKey", Value(Date::fromTimeIntervalSince1970(253402300800.0))},  // year 10000
+      {"kTemplateKey", Value(std::string("\xc0\xaf"))},                          // overlong encoding of "/"
       {std::string("bad\x01key"), Value(1)},
   };
   for (const auto& [key, value] : refused) {
@@ -285,28 +305,44 @@ TEST(PlistUserDefaultsTest, ChangesThatLeaveTheFileAsItIsDoNotRewriteIt) {
   EXPECT_EQ(PlistUserDefaults(file).objectForKey("count").type(), Value::Type::kBool);
 }
 
-TEST(PlistUserDefaultsTest, FailureAtAnyWriteStepKeepsTheOldFileAndRetriesLater) {
-  for (const std::string step : {"lock", "read", "temp", "write", "fsync", "rename"}) {
-    SCOPED_TRACE(step);
-    TempDir dir;
-    const auto file = dir / "defaults.plist";
+// The fault sweep: fail the first, second, ... file operation of a settings
+// write until it gets through. After each failure the file holds the old
+// list or the new one, never a mixture, and nothing else is left beside it;
+// the next write puts the change in.
+TEST(PlistUserDefaultsTest, FailureAtAnyFileOperationKeepsTheOldFileOrTheNew) {
+  TempDir dir;
+  const auto file = dir / "config" / "defaults.plist";
+  {
     PlistUserDefaults defaults(file);
     ASSERT_FALSE(defaults.setString("kRemindersTextKey", "How are you feeling right now?"));
-    const std::string before = readFile(file);
-
-    defaults.storage().setFaultInjection([step](const std::string& s) { return s == step; });
-    OptionalError e = defaults.setString("kRemindersTextKey", "Check in");
-    ASSERT_TRUE(e);
-    EXPECT_EQ(e->code, kUserDefaultsWriteFailed);
-    EXPECT_EQ(readFile(file), before);
-    EXPECT_EQ(filesIn(dir.path()), (std::set<std::string>{"defaults.plist", "defaults.plist.lock"}));
-    EXPECT_EQ(defaults.stringForKey("kRemindersTextKey"), "Check in");
-    EXPECT_FALSE(defaults.synchronize());
-
-    defaults.storage().setFaultInjection(nullptr);
-    EXPECT_TRUE(defaults.synchronize());
-    EXPECT_EQ(PlistUserDefaults(file).stringForKey("kRemindersTextKey"), "Check in");
   }
+  const std::string before = readFile(file);
+  auto faults = std::make_shared<FaultInjectingFileSystem>();
+  ScopedFileSystem installed(faults);
+  int failures = 0;
+  for (int n = 1;; ++n) {
+    ASSERT_LT(n, 100);
+    PlistUserDefaults defaults(file);
+    faults->failAt(n, EIO);
+    OptionalError e = defaults.setString("kRemindersTextKey", "Check in");
+    if (!faults->faultFired()) {
+      ASSERT_FALSE(e);
+      break;
+    }
+    SCOPED_TRACE(faults->operations().back());
+    EXPECT_EQ(filesIn(file.parent_path()), (std::set<std::string>{"defaults.plist", "defaults.plist.lock"}));
+    if (e) {
+      ++failures;
+      EXPECT_EQ(e->code, kUserDefaultsWriteFailed);
+      EXPECT_EQ(readFile(file), before);
+      EXPECT_EQ(defaults.stringForKey("kRemindersTextKey"), "Check in") << "kept in memory";
+      EXPECT_TRUE(defaults.synchronize()) << "written at the next try";
+    }
+    EXPECT_EQ(PlistUserDefaults(file).stringForKey("kRemindersTextKey"), "Check in");
+    ASSERT_FALSE(defaults.setString("kRemindersTextKey", "How are you feeling right now?"));
+    ASSERT_EQ(readFile(file), before);
+  }
+  EXPECT_GE(failures, 6) << "read, create, write, fsync, close, rename";
 }
 
 TEST(PlistUserDefaultsTest, RealWriteFailureOnAFullFileSystemKeepsTheOldFile) {
