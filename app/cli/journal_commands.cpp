@@ -27,6 +27,7 @@
 #include "platform/linux/plist_user_defaults.h"
 #include "platform/user_date_parser.h"
 #include "shell/mood_app_delegate.h"
+#include "store/journal_lock.h"
 #include "store/journal_model.h"
 #include "store/journal_store.h"
 #include "store/mood_description.h"
@@ -42,10 +43,23 @@ std::unique_ptr<MoodAppDelegate>& sessionSlot() {
   return app;
 }
 
+// The journal's writer lock, held from before the launch reads anything
+// (the settings, the store) until the command has saved and terminated.
+std::optional<JournalLock>& sessionLock() {
+  static std::optional<JournalLock> lock;
+  return lock;
+}
+
 void launch(CliApp& app) {
   DataDirectories dirs = DataDirectories::current();
   if (!dirs.create())
     throw CommandError("cannot make Lumeo's folders under " + dirs.library.parent_path().string());
+  // Commands of two processes on one journal run one after the other: each
+  // reads the journal and the settings only once the other has written
+  // them. A command takes milliseconds, so a wait is short.
+  auto lock = JournalLock::acquire(dirs.library);
+  if (auto* error = std::get_if<Error>(&lock)) throw CommandError(error->description);
+  sessionLock() = std::move(std::get<JournalLock>(lock));
   PlistUserDefaults::installStandard();
   // The level words of the share text come from the user's level table.
   MoodLevelTableFiles::setCurrent({dirs.library, {}});
@@ -75,6 +89,7 @@ void terminate(CliApp&) {
     app->applicationWillTerminate();
     sessionSlot().reset();
   }
+  sessionLock().reset();
 }
 
 // --- Dates ----------------------------------------------------------------
