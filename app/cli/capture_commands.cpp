@@ -15,6 +15,7 @@
 #include "capture/mood_record_state.h"
 #include "capture/mood_tag_editing.h"
 #include "capture/mood_third_value.h"
+#include "capture/record_capture.h"
 #include "capture/suggested_tags.h"
 #include "cli_app.h"
 #include "journal_commands.h"
@@ -64,8 +65,9 @@ std::pair<double, double> parsePlace(const std::string& text) {
   if (std::sscanf(text.c_str(), " %lf , %lf %c", &latitude, &longitude, &rest) != 2 ||
       !std::isfinite(latitude) || !std::isfinite(longitude) || latitude < -90 || latitude > 90 ||
       longitude < -180 || longitude > 180) {
-    throw CommandError("a place is LAT,LON in degrees, latitude -90..90 and longitude -180..180, not \"" +
-                       text + "\"");
+    throw CommandError(
+        "a place is LAT,LON in degrees, latitude -90..90 and longitude -180..180, not \"" + text + "\"",
+        kUsageError);
   }
   return {latitude, longitude};
 }
@@ -84,8 +86,9 @@ long parseLevelOption(const std::string& text) {
     level = 0;
   }
   if (level < 1 || level > 10) {
-    throw CommandError("the mood level must be a whole number from 1 (worst) to 10 (best), not \"" + text +
-                       "\"");
+    throw CommandError(
+        "the mood level must be a whole number from 1 (worst) to 10 (best), not \"" + text + "\"",
+        kUsageError);
   }
   return level;
 }
@@ -94,11 +97,13 @@ Date parseWhen(const std::string& text) {
   if (text == "now") return Date::now();
   auto date = parseUserDate(text);
   if (!date) {
-    throw CommandError("cannot read the date \"" + text +
-                       "\": write it as 2026-11-22T14:30 or as your locale does");
+    throw CommandError(
+        "cannot read the date \"" + text + "\": write it as 2026-11-22T14:30 or as your locale does",
+        kUsageError);
   }
   // The editor's date picker stops at now.
-  if (*date > Date::now()) throw CommandError("a record cannot lie in the future (\"" + text + "\")");
+  if (*date > Date::now())
+    throw CommandError("a record cannot lie in the future (\"" + text + "\")", kUsageError);
   return *date;
 }
 
@@ -107,48 +112,12 @@ std::shared_ptr<MoodRecord> requireRecord(JournalStore& store, const std::string
   try {
     id = parseInteger(text, "ID");
   } catch (const CommandError&) {
-    throw CommandError("a record ID is the number that `lumeo list` shows, not \"" + text + "\"");
+    throw CommandError("a record ID is the number that `lumeo list` shows, not \"" + text + "\"",
+                       kUsageError);
   }
   auto record = id > 0 ? store.recordWithRowNumber(id) : nullptr;
   if (!record) throw CommandError("no record with ID " + text + " (see `lumeo list`)");
   return record;
-}
-
-// Applies and saves, or rolls everything back and says why.
-void applyOrFail(MoodAppDelegate& app, const MoodRecordState& state,
-                 const std::shared_ptr<MoodRecord>& record) {
-  auto error = state.applyToRecord(record, RecordStateServices::fromSharedDelegate());
-  if (!error) error = app.store().lastSaveError();
-  if (error) {
-    app.managedObjectContext()->rollback();
-    throw CommandError("could not save the record: " + error->description + " (nothing was changed)");
-  }
-}
-
-std::string isoText(Date date) {
-  DateFormatter formatter("yyyy-MM-dd'T'HH:mm:ssXXX");
-  formatter.setLocale("en_US_POSIX");
-  return formatter.stringFromDate(date);
-}
-
-nlohmann::json recordJson(const MoodRecord& record) {
-  nlohmann::json j;
-  j["id"] = recordID(record);
-  j["date"] = record.date() ? nlohmann::json(isoText(*record.date())) : nlohmann::json(nullptr);
-  j["level"] = record.moodLevel();
-  auto description = record.moodDescription();
-  j["comment"] = description && description->comment() ? nlohmann::json(*description->comment()) : nullptr;
-  nlohmann::json tags = nlohmann::json::array();
-  for (const auto& tag : record.moodTags()) tags.push_back(tag->tagName());
-  j["tags"] = tags;
-  j["photo"] = description && description->photoName() ? nlohmann::json(*description->photoName()) : nullptr;
-  j["thumb"] = description && description->thumbName() ? nlohmann::json(*description->thumbName()) : nullptr;
-  j["edited"] = description && description->wasEdited();
-  if (description && description->hasPosition()) {
-    j["latitude"] = description->latitude();
-    j["longitude"] = description->longitude();
-  }
-  return j;
 }
 
 void printRecord(CliApp& cli, const std::string& verb, const MoodRecord& record) {
@@ -173,6 +142,7 @@ struct EditOptions {
   std::string id;
   std::optional<std::string> level;
   std::optional<std::string> comment;
+  std::optional<std::string> commentFile;
   std::optional<std::string> photo;
   bool noPhoto = false;
   std::optional<std::string> at;
@@ -190,6 +160,9 @@ void runEdit(CliApp& cli, const EditOptions& options) {
   if (options.photo) photo = readPickedPhoto(*options.photo);
   std::optional<std::pair<double, double>> place;
   if (options.place) place = parsePlace(*options.place);
+  std::optional<std::string> comment = options.comment;
+  if (comment) requireUtf8(*comment, "the comment");
+  if (options.commentFile) comment = readCommentFile(*options.commentFile);
 
   MoodAppDelegate& app = journalSession(cli);
   auto record = requireRecord(app.store(), options.id);
@@ -200,7 +173,7 @@ void runEdit(CliApp& cli, const EditOptions& options) {
   MoodRecordState& state = *editor->mutableCurrentState();
   bool changed = false;
   if (level) state.moodLevel = *level, changed = true;
-  if (options.comment) state.comment = *options.comment, changed = true;
+  if (comment) state.comment = *comment, changed = true;
   if (photo) {
     state.photo = photo->photo;
     state.thumb = photo->thumb;
@@ -272,11 +245,15 @@ void runTags(CliApp& cli) {
 void runTagRename(CliApp& cli, const std::string& oldText, const std::string& newText,
                   const std::optional<std::string>& unit) {
   std::string oldName = stripHash(oldText), newName = stripHash(newText);
+  requireUtf8(newName, "the new tag name");
+  if (unit) requireUtf8(*unit, "the unit");
   if (!isTagName(newName)) {
-    throw CommandError("\"" + newText + "\" cannot be a tag name: use letters, digits, -, ' and _ only");
+    throw CommandError("\"" + newText + "\" cannot be a tag name: use letters, digits, -, ' and _ only",
+                       kUsageError);
   }
   if (unit && !unit->empty() && !isTagName(*unit)) {
-    throw CommandError("\"" + *unit + "\" cannot be a unit: use letters, digits, -, ' and _ only");
+    throw CommandError("\"" + *unit + "\" cannot be a unit: use letters, digits, -, ' and _ only",
+                       kUsageError);
   }
   MoodAppDelegate& app = journalSession(cli);
   auto tag = requireTag(app.store(), oldName);
@@ -360,7 +337,8 @@ void runValues(CliApp& cli) {
 void runComplete(CliApp& cli, const std::string& text) {
   std::string typed = stripHash(text);
   if (!typed.empty() && !isTagName(typed)) {
-    throw CommandError("\"" + text + "\" is not the start of a tag: use letters, digits, -, ' and _ only");
+    throw CommandError("\"" + text + "\" is not the start of a tag: use letters, digits, -, ' and _ only",
+                       kUsageError);
   }
   MoodAppDelegate& app = journalSession(cli);
   SuggestedTags suggestions(app.store(), app.directories().library, CompletionSort::kFrequencyThenName);
@@ -400,6 +378,7 @@ void runTemplateShow(CliApp& cli) {
 }
 
 void runTemplateSet(CliApp& cli, const std::string& text) {
+  requireUtf8(text, "the template");
   MoodAppDelegate& app = journalSession(cli);
   if (auto error = MoodUserDefaultsOperator::sharedOperator().setTemplateText(text)) {
     throw CommandError("could not store the template: " + error->description);
@@ -440,10 +419,11 @@ void runLevelsSet(CliApp& cli, const std::string& levelText, const std::optional
   std::optional<Color> color;
   if (colorText) {
     color = Color::fromHex(*colorText);
-    if (!color) throw CommandError("a colour is written #RRGGBB, not \"" + *colorText + "\"");
+    if (!color) throw CommandError("a colour is written #RRGGBB, not \"" + *colorText + "\"", kUsageError);
   }
-  if (text && text->empty()) throw CommandError("a level's text cannot be empty");
-  if (!text && !color) throw CommandError("give the level's new --text or --color");
+  if (text && text->empty()) throw CommandError("a level's text cannot be empty", kUsageError);
+  if (text) requireUtf8(*text, "the level's text");
+  if (!text && !color) throw CommandError("give the level's new --text or --color", kUsageError);
   journalSession(cli);
   MoodLevelTableFiles files = MoodLevelTableFiles::current();
   Value::Array table = moodLevelTable(files);
@@ -483,8 +463,13 @@ void registerCommands(CliApp& cli) {
   CLI::App* editCmd = cli.root().add_subcommand("edit", "Change a record as the editor does");
   editCmd->add_option("ID", edit->id, "Record ID as `lumeo list` shows it")->required();
   editCmd->add_option("-l,--level", edit->level, "New mood level, 1 to 10")->type_name("N");
-  editCmd->add_option("-c,--comment", edit->comment, "New text; #tags in it become the record's tags")
-      ->type_name("TEXT");
+  auto* editComment =
+      editCmd->add_option("-c,--comment", edit->comment, "New text; #tags in it become the record's tags")
+          ->type_name("TEXT");
+  editCmd
+      ->add_option("--comment-file", edit->commentFile, "Read the new text from FILE (- for standard input)")
+      ->type_name("FILE")
+      ->excludes(editComment);
   auto* photoOpt = editCmd->add_option("--photo", edit->photo, "A picture file (JPEG or PNG) to attach")
                        ->type_name("FILE");
   auto* noPhotoOpt = editCmd->add_flag("--no-photo", edit->noPhoto, "Remove the record's photo");
@@ -589,26 +574,22 @@ const DemoStep kCaptureDemo(20, "Capture: tags with values and photos", [](CliAp
 }  // namespace
 
 std::shared_ptr<MoodRecord> captureRecord(MoodAppDelegate& app, const CaptureInput& input) {
-  JournalStore& store = app.store();
-  // As a level tile does: record and description together.
-  auto record = store.insertRecordWithDescription();
-  if (!record) throw CommandError("the journal store is not open");
-  record->setMoodLevel(input.level);
-  record->setDate(input.date);
-  if (input.place) {
-    record->moodDescription()->setLatitude(input.place->first);
-    record->moodDescription()->setLongitude(input.place->second);
-  }
-  // The editor's state of the new record, finished at once: one apply, one
-  // save, and the record is in the store with its tags and pictures.
-  MoodRecordState state(*record, nullptr);
-  state.comment = input.comment;
+  (void)app;
+  NewRecordInput record;
+  record.level = input.level;
+  record.date = input.date;
+  record.comment = input.comment;
   if (input.photo) {
-    state.photo = input.photo->photo;
-    state.thumb = input.photo->thumb;
+    record.photo = input.photo->photo;
+    record.thumb = input.photo->thumb;
   }
-  applyOrFail(app, state, record);
-  return record;
+  record.place = input.place;
+  auto made = captureNewRecord(RecordStateServices::fromSharedDelegate(),
+                               MoodUserDefaultsOperator::sharedOperator(), record);
+  if (auto* error = std::get_if<Error>(&made)) {
+    throw CommandError("could not save the record: " + error->description + " (nothing was changed)");
+  }
+  return std::get<std::shared_ptr<MoodRecord>>(made);
 }
 
 }  // namespace lumeo::cli

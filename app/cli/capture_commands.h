@@ -41,14 +41,17 @@ std::pair<double, double> parsePlace(const std::string& text);
 struct CaptureInput {
   long level = 0;  // 1..10, checked by the caller
   Date date;
+  // Without a comment the record starts from the template; an empty one
+  // leaves it without.
   std::optional<std::string> comment;
   std::optional<PickedPhoto> photo;
   std::optional<std::pair<double, double>> place;
 };
 
-// Inserts the record, applies the state (tags, pictures, backup counter)
-// and saves in one transaction. On failure nothing is kept and
-// CommandError says why.
+// The core's one-step capture (captureNewRecord): inserts the record,
+// applies the state (tags, pictures, backup counter, the template when
+// there is no comment) and saves in one transaction. On failure nothing is
+// kept and CommandError says why.
 std::shared_ptr<MoodRecord> captureRecord(MoodAppDelegate& app, const CaptureInput& input);
 
 }  // namespace lumeo::cli

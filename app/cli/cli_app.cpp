@@ -4,7 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <iostream>
+#include <iterator>
 
 #include "platform/linux/data_directories.h"
 
@@ -70,7 +74,7 @@ long parseInteger(const std::string& text, const std::string& what) {
     if (used == text.size()) return v;
   } catch (const std::exception&) {
   }
-  throw CommandError(what + " must be a whole number, not \"" + text + "\"", 2);
+  throw CommandError(what + " must be a whole number, not \"" + text + "\"", kUsageError);
 }
 
 CliApp::CliApp() : app_("Lumeo, a personal mood journal.", "lumeo") {
@@ -112,7 +116,71 @@ std::ostream& CliApp::err() {
 }
 
 void CliApp::printJson(const nlohmann::json& document) {
-  out() << document.dump(2) << "\n";
+  out() << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
+}
+
+std::optional<std::size_t> firstInvalidUtf8(const std::string& text) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  const std::size_t size = text.size();
+  std::size_t i = 0;
+  while (i < size) {
+    const unsigned char lead = bytes[i];
+    std::size_t length = 0;
+    char32_t minimum = 0, code = 0;
+    if (lead < 0x80) {
+      ++i;
+      continue;
+    } else if ((lead & 0xE0) == 0xC0) {
+      length = 2, minimum = 0x80, code = lead & 0x1F;
+    } else if ((lead & 0xF0) == 0xE0) {
+      length = 3, minimum = 0x800, code = lead & 0x0F;
+    } else if ((lead & 0xF8) == 0xF0) {
+      length = 4, minimum = 0x10000, code = lead & 0x07;
+    } else {
+      return i;
+    }
+    if (i + length > size) return i;
+    for (std::size_t k = 1; k < length; ++k) {
+      if ((bytes[i + k] & 0xC0) != 0x80) return i;
+      code = (code << 6) | (bytes[i + k] & 0x3F);
+    }
+    if (code < minimum || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) return i;
+    i += length;
+  }
+  return std::nullopt;
+}
+
+void requireUtf8(const std::string& text, const std::string& what) {
+  if (auto at = firstInvalidUtf8(text)) {
+    throw CommandError(
+        what + " is not UTF-8 text (bad byte at offset " + std::to_string(*at) + "); nothing was changed",
+        kUsageError);
+  }
+}
+
+std::string readCommentFile(const std::string& file) {
+  std::string text;
+  if (file == "-") {
+    text.assign(std::istreambuf_iterator<char>(std::cin), {});
+    if (std::cin.bad()) throw CommandError("cannot read the comment from standard input");
+  } else {
+    std::error_code ec;
+    if (std::filesystem::is_directory(file, ec)) {
+      throw CommandError("cannot read the comment file " + file + ": it is a folder (nothing was changed)");
+    }
+    std::ifstream in(file, std::ios::binary);
+    if (!in) {
+      throw CommandError("cannot read the comment file " + file + ": " + std::strerror(errno) +
+                         " (nothing was changed)");
+    }
+    text.assign(std::istreambuf_iterator<char>(in), {});
+    if (in.bad()) throw CommandError("cannot read the comment file " + file + " (nothing was changed)");
+  }
+  // Editors end a file with a line break; the comment does not.
+  if (!text.empty() && text.back() == '\n') text.pop_back();
+  if (!text.empty() && text.back() == '\r') text.pop_back();
+  requireUtf8(text, file == "-" ? std::string("the comment on standard input") : "the comment in " + file);
+  return text;
 }
 
 void CliApp::runStartHooks() {

@@ -43,7 +43,10 @@ class CliApp {
 
   std::ostream& out();
   std::ostream& err();
-  // Prints a JSON document (with --json) on standard output.
+  // Prints a JSON document (with --json) on standard output. Text that is
+  // not UTF-8 (a record stored by an older build, or written into the file
+  // by hand) comes out with U+FFFD in place of the bad bytes, so one such
+  // record never breaks the output of the whole journal.
   void printJson(const nlohmann::json& document);
 
   // Runs the command line; returns the process exit status.
@@ -81,5 +84,25 @@ struct DemoStep {
 
 // Parses an integer option value or throws a usage error.
 long parseInteger(const std::string& text, const std::string& what);
+
+// Exit statuses. A usage error is a command line that cannot be right
+// whatever the journal holds: a malformed or out-of-range value, options
+// that exclude each other, a date in the future, text that is not UTF-8.
+// Every other failure (no such record, tag or file, a picture that cannot
+// be read, a store that cannot be opened or saved) is status 1.
+inline constexpr int kUsageError = 2;
+inline constexpr int kFailure = 1;
+
+// The byte offset of the first byte that is not part of well-formed UTF-8
+// (no overlong forms, no surrogates, nothing above U+10FFFF), if any.
+std::optional<std::size_t> firstInvalidUtf8(const std::string& text);
+// Throws a usage error naming `what` when `text` is not UTF-8; every text
+// stored in the journal or the settings goes through it.
+void requireUtf8(const std::string& text, const std::string& what);
+
+// The comment of `--comment-file FILE`: the file's text ("-" reads standard
+// input) without one final line break, checked to be UTF-8. A file that
+// cannot be read is status 1.
+std::string readCommentFile(const std::string& file);
 
 }  // namespace lumeo::cli

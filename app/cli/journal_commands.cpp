@@ -155,27 +155,6 @@ std::int64_t recordID(const MoodRecord& record) {
   return record.objectID().primaryKey();
 }
 
-nlohmann::json recordJson(const MoodRecord& record) {
-  nlohmann::json j;
-  j["id"] = recordID(record);
-  j["uri"] = record.objectID().URIRepresentation();
-  j["uniqueIdentifier"] = record.uniqueIdentifier().value_or("");
-  j["date"] = record.date() ? nlohmann::json(isoText(*record.date())) : nlohmann::json(nullptr);
-  j["level"] = record.moodLevel();
-  auto description = record.moodDescription();
-  j["comment"] = description && description->comment() ? nlohmann::json(*description->comment())
-                                                       : nlohmann::json(nullptr);
-  nlohmann::json tags = nlohmann::json::array();
-  for (const auto& tag : record.moodTags()) tags.push_back(tag->tagName());
-  j["tags"] = tags;
-  if (description && description->hasPosition()) {
-    j["latitude"] = description->latitude();
-    j["longitude"] = description->longitude();
-  }
-  if (description && description->photoName()) j["photo"] = *description->photoName();
-  return j;
-}
-
 std::string oneLine(std::string text, std::size_t width) {
   for (char& c : text) {
     if (c == '\n' || c == '\t') c = ' ';
@@ -256,6 +235,7 @@ void printRecordLine(CliApp& app, const MoodRecord& record) {
 struct AddOptions {
   std::string level;
   std::optional<std::string> comment;
+  std::optional<std::string> commentFile;
   std::optional<std::string> at;
   std::optional<std::string> photo;
   std::optional<std::string> place;
@@ -264,13 +244,20 @@ struct AddOptions {
 void runAdd(CliApp& cli, const AddOptions& options) {
   long level = parseLevel(options.level);
   Date when = options.at ? requireDate(*options.at, "date", false) : Date::now();
+  // As in the editor, whose date picker stops at now.
+  if (when > Date::now()) {
+    throw CommandError("a record cannot lie in the future (\"" + *options.at + "\")", kUsageError);
+  }
+  std::optional<std::string> comment = options.comment;
+  if (comment) requireUtf8(*comment, "the comment");
+  if (options.commentFile) comment = readCommentFile(*options.commentFile);
   // Photo and place are read before the journal opens, so bad input
   // changes nothing. The editor's apply makes the tag links and stores the
   // pictures.
   CaptureInput input;
   input.level = level;
   input.date = when;
-  if (options.comment && !options.comment->empty()) input.comment = *options.comment;
+  input.comment = comment;
   if (options.photo) input.photo = readPickedPhoto(*options.photo);
   if (options.place) input.place = parsePlace(*options.place);
   MoodAppDelegate& app = journalSession(cli);
@@ -382,8 +369,13 @@ void registerCommands(CliApp& cli) {
   CLI::App* addCmd =
       cli.root().add_subcommand("add", "Record how you feel: a level from 1 (worst) to 10 (best)");
   addCmd->add_option("LEVEL", add->level, "Mood level, 1 to 10")->required();
-  addCmd->add_option("-c,--comment", add->comment, "Text of the record; #tags in it become tags")
-      ->type_name("TEXT");
+  auto* commentOpt = addCmd
+                         ->add_option("-c,--comment", add->comment,
+                                      "Text of the record; #tags in it become tags (default: the template)")
+                         ->type_name("TEXT");
+  addCmd->add_option("--comment-file", add->commentFile, "Read the text from FILE (- for standard input)")
+      ->type_name("FILE")
+      ->excludes(commentOpt);
   addCmd
       ->add_option("--at", add->at, "When (default now): 2026-11-22T14:30, 2026-11-22 or your locale's form")
       ->type_name("WHEN");
@@ -435,6 +427,28 @@ const DemoStep kJournalDemo(10, "Journal: four weeks of records", [](CliApp& cli
 });
 
 }  // namespace
+
+nlohmann::json recordJson(const MoodRecord& record) {
+  nlohmann::json j;
+  j["id"] = record.objectID().primaryKey();
+  j["uri"] = record.objectID().URIRepresentation();
+  j["uniqueIdentifier"] = record.uniqueIdentifier().value_or("");
+  j["date"] = record.date() ? nlohmann::json(isoText(*record.date())) : nlohmann::json(nullptr);
+  j["level"] = record.moodLevel();
+  auto description = record.moodDescription();
+  j["comment"] = description && description->comment() ? nlohmann::json(*description->comment())
+                                                       : nlohmann::json(nullptr);
+  nlohmann::json tags = nlohmann::json::array();
+  for (const auto& tag : record.moodTags()) tags.push_back(tag->tagName());
+  j["tags"] = tags;
+  const bool located = description && description->hasPosition();
+  j["latitude"] = located ? nlohmann::json(description->latitude()) : nlohmann::json(nullptr);
+  j["longitude"] = located ? nlohmann::json(description->longitude()) : nlohmann::json(nullptr);
+  j["photo"] = description && description->photoName() ? nlohmann::json(*description->photoName())
+                                                       : nlohmann::json(nullptr);
+  j["edited"] = description && description->wasEdited();
+  return j;
+}
 
 MoodAppDelegate& journalSession(CliApp& app) {
   if (!sessionSlot()) app.runStartHooks();

@@ -5,10 +5,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <nlohmann/json.hpp>
 
 namespace lumeo {
 class JournalStore;
 class MoodAppDelegate;
+class MoodRecord;
 }  // namespace lumeo
 
 namespace lumeo::cli {
@@ -18,6 +20,11 @@ class CliApp;
 // The running application object; launches it (store open, tabs up) on
 // first use. Throws CommandError when the store file is not a journal.
 MoodAppDelegate& journalSession(CliApp& app);
+
+// A record as every command's --json prints it (add, list, show, edit):
+// id, uri, uniqueIdentifier, date, level, comment, tags, latitude,
+// longitude, photo and edited, absent values as null.
+nlohmann::json recordJson(const MoodRecord& record);
 
 // Fills the journal with `days` days of sample records ending today, two
 // or three a day, with comments and tags, saved in one transaction; the same

@@ -10,6 +10,7 @@
 #include "capture/hashtag_grammar.h"
 #include "capture/location_helper.h"
 #include "capture/mood_tag_editing.h"
+#include "capture/record_capture.h"
 #include "capture/tag_extraction.h"
 #include "capture/tag_unit_buttons.h"
 #include "platform/dispatch_queue.h"
@@ -63,10 +64,7 @@ MoodRecordEditViewController::MoodRecordEditViewController(std::shared_ptr<MoodR
 MoodRecordEditViewController::~MoodRecordEditViewController() = default;
 
 void MoodRecordEditViewController::viewDidLoad() {
-  MoodUserDefaultsOperator& defaults = MoodUserDefaultsOperator::sharedOperator();
-  std::string templateText = defaults.reminderTemplateText().value_or("");
-  if (templateText.empty()) templateText = defaults.templateText().value_or("");
-  defaults.setReminderTemplateText(std::string());
+  std::string templateText = takeNewRecordTemplate(MoodUserDefaultsOperator::sharedOperator()).value_or("");
   if (currentState_) {
     // Only a record without any comment takes the template, so a template
     // never fills an older record.

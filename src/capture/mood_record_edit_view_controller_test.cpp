@@ -9,6 +9,7 @@
 
 #include "capture/emotions_list.h"
 #include "capture/mood_capture_view_controller.h"
+#include "capture/record_capture.h"
 #include "objectgraph/managed_object_context.h"
 #include "platform/color.h"
 #include "platform/localization.h"
@@ -273,6 +274,41 @@ TEST_F(CaptureFlowTest, TemplateFillsOnlyNewRecordsAndTheReminderTemplateIsUsedU
   auto existing = MoodRecordEditViewController::forExistingRecord(record, services(), library());
   existing->viewDidLoad();
   EXPECT_EQ(existing->text(), "");
+}
+
+// A record captured in one step (the command line's `lumeo add`) starts from
+// the template as the editor's new records do, unless it is given a
+// comment; an empty comment keeps it empty.
+TEST_F(CaptureFlowTest, OneStepCaptureStartsFromTheTemplateUnlessGivenAComment) {
+  MoodUserDefaultsOperator& defaults = MoodUserDefaultsOperator::sharedOperator();
+  defaults.setTemplateText(std::string("Slept #sleep:7h"));
+  defaults.setReminderTemplateText(std::string("After the reminder #evening"));
+  auto capture = [&](std::optional<std::string> comment) {
+    NewRecordInput input;
+    input.level = 7;
+    input.date = Date::fromTimeIntervalSince1970(1700000000);
+    input.comment = std::move(comment);
+    auto made = captureNewRecord(services(), defaults, input);
+    EXPECT_TRUE(std::holds_alternative<std::shared_ptr<MoodRecord>>(made));
+    return std::get<std::shared_ptr<MoodRecord>>(made);
+  };
+  auto fromReminder = capture(std::nullopt);
+  EXPECT_EQ(fromReminder->moodDescription()->comment(), "After the reminder #evening");
+  EXPECT_EQ(defaults.reminderTemplateText().value_or(""), "") << "a reminder's template serves one record";
+  auto fromTemplate = capture(std::nullopt);
+  EXPECT_EQ(fromTemplate->moodDescription()->comment(), "Slept #sleep:7h");
+  ASSERT_EQ(fromTemplate->moodTags().size(), 1u) << "the template's tags become links";
+  EXPECT_EQ(fromTemplate->moodTags()[0]->tagName(), "sleep");
+  EXPECT_EQ(capture(std::string("Own words"))->moodDescription()->comment(), "Own words");
+  EXPECT_FALSE(capture(std::string(""))->moodDescription()->comment());
+  EXPECT_EQ(counter_, 4) << "every new record counts for the backup reminder";
+
+  // Everything was saved: a fresh store sees all four.
+  openStore();
+  EXPECT_EQ(store_->allRecords().size(), 4u);
+
+  defaults.setTemplateText(std::nullopt);
+  EXPECT_FALSE(capture(std::nullopt)->moodDescription()->comment()) << "no template, no comment";
 }
 
 TEST_F(CaptureFlowTest, UnitIsOfferedAfterTheColonButNotWhenDeletingBackToIt) {

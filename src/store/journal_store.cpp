@@ -189,7 +189,8 @@ std::shared_ptr<MoodRecord> JournalStore::recordWithRowNumber(std::int64_t row) 
 
 std::shared_ptr<MoodTag> JournalStore::tagNamed(const std::string& name) {
   FetchRequest request(kMoodTagEntity);
-  request.setPredicate(Predicate::predicateWithFormat("tagName like[cd] %@", name));
+  // ==[cd], not like[cd]: a name is literal, so "w*" never finds "walk".
+  request.setPredicate(Predicate::predicateWithFormat("tagName ==[cd] %@", name));
   request.setFetchLimit(1);
   auto tags = fetchAs<MoodTag>(request);
   return tags.empty() ? nullptr : tags.front();
@@ -353,7 +354,7 @@ std::vector<std::shared_ptr<MoodDescription>> JournalStore::locatedDescriptions(
 
 std::vector<std::shared_ptr<MoodTag>> JournalStore::tagsNamedLike(const std::string& name) {
   FetchRequest request(kMoodTagEntity);
-  request.setPredicate(Predicate::predicateWithFormat("tagName like[cd] %@", name));
+  request.setPredicate(Predicate::predicateWithFormat("tagName ==[cd] %@", name));
   return fetchAs<MoodTag>(request);
 }
 

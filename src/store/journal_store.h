@@ -88,8 +88,8 @@ class JournalStore {
   std::shared_ptr<MoodRecord> recordWithRowNumber(std::int64_t row);
 
   // --- Lookups --------------------------------------------------------
-  // "tagName like[cd] %@", limit 1: Sleep, SLEEP and sleep are one tag, and
-  // "*" and "?" in the name act as wildcards.
+  // "tagName ==[cd] %@", limit 1: Sleep, SLEEP and sleep are one tag. The
+  // name is literal: "*" and "?" are no wildcards (no tag name holds them).
   std::shared_ptr<MoodTag> tagNamed(const std::string& name);
   std::optional<Date> getFirstDate();
   // Calls the block with the first and last record dates, only if there is
@@ -130,7 +130,7 @@ class JournalStore {
   // exactly these.
   std::set<std::string> imageNamesInUse();
   std::vector<std::shared_ptr<MoodDescription>> locatedDescriptions();
-  // "tagName like[cd] %@" with the exact text: every tag of that name.
+  // "tagName ==[cd] %@": every tag of that name up to case and accents.
   std::vector<std::shared_ptr<MoodTag>> tagsNamedLike(const std::string& name);
   // Completion in the editor: names starting with the text, most used
   // first, then by name; at most 100.

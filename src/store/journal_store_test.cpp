@@ -141,7 +141,7 @@ TEST_F(JournalStoreTest, AverageAndCachedLevelSum) {
   EXPECT_EQ(tag->frequency(), 2);
 }
 
-TEST_F(JournalStoreTest, TagLookupFoldsCaseAndAccentsAndHonoursWildcards) {
+TEST_F(JournalStoreTest, TagLookupFoldsCaseAndAccentsAndTakesTheNameLiterally) {
   add(5, day(0), {"Sleep"});
   add(5, day(0), {"café"});
   store_->saveContext();
@@ -150,9 +150,13 @@ TEST_F(JournalStoreTest, TagLookupFoldsCaseAndAccentsAndHonoursWildcards) {
   EXPECT_EQ(store_->tagNamed("SLEEP"), sleep);
   EXPECT_EQ(store_->tagNamed("sleep"), sleep);
   EXPECT_EQ(store_->tagNamed("CAFE"), store_->tagNamed("café"));
-  // `like` matches patterns: the argument's * and ? are wildcards.
-  EXPECT_EQ(store_->tagNamed("sl*"), sleep);
-  EXPECT_EQ(store_->tagNamed("s?eep"), sleep);
+  // A name is literal: * and ? match only themselves, so a lookup (and the
+  // rename or deletion that follows it) never reaches another tag.
+  EXPECT_FALSE(store_->tagNamed("sl*"));
+  EXPECT_FALSE(store_->tagNamed("s?eep"));
+  EXPECT_FALSE(store_->tagNamed("*"));
+  EXPECT_TRUE(store_->tagsNamedLike("?leep").empty());
+  EXPECT_EQ(store_->tagsNamedLike("SLEEP").size(), 1u);
   EXPECT_FALSE(store_->tagNamed("sle"));
   EXPECT_FALSE(store_->tagWithExactName("sleep")) << "== is exact";
   EXPECT_EQ(store_->tagWithExactName("Sleep"), sleep);

@@ -2,9 +2,9 @@
 # End-to-end checks of the editor's commands: tags become links through add
 # and edit, photos land in the image store, tag rename and delete rewrite the
 # comments, completion offers the feeling words, templates and levels are
-# kept; and bad input (a file that is no picture, a missing file, a level
-# outside 1..10, a bad tag name) gives a clear message, exit 1 and leaves
-# the journal as it was.
+# kept; and bad input (a file that is no picture, a missing file: exit 1; a
+# level outside 1..10, a bad tag name: usage errors, exit 2) gives a clear
+# message and leaves the journal as it was.
 set -u
 lumeo=$1
 source_dir=$(cd "$(dirname "$0")/../../.." && pwd)
@@ -80,12 +80,12 @@ print=$(fingerprint)
 expect "a file that is no picture" 1 "cannot use .*fake.jpg as a photo" L edit 1 --photo "$home/fake.jpg"
 expect "a missing photo file" 1 "no photo file" L edit 1 --photo "$home/missing.jpg"
 expect "add with a missing photo" 1 "no photo file" L add 5 --photo "$home/missing.jpg"
-expect "level out of range" 1 "from 1 \(worst\) to 10 \(best\)" L edit 1 --level 11
+expect "level out of range" 2 "from 1 \(worst\) to 10 \(best\)" L edit 1 --level 11
 expect "unknown record" 1 "no record with ID 99" L edit 99 --level 3
-expect "bad tag name" 1 "cannot be a tag name" L tag rename walk "two words"
+expect "bad tag name" 2 "cannot be a tag name" L tag rename walk "two words"
 expect "unknown tag" 1 "no tag named" L tag delete nosuchtag
-expect "future date" 1 "future" L edit 1 --at 2099-01-01T00:00
-expect "bad place" 1 "LAT,LON" L edit 1 --place 91,0
+expect "future date" 2 "future" L edit 1 --at 2099-01-01T00:00
+expect "bad place" 2 "LAT,LON" L edit 1 --place 91,0
 check "photo and no-photo together are refused" bash -c '! "$0" --home "$1" edit 1 --photo "$2" --no-photo 2>/dev/null' "$lumeo" "$home" "$picture"
 check "journal unchanged by bad input" [ "$(fingerprint)" = "$print" ]
 
