@@ -2,8 +2,11 @@
 // period and tag filters, a month of the calendar on the terminal or as a
 // picture, and the records with photos. Each command drives the same
 // controllers as the GUI's History tab and prints what they say.
+#include "browse_commands.h"
+
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <map>
 #include <set>
@@ -12,9 +15,11 @@
 #include "browse/mood_history_view.h"
 #include "browse/mood_history_view_controller.h"
 #include "browse/mood_tag_history_view_controller.h"
+#include "capture/mood_tagged_text_view.h"
 #include "cli_app.h"
 #include "journal_commands.h"
 #include "platform/calendar.h"
+#include "platform/canvas.h"
 #include "platform/date_formatter.h"
 #include "platform/user_date_parser.h"
 #include "shell/mood_app_delegate.h"
@@ -271,5 +276,47 @@ const DemoStep kBrowseDemo(30, "History: one day", [](CliApp& cli) {
 });
 
 }  // namespace
+
+void writeCommentPicture(CliApp& cli, const MoodRecord& record, const std::filesystem::path& file,
+                         long width) {
+  constexpr long kMinimumWidth = 60, kMaximumWidth = 4000;
+  constexpr double kMargin = 8, kScale = 2;
+  if (width < kMinimumWidth || width > kMaximumWidth) {
+    throw CommandError("--width must be from " + std::to_string(kMinimumWidth) + " to " +
+                           std::to_string(kMaximumWidth) + " points, not " + std::to_string(width),
+                       2);
+  }
+  auto description = record.moodDescription();
+  std::string comment = description ? description->comment().value_or("") : "";
+  if (comment.empty())
+    throw CommandError("record " + std::to_string(recordID(record)) + " has no comment to draw");
+  MoodTaggedTextView text;
+  MoodHistoryDetail detail = MoodHistoryViewController::detailForRecord(nullptr);
+  text.setBounds({static_cast<double>(width), 0});
+  text.setMaxLinesCount(detail.maxLinesCount);
+  text.setTaggedText(comment);
+  double height = text.textHeight() + 2 * kMargin;
+  Canvas canvas(static_cast<int>(std::ceil((width + 2 * kMargin) * kScale)),
+                static_cast<int>(std::ceil(height * kScale)));
+  canvas.scale(kScale, kScale);
+  canvas.fillRect({0, 0, width + 2 * kMargin, height}, Color(1, 1, 1));
+  text.drawInCanvas(canvas, {kMargin, kMargin});
+  if (auto error = canvas.writePNG(file)) {
+    throw CommandError(error->description);
+  }
+  if (cli.json()) {
+    nlohmann::json tags = nlohmann::json::array();
+    for (const auto& name : text.visibleTags()) tags.push_back(jsonText(name));
+    cli.printJson({{"id", recordID(record)},
+                   {"file", file.string()},
+                   {"width", canvas.width()},
+                   {"height", canvas.height()},
+                   {"lines", text.lines().size()},
+                   {"tags", tags}});
+  } else {
+    cli.out() << "Wrote " << file.string() << " (" << canvas.width() << " x " << canvas.height()
+              << " pixels, " << text.lines().size() << " lines)\n";
+  }
+}
 
 }  // namespace lumeo::cli

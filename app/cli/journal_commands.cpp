@@ -16,6 +16,7 @@
 #include <random>
 #include <regex>
 
+#include "browse_commands.h"
 #include "capture/mood_levels_presentation.h"
 #include "capture/tag_extraction.h"
 #include "capture_commands.h"
@@ -397,7 +398,15 @@ void registerCommands(CliApp& cli) {
   CLI::App* showCmd = cli.root().add_subcommand("show", "Show one record");
   showCmd->add_option("ID", *showId, "Record ID as `lumeo list` shows it")->required();
   showCmd->add_flag("--share", *share, "Print the text the share sheet offers");
-  showCmd->callback([&cli, showId, share] { runShow(cli, *showId, *share); });
+  auto png = std::make_shared<std::string>();
+  auto pngWidth = std::make_shared<long>(320);
+  showCmd->add_option("--png", *png, "Draw the comment as tagged text into a PNG file")->type_name("FILE");
+  showCmd->add_option("--width", *pngWidth, "Width of that picture in points")->capture_default_str();
+  showCmd->callback([&cli, showId, share, png, pngWidth] {
+    if (png->empty()) return runShow(cli, *showId, *share);
+    MoodAppDelegate& app = journalSession(cli);
+    writeCommentPicture(cli, *requireRecord(app.store(), *showId), *png, *pngWidth);
+  });
 
   auto deleteId = std::make_shared<std::string>();
   auto yes = std::make_shared<bool>(false);

@@ -70,6 +70,11 @@ class Canvas {
   // orientation is the caller's business (see imageByScalingToSize).
   void drawImage(const Image& image, const Rect& destination);
 
+  // The cairo context behind the canvas, for drawing code built on cairo
+  // (text through pango). Valid while the canvas lives; callers balance
+  // their state changes with cairo_save and cairo_restore.
+  cairo_t* cairoContext() const { return cr_; }
+
   // The colour of one pixel, not premultiplied; transparent black outside.
   Color pixelAt(int x, int y) const;
   // The pixels as an upright image.

@@ -47,5 +47,30 @@ expect "unreadable day" 2 "cannot read the day \"32/13/2026\"" L history --day 3
 expect "day with a period" 2 "cannot be combined" L history --day 2025-11-20 --from 2025-11-01
 check "bad input changed nothing" [ "$before" = "$(fingerprint)" ]
 
+# --- show --png: the comment as tagged text.
+is_png() { [ "$(head -c 8 "$1" | od -An -tx1 | tr -d ' \n')" = "89504e470d0a1a0a" ]; }
+expect "comment picture" 0 "^Wrote $home/c.png \(" L show 1 --png "$home/c.png" --width 240
+check "it is a PNG" is_png "$home/c.png"
+expect "comment picture json" 0 '"lines": 1' L --json show 2 --png "$home/c2.png"
+expect "width out of range" 2 "--width must be from 60 to 4000" L show 1 --png "$home/c3.png" --width 10
+expect "unwritable picture" 1 "No such file or directory" L show 1 --png "$home/no/such/dir/c.png"
+check "nothing half-written" [ ! -e "$home/c3.png" ]
+
+# --- Bad stored data: a megabyte of comment, ten thousand tags, invalid
+# UTF-8, a photo file gone.
+sqlite3 "$store" "UPDATE MoodDescription SET comment = replace(hex(zeroblob(349526)), '00', 'ab ') || '#end' WHERE _pk = 2;"
+many=$(for i in $(seq 1 10000); do printf '#t%d ' "$i"; done)
+sqlite3 "$store" "UPDATE MoodDescription SET comment = '$many' WHERE _pk = 4;"
+sqlite3 "$store" "UPDATE MoodDescription SET comment = CAST(X'62616420FFFE2023776f726b' AS TEXT) WHERE _pk = 1;"
+photo=$(sqlite3 "$store" "SELECT photoName FROM MoodDescription WHERE _pk = 3;")
+rm -f "$images/$photo"
+before=$(fingerprint)
+expect "history with a megabyte comment" 0 "(ab )+\.\.\.$" L history --day 2025-11-20
+expect "json with invalid UTF-8" 0 '"comment": "bad \\ufffd\\ufffd #work"|"comment": "bad �� #work"' L --json history --day 2025-11-20
+expect "picture of a megabyte comment" 0 "100 lines" L show 2 --png "$home/big.png"
+expect "picture of ten thousand tags" 0 "100 lines" L show 4 --png "$home/many.png"
+expect "picture of invalid UTF-8" 0 "^Wrote" L show 1 --png "$home/bad.png"
+check "reading changed nothing" [ "$before" = "$(fingerprint)" ]
+
 [ $fail -eq 0 ] && echo "browse commands: all checks passed"
 exit $fail
