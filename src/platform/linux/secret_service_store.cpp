@@ -67,6 +67,9 @@ SecretStatus statusFromError(GError* raw, const char* doing) {
     return {kSecretItemNotFound, what};
   }
   if (error->domain == G_DBUS_ERROR || error->domain == G_IO_ERROR) {
+    // The service went away (or never was): drop libsecret's connection to
+    // it, so that a service started later is found afresh.
+    secret_service_disconnect();
     return {kSecretNotAvailable,
             std::string(doing) + ": no Secret Service (such as GNOME Keyring) answers on the session bus (" +
                 (error->message ? error->message : "") + ")"};
@@ -105,6 +108,10 @@ SecretServiceStore::SecretServiceStore(std::string journal) : journal_(std::move
 SecretStatus SecretServiceStore::copyMatchingAttributes(const SecretItemKey& key) {
   if (auto status = checkKey(key); !status.ok()) return status;
   std::lock_guard lock(mutex_);
+  return retried([&] { return copyMatchingAttributesOnce(key); });
+}
+
+SecretStatus SecretServiceStore::copyMatchingAttributesOnce(const SecretItemKey& key) {
   auto found = search(key, journal_, false, "cannot look up the secret");
   if (auto* status = std::get_if<SecretStatus>(&found)) return *status;
   if (!std::get<ItemList>(found)) return {kSecretItemNotFound, "no such secret"};
@@ -114,6 +121,10 @@ SecretStatus SecretServiceStore::copyMatchingAttributes(const SecretItemKey& key
 SecretStatus SecretServiceStore::copyMatchingData(const SecretItemKey& key, std::string& data) {
   if (auto status = checkKey(key); !status.ok()) return status;
   std::lock_guard lock(mutex_);
+  return retried([&] { return copyMatchingDataOnce(key, data); });
+}
+
+SecretStatus SecretServiceStore::copyMatchingDataOnce(const SecretItemKey& key, std::string& data) {
   const char* doing = "cannot read the secret";
   auto found = search(key, journal_, true, doing);
   if (auto* status = std::get_if<SecretStatus>(&found)) return *status;
@@ -122,12 +133,13 @@ SecretStatus SecretServiceStore::copyMatchingData(const SecretItemKey& key, std:
   auto* item = SECRET_ITEM(items->data);
   if (secret_item_get_locked(item)) return lockedStatus(doing);
   std::unique_ptr<SecretValue, ValueFree> value(secret_item_get_secret(item));
-  data.clear();
-  if (value) {
-    gsize length = 0;
-    const gchar* bytes = secret_value_get(value.get(), &length);
-    if (bytes) data.assign(bytes, length);
-  }
+  // A secret that could not be loaded means the item stayed locked (its
+  // cached "Locked" property may lag); only a loaded, empty secret is an
+  // item without data.
+  if (!value) return lockedStatus(doing);
+  gsize length = 0;
+  const gchar* bytes = secret_value_get(value.get(), &length);
+  data.assign(bytes ? bytes : "", bytes ? length : 0);
   return SecretStatus::success();
 }
 
@@ -135,6 +147,11 @@ SecretStatus SecretServiceStore::add(const SecretItemKey& key, const std::string
                                      const std::string& data) {
   if (auto status = checkKey(key); !status.ok()) return status;
   std::lock_guard lock(mutex_);
+  return retried([&] { return addOnce(key, label, data); });
+}
+
+SecretStatus SecretServiceStore::addOnce(const SecretItemKey& key, const std::string& label,
+                                         const std::string& data) {
   const char* doing = "cannot store the secret";
   auto found = search(key, journal_, false, doing);
   if (auto* status = std::get_if<SecretStatus>(&found)) return *status;
@@ -151,6 +168,10 @@ SecretStatus SecretServiceStore::add(const SecretItemKey& key, const std::string
 SecretStatus SecretServiceStore::update(const SecretItemKey& key, const std::string& data) {
   if (auto status = checkKey(key); !status.ok()) return status;
   std::lock_guard lock(mutex_);
+  return retried([&] { return updateOnce(key, data); });
+}
+
+SecretStatus SecretServiceStore::updateOnce(const SecretItemKey& key, const std::string& data) {
   const char* doing = "cannot change the secret";
   auto found = search(key, journal_, true, doing);
   if (auto* status = std::get_if<SecretStatus>(&found)) return *status;
@@ -170,6 +191,10 @@ SecretStatus SecretServiceStore::update(const SecretItemKey& key, const std::str
 SecretStatus SecretServiceStore::remove(const SecretItemKey& key) {
   if (auto status = checkKey(key); !status.ok()) return status;
   std::lock_guard lock(mutex_);
+  return retried([&] { return removeOnce(key); });
+}
+
+SecretStatus SecretServiceStore::removeOnce(const SecretItemKey& key) {
   const char* doing = "cannot delete the secret";
   auto found = search(key, journal_, true, doing);
   if (auto* status = std::get_if<SecretStatus>(&found)) return *status;

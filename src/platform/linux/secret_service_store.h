@@ -33,6 +33,20 @@ class SecretServiceStore : public SecretStore {
   const std::string& journal() const { return journal_; }
 
  private:
+  // A service that restarted since the last call is reached on the second
+  // try, after the first dropped the stale connection.
+  template <typename F>
+  static SecretStatus retried(F once) {
+    SecretStatus status = once();
+    if (status.code == kSecretNotAvailable) status = once();
+    return status;
+  }
+  SecretStatus copyMatchingAttributesOnce(const SecretItemKey& key);
+  SecretStatus copyMatchingDataOnce(const SecretItemKey& key, std::string& data);
+  SecretStatus addOnce(const SecretItemKey& key, const std::string& label, const std::string& data);
+  SecretStatus updateOnce(const SecretItemKey& key, const std::string& data);
+  SecretStatus removeOnce(const SecretItemKey& key);
+
   std::mutex mutex_;
   std::string journal_;
 };
