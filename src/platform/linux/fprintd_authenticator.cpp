@@ -87,7 +87,8 @@ struct FprintdAuthenticator::Impl {
         nullptr, nullptr, &error);
     if (!connection) {
       failure = biometricError(kBiometricNotAvailable,
-                               std::string("cannot reach the system bus: ") + (error ? error->message : ""));
+                               std::string("no fingerprint service (fprintd) on the system bus: ") +
+                                   (error ? error->message : ""));
       if (error) g_error_free(error);
       return nullptr;
     }
