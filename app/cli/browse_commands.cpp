@@ -8,9 +8,14 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
+#include <regex>
 #include <set>
 
+#include "browse/mood_calendar_drawing.h"
+#include "browse/mood_calendar_layout.h"
+#include "browse/mood_calendar_view.h"
 #include "browse/mood_date_history_view_controller.h"
 #include "browse/mood_history_view.h"
 #include "browse/mood_history_view_controller.h"
@@ -255,6 +260,163 @@ void runHistory(CliApp& cli, const HistoryOptions& options) {
   }
 }
 
+// --- lumeo calendar ---------------------------------------------------------------------
+
+struct CalendarOptions {
+  std::optional<std::string> month;
+  std::vector<std::string> tags;
+  std::optional<std::string> png;
+};
+
+// Colour on a terminal that wants it: NO_COLOR (set and not empty) or
+// output that is not a terminal get plain level numbers.
+bool useColor() {
+  const char* noColor = std::getenv("NO_COLOR");
+  if (noColor && *noColor) return false;
+  return isatty(STDOUT_FILENO);
+}
+
+long requireMonthIndex(const std::optional<std::string>& text, long current) {
+  if (!text) return current;
+  static const std::regex pattern(R"((\d{4})-(\d{2}))");
+  std::smatch m;
+  long year = 0, month = 0;
+  if (std::regex_match(*text, m, pattern)) {
+    year = std::stol(m[1]);
+    month = std::stol(m[2]);
+  }
+  if (month < 1 || month > 12) {
+    throw CommandError("write the month as YYYY-MM (2026-11), not \"" + *text + "\"", 2);
+  }
+  long index = monthIndexFrom1970(year, month);
+  if (index < 0 || index > current) {
+    auto [y, mo] = yearMonthForMonthIndex(current);
+    char last[48];
+    std::snprintf(last, sizeof last, "%04ld-%02ld", y, mo);
+    throw CommandError("the calendar runs from 1970-01 to this month, " + std::string(last) + "; " + *text +
+                           " is outside it",
+                       2);
+  }
+  return index;
+}
+
+std::string dayCellText(const MoodDayView& day, bool color) {
+  std::string blocks;
+  for (std::size_t i = 0; i < day.strip().size(); ++i) {
+    const MoodDayStripPiece& piece = day.strip()[i];
+    if (color) {
+      char code[48];
+      std::snprintf(code, sizeof code, "\x1b[38;2;%d;%d;%dm\xe2\x96\x88\x1b[0m",
+                    static_cast<int>(std::lround(piece.color.red * 255)),
+                    static_cast<int>(std::lround(piece.color.green * 255)),
+                    static_cast<int>(std::lround(piece.color.blue * 255)));
+      blocks += code;
+    } else {
+      if (i > 0) blocks += ",";
+      blocks += std::to_string(piece.level);
+    }
+  }
+  return blocks;
+}
+
+// The printed width of a cell's blocks (escape codes take none).
+std::size_t blocksWidth(const MoodDayView& day, bool color) {
+  if (color) return day.strip().size();
+  return dayCellText(day, false).size();
+}
+
+void runCalendar(CliApp& cli, const CalendarOptions& options) {
+  MoodAppDelegate& app = journalSession(cli);
+  long current = monthFrom1970(Date::now());
+  long index = requireMonthIndex(options.month, current);
+  std::vector<std::shared_ptr<MoodTag>> tags;
+  for (const auto& name : options.tags) tags.push_back(requireTag(app.store(), name));
+  auto [year, monthNumber] = yearMonthForMonthIndex(index);
+  MoodCalendarMetrics metrics;
+  MoodCalendarMonthView month(app.store(), metrics);
+  month.setTags(tags);
+  month.setYearMonth(year, monthNumber);
+  std::string title = MoodCalendarView::headerByMonthIndex(index);
+  auto headings = MoodCalendarMonthView::weekdayHeadings();
+
+  if (options.png) {
+    Canvas canvas = drawCalendarMonth(month, metrics, title, 2);
+    if (auto error = canvas.writePNG(*options.png)) throw CommandError(error->description);
+  }
+  if (cli.json()) {
+    char key[48];
+    std::snprintf(key, sizeof key, "%04ld-%02ld", year, monthNumber);
+    nlohmann::json days = nlohmann::json::array();
+    for (const auto& day : month.dayViews()) {
+      if (day.hidden) continue;
+      nlohmann::json records = nlohmann::json::array();
+      for (std::size_t i = 0; i < day.records().size(); ++i) {
+        const auto& record = *day.records()[i];
+        records.push_back({{"id", recordID(record)},
+                           {"level", record.moodLevel()},
+                           {"color", day.strip()[i].color.toHex()}});
+      }
+      nlohmann::json entry = {{"day", day.day + 1},
+                              {"column", day.placement.column},
+                              {"row", day.placement.row},
+                              {"records", records}};
+      entry["picture"] =
+          day.pictureRecord() ? nlohmann::json(recordID(*day.pictureRecord())) : nlohmann::json(nullptr);
+      days.push_back(entry);
+    }
+    nlohmann::json document = {{"month", key},
+                               {"title", title},
+                               {"firstWeekday", Calendar::current().firstWeekday()},
+                               {"weekdays", headings},
+                               {"days", days}};
+    if (options.png) document["png"] = *options.png;
+    cli.printJson(document);
+    return;
+  }
+
+  bool color = useColor();
+  std::size_t cell = 3;
+  long rows = 0;
+  bool leftOfGrid = false;
+  for (const auto& day : month.dayViews()) {
+    if (day.hidden) continue;
+    std::size_t blocks = blocksWidth(day, color);
+    cell = std::max(cell, 2 + (blocks ? blocks + 1 : 0));
+    rows = std::max(rows, day.placement.row + 1);
+    leftOfGrid = leftOfGrid || day.placement.column < 0;
+  }
+  long firstColumn = leftOfGrid ? -1 : 0;
+  auto pad = [](std::string text, std::size_t width, std::size_t shown) {
+    return text + std::string(width > shown ? width - shown : 0, ' ');
+  };
+  cli.out() << title << "\n";
+  std::string line = leftOfGrid ? std::string(cell + 2, ' ') : std::string();
+  for (const auto& heading : headings) line += pad(heading, cell + 2, 1);
+  while (!line.empty() && line.back() == ' ') line.pop_back();
+  cli.out() << line << "\n";
+  for (long row = 0; row < rows; ++row) {
+    std::string text;
+    for (long column = firstColumn; column < 7; ++column) {
+      const MoodDayView* found = nullptr;
+      for (const auto& day : month.dayViews()) {
+        if (!day.hidden && day.placement.row == row && day.placement.column == column) found = &day;
+      }
+      if (!found) {
+        text += std::string(cell + 2, ' ');
+        continue;
+      }
+      char number[24];
+      std::snprintf(number, sizeof number, "%2ld", found->day + 1);
+      std::string blocks = dayCellText(*found, color);
+      std::size_t width = 2 + (found->strip().empty() ? 0 : 1 + blocksWidth(*found, color));
+      text += pad(std::string(number) + (blocks.empty() ? "" : " " + blocks), cell + 2, width);
+    }
+    while (!text.empty() && text.back() == ' ') text.pop_back();
+    cli.out() << text << "\n";
+  }
+  if (options.png) cli.out() << "Wrote " << *options.png << "\n";
+}
+
 void registerCommands(CliApp& cli) {
   auto history = std::make_shared<HistoryOptions>();
   CLI::App* historyCmd = cli.root().add_subcommand(
@@ -265,11 +427,22 @@ void registerCommands(CliApp& cli) {
   historyCmd->add_option("--tag", history->tags, "Only records with this tag (repeat for any of several)")
       ->type_name("NAME");
   historyCmd->callback([&cli, history] { runHistory(cli, *history); });
+
+  auto calendar = std::make_shared<CalendarOptions>();
+  CLI::App* calendarCmd = cli.root().add_subcommand(
+      "calendar", "A month as a grid in your week's order, one coloured block per record");
+  calendarCmd->add_option("MONTH", calendar->month, "The month, YYYY-MM (default: this month)");
+  calendarCmd->add_option("--tag", calendar->tags, "Only records with this tag (repeat for any of several)")
+      ->type_name("NAME");
+  calendarCmd->add_option("--png", calendar->png, "Also draw the month into a PNG file")->type_name("FILE");
+  calendarCmd->callback([&cli, calendar] { runCalendar(cli, *calendar); });
 }
 
 const CommandRegistration kBrowseCommands(30, registerCommands);
 
-const DemoStep kBrowseDemo(30, "History: one day", [](CliApp& cli) {
+const DemoStep kBrowseDemo(30, "History: this month's calendar and yesterday's records", [](CliApp& cli) {
+  runCalendar(cli, CalendarOptions{});
+  cli.out() << "\n";
   HistoryOptions options;
   options.day = "yesterday";
   runHistory(cli, options);

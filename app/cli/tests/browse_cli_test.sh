@@ -18,6 +18,7 @@ picture="$source_dir/testdata/fuzz/image_decode/plain.jpg"
 fail=0
 source "$(dirname "$0")/checks.sh"
 L() { "$lumeo" --home "$home" "$@"; }
+is_png() { [ "$(head -c 8 "$1" | od -An -tx1 | tr -d ' \n')" = "89504e470d0a1a0a" ]; }
 fingerprint() {
   { sqlite3 "$store" "SELECT * FROM MoodRecord; SELECT * FROM MoodDescription; SELECT * FROM MoodTag; SELECT * FROM MoodRecord_moodTags;"; ls "$images" 2>/dev/null; } | md5sum
 }
@@ -47,8 +48,23 @@ expect "unreadable day" 2 "cannot read the day \"32/13/2026\"" L history --day 3
 expect "day with a period" 2 "cannot be combined" L history --day 2025-11-20 --from 2025-11-01
 check "bad input changed nothing" [ "$before" = "$(fingerprint)" ]
 
+# --- Calendar: the user's week, plain level numbers off a terminal.
+expect "calendar title" 0 "^November 2025$" L calendar 2025-11
+expect "Monday first" 0 "^M +T +W +T +F +S +S$" L calendar 2025-11
+expect "levels of a day in date order" 0 "^17 +18 +19 +20 7,3 +21 +22 5 +23$" L calendar 2025-11
+expect "a Sunday 1st sits left of a Monday-first grid" 0 "^ 1 9$" L calendar 2026-03
+expect "then the 2nd opens the next row" 0 "^ +2 +3 +4 +5 +6 +7 +8$" L calendar 2026-03
+expect "calendar json" 0 '"column": -1,' L --json calendar 2026-03
+expect "tag filter empties other days" 0 "^17 +18 +19 +20 3 +21 +22 5 +23$" L calendar 2025-11 --tag work
+expect "calendar picture" 0 "^Wrote $home/m.png$" L calendar 2025-11 --png "$home/m.png"
+check "the month is a PNG" is_png "$home/m.png"
+expect "colour on a terminal" 0 $'20 \e\[38;2;' script -qec "$lumeo --home $home calendar 2025-11" /dev/null
+expect "no colour with NO_COLOR" 0 "20 7,3" env NO_COLOR=1 script -qec "$lumeo --home $home calendar 2025-11" /dev/null
+expect "month out of range" 2 "runs from 1970-01 to this month" L calendar 1969-12
+expect "not a month" 2 "write the month as YYYY-MM" L calendar 2025-13
+expect "calendar unknown tag" 1 "no tag named \"nope\"" L calendar --tag nope
+
 # --- show --png: the comment as tagged text.
-is_png() { [ "$(head -c 8 "$1" | od -An -tx1 | tr -d ' \n')" = "89504e470d0a1a0a" ]; }
 expect "comment picture" 0 "^Wrote $home/c.png \(" L show 1 --png "$home/c.png" --width 240
 check "it is a PNG" is_png "$home/c.png"
 expect "comment picture json" 0 '"lines": 1' L --json show 2 --png "$home/c2.png"
