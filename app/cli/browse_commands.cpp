@@ -17,6 +17,7 @@
 #include "browse/mood_calendar_layout.h"
 #include "browse/mood_calendar_view.h"
 #include "browse/mood_date_history_view_controller.h"
+#include "browse/mood_gallery_view_controller.h"
 #include "browse/mood_history_view.h"
 #include "browse/mood_history_view_controller.h"
 #include "browse/mood_tag_history_view_controller.h"
@@ -417,6 +418,86 @@ void runCalendar(CliApp& cli, const CalendarOptions& options) {
   if (options.png) cli.out() << "Wrote " << *options.png << "\n";
 }
 
+// --- lumeo photos ----------------------------------------------------------------------------
+
+struct PhotosOptions {
+  std::optional<std::string> tag;
+  bool negative = false;
+  bool positive = false;
+};
+
+bool hasPhoto(const MoodRecord& record) {
+  auto description = record.moodDescription();
+  return description && !description->photoName().value_or("").empty();
+}
+
+void runPhotos(CliApp& cli, const PhotosOptions& options) {
+  if (options.negative && options.positive) {
+    throw CommandError("--negative and --positive exclude each other; leave both out for all photos", 2);
+  }
+  MoodAppDelegate& app = journalSession(cli);
+  JournalStore& store = app.store();
+  MoodHistoryEnvironment env;
+  env.store = &store;
+  std::shared_ptr<MoodHistoryViewController> list;
+  if (options.tag) {
+    list = std::make_shared<MoodTagHistoryViewController>(requireTag(store, *options.tag), env);
+  } else {
+    list = std::make_shared<MoodHistoryViewController>(env);
+    list->useListMode();
+  }
+  list->viewDidLoad();
+  list->reloadMoodRecords(false);
+  // The photos the gallery pages through: the list's records with one,
+  // of the asked half of the levels.
+  RecordList records;
+  for (const auto& record : list->moodRecords()) {
+    if (!hasPhoto(*record)) continue;
+    if (options.negative && record->moodLevel() > 5) continue;
+    if (options.positive && record->moodLevel() <= 5) continue;
+    records.push_back(record);
+  }
+  auto gallery = std::make_shared<MoodGalleryViewController>();
+  gallery->setMoodRecords(records);
+
+  auto images = ImageStore::shared();
+  if (cli.json()) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const auto& record : gallery->moodRecords()) {
+      nlohmann::json j = recordJson(*record);
+      auto thumb = images ? images->imageURLForName(record->moodDescription()->thumbName()) : std::nullopt;
+      j["thumb"] = thumb ? nlohmann::json(thumb->string()) : nlohmann::json(nullptr);
+      list.push_back(j);
+    }
+    cli.printJson(list);
+    return;
+  }
+  if (records.empty()) {
+    cli.out() << "No photos" << (options.tag || options.negative || options.positive ? " match" : " yet")
+              << ".\n";
+    return;
+  }
+  long missing = 0;
+  cli.out() << "    ID  DATE              LV  PHOTO\n";
+  for (const auto& record : gallery->moodRecords()) {
+    auto file = photoFile(*record->moodDescription());
+    std::error_code ec;
+    bool there = file && std::filesystem::exists(*file, ec);
+    missing += there ? 0 : 1;
+    char head[80];
+    std::snprintf(head, sizeof head, "%6lld  %s  %2ld  ", static_cast<long long>(recordID(*record)),
+                  record->date() ? (isoDay(*record->date()) + " " + timeText(*record->date())).c_str()
+                                 : "                ",
+                  record->moodLevel());
+    cli.out() << head << (file ? file->string() : std::string("-")) << (there ? "" : "  (missing)") << "\n";
+  }
+  if (missing > 0) {
+    cli.out() << missing << (missing == 1 ? " photo is" : " photos are")
+              << " missing from the image store; a sync or a restore may still bring "
+              << (missing == 1 ? "it" : "them") << ".\n";
+  }
+}
+
 void registerCommands(CliApp& cli) {
   auto history = std::make_shared<HistoryOptions>();
   CLI::App* historyCmd = cli.root().add_subcommand(
@@ -436,6 +517,14 @@ void registerCommands(CliApp& cli) {
       ->type_name("NAME");
   calendarCmd->add_option("--png", calendar->png, "Also draw the month into a PNG file")->type_name("FILE");
   calendarCmd->callback([&cli, calendar] { runCalendar(cli, *calendar); });
+
+  auto photos = std::make_shared<PhotosOptions>();
+  CLI::App* photosCmd =
+      cli.root().add_subcommand("photos", "Records with a photo, oldest first, and their image files");
+  photosCmd->add_option("--tag", photos->tag, "Only records with this tag")->type_name("NAME");
+  photosCmd->add_flag("--negative", photos->negative, "Only levels 1 to 5");
+  photosCmd->add_flag("--positive", photos->positive, "Only levels 6 to 10");
+  photosCmd->callback([&cli, photos] { runPhotos(cli, *photos); });
 }
 
 const CommandRegistration kBrowseCommands(30, registerCommands);

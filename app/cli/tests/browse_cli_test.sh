@@ -64,6 +64,15 @@ expect "month out of range" 2 "runs from 1970-01 to this month" L calendar 1969-
 expect "not a month" 2 "write the month as YYYY-MM" L calendar 2025-13
 expect "calendar unknown tag" 1 "no tag named \"nope\"" L calendar --tag nope
 
+# --- Photos: records with a photo and their files.
+expect "photos" 0 "^ +3  2025-11-22 10:00   5  $images/[0-9a-f]{24}\.jpg$" L photos
+expect "negative photos" 0 "^ +3 " L photos --negative
+expect "no positive photos" 0 "^No photos match\.$" L photos --positive
+expect "photos of a tag" 0 "^ +3 " L photos --tag work
+expect "photos json" 0 '"photoMissing": false' L --json photos
+expect "both halves" 2 "exclude each other" L photos --negative --positive
+expect "photos of an unknown tag" 1 "no tag named" L photos --tag nope
+
 # --- show --png: the comment as tagged text.
 expect "comment picture" 0 "^Wrote $home/c.png \(" L show 1 --png "$home/c.png" --width 240
 check "it is a PNG" is_png "$home/c.png"
@@ -86,6 +95,9 @@ expect "json with invalid UTF-8" 0 '"comment": "bad \\ufffd\\ufffd #work"|"comme
 expect "picture of a megabyte comment" 0 "100 lines" L show 2 --png "$home/big.png"
 expect "picture of ten thousand tags" 0 "100 lines" L show 4 --png "$home/many.png"
 expect "picture of invalid UTF-8" 0 "^Wrote" L show 1 --png "$home/bad.png"
+expect "a photo gone from the image store" 0 "\(missing\)$" L photos
+expect "and said so" 0 "1 photo is missing from the image store" L photos
+expect "calendar without the file" 0 "^Wrote" L calendar 2025-11 --png "$home/m2.png"
 check "reading changed nothing" [ "$before" = "$(fingerprint)" ]
 
 [ $fail -eq 0 ] && echo "browse commands: all checks passed"
