@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <map>
+#include <mutex>
 
 namespace lumeo {
 
@@ -78,7 +80,14 @@ Date fireOn(const CalendarTrigger& trigger, const TimeZone& zone, const year_mon
 
 TimeZone triggerTimeZone(const CalendarTrigger& trigger) {
   if (!trigger.timeZone.empty()) {
-    if (auto zone = TimeZone::named(trigger.timeZone)) return *zone;
+    // Zones are immutable and looking one up is costly; an agent asks for
+    // the same few zones at every wake.
+    static std::mutex mutex;
+    static std::map<std::string, std::optional<TimeZone>> cache;
+    std::lock_guard lock(mutex);
+    auto it = cache.find(trigger.timeZone);
+    if (it == cache.end()) it = cache.emplace(trigger.timeZone, TimeZone::named(trigger.timeZone)).first;
+    if (it->second) return *it->second;
   }
   return TimeZone::current();
 }

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 
+#include "platform/calendar.h"
 #include "platform/localization.h"
+#include "platform/user_defaults.h"
+#include "store/settings_keys.h"
 
 namespace lumeo {
 
@@ -101,6 +104,25 @@ std::string MoodReminder::soundFilenameFromDict(const Value::Dictionary& diction
   // only a dictionary that names "Default.mp3" gets the desktop's sound.
   if (!name) return kDefaultReminderSound;
   return *name;
+}
+
+void prepareReminderSettings(UserDefaults& defaults) {
+  if (defaults.objectForKey(kRemindersTextKey).isNull()) {
+    (void)defaults.setString(kRemindersTextKey, localized(kDefaultRemindersText));
+  }
+  Calendar calendar = Calendar::current();
+  DateComponents today = calendar.components(kYearMonthDay, Date::now());
+  Value::Array alarms;
+  for (int hour : {10, 15, 20}) {
+    DateComponents at = today;
+    at.hour = hour;
+    at.minute = 0;
+    at.second = 0;
+    Date date = calendar.dateFromComponents(at).value_or(Date::now());
+    alarms.push_back(
+        Value(Value::Dictionary{{kReminderLegacyDateKey, Value(date)}, {kReminderOnKey, Value(hour == 20)}}));
+  }
+  defaults.registerDefaults({{kAlarm, Value(std::move(alarms))}});
 }
 
 // --- Catalogue ----------------------------------------------------------------

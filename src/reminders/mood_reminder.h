@@ -77,6 +77,15 @@ class MoodReminder {
                                            bool replacesDefaultSoundOnSystemSound);
 };
 
+class UserDefaults;
+
+// What the application does for reminders at every launch, for front ends
+// that run without the application object (the delivery agent): seeds the
+// global text if none is stored, and registers the three factory reminders
+// (10:00, 15:00 and 20:00 today, only the evening one on, in the old
+// {"date", "on"} form) as the fallback of "alarm".
+void prepareReminderSettings(UserDefaults& defaults);
+
 // The catalogue of reminder sounds, in the order of the sound list.
 class MoodReminderUtil {
  public:
