@@ -8,8 +8,9 @@
 # uninstall-agent write and remove the login entries.
 set -u
 lumeo=$1
-if [ -z "${DBUS_SESSION_BUS_ADDRESS:-}" ]; then
-  exec dbus-run-session -- bash "$0" "$@"
+# Always a bus of our own, never the desktop's.
+if [ -z "${LUMEO_AGENT_TEST_BUS:-}" ]; then
+  LUMEO_AGENT_TEST_BUS=1 exec dbus-run-session -- bash "$0" "$@"
 fi
 home=$(mktemp -d)
 export TZ=Europe/Berlin LANG=en_US.UTF-8 XDG_CONFIG_HOME="$home/config"
