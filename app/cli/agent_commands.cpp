@@ -10,6 +10,7 @@
 #include <gio/gio.h>
 #include <glib-unix.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -29,6 +30,7 @@
 #include "store/journal_lock.h"
 #include "store/journal_store.h"
 #include "store/mood_user_defaults_operator.h"
+#include "store/settings_keys.h"
 
 namespace lumeo::cli {
 
@@ -115,6 +117,41 @@ void openCapture(const DataDirectories& dirs, const Value::Dictionary& userInfo)
   }
 }
 
+// Notices changes of the reminder settings that came without a pass: the
+// file's stamp first (cheap), then the two values a pass depends on.
+class ReminderSettingsWatch {
+ public:
+  explicit ReminderSettingsWatch(std::filesystem::path file) : file_(std::move(file)) {}
+  // Takes what the settings hold now as seen (after a pass).
+  void rebaseline() {
+    stamp_ = stamp();
+    seen_ = read();
+  }
+  bool changed() {
+    std::string now = stamp();
+    if (now == stamp_) return false;
+    stamp_ = now;
+    return read() != seen_;
+  }
+
+ private:
+  std::string stamp() const {
+    struct ::stat st {};
+    if (::stat(file_.c_str(), &st) != 0) return "";
+    return std::to_string(st.st_ino) + ":" + std::to_string(st.st_size) + ":" +
+           std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec);
+  }
+  Value read() const {
+    Value::Dictionary stored = PlistUserDefaultsStorage(file_).load();
+    return Value(Value::Array{stored.count(kAlarm) ? stored.at(kAlarm) : Value(),
+                              stored.count(kRemindersTextKey) ? stored.at(kRemindersTextKey) : Value()});
+  }
+
+  std::filesystem::path file_;
+  std::string stamp_;
+  Value seen_;
+};
+
 // One agent per journal.
 int takeAgentLock(const DataDirectories& dirs) {
   std::string file = (dirs.library / "agent.lock").string();
@@ -144,7 +181,12 @@ void runAgent(CliApp& cli, const AgentOptions& options) {
   o.requestFile = pendingRequestFile();
   o.stateFile = dirs.library / "agent-state";
   o.soundsDirectory = reminderSoundsDirectory();
-  o.reschedule = [dirs] { runPass(dirs); };
+  auto watch = std::make_shared<ReminderSettingsWatch>(dirs.defaultsFile);
+  o.reschedule = [dirs, watch] {
+    runPass(dirs);
+    watch->rebaseline();
+  };
+  o.remindersChanged = [watch] { return watch->changed(); };
   o.recordedBetween = [dirs](Date since, Date until) { return recordedBetween(dirs, since, until); };
   o.actionInvoked = [dirs](const Value::Dictionary& info) { openCapture(dirs, info); };
   if (options.testClock) {

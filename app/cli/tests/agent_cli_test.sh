@@ -97,11 +97,28 @@ expect "another reminder while the agent runs" 0 "fixed, on" L reminders add --a
 at "2024-06-10 08:00:03"
 check "the new reminder is shown" grep -q "^Eight|" <<<"$(shown)"
 
+# Reminders changed in the settings without a pass (a restore, another
+# front end): the agent makes the pass itself.
+$py - "$home/journal/defaults.plist" <<'PY'
+import plistlib, sys, datetime
+path = sys.argv[1]
+with open(path, "rb") as f:
+    data = plistlib.load(f)
+when = datetime.datetime(2024, 6, 10, 7, 15)  # 09:15 in Berlin
+data["alarm"].append({"on": True, "isPeriodic": 0, "timeFrom": when, "reminderText": "Restored"})
+with open(path + ".new", "wb") as f:
+    plistlib.dump(data, f)
+import os
+os.rename(path + ".new", path)
+PY
+at "2024-06-10 09:15:03"
+check "a reminder restored behind the agent's back is shown" grep -q "^Restored|" <<<"$(shown)"
+
 # Damaged: the last good set stays; the evening reminder still comes.
 echo '{"version": 1, "requests": [{"hour": 99' >"$home/journal/Library/pending-reminders.json"
 at "2024-06-10 20:00:04"
 check "damage is logged" grep -q "Keeping the last good reminders" "$err"
-check "evening reminder from the last good set" [ "$(shown | wc -l)" = 3 ]
+check "evening reminder from the last good set" [ "$(shown | wc -l)" = 4 ]
 
 # No server: said, kept, delivered when it is back.
 stop_mock

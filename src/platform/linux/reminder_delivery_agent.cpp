@@ -114,6 +114,10 @@ void ReminderDeliveryAgent::checkTimeZone() {
 }
 
 void ReminderDeliveryAgent::tick() {
+  if (options_.remindersChanged && options_.remindersChanged()) {
+    LUMEO_LOG_VERBOSE("The reminders changed; rebuilding the pending set");
+    if (options_.reschedule) options_.reschedule();
+  }
   reloadIfChanged();
   checkTimeZone();
   Date now = Date::now();

@@ -39,6 +39,10 @@ struct ReminderAgentOptions {
   // A reminder pass that rewrites the request file; run at start and when
   // the time zone changes. May be empty.
   std::function<void()> reschedule;
+  // Asked at every wake: true when the reminders in the settings changed
+  // behind the agent's back (a restore, another front end, a hand edit),
+  // which calls for a pass. May be empty.
+  std::function<bool()> remindersChanged;
   // True when the journal holds a record dated in (since, until]. Asked
   // only for requests that are to stay silent after a record. Empty: never.
   std::function<bool(Date since, Date until)> recordedBetween;
