@@ -114,6 +114,12 @@ PY
 at "2024-06-10 09:15:03"
 check "a reminder restored behind the agent's back is shown" grep -q "^Restored|" <<<"$(shown)"
 
+# A reminder that stays silent after a record: the agent asks the journal.
+expect "a quiet reminder" 0 "fixed, on" L reminders add --at 11:00 --text Quiet --only-if-nothing-recorded
+expect "a record at 10:30" 0 "Added record" L add 6 --at 2024-06-10T10:30
+at "2024-06-10 11:00:03"
+check "silent after a record" bash -c '! grep -q "^Quiet|" <<<"$1"' _ "$(shown)"
+
 # Damaged: the last good set stays; the evening reminder still comes.
 echo '{"version": 1, "requests": [{"hour": 99' >"$home/journal/Library/pending-reminders.json"
 at "2024-06-10 20:00:04"
@@ -128,6 +134,9 @@ check "the agent keeps running" kill -0 "$agent"
 start_mock
 at "2024-06-11 07:31:30"
 check "delivered once the server is back" [ "$(shown | wc -l)" = 1 ]
+
+at "2024-06-11 11:00:03"
+check "shown when nothing was recorded since the day before" grep -q "^Quiet|" <<<"$(shown)"
 
 expect "one agent per journal" 1 "already delivering" L agent --once
 kill -TERM "$agent"
