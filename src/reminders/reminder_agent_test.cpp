@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 
@@ -284,7 +285,9 @@ class ReminderAgentTest : public ::testing::Test {
     while (now < until) {
       now = std::min(until, now.dateByAddingTimeInterval(60));
       clock_.clock().set(now);
+      int before = agent_->delivered();
       agent_->tick();
+      for (int i = before; i < agent_->delivered(); ++i) deliveredAt_.push_back(testing::hourMinute(now));
     }
   }
 
@@ -294,6 +297,7 @@ class ReminderAgentTest : public ::testing::Test {
   std::unique_ptr<ReminderDeliveryAgent> agent_;
   std::vector<Value::Dictionary> actions_;
   std::vector<Date> records_;
+  std::vector<std::string> deliveredAt_;  // "HH:MM" of the clock at each delivery
 };
 
 TEST_F(ReminderAgentTest, ADayOfFixedPeriodicAndRandomReminders) {
@@ -304,6 +308,15 @@ TEST_F(ReminderAgentTest, ADayOfFixedPeriodicAndRandomReminders) {
   ASSERT_EQ(pass.moments.size(), 1u + 4u + 3u);
   startAgent();
   walkTo(wallTime(2024, 6, 11, 0, 0, 5));
+  // Exactly the pass's moments, each in its own minute.
+  std::vector<std::string> expected;
+  for (const auto& m : pass.moments) expected.push_back(testing::hourMinute(m.fireDate));
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(deliveredAt_, expected);
+  for (const char* fixedOrPeriodic : {"07:45", "09:00", "11:07", "13:15", "15:22"}) {
+    EXPECT_NE(std::find(deliveredAt_.begin(), deliveredAt_.end(), fixedOrPeriodic), deliveredAt_.end())
+        << fixedOrPeriodic;
+  }
   auto got = shown(bus());
   ASSERT_EQ(got.size(), 8u);
   EXPECT_EQ(got[0].body, "Morning check");
@@ -327,9 +340,17 @@ TEST_F(ReminderAgentTest, ADayOfFixedPeriodicAndRandomReminders) {
 }
 
 TEST_F(ReminderAgentTest, DaylightSavingDaysOfEuropeBerlin) {
+  // The wall clock at each delivery: in spring 02:00 and 02:30 do not
+  // exist and come as much later as the jump; in autumn the repeated
+  // 02:00-03:00 hour delivers its moments once, in its first pass.
+  const std::map<int, std::vector<std::string>> expected = {
+      {3, {"01:00", "01:30", "03:00", "03:00", "03:30", "03:30", "03:30"}},
+      {10, {"01:00", "01:30", "02:00", "02:30", "02:30", "03:00", "03:30"}},
+  };
   for (auto [month, day] : {std::pair{3, 31}, std::pair{10, 27}}) {
     bus().clearCalls();
     agent_.reset();
+    deliveredAt_.clear();
     clock_.clock().set(wallTime(2024, month, day - 1, 23, 0));
     // 02:30 alone, and every 30 minutes from 01:00 to 04:00.
     writeRequests({fixed(2, 30, "Half past two"), window(1, 0, 4, 0, 6)});
@@ -337,6 +358,7 @@ TEST_F(ReminderAgentTest, DaylightSavingDaysOfEuropeBerlin) {
     walkTo(wallTime(2024, month, day, 6, 0));
     auto got = shown(bus());
     EXPECT_EQ(got.size(), 7u) << "each moment once on " << month << "-" << day;
+    EXPECT_EQ(deliveredAt_, expected.at(month));
     EXPECT_EQ(std::count_if(got.begin(), got.end(), [](const Shown& s) { return s.body == "Half past two"; }),
               1)
         << month << "-" << day;
