@@ -6,11 +6,12 @@ set -euo pipefail
 cd "$(dirname "$0")"
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
-n=0
 part() {  # part SYNTH-AND-EFFECTS...: one piece, printed as its file name
-  n=$((n + 1))
-  sox -q -r 44100 -c 1 -n "$tmp/$n.wav" "$@"
-  echo "$tmp/$n.wav"
+  # (runs in a command substitution, so each piece needs a name of its own)
+  local file
+  file=$(mktemp "$tmp/piece-XXXXXX.wav")
+  sox -q -r 44100 -c 1 -n "$file" "$@"
+  echo "$file"
 }
 mp3() {  # mp3 NAME PIECE... [-- EFFECTS...]
   local name=$1
@@ -23,13 +24,13 @@ mp3() {  # mp3 NAME PIECE... [-- EFFECTS...]
 silence() { part trim 0 "$1"; }
 
 mp3 "Default" "$(part synth 0.5 pluck E5 fade 0 0.5 0.4)" "$(part synth 0.9 pluck B5 fade 0 0.9 0.8)" -- gain -4
-mp3 "Atmosphere" "$(part synth 2.0 sine C4 synth 2.0 sine mix E4 synth 2.0 sine mix G4 fade h 0.8 2.0 0.9)" -- reverb 60 gain -8
+mp3 "Atmosphere" "$(part synth 2.0 sine C4 synth 2.0 sine mix E4 synth 2.0 sine mix G4 fade h 0.8 2.0 0.9)" -- gain -10 reverb 60
 mp3 "Boat horn" "$(part synth 1.4 sawtooth 110 synth 1.4 sawtooth mix 111.5 lowpass 600 fade 0.1 1.4 0.3)" -- gain -6
 ring=$(part synth 0.6 sine 1200 tremolo 10 100)
 mp3 "Cordless phone" "$ring" "$(silence 0.2)" "$ring" -- gain -8
 mp3 "Doorbell" "$(part synth 0.6 pluck A5 fade 0 0.6 0.5)" "$(part synth 1.0 pluck F5 fade 0 1.0 0.9)" -- gain -3
-mp3 "Gong big" "$(part synth 2.5 sine 98 synth 2.5 sine mix 139 synth 2.5 sine mix 211 synth 2.5 sine mix 297 fade 0.01 2.5 2.4)" -- reverb 50 gain -6
-mp3 "Gong small" "$(part synth 1.5 sine 392 synth 1.5 sine mix 555 synth 1.5 sine mix 843 fade 0.005 1.5 1.45)" -- reverb 30 gain -6
+mp3 "Gong big" "$(part synth 2.5 sine 98 synth 2.5 sine mix 139 synth 2.5 sine mix 211 synth 2.5 sine mix 297 fade 0.01 2.5 2.4)" -- gain -8 reverb 50
+mp3 "Gong small" "$(part synth 1.5 sine 392 synth 1.5 sine mix 555 synth 1.5 sine mix 843 fade 0.005 1.5 1.45)" -- gain -8 reverb 30
 tick=$(part synth 0.04 pinknoise highpass 2000 fade 0 0.04 0.03)
 tock=$(part synth 0.04 pinknoise highpass 1200 fade 0 0.04 0.03)
 mp3 "Pendulum clock" "$tick" "$(silence 0.4)" "$tock" "$(silence 0.4)" "$(part synth 1.0 pluck C6 fade 0 1.0 0.9)" -- gain -3
