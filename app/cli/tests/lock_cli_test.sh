@@ -27,6 +27,13 @@ expect "enable" 0 "Passcode set" L lock enable --passcode-fd 3 3<<<"$code"
 expect "list without the code fails" 1 "locked: type the passcode on a terminal, or give it to a script with --passcode-fd" L list </dev/null
 expect "show without the code fails" 1 "locked" L show 1 </dev/null
 expect "tags without the code fails" 1 "locked" L tags </dev/null
+# Every reading command that this build has asks, whichever file adds it.
+for cmd in "show 1" "values" "history" "calendar" "photos" "summary" "graph" "export" "backup create" \
+  "delete 1 --yes" "edit 1 --level 3" "tag rename walk stroll" "reminders list"; do
+  read -ra words <<<"$cmd"
+  "$lumeo" --help | grep -qE "^  ${words[0]} " || continue
+  expect "$cmd without the code fails" 1 "locked" L "${words[@]}" </dev/null
+done
 expect "add works without the code" 0 "^Added record 2" L add 4 --comment "Tired #sleep:5h" </dev/null
 expect "list with --passcode-fd" 0 "Tired" L list --passcode-fd 3 3<<<"$code"
 expect "status needs no code" 0 "Passcode +on" L lock status </dev/null
