@@ -16,7 +16,17 @@ fi
 mode=$1
 shift
 keyring_home=$(mktemp -d)
-trap 'kill "${keyring_pid:-}" 2>/dev/null || true; rm -rf "$keyring_home"' EXIT
+# On the way out, stop the daemon that owns the name now: a test may have
+# stopped the first one and started another.
+stop_keyring() {
+  local owner
+  owner=$(timeout 5 dbus-send --session --print-reply --dest=org.freedesktop.DBus / \
+    org.freedesktop.DBus.GetConnectionUnixProcessID string:org.freedesktop.secrets 2>/dev/null |
+    awk '/uint32/ {print $2}') || owner=""
+  for pid in ${keyring_pid:-} $owner; do kill "$pid" 2>/dev/null || true; done
+  rm -rf "$keyring_home"
+}
+trap stop_keyring EXIT
 export HOME=$keyring_home XDG_DATA_HOME=$keyring_home/data XDG_CONFIG_HOME=$keyring_home/config
 export XDG_RUNTIME_DIR=$keyring_home/run XDG_CACHE_HOME=$keyring_home/cache
 mkdir -p "$XDG_DATA_HOME" "$XDG_CONFIG_HOME" "$XDG_RUNTIME_DIR" "$XDG_CACHE_HOME"
@@ -45,4 +55,6 @@ case $mode in
     exit 2
     ;;
 esac
-"$@"
+status=0
+"$@" || status=$?
+exit $status

@@ -78,7 +78,13 @@ os.write(fd, b"9999\n")
 read_until(b"(Enter to skip): ")
 os.write(fd, key.encode() + b"\n")
 read_until(b"Try again.")
-os.waitpid(pid, 0)
+end = time.time() + 20
+while os.waitpid(pid, os.WNOHANG) == (0, 0):
+    if time.time() > end:
+        os.kill(pid, 9)
+        os.waitpid(pid, 0)
+        break
+    time.sleep(0.05)
 sys.stdout.write(seen.decode(errors="replace"))
 PY
 )
@@ -105,7 +111,8 @@ expect "reading with the keyring gone" 1 "cannot be read: .*no Secret Service" L
 expect "change with the keyring gone" 1 "no Secret Service" L lock change --passcode-fd 3 3<<<"$code
 $new"
 expect "add with the keyring gone" 0 "^Added record 3" L add 7
-printf '%s' "$LUMEO_TEST_KEYRING_PASSWORD" | gnome-keyring-daemon --unlock --components=secrets --daemonize >/dev/null
+printf '%s' "$LUMEO_TEST_KEYRING_PASSWORD" |
+  timeout 20 gnome-keyring-daemon --unlock --components=secrets --daemonize >/dev/null 2>&1
 for _ in $(seq 100); do
   dbus-send --session --print-reply --dest=org.freedesktop.DBus / org.freedesktop.DBus.NameHasOwner \
     string:org.freedesktop.secrets | grep -q 'boolean true' && break
