@@ -450,15 +450,6 @@ void runLevelsReset(CliApp& cli) {
 // --- registration ---------------------------------------------------------------
 
 void registerCommands(CliApp& cli) {
-  // The launch copy of the feeling words: the application object only knows
-  // a resources folder, which the command line has not; the list built into
-  // the program stands in. Runs after the journal's launch hook.
-  cli.addStartHook([](CliApp&) {
-    if (MoodAppDelegate* app = MoodAppDelegate::sharedDelegate()) {
-      installEmotionsListIfMissing(app->directories().library);
-    }
-  });
-
   auto edit = std::make_shared<EditOptions>();
   CLI::App* editCmd = cli.root().add_subcommand("edit", "Change a record as the editor does");
   editCmd->add_option("ID", edit->id, "Record ID as `lumeo list` shows it")->required();

@@ -28,6 +28,7 @@
 #include "platform/linux/plist_user_defaults.h"
 #include "platform/user_date_parser.h"
 #include "shell/mood_app_delegate.h"
+#include "shell/resources_location.h"
 #include "store/journal_lock.h"
 #include "store/journal_model.h"
 #include "store/journal_store.h"
@@ -63,12 +64,14 @@ void launch(CliApp& app) {
   sessionLock() = std::move(std::get<JournalLock>(lock));
   PlistUserDefaults::installStandard();
   // The level words of the share text come from the user's level table.
-  MoodLevelTableFiles::setCurrent({dirs.library, {}});
+  MoodLevelTableFiles::setCurrent({dirs.library, resourcesDirectory() / "mood.plist"});
   MoodAppDelegate::setLevelTextProvider([](long level) {
     auto presentation = MoodLevelsPresentation().presentationForMoodLevel(level);
     return presentation ? presentation->text : std::to_string(level);
   });
-  ApplicationDirectories appDirs{dirs.library, dirs.documents, {}};
+  // The launch copies the feeling words from the resources folder, as the
+  // GUI's does.
+  ApplicationDirectories appDirs{dirs.library, dirs.documents, resourcesDirectory()};
   auto delegate = std::make_unique<MoodAppDelegate>(appDirs, ShellServices{});
   delegate->applicationDidFinishLaunchingWithOptions({});
   // No splash animation on a terminal: the completion runs at once.

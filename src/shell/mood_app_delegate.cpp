@@ -11,6 +11,7 @@
 #include "platform/dispatch_queue.h"
 #include "platform/log.h"
 #include "platform/user_defaults.h"
+#include "shell/resources_location.h"
 #include "shell/shell_text.h"
 #include "store/image_store.h"
 #include "store/mood_description.h"
@@ -56,6 +57,7 @@ MoodAppDelegate::MoodAppDelegate(ApplicationDirectories directories, ShellServic
     : directories_(std::move(directories)),
       services_(std::move(services)),
       defaults_(defaults ? std::move(defaults) : UserDefaults::standard()) {
+  if (directories_.resources.empty()) directories_.resources = resourcesDirectory();
   services_.fillDefaults();
   store_ = std::make_unique<JournalStore>(
       JournalStore::Locations{directories_.library, directories_.documents}, defaults_);
@@ -181,7 +183,12 @@ void MoodAppDelegate::copyEmotionsIfNeeded() {
   std::filesystem::path target = directories_.library / "emotions.plist";
   if (std::filesystem::exists(target, ec)) return;
   std::filesystem::path source = directories_.resources / "emotions.plist";
-  if (directories_.resources.empty() || !std::filesystem::exists(source, ec)) return;
+  if (!std::filesystem::exists(source, ec)) {
+    // An installation without its data files: the journal works, only the
+    // editor offers no feeling words until one is in place.
+    LUMEO_LOG_WARNING("No feeling words to copy: %@ is missing", source);
+    return;
+  }
   std::filesystem::create_directories(directories_.library, ec);
   // Copy under a temporary name first, so that a crash never leaves half a
   // list that the next start would take for the user's own.

@@ -41,7 +41,8 @@ struct LaunchOptions {
 struct ApplicationDirectories {
   std::filesystem::path library;
   std::filesystem::path documents;
-  // The shipped resources ("emotions.plist", ...); may be empty.
+  // The shipped resources ("emotions.plist", ...); empty for the usual
+  // folder, resourcesDirectory().
   std::filesystem::path resources;
 };
 

@@ -8,9 +8,11 @@
 #include <iterator>
 #include <thread>
 
+#include "shell/resources_location.h"
 #include "shell/shell_test_support.h"
 #include "store/notification_names.h"
 #include "store/settings_keys.h"
+#include "testing/scoped_environment.h"
 
 namespace lumeo {
 namespace {
@@ -95,6 +97,44 @@ TEST_F(MoodAppDelegateTest, AStoreThatCannotBeOpenedIsNoFirstStart) {
   EXPECT_FALSE(app_->store().storeOpenError());
   EXPECT_TRUE(defaults_->boolForKey(kMoodFirstStart));
   EXPECT_EQ(passcode_->deletions, 1);
+}
+
+// Both front ends launch from one resources folder: the launch copies the
+// feeling words from it into the library once and never over the user's
+// own list; the folder is the environment's, or the installed one, or the
+// source tree's.
+TEST_F(MoodAppDelegateTest, LaunchCopiesTheFeelingWordsFromTheResourcesFolder) {
+  const std::filesystem::path resources = dir_ / "resources";
+  std::filesystem::create_directories(resources);
+  std::ofstream(resources / "emotions.plist") << "<plist><array><string>zany</string></array></plist>";
+  const std::filesystem::path copy = dir_ / "Library" / "emotions.plist";
+  {
+    testing::ScopedEnvironment env({{kResourcesDirectoryVariable, resources.string()}});
+    EXPECT_EQ(resourcesDirectory(), resources);
+    launch();
+    EXPECT_EQ(app_->directories().resources, resources);
+    EXPECT_NE(readFile(copy).find("zany"), std::string::npos);
+
+    // The user's own list stays.
+    std::ofstream(copy) << "<plist><array><string>mine</string></array></plist>";
+    app_.reset();
+    launch();
+    EXPECT_NE(readFile(copy).find("mine"), std::string::npos);
+  }
+  {
+    testing::ScopedEnvironment env({{kResourcesDirectoryVariable, std::nullopt}});
+    std::filesystem::path usual = resourcesDirectory();
+    EXPECT_TRUE(usual == installedResourcesDirectory() ||
+                !std::filesystem::exists(installedResourcesDirectory()))
+        << usual;
+    EXPECT_TRUE(std::filesystem::exists(usual / "emotions.plist")) << usual;
+    EXPECT_TRUE(std::filesystem::exists(usual / "mood.plist")) << usual;
+    // A test's own folder wins over everything.
+    setResourcesDirectory(resources);
+    EXPECT_EQ(resourcesDirectory(), resources);
+    setResourcesDirectory({});
+    EXPECT_EQ(resourcesDirectory(), usual);
+  }
 }
 
 TEST_F(MoodAppDelegateTest, LaunchSetsDefaultsAndShowsTheSplashThenTheTabs) {

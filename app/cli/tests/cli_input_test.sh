@@ -88,5 +88,11 @@ expect "the template's tags are linked" 0 '"mood_check"' L --json list --limit 1
 expect "an empty comment stays empty" 0 '"comment": null' L --json add 6 --comment ""
 expect "a comment replaces the template" 0 '"comment": "Own words"' L --json add 6 --comment "Own words"
 
+# --- The launch copies the feeling words from the resources folder, which
+# LUMEO_RESOURCES_DIR may point elsewhere.
+mkdir -p "$home/res" "$home/other"
+printf '<plist><array><string>zany</string></array></plist>' >"$home/res/emotions.plist"
+expect "feeling words from the resources folder" 0 "#zany +\(suggestion\)" env LUMEO_RESOURCES_DIR="$home/res" "$lumeo" --home "$home/other" complete z
+
 [ $fail -eq 0 ] && echo "cli input: all checks passed"
 exit $fail
