@@ -10,6 +10,7 @@
 #include <iostream>
 #include <iterator>
 
+#include "cli_docs.h"
 #include "platform/linux/data_directories.h"
 
 namespace lumeo::cli {
@@ -191,6 +192,24 @@ void CliApp::runStartHooks() {
 }
 
 int CliApp::run(int argc, char** argv) {
+  // The hidden generators of the completion scripts and the manual page;
+  // the build runs them. They stand alone on the command line, need no
+  // command and open nothing.
+  if (argc >= 2 &&
+      (std::string(argv[1]) == "--generate-completion" || std::string(argv[1]) == "--generate-man")) {
+    const std::string flag = argv[1];
+    const std::string shell = argc >= 3 ? argv[2] : "";
+    if (flag == "--generate-man" && argc == 2) {
+      out() << manPage(app_, std::string("lumeo ") + LUMEO_VERSION);
+      return 0;
+    }
+    if (flag == "--generate-completion" && argc == 3 && (shell == "bash" || shell == "zsh")) {
+      out() << (shell == "bash" ? bashCompletion(app_) : zshCompletion(app_));
+      return 0;
+    }
+    err() << "lumeo: use --generate-completion bash|zsh or --generate-man alone\n";
+    return kUsageError;
+  }
   // Start hooks run before the first command callback, once the global
   // options are known.
   app_.parse_complete_callback([this] {
