@@ -53,7 +53,7 @@ GeoMapClusterOperation::GeoMapClusterOperation(
 
 GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
   const GeoMapClusterSettings& settings = snapshot_.settings;
-  // 1. Past the maximum zoom every location shows on its own.
+  // Past the maximum zoom every location shows on its own.
   bool disable = zoomLevelForRegion(snapshot_.region, snapshot_.width) > settings.maxZoomLevelForClustering;
   std::size_t limit =
       disable
@@ -61,7 +61,7 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
           : (settings.minUniqueLocationsForClustering > 1 ? settings.minUniqueLocationsForClustering - 1 : 0);
   bool notifyMainQueue = !controller_.expired();
 
-  // 2. The grid, as columns and rows. The cells of a column share their
+  // The grid, as columns and rows. The cells of a column share their
   // longitudes and those of a row their latitudes, so each is converted once
   // (the conversion costs more than the rest of a cell read from a table).
   const double cellMapSize = snapshot_.cellMapSize;
@@ -110,7 +110,8 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
   if (reuse) pinsByCell = annotationsByGridCell(*visibleTree_, rowBoxes, columns);
   auto pinsOfCell = pinsByCell.begin();
 
-  // 3. Each cell.
+  // Each cell of the grid becomes pins: one per location while a cell holds
+  // few enough of them, else one cluster pin for the whole cell.
   auto clusterCell = [&](MapRect cell, const GeoMapTreeBoundingBox& box,
                          const GeoMapTreeAggregate* tableTotals, std::size_t cellIndex) {
     // Groups by location while there are at most `limit` of them; one more
@@ -292,7 +293,7 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
     }
   }
 
-  // 4. The diff against the pins this controller has on the map.
+  // The diff against the pins this controller has on the map.
   const std::uint64_t onMap = nextMark();
   visibleTree_->forEachAnnotation([&](const MapAnnotationPtr& annotation) {
     if (annotation->clusterMark().load(std::memory_order_relaxed) != inPicture)
@@ -307,7 +308,7 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
   result.annotationsToAdd.reserve(added.size());
   for (std::size_t i : added) result.annotationsToAdd.push_back(result.clusters[i]);
 
-  // 5. The visible tree follows: removals first, then the pins that moved
+  // The visible tree follows: removals first, then the pins that moved
   // and the new ones, each filed where it will be shown.
   visibleTree_->removeAnnotations(result.annotationsToRemove);
   for (const auto& [annotation, coordinate] : moved) visibleTree_->moveAnnotation(annotation, coordinate);
@@ -345,7 +346,7 @@ void GeoMapClusterOperation::applyOnMainQueue(Result result) {
     finish(true);
     return;
   }
-  // 6. New pins appear, then the animator takes the old ones away.
+  // New pins appear, then the animator takes the old ones away.
   controller->mapView().addAnnotations(result.annotationsToAdd);
   auto self = shared_from_this();
   auto removal = [self, weakController = controller_, toRemove = result.annotationsToRemove] {
