@@ -141,8 +141,14 @@ struct MoodTaggedTextView::Engine {
     std::unique_ptr<PangoAttrList, AttrListDeleter> list(pango_attr_list_new());
     insertColor(list.get(), t.textColor, 0, length);
     std::size_t sliceLength = end - start;
-    for (const TaggedTextRun& run : t.runs) {
-      if (run.location + run.length <= start || run.location >= end) continue;
+    // Runs are in text order and lie within their tokens: start a little
+    // before the slice and stop after it, so a slice costs its own runs.
+    auto first = std::lower_bound(t.runs.begin(), t.runs.end(), start,
+                                  [](const TaggedTextRun& run, std::size_t at) { return run.location < at; });
+    while (first != t.runs.begin() && std::prev(first)->location + std::prev(first)->length > start) --first;
+    for (auto it = first; it != t.runs.end() && it->location < end; ++it) {
+      const TaggedTextRun& run = *it;
+      if (run.location + run.length <= start) continue;
       std::size_t a = std::max(run.location, start) - start;
       std::size_t b = std::min(run.location + run.length, end) - start;
       if (run.color) insertColor(list.get(), *run.color, a, b);
