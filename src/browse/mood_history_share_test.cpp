@@ -95,6 +95,15 @@ TEST_F(HistoryInAppTest, ADayScreenOffersEditOnlyAndDeletesItsOwnRecord) {
   ASSERT_EQ(presenter_->shares.size(), 1u);
   EXPECT_EQ(activityTypes(presenter_->shares[0]), (std::vector<std::string>{"MoodEditActivity"}));
 
+  // Edit opens the editor on the record, a second after the sheet.
+  presenter_->shareAnswers.push_back("MoodEditActivity");
+  day->chooseAction();
+  runMainLoop(2);
+  Screen* visible = app_->window().visibleViewController();
+  ASSERT_NE(visible, nullptr);
+  EXPECT_EQ(visible->className(), "MoodRecordEditViewController");
+  visible->dismissViewControllerAnimated(false);
+
   // Its deletion (as a shake asks for it) takes its record, not the
   // History tab's selection.
   presenter_->answers.push_back(1);
