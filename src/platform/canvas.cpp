@@ -151,6 +151,66 @@ void Canvas::drawImage(const Image& image, const Rect& destination) {
   cairo_restore(cr_);
 }
 
+namespace {
+
+void appendPath(cairo_t* cr, const Path& path) {
+  cairo_new_path(cr);
+  for (const Path::Element& e : path.elements()) {
+    switch (e.kind) {
+      case Path::Element::Kind::kMove:
+        cairo_move_to(cr, e.point.x, e.point.y);
+        break;
+      case Path::Element::Kind::kLine:
+        if (cairo_has_current_point(cr)) {
+          cairo_line_to(cr, e.point.x, e.point.y);
+        } else {
+          cairo_move_to(cr, e.point.x, e.point.y);
+        }
+        break;
+      case Path::Element::Kind::kClose:
+        cairo_close_path(cr);
+        break;
+      case Path::Element::Kind::kEllipse: {
+        const Rect& r = e.rect;
+        if (r.width <= 0 || r.height <= 0) break;
+        cairo_new_sub_path(cr);
+        cairo_save(cr);
+        cairo_translate(cr, r.x + r.width / 2, r.y + r.height / 2);
+        cairo_scale(cr, r.width / 2, r.height / 2);
+        cairo_arc(cr, 0, 0, 1, 0, 2 * M_PI);
+        cairo_restore(cr);
+        cairo_close_path(cr);
+        break;
+      }
+    }
+  }
+}
+
+}  // namespace
+
+void Canvas::fillPath(const Path& path, const Color& color) {
+  if (path.empty()) return;
+  cairo_save(cr_);
+  appendPath(cr_, path);
+  cairo_set_fill_rule(cr_, CAIRO_FILL_RULE_WINDING);
+  cairo_set_source_rgba(cr_, color.red, color.green, color.blue, color.alpha);
+  cairo_fill(cr_);
+  cairo_restore(cr_);
+}
+
+void Canvas::strokePath(const Path& path, const Color& color, double lineWidth, LineJoin join) {
+  if (path.empty() || !(lineWidth > 0)) return;
+  cairo_save(cr_);
+  appendPath(cr_, path);
+  cairo_set_line_width(cr_, lineWidth);
+  cairo_set_line_join(cr_, join == LineJoin::kRound   ? CAIRO_LINE_JOIN_ROUND
+                           : join == LineJoin::kBevel ? CAIRO_LINE_JOIN_BEVEL
+                                                      : CAIRO_LINE_JOIN_MITER);
+  cairo_set_source_rgba(cr_, color.red, color.green, color.blue, color.alpha);
+  cairo_stroke(cr_);
+  cairo_restore(cr_);
+}
+
 Color Canvas::pixelAt(int x, int y) const {
   if (x < 0 || y < 0 || x >= width_ || y >= height_) return Color(0, 0, 0, 0);
   cairo_surface_flush(surface_);

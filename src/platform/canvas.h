@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "platform/color.h"
@@ -37,6 +38,45 @@ struct Rect {
   double height = 0;
   friend bool operator==(const Rect&, const Rect&) = default;
 };
+
+// A figure to fill or stroke: straight segments, closed or open, and
+// ellipses, in the coordinates of the canvas at the time of drawing.
+class Path {
+ public:
+  struct Element {
+    enum class Kind { kMove, kLine, kClose, kEllipse };
+    Kind kind = Kind::kMove;
+    Point point;  // kMove, kLine
+    Rect rect;    // kEllipse: the bounding box
+  };
+
+  void moveTo(Point point) { elements_.push_back({Element::Kind::kMove, point, {}}); }
+  // A line from the current point; without one it starts the figure there.
+  void lineTo(Point point) { elements_.push_back({Element::Kind::kLine, point, {}}); }
+  void closePath() { elements_.push_back({Element::Kind::kClose, {}, {}}); }
+  // A closed ellipse (a circle in a square) as a figure of its own.
+  void addEllipseInRect(const Rect& rect) { elements_.push_back({Element::Kind::kEllipse, {}, rect}); }
+
+  bool empty() const { return elements_.empty(); }
+  const std::vector<Element>& elements() const { return elements_; }
+
+ private:
+  std::vector<Element> elements_;
+};
+
+enum class LineJoin { kMiter, kRound, kBevel };
+
+// Text is set with pango in the system's sans-serif face; sizes are in the
+// canvas's units (a 13-point font is 13 units high before any scaling).
+struct Font {
+  double pointSize = 13;
+  bool bold = false;
+  bool light = false;
+  // A fontconfig family ("DejaVu Sans"); empty for the system's sans-serif.
+  std::string family;
+};
+
+enum class TextAlignment { kLeft, kCenter, kRight };
 
 // Owns its pixels; movable, not copyable. Not thread-safe: one canvas is
 // drawn by one thread at a time.
@@ -74,6 +114,20 @@ class Canvas {
   // (text through pango). Valid while the canvas lives; callers balance
   // their state changes with cairo_save and cairo_restore.
   cairo_t* cairoContext() const { return cr_; }
+
+  // Fills with the non-zero winding rule. Empty paths draw nothing.
+  void fillPath(const Path& path, const Color& color);
+  void strokePath(const Path& path, const Color& color, double lineWidth, LineJoin join = LineJoin::kMiter);
+
+  // The extent of one line of UTF-8 text (no wrapping). Invalid UTF-8 is
+  // shown with replacement marks rather than refused.
+  Size textSize(const std::string& text, const Font& font) const;
+  // Draws one line of text with its layout box's top left at `origin`.
+  void drawText(const std::string& text, Point origin, const Font& font, const Color& color);
+  // One line of text in `rect`: aligned horizontally, centred vertically,
+  // overflowing the rectangle rather than being cut.
+  void drawTextInRect(const std::string& text, const Rect& rect, const Font& font, const Color& color,
+                      TextAlignment alignment = TextAlignment::kCenter);
 
   // The colour of one pixel, not premultiplied; transparent black outside.
   Color pixelAt(int x, int y) const;
