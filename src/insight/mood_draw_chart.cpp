@@ -82,6 +82,36 @@ double chartGridLineY(double height, int i) {
   return roundDownSingle(static_cast<double>(step * static_cast<float>(i)), 0.1) - height / 20.0;
 }
 
+Date weeklyChartOrigin(Date first, const Calendar& calendar) {
+  if (auto week = calendar.rangeOfUnit(CalendarUnit::kWeekOfYear, first)) return week->start;
+  return calendar.startOfDay(first);
+}
+
+Date dailyChartOrigin(Date first, const Calendar& calendar) {
+  DateComponents c = calendar.components(kYearMonthDay | CalendarUnit::kEra, first);
+  c.hour = 6;
+  return calendar.dateFromComponents(c).value_or(first);
+}
+
+std::vector<std::string> weeklyChartLabels(const Calendar& calendar) {
+  const std::int64_t days =
+      calendar.maximumRangeOfUnit(CalendarUnit::kWeekday).value_or(UnitRange{1, 7}).length;
+  const std::vector<std::string> symbols = calendar.shortWeekdaySymbols();
+  std::vector<std::string> out;
+  for (std::int64_t i = 0; i < days; ++i) {
+    const auto index = static_cast<std::size_t>((calendar.firstWeekday() - 1 + i) % days);
+    out.push_back(index < symbols.size() ? symbols[index] : std::string());
+  }
+  return out;
+}
+
+std::vector<std::string> dailyChartLabels() {
+  std::vector<std::string> out;
+  for (int i = 1; i <= 8; ++i)
+    out.push_back(stringWithFormat("%02ld:00", static_cast<long>((6 + 3 * i) % 24)));
+  return out;
+}
+
 // --- Trend ticks ---------------------------------------------------------
 
 TrendTickUnit trendTickUnit(Date first, Date last, const Calendar& calendar) {
@@ -266,22 +296,18 @@ long MoodDrawChart::drawWeeklyChart(Canvas& canvas, const std::vector<ChartRecor
   const double W = size.width;
   const double H = size.height;
   const Calendar calendar = Calendar::current();
-  // Midnight at the start of the first record's week, by the calendar's
-  // first weekday.
-  Date origin = calendar.startOfDay(records.front().date);
-  if (auto week = calendar.rangeOfUnit(CalendarUnit::kWeekOfYear, records.front().date)) origin = week->start;
+  const Date origin = weeklyChartOrigin(records.front().date, calendar);
   const std::int64_t days =
       calendar.maximumRangeOfUnit(CalendarUnit::kWeekday).value_or(UnitRange{1, 7}).length;
   const double span = 86400.0 * static_cast<double>(days);
 
-  const std::vector<std::string> symbols = calendar.shortWeekdaySymbols();
+  const std::vector<std::string> labels = weeklyChartLabels(calendar);
   const double columnWidth = W / static_cast<double>(days);
   const double lineWidth = pdf ? 0.2 : 0.1;
   for (std::int64_t i = 0; i < days; ++i) {
-    const std::size_t index = static_cast<std::size_t>((calendar.firstWeekday() - 1 + i) % days);
-    const std::string label = index < symbols.size() ? symbols[index] : std::string();
-    canvas.drawTextInRect(label, Rect{columnWidth * static_cast<double>(i), H - 20, columnWidth, 20},
-                          labelFont(), labelColor());
+    canvas.drawTextInRect(labels[static_cast<std::size_t>(i)],
+                          Rect{columnWidth * static_cast<double>(i), H - 20, columnWidth, 20}, labelFont(),
+                          labelColor());
     if (i > 0) {
       const double x = roundDownSingle(columnWidth * static_cast<double>(i), 0.1);
       canvas.fillRect(Rect{x, 0, lineWidth, H}, Color(0, 0, 0, 1));
@@ -300,14 +326,13 @@ long MoodDrawChart::drawDailyChart(Canvas& canvas, const std::vector<ChartRecord
   const double H = size.height;
   const Calendar calendar = Calendar::current();
   // The chart's day begins at 06:00 of the first record's day.
-  DateComponents c = calendar.components(kYearMonthDay | CalendarUnit::kEra, records.front().date);
-  c.hour = 6;
-  const Date origin = calendar.dateFromComponents(c).value_or(records.front().date);
+  const Date origin = dailyChartOrigin(records.front().date, calendar);
+  const std::vector<std::string> labels = dailyChartLabels();
 
   const double columnWidth = W / 8.0;
   const double lineWidth = pdf ? 0.2 : 0.1;
   for (int i = 1; i <= 8; ++i) {
-    const std::string label = stringWithFormat("%02ld:00", static_cast<long>((6 + 3 * i) % 24));
+    const std::string& label = labels[static_cast<std::size_t>(i - 1)];
     canvas.saveState();
     canvas.translate(columnWidth * i, H);
     canvas.rotate(-M_PI / 2);

@@ -58,6 +58,15 @@ std::optional<Date> nextTrendTick(Date t, TrendTickUnit unit, const Calendar& ca
 // date), in the user's locale.
 std::string trendTickLabel(Date tick, TrendTickUnit unit);
 
+// The cycles' origins: midnight at the start of the first record's week
+// (by the calendar's first weekday), and 06:00 of its day.
+Date weeklyChartOrigin(Date first, const Calendar& calendar);
+Date dailyChartOrigin(Date first, const Calendar& calendar);
+// The weekly chart's column labels, first weekday first, and the daily
+// chart's hour labels, "09:00" to "06:00".
+std::vector<std::string> weeklyChartLabels(const Calendar& calendar);
+std::vector<std::string> dailyChartLabels();
+
 // The y of the i-th grid line (1..10) for a chart of height H: (H/10)·i
 // rounded down to a tenth in single precision, less H/20.
 double chartGridLineY(double height, int i);

@@ -91,5 +91,54 @@ TEST(Canvas, ImpossibleSizesGiveAnEmptyCanvas) {
   EXPECT_TRUE(huge.image().empty());
 }
 
+TEST(Canvas, FillsAndStrokesPaths) {
+  Canvas canvas(40, 40);
+  Path triangle;
+  triangle.moveTo({0, 0});
+  triangle.lineTo({40, 0});
+  triangle.lineTo({0, 40});
+  triangle.closePath();
+  canvas.fillPath(triangle, Color(0, 0, 1));
+  expectColorNear(canvas.pixelAt(5, 5), Color(0, 0, 1));
+  expectColorNear(canvas.pixelAt(35, 35), Color(0, 0, 0, 0));
+  Path dot;
+  dot.addEllipseInRect({28, 28, 8, 8});
+  canvas.fillPath(dot, Color(1, 1, 1));
+  expectColorNear(canvas.pixelAt(32, 32), Color(1, 1, 1));
+  expectColorNear(canvas.pixelAt(28, 28), Color(0, 0, 0, 0), 0.3);  // outside the circle's arc
+  Path line;
+  line.lineTo({0, 20.5});  // without a current point the figure starts here
+  line.lineTo({40, 20.5});
+  canvas.strokePath(line, Color(1, 0, 0), 1.0, LineJoin::kRound);
+  expectColorNear(canvas.pixelAt(30, 20), Color(1, 0, 0));
+  canvas.strokePath(line, Color(0, 1, 0), 0.0);  // no width: nothing
+  expectColorNear(canvas.pixelAt(30, 20), Color(1, 0, 0));
+}
+
+TEST(Canvas, TextIsShapedMeasuredAndDrawn) {
+  Canvas canvas(200, 40);
+  Font font;
+  font.pointSize = 20;
+  const Size latin = canvas.textSize("Wednesday", font);
+  EXPECT_GT(latin.width, 60);
+  EXPECT_NEAR(latin.height, 23, 6);
+  Font bold = font;
+  bold.bold = true;
+  EXPECT_GT(canvas.textSize("Wednesday", bold).width, latin.width);
+  EXPECT_EQ(canvas.textSize("", font).width, 0);
+  // Broken UTF-8 is drawn with replacement marks, not dropped.
+  EXPECT_GT(canvas.textSize(std::string("ab\xff\xfe"), font).width, canvas.textSize("ab", font).width);
+
+  canvas.drawTextInRect("MMMM", Rect{0, 0, 200, 40}, font, Color(1, 1, 1));
+  // Centred: ink in the middle, none at the edges.
+  double middle = 0, edges = 0;
+  for (int y = 0; y < 40; ++y) {
+    for (int x = 90; x < 110; ++x) middle += canvas.pixelAt(x, y).alpha;
+    edges += canvas.pixelAt(2, y).alpha + canvas.pixelAt(197, y).alpha;
+  }
+  EXPECT_GT(middle, 1.0);
+  EXPECT_EQ(edges, 0);
+}
+
 }  // namespace
 }  // namespace lumeo
