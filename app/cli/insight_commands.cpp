@@ -15,11 +15,13 @@
 #include "cli_app.h"
 #include "insight/mood_draw_chart.h"
 #include "insight/mood_summary_chart_view.h"
+#include "insight/mood_summary_graph_view_controller.h"
 #include "insight/mood_summary_view_controller.h"
 #include "journal_commands.h"
 #include "platform/date_formatter.h"
 #include "platform/linux/data_directories.h"
 #include "platform/string_format.h"
+#include "platform/user_date_parser.h"
 #include "shell/mood_app_delegate.h"
 #include "store/mood_tag.h"
 
@@ -233,6 +235,136 @@ void runSummary(CliApp& cli, const SummaryOptions& options) {
   }
 }
 
+// --- lumeo graph ------------------------------------------------------------
+
+// A day without a time means its start, or for the end of a range the
+// whole day.
+Date requireGraphDate(const std::string& text, const std::string& what, bool endOfDay) {
+  const Calendar calendar = Calendar::current();
+  auto date = parseUserDate(text, calendar);
+  if (!date) {
+    throw CommandError("cannot read the " + what + " \"" + text +
+                           "\": write it as 2026-11-22, 2026-11-22T14:30 or as your locale writes it",
+                       2);
+  }
+  if (endOfDay && text.find(':') == std::string::npos) {
+    if (auto next = calendar.dateByAddingUnit(CalendarUnit::kDay, 1, calendar.startOfDay(*date)))
+      return *next;
+  }
+  return *date;
+}
+
+// "sleep:h" or "sleep" (values without unit): the key of a tag series.
+std::string graphTagKey(const std::string& text) {
+  std::string t = text;
+  if (!t.empty() && t.front() == '#') t.erase(0, 1);
+  const auto colon = t.find(':');
+  std::string name = lowercaseString(colon == std::string::npos ? t : t.substr(0, colon));
+  std::string unit = colon == std::string::npos ? std::string() : lowercaseString(t.substr(colon + 1));
+  if (name.empty()) throw CommandError("--tag wants NAME:UNIT, e.g. sleep:h, not \"" + text + "\"", 2);
+  return name + ":" + unit;
+}
+
+struct GraphOptions {
+  std::optional<std::string> from;
+  std::optional<std::string> to;
+  std::vector<std::string> tags;
+  std::string png;
+  std::optional<std::string> size;
+};
+
+void runGraph(CliApp& cli, const GraphOptions& options) {
+  const Size size = options.size ? parseSize(*options.size) : Size{800, 400};
+  std::optional<Date> from;
+  std::optional<Date> to;
+  if (options.from) from = requireGraphDate(*options.from, "start date", false);
+  if (options.to) to = requireGraphDate(*options.to, "end date", true);
+  if (from && to && !(*to > *from)) throw CommandError("the end date lies before the start date", 2);
+  std::vector<std::string> keys;
+  for (const auto& tag : options.tags) keys.push_back(graphTagKey(tag));
+  const std::filesystem::path png(options.png);
+  {
+    std::error_code ec;
+    const auto parent = png.has_parent_path() ? png.parent_path() : std::filesystem::path(".");
+    if (!std::filesystem::is_directory(parent, ec)) {
+      throw CommandError("cannot write " + options.png + ": the folder " + parent.string() +
+                         " does not exist");
+    }
+  }
+
+  MoodAppDelegate& app = journalSession(cli);
+  MoodSummaryGraphViewController graph(app.store());
+  graph.viewDidLoad();
+  for (const auto& key : keys) {
+    if (!graph.completionOptions().contains(key)) {
+      std::string known;
+      for (const auto& k : graph.orderedKeys()) known += (known.empty() ? "" : ", ") + k;
+      throw CommandError(
+          "no values of #" + key + " in the journal" +
+          (known.empty() ? std::string(" (it holds no tags with values)") : "; there are: " + known));
+    }
+  }
+  graph.setSelectedTags(keys);
+  if (graph.records().empty()) {
+    if (cli.json()) {
+      cli.printJson({{"records", 0}, {"png", nullptr}});
+    } else {
+      cli.out() << "No records yet: there is no graph to draw.\n";
+    }
+    return;
+  }
+
+  GraphScrollableArea area(graph.records(), size.width);
+  area.scrollToRecentObjects();
+  if (from || to) {
+    const Date start = from.value_or(area.minimumDate());
+    const Date end = to.value_or(area.maximumDate());
+    if (!area.setVisibleRange(start, end)) throw CommandError("the end date lies before the start date", 2);
+  }
+  const auto lines = graph.tagLines();
+  area.updateTags(lines);
+
+  Canvas canvas(static_cast<int>(size.width), static_cast<int>(size.height));
+  graph.renderGraph(canvas, size, area);
+  if (auto error = canvas.writePNG(png))
+    throw CommandError("cannot write " + options.png + ": " + error->description);
+
+  std::size_t inRange = 0;
+  for (const auto& r : graph.records()) {
+    if (r.time >= area.startDate() && r.time <= area.endDate()) ++inRange;
+  }
+  if (cli.json()) {
+    nlohmann::json series = nlohmann::json::array();
+    for (const auto& line : lines) {
+      series.push_back({{"key", line.key}, {"color", line.color.toHex()}, {"points", line.points.size()}});
+    }
+    nlohmann::json available = nlohmann::json::array();
+    for (const auto& key : graph.orderedKeys()) {
+      const auto& v = graph.completionOptions().at(key);
+      available.push_back({{"key", key}, {"min", v.minValue}, {"max", v.maxValue}, {"count", v.count}});
+    }
+    cli.printJson({{"from", dateText(area.startDate())},
+                   {"to", dateText(area.endDate())},
+                   {"days", area.zoomRate()},
+                   {"records", inRange},
+                   {"lines", series},
+                   {"tags", available},
+                   {"png", png.string()}});
+    return;
+  }
+  cli.out() << "Graph from " << dateText(area.startDate()) << " to " << dateText(area.endDate()) << " ("
+            << inRange << (inRange == 1 ? " record" : " records") << ")\n";
+  for (const auto& line : lines) {
+    cli.out() << "  #" << line.key << "  " << line.points.size() << " values, " << line.color.toHex() << "\n";
+  }
+  if (lines.empty() && !graph.orderedKeys().empty()) {
+    cli.out() << "Tags with values (add with --tag):";
+    for (const auto& key : graph.orderedKeys()) cli.out() << " " << key;
+    cli.out() << "\n";
+  }
+  cli.out() << "Written to " << png.string() << "\n";
+}
+
 void registerCommands(CliApp& cli) {
   auto summary = std::make_shared<SummaryOptions>();
   CLI::App* cmd = cli.root().add_subcommand("summary", "Averages, chart fits and top tags of a period");
@@ -244,6 +376,18 @@ void registerCommands(CliApp& cli) {
   cmd->add_option("--size", summary->size, "Chart size in points (default 600x400)")->type_name("WxH");
   cmd->add_option("--scale", summary->scale, "Pixels per point, 1 to 4 (default 1)")->type_name("N");
   cmd->callback([&cli, summary] { runSummary(cli, *summary); });
+
+  auto graph = std::make_shared<GraphOptions>();
+  CLI::App* g = cli.root().add_subcommand("graph", "Draw the mood line of a range with the values of tags");
+  g->add_option("--from", graph->from, "Start of the range (default: the first record's day)")
+      ->type_name("DATE");
+  g->add_option("--to", graph->to, "End of the range; a day counts whole (default: the last record's day)")
+      ->type_name("DATE");
+  g->add_option("--tag", graph->tags, "A line of tag values, e.g. sleep:h (repeatable)")
+      ->type_name("NAME:UNIT");
+  g->add_option("--png", graph->png, "The picture to write")->required()->type_name("FILE");
+  g->add_option("--size", graph->size, "Picture size in points (default 800x400)")->type_name("WxH");
+  g->callback([&cli, graph] { runGraph(cli, *graph); });
 }
 
 const CommandRegistration kInsightCommands(30, registerCommands);
@@ -253,6 +397,18 @@ const DemoStep kInsightDemo(30, "Insight: averages, charts and top tags", [](Cli
   options.period = "all";
   options.charts = (DataDirectories::current().library.parent_path() / "charts").string();
   runSummary(cli, options);
+  GraphOptions graph;
+  graph.png = (DataDirectories::current().library.parent_path() / "charts" / "graph.png").string();
+  // The demo journal's most used value tag, if it has one, as a tag line.
+  MoodSummaryGraphViewController probe(journalSession(cli).store());
+  probe.loadTags();
+  const std::string* best = nullptr;
+  for (const auto& key : probe.orderedKeys()) {
+    if (!best || probe.completionOptions().at(key).count > probe.completionOptions().at(*best).count)
+      best = &key;
+  }
+  if (best) graph.tags = {*best};
+  runGraph(cli, graph);
 });
 
 }  // namespace

@@ -62,6 +62,23 @@ grep -q "<key>kMoodSummaryChartType</key>" "$home/defaults.plist" || { echo "FAI
 expect "json tags" 0 '"tag": "friends"' L --json summary --period all
 expect "json charts" 0 '"weekly": ".*/j/weekly.png"' L --json summary --charts "$home/j"
 
+# --- The graph -----------------------------------------------------------------
+expect "graph lists series" 0 "Tags with values \(add with --tag\): sleep:h" L graph --png "$home/g0.png"
+expect "graph with a tag line" 0 "#sleep:h +54 values" L graph --tag sleep:h --png "$home/g1.png" --size 640x320
+check "graph.png is a 640x320 PNG" test "$(png_size "$home/g1.png")" = "640x320"
+expect "graph of a range" 0 "Graph from 2026-11-10 00:00 to 2026-11-16 00:00 \(12 records\)" L graph --from 2026-11-10 --to 2026-11-15 --tag SLEEP:H --png "$home/g2.png"
+expect "graph json" 0 '"key": "sleep:h"' L --json graph --tag sleep:h --png "$home/g3.png"
+expect "graph unknown tag" 1 "no values of #walk:km in the journal; there are: sleep:h" L graph --tag walk:km --png "$home/g4.png"
+expect "graph bad range" 2 "end date lies before" L graph --from 2026-11-15 --to 2026-11-10 --png "$home/g5.png"
+expect "graph bad date" 2 "cannot read the start date" L graph --from someday --png "$home/g6.png"
+expect "graph no folder" 1 "does not exist" L graph --png "$home/nowhere/g.png"
+expect "graph needs --png" 2 "png" L graph
+check "no picture for bad input" test ! -e "$home/g4.png" -a ! -e "$home/g5.png" -a ! -e "$home/g6.png"
+empty=$(mktemp -d)
+expect "graph of an empty journal" 0 "No records yet" "$lumeo" --home "$empty" graph --png "$empty/g.png"
+check "no picture for an empty journal" test ! -e "$empty/g.png"
+rm -rf "$empty"
+
 # --- Bad input --------------------------------------------------------------------
 expect "unknown period" 2 "unknown period \"week\"" L summary --period week
 expect "bad size" 2 "cannot read the size \"big\"" L summary --charts "$home/bad" --size big
