@@ -78,19 +78,21 @@ std::string nextFdLine() {
   return line;
 }
 
-// A line typed on the terminal without echo.
+// A line typed on the terminal without echo. Echo goes off before the
+// prompt shows and nothing typed ahead is thrown away, so that input that
+// follows the prompt at once (a fast typist, a script on a terminal) is kept.
 std::string readHidden(CliApp& cli, const std::string& prompt) {
-  cli.err() << prompt << std::flush;
   termios old{};
   bool restore = tcgetattr(STDIN_FILENO, &old) == 0;
   if (restore) {
     termios quiet = old;
     quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
+    tcsetattr(STDIN_FILENO, TCSANOW, &quiet);
   }
+  cli.err() << prompt << std::flush;
   std::string line;
   std::getline(std::cin, line);
-  if (restore) tcsetattr(STDIN_FILENO, TCSAFLUSH, &old);
+  if (restore) tcsetattr(STDIN_FILENO, TCSANOW, &old);
   cli.err() << "\n";
   return line;
 }

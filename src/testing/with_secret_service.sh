@@ -36,11 +36,13 @@ case $mode in
   keyring)
     export LUMEO_TEST_KEYRING_PASSWORD=lumeo-test-keyring LUMEO_TEST_KEYRING_HOME=$keyring_home
     printf '%s' "$LUMEO_TEST_KEYRING_PASSWORD" |
-      gnome-keyring-daemon --unlock --components=secrets --daemonize >/dev/null
-    # Wait until the daemon owns its name on the bus.
-    for _ in $(seq 100); do
-      if dbus-send --session --print-reply --dest=org.freedesktop.DBus / org.freedesktop.DBus.NameHasOwner \
-        string:org.freedesktop.secrets 2>/dev/null | grep -q 'boolean true'; then
+      gnome-keyring-daemon --unlock --components=secrets --daemonize >/dev/null 2>&1
+    # Wait until the daemon answers and its login collection is unlocked:
+    # a client that came earlier would meet a locked keyring.
+    for _ in $(seq 200); do
+      if timeout 5 dbus-send --session --print-reply --dest=org.freedesktop.secrets \
+        /org/freedesktop/secrets/collection/login org.freedesktop.DBus.Properties.Get \
+        string:org.freedesktop.Secret.Collection string:Locked 2>/dev/null | grep -q 'boolean false'; then
         break
       fi
       sleep 0.05

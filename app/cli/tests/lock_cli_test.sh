@@ -17,7 +17,11 @@ export TZ=UTC LANG=en_US.UTF-8 LUMEO_LOG_LEVEL=4
 fail=0
 source "$(dirname "$0")/checks.sh"
 # Every run's output also goes to the log that the canary check reads.
-L() { "$lumeo" --home "$home" "$@" 2> >(tee -a "$logs" >&2) | tee -a "$logs"; return "${PIPESTATUS[0]}"; }
+# A run that hangs fails its check (status 124) instead of the whole test.
+L() {
+  timeout 30 "$lumeo" --home "$home" "$@" 2> >(tee -a "$logs" >&2) | tee -a "$logs"
+  return "${PIPESTATUS[0]}"
+}
 code=7305
 key=canary-otter-7305
 new=8416
@@ -59,26 +63,32 @@ grep -q "^wrong 0$" "$home/Library/passcode-attempts" || { echo "FAIL the right 
 # On a terminal the fifth wrong code offers the recovery key, which shows the code.
 printf 'wrong 4\nlast 0\n' >"$home/Library/passcode-attempts"
 out=$(/usr/bin/python3 - "$lumeo" "$home" "$key" <<'PY' 2>&1
-import os, pty, sys, time
+import os, pty, select, sys, time
 lumeo, home, key = sys.argv[1:4]
 pid, fd = pty.fork()
 if pid == 0:
     os.execv(lumeo, [lumeo, "--home", home, "list"])
 seen = b""
-def read_until(marker, limit=20):
+def read_until(marker, limit=10):
     global seen
     end = time.time() + limit
     while marker not in seen and time.time() < end:
+        ready, _, _ = select.select([fd], [], [], max(0.0, end - time.time()))
+        if not ready:
+            break
         try:
-            seen += os.read(fd, 1024)
+            chunk = os.read(fd, 1024)
         except OSError:
             break
+        if not chunk:
+            break
+        seen += chunk
 read_until(b"Passcode: ")
 os.write(fd, b"9999\n")
 read_until(b"(Enter to skip): ")
 os.write(fd, key.encode() + b"\n")
 read_until(b"Try again.")
-end = time.time() + 20
+end = time.time() + 10
 while os.waitpid(pid, os.WNOHANG) == (0, 0):
     if time.time() > end:
         os.kill(pid, 9)
@@ -103,7 +113,7 @@ keyring_pid=$(dbus-send --session --print-reply --dest=org.freedesktop.DBus / \
   org.freedesktop.DBus.GetConnectionUnixProcessID string:org.freedesktop.secrets | awk '/uint32/ {print $2}')
 kill "$keyring_pid"
 for _ in $(seq 100); do
-  dbus-send --session --print-reply --dest=org.freedesktop.DBus / org.freedesktop.DBus.NameHasOwner \
+  timeout 5 dbus-send --session --print-reply --dest=org.freedesktop.DBus / org.freedesktop.DBus.NameHasOwner \
     string:org.freedesktop.secrets | grep -q 'boolean false' && break
   sleep 0.05
 done
@@ -113,9 +123,11 @@ $new"
 expect "add with the keyring gone" 0 "^Added record 3" L add 7
 printf '%s' "$LUMEO_TEST_KEYRING_PASSWORD" |
   timeout 20 gnome-keyring-daemon --unlock --components=secrets --daemonize >/dev/null 2>&1
-for _ in $(seq 100); do
-  dbus-send --session --print-reply --dest=org.freedesktop.DBus / org.freedesktop.DBus.NameHasOwner \
-    string:org.freedesktop.secrets | grep -q 'boolean true' && break
+# Started again, as at a login: wait until the login collection is unlocked.
+for _ in $(seq 200); do
+  timeout 5 dbus-send --session --print-reply --dest=org.freedesktop.secrets \
+    /org/freedesktop/secrets/collection/login org.freedesktop.DBus.Properties.Get \
+    string:org.freedesktop.Secret.Collection string:Locked 2>/dev/null | grep -q 'boolean false' && break
   sleep 0.05
 done
 expect "the old code still opens" 0 "Walk" L list --passcode-fd 3 3<<<"$code"

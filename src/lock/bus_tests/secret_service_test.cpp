@@ -35,6 +35,26 @@ std::optional<unsigned> keyringPid() {
   return pid;
 }
 
+// True when the daemon answers and its login collection is unlocked.
+bool loginUnlocked() {
+  GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+  if (!bus) return false;
+  GVariant* reply =
+      g_dbus_connection_call_sync(bus, "org.freedesktop.secrets", "/org/freedesktop/secrets/collection/login",
+                                  "org.freedesktop.DBus.Properties", "Get",
+                                  g_variant_new("(ss)", "org.freedesktop.Secret.Collection", "Locked"),
+                                  G_VARIANT_TYPE("(v)"), G_DBUS_CALL_FLAGS_NONE, 2000, nullptr, nullptr);
+  g_object_unref(bus);
+  if (!reply) return false;
+  GVariant* value = nullptr;
+  g_variant_get(reply, "(v)", &value);
+  bool unlocked =
+      value && g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN) && !g_variant_get_boolean(value);
+  if (value) g_variant_unref(value);
+  g_variant_unref(reply);
+  return unlocked;
+}
+
 bool waitFor(const std::function<bool()>& condition) {
   for (int i = 0; i < 200; ++i) {
     if (condition()) return true;
@@ -54,9 +74,9 @@ void stopKeyring() {
 // the collection as a login does.
 void startKeyring() {
   ASSERT_EQ(std::system("printf '%s' \"$LUMEO_TEST_KEYRING_PASSWORD\" | "
-                        "gnome-keyring-daemon --unlock --components=secrets --daemonize >/dev/null"),
+                        "gnome-keyring-daemon --unlock --components=secrets --daemonize >/dev/null 2>&1"),
             0);
-  ASSERT_TRUE(waitFor([] { return keyringPid().has_value(); }));
+  ASSERT_TRUE(waitFor(loginUnlocked));
 }
 
 // The item as any Secret Service client sees it, found by service and
