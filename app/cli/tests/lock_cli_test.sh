@@ -32,7 +32,7 @@ expect "list without the code fails" 1 "locked: type the passcode on a terminal,
 expect "show without the code fails" 1 "locked" L show 1 </dev/null
 expect "tags without the code fails" 1 "locked" L tags </dev/null
 # Every reading command that this build has asks, whichever file adds it.
-for cmd in "show 1" "values" "history" "calendar" "photos" "summary" "graph" "export" "backup create" \
+for cmd in "show 1" "values" "history" "calendar" "photos" "summary" "graph --png graph.png" "export" "backup create" \
   "delete 1 --yes" "edit 1 --level 3" "tag rename walk stroll" "reminders list"; do
   read -ra words <<<"$cmd"
   "$lumeo" --help | grep -qE "^  ${words[0]} " || continue
