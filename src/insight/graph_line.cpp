@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "insight/mood_draw_chart.h"
 #include "insight/spline_fit.h"
 
 namespace lumeo {
@@ -112,11 +113,9 @@ long GraphLine::draw(Canvas& canvas, double width, double height) const {
     }
   }
   canvas.strokePath(line, lineColor, lineWidth, LineJoin::kRound);
-  Path dots;
-  for (std::size_t i = 0; i < xs.size(); ++i) {
-    if (std::isfinite(xs[i])) dots.addEllipseInRect(Rect{W / 10.0 * xs[i] - 1, H * ys[i] - 1, 2, 2});
-  }
-  canvas.fillPath(dots, lineColor);
+  std::vector<Point> centres;
+  for (std::size_t i = 0; i < xs.size(); ++i) centres.push_back({W / 10.0 * xs[i], H * ys[i]});
+  canvas.fillPath(recordDotsPath(std::move(centres), 2.0), lineColor);
   canvas.restoreState();
   return band.count;
 }

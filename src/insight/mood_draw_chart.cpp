@@ -112,6 +112,38 @@ std::vector<std::string> dailyChartLabels() {
   return out;
 }
 
+Path recordDotsPath(std::vector<Point> centres, double diameter) {
+  Path path;
+  const double r = diameter / 2;
+  std::erase_if(centres, [](const Point& p) { return !std::isfinite(p.x) || !std::isfinite(p.y); });
+  std::sort(centres.begin(), centres.end(),
+            [](const Point& a, const Point& b) { return a.y < b.y || (a.y == b.y && a.x < b.x); });
+  std::size_t i = 0;
+  while (i < centres.size()) {
+    // A run of centres on one row, each within a radius of the previous.
+    std::size_t j = i;
+    while (j + 1 < centres.size() && centres[j + 1].y == centres[i].y && centres[j + 1].x - centres[j].x <= r)
+      ++j;
+    const Point& first = centres[i];
+    const Point& last = centres[j];
+    if (j == i) {
+      path.addEllipseInRect(Rect{first.x - r, first.y - r, diameter, diameter});
+    } else {
+      // A capsule: the two end discs and the band between them, traced
+      // in one direction so that the winding rule joins them.
+      path.addEllipseInRect(Rect{first.x - r, first.y - r, diameter, diameter});
+      path.addEllipseInRect(Rect{last.x - r, last.y - r, diameter, diameter});
+      path.moveTo({first.x, first.y - r});
+      path.lineTo({last.x, last.y - r});
+      path.lineTo({last.x, last.y + r});
+      path.lineTo({first.x, first.y + r});
+      path.closePath();
+    }
+    i = j + 1;
+  }
+  return path;
+}
+
 // --- Trend ticks ---------------------------------------------------------
 
 TrendTickUnit trendTickUnit(Date first, Date last, const Calendar& calendar) {
@@ -276,12 +308,10 @@ long MoodDrawChart::plot(Canvas& canvas, const std::vector<ChartRecord>& records
   canvas.strokePath(upper, white, edgeWidth, LineJoin::kRound);
   canvas.strokePath(lower, white, edgeWidth, LineJoin::kRound);
   canvas.strokePath(curve, white, curveWidth, LineJoin::kRound);
-  Path dots;
-  for (std::size_t i = 0; i < xs.size(); ++i) {
-    if (!std::isfinite(xs[i]) || !std::isfinite(ys[i])) continue;
-    dots.addEllipseInRect(Rect{W / 10.0 * xs[i] - 1, H * ys[i] - 1, 2, 2});
-  }
-  canvas.fillPath(dots, white);
+  std::vector<Point> centres;
+  centres.reserve(xs.size());
+  for (std::size_t i = 0; i < xs.size(); ++i) centres.push_back({W / 10.0 * xs[i], H * ys[i]});
+  canvas.fillPath(recordDotsPath(std::move(centres), 2.0), white);
   canvas.restoreState();
 
   drawGrid(canvas, W, H);

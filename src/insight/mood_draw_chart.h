@@ -67,6 +67,13 @@ Date dailyChartOrigin(Date first, const Calendar& calendar);
 std::vector<std::string> weeklyChartLabels(const Calendar& calendar);
 std::vector<std::string> dailyChartLabels();
 
+// The records' dots, discs of `diameter` around `centres`, as one figure.
+// Dots on one row closer than half a diameter merge into a capsule (what
+// their union looks like up to a few hundredths of a point), so that a
+// journal of 100,000 records draws a few hundred shapes, not 100,000
+// overlapping circles.
+Path recordDotsPath(std::vector<Point> centres, double diameter);
+
 // The y of the i-th grid line (1..10) for a chart of height H: (H/10)·i
 // rounded down to a tenth in single precision, less H/20.
 double chartGridLineY(double height, int i);
