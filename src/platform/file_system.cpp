@@ -96,6 +96,27 @@ OptionalError FileSystem::makeFolders(const std::filesystem::path& path, mode_t 
   return makeFolder(path, mode);
 }
 
+OptionalError FileSystem::makePrivate(const std::filesystem::path& path) {
+  auto current = status(path);
+  if (auto* error = std::get_if<Error>(&current)) return *error;
+  const FileStatus& s = std::get<FileStatus>(current);
+  const mode_t wanted = s.isFolder ? kPrivateFolderMode : kPrivateFileMode;
+  if ((s.permissions & 07777) == wanted) return std::nullopt;
+  return setPermissions(path, wanted);
+}
+
+OptionalError FileSystem::makeContentsPrivate(const std::filesystem::path& folder) {
+  OptionalError firstError = makePrivate(folder);
+  auto entries = listFolder(folder);
+  if (auto* error = std::get_if<Error>(&entries)) return firstError ? firstError : *error;
+  for (const FolderEntry& entry : std::get<std::vector<FolderEntry>>(entries)) {
+    OptionalError error = makePrivate(folder / entry.name);
+    // An entry removed since the listing is no failure.
+    if (error && error->code != ENOENT && !firstError) firstError = error;
+  }
+  return firstError;
+}
+
 // ---------------------------------------------------------------------------
 // PosixFileSystem
 
@@ -206,6 +227,7 @@ FileResult<FileStatus> PosixFileSystem::status(const std::filesystem::path& path
   status.isFolder = S_ISDIR(st.st_mode);
   status.permissions = st.st_mode & 07777;
   status.size = static_cast<std::uintmax_t>(st.st_size);
+  status.modified = static_cast<double>(st.st_mtim.tv_sec) + static_cast<double>(st.st_mtim.tv_nsec) / 1e9;
   return status;
 }
 

@@ -58,6 +58,7 @@ struct FileStatus {
   bool isFolder = false;
   mode_t permissions = 0;  // the permission bits only (07777)
   std::uintmax_t size = 0;
+  double modified = 0;  // last change of the contents, seconds since 1970 (system clock)
 };
 
 template <class T>
@@ -94,6 +95,13 @@ class FileSystem {
   // Folders that exist keep their mode.
   OptionalError makeFolders(const std::filesystem::path& path, mode_t mode);
   bool exists(const std::filesystem::path& path) { return std::holds_alternative<FileStatus>(status(path)); }
+  // Takes every access away from other users: a folder becomes 0700 and a
+  // file 0600, unless it is that private already. ENOENT when nothing is
+  // at `path`.
+  OptionalError makePrivate(const std::filesystem::path& path);
+  // makePrivate for each entry directly in `folder` (not deeper) and for the
+  // folder itself.
+  OptionalError makeContentsPrivate(const std::filesystem::path& folder);
 
   // The file system of the process: the system's own unless a test installed
   // another. Thread-safe.

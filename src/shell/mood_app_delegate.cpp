@@ -34,7 +34,7 @@ class JournalImageStoreCleaner : public ImageStoreCleaner {
     MoodAppDelegate* app = MoodAppDelegate::sharedDelegate();
     auto images = ImageStore::shared();
     if (!app || !images || !app->store().hasStore()) return;
-    images->clearImageStore(app->store().imageNamesInUse());
+    images->clearImageStore([app] { return app->store().imageNamesInUse(); });
   }
 };
 

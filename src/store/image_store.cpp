@@ -3,12 +3,14 @@
 #include "store/image_store.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <random>
 
 #include "platform/atomic_file.h"
 #include "platform/dispatch_queue.h"
+#include "platform/file_system.h"
 #include "platform/md5.h"
 
 namespace lumeo {
@@ -83,8 +85,7 @@ void ImageStore::setShared(std::shared_ptr<ImageStore> store) {
 }
 
 std::filesystem::path ImageStore::imagesURL() const {
-  std::error_code ignored;
-  std::filesystem::create_directory(folder_, ignored);
+  (void)FileSystem::current()->makeFolder(folder_, kPrivateFolderMode);
   return folder_;
 }
 
@@ -110,8 +111,7 @@ void ImageStore::deleteImageWithName(const std::optional<std::string>& name) con
   if (!hasName(name)) return;
   // A name is a bare file name; anything with a path in it is not ours.
   if (std::filesystem::path(*name).filename() != *name) return;
-  std::error_code ignored;
-  std::filesystem::remove(folder_ / *name, ignored);
+  (void)FileSystem::current()->removeFile(folder_ / *name);
 }
 
 OrError<std::string> ImageStore::writeNewImage(const Image& image) const {
@@ -119,11 +119,11 @@ OrError<std::string> ImageStore::writeNewImage(const Image& image) const {
   auto jpeg = image.jpegData(kImageStoreJPEGQuality);
   if (auto* error = std::get_if<Error>(&jpeg)) return *error;
   const std::filesystem::path folder = imagesURL();
+  const std::shared_ptr<FileSystem> fs = FileSystem::current();
   std::string name;
-  std::error_code ec;
   do {
     name = randomImageName();
-  } while (std::filesystem::exists(folder / name, ec));
+  } while (fs->exists(folder / name));
   if (auto error = writeFileAtomically(folder / name, std::get<std::vector<std::uint8_t>>(jpeg)))
     return *error;
   return name;
@@ -163,20 +163,42 @@ bool ImageStore::isImageStoreName(const std::string& name) {
 
 std::vector<std::string> ImageStore::allStoredImageNames() const {
   std::vector<std::string> names;
-  std::error_code ec;
-  for (std::filesystem::directory_iterator it(imagesURL(), ec), end; !ec && it != end; it.increment(ec)) {
-    const std::string name = it->path().filename().string();
-    if (isImageStoreName(name) && it->is_regular_file(ec)) names.push_back(name);
+  auto entries = FileSystem::current()->listFolder(imagesURL());
+  if (auto* list = std::get_if<std::vector<FolderEntry>>(&entries)) {
+    for (const FolderEntry& entry : *list) {
+      if (!entry.isFolder && isImageStoreName(entry.name)) names.push_back(entry.name);
+    }
   }
   std::sort(names.begin(), names.end());
   return names;
 }
 
-std::vector<std::string> ImageStore::clearImageStore(const std::set<std::string>& namesInUse) {
-  std::vector<std::string> orphans;
-  for (std::string& name : allStoredImageNames()) {
-    if (!namesInUse.count(name)) orphans.push_back(std::move(name));
+std::vector<std::string> ImageStore::clearImageStore(
+    const std::function<std::set<std::string>()>& namesInUse) {
+  const std::shared_ptr<FileSystem> fs = FileSystem::current();
+  std::vector<std::string> files;
+  // No folder yet, or one that cannot be listed: nothing to clean.
+  auto entries = fs->listFolder(folder_);
+  if (auto* list = std::get_if<std::vector<FolderEntry>>(&entries)) {
+    for (FolderEntry& entry : *list) {
+      if (!entry.isFolder) files.push_back(std::move(entry.name));
+    }
   }
+  // A journal without pictures costs no scan of its descriptions.
+  if (files.empty()) return {};
+  const std::set<std::string> inUse = namesInUse();
+  // File times come from the system clock, whatever clock the journal runs on.
+  const double now =
+      std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  std::vector<std::string> orphans;
+  for (std::string& name : files) {
+    if (inUse.count(name)) continue;
+    auto status = fs->status(folder_ / name);
+    const auto* s = std::get_if<FileStatus>(&status);
+    if (!s || s->isFolder || now - s->modified < kCleanupGraceSeconds) continue;
+    orphans.push_back(std::move(name));
+  }
+  std::sort(orphans.begin(), orphans.end());
   if (orphans.empty()) return orphans;
   std::lock_guard lock(queueMutex_);
   if (!cleanupQueue_) cleanupQueue_ = std::make_unique<OperationQueue>(1, "lumeo.imageStore.cleanup");

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -44,9 +45,10 @@ struct StoredImage {
   friend bool operator==(const StoredImage&, const StoredImage&) = default;
 };
 
-// All file operations of the store. Reads and writes run on the calling
-// thread and need no lock, because a file never changes once written; the
-// launch clean-up deletes on a queue of its own.
+// All file operations of the store, through FileSystem::current(). Reads and
+// writes run on the calling thread and need no lock, because a file never
+// changes once written; the launch clean-up deletes on a queue of its own.
+// The folder is private to the user (0700).
 class ImageStore {
  public:
   // The store of the journal in `libraryDirectory`.
@@ -60,8 +62,8 @@ class ImageStore {
   static std::shared_ptr<ImageStore> shared();
   static void setShared(std::shared_ptr<ImageStore> store);
 
-  // The folder. Each call also tries to make it (not its parents); a failure
-  // shows later as a failed write.
+  // The folder. Each call also tries to make it (not its parents, mode 0700);
+  // a failure shows later as a failed write.
   std::filesystem::path imagesURL() const;
   // The file of a name; nothing for an absent or empty name.
   std::optional<std::filesystem::path> imageURLForName(const std::optional<std::string>& name) const;
@@ -93,16 +95,23 @@ class ImageStore {
   // file's MD5.
   std::optional<std::string> checksumForName(const std::optional<std::string>& name) const;
 
-  // The names of the files in the folder, sorted. Only names of the store's
-  // form count; other files (a temporary file, a stray download) are left
-  // out and never deleted by the clean-up.
+  // The names of the pictures in the folder (names of the store's form),
+  // sorted.
   std::vector<std::string> allStoredImageNames() const;
 
-  // The launch clean-up: every stored file whose name is not in
-  // `namesInUse` is deleted on a background queue; the call returns the
-  // doomed names without waiting. Files written after the listing are safe,
-  // since they get names that were not listed.
-  std::vector<std::string> clearImageStore(const std::set<std::string>& namesInUse);
+  // Files younger than this are spared by the clean-up: another Lumeo
+  // process may be writing a picture whose record it has not saved yet.
+  static constexpr double kCleanupGraceSeconds = 60;
+
+  // The launch clean-up. The folder is Lumeo's own: every file in it that no
+  // record names is deleted, pictures and anything else (a temporary file
+  // left by a crash in the middle of a write, a stray download), except
+  // files changed in the last kCleanupGraceSeconds; folders are left alone.
+  // `namesInUse` (a scan of all descriptions) is only asked for when the
+  // folder holds files. Deletions run on a background queue; the call
+  // returns the doomed names, sorted, without waiting. Files written after
+  // the listing are safe, since they get names that were not listed.
+  std::vector<std::string> clearImageStore(const std::function<std::set<std::string>()>& namesInUse);
   // Waits for the clean-up's deletions (tests, and before the library
   // folder is swapped by a restore).
   void waitForCleanup();

@@ -8,10 +8,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <csignal>
 
 #include "platform/atomic_file.h"
 #include "platform/canvas.h"
+#include "platform/file_system.h"
 #include "platform/md5.h"
 #include "testing/temp_dir.h"
 
@@ -94,24 +97,104 @@ TEST(ImageStore, NamesThatGiveNothing) {
   EXPECT_TRUE(std::filesystem::exists(library / "precious.txt"));
 }
 
-TEST(ImageStore, CleanupRemovesOrphansOnly) {
+// Makes a file look as if it was last written an hour ago.
+void age(const std::filesystem::path& path) {
+  std::filesystem::last_write_time(path,
+                                   std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+}
+
+TEST(ImageStore, CleanupRemovesEveryFileThatNoRecordNames) {
   testing::TempDir library;
   ImageStore store(library.path());
+  const auto folder = library / "imageStore";
   const std::string thumb = *store.newNameForImage(picture(Color(0, 0, 1)));
   const std::string photo = *store.newNameForImage(picture(Color(0, 1, 0)));
   const std::string orphan = *store.newNameForImage(picture(Color(1, 0, 0)));
-  // Not of the store's form: an unfinished atomic write, a user's file.
-  testing::writeFile(library / "imageStore" / ".abc.jpg.tmp-123456", "partial");
-  testing::writeFile(library / "imageStore" / "notes.txt", "mine");
+  // A write cut short by a crash, and a file that is no picture at all.
+  testing::writeFile(folder / ".0123456789abcdef01234567.jpg.tmp-ab12cd34", "partial");
+  testing::writeFile(folder / "notes.txt", "stray");
+  std::filesystem::create_directory(folder / "sub");
+  for (const auto& name : {thumb, photo, orphan, std::string(".0123456789abcdef01234567.jpg.tmp-ab12cd34"),
+                           std::string("notes.txt")}) {
+    age(folder / name);
+  }
+  // Just written, perhaps by another Lumeo process that has not saved its
+  // record yet: spared until a later launch.
+  const std::string fresh = *store.newNameForImage(picture(Color(1, 1, 0)));
 
-  const auto doomed = store.clearImageStore({thumb, photo});
-  EXPECT_EQ(doomed, std::vector<std::string>{orphan});
+  const auto doomed = store.clearImageStore([&] { return std::set<std::string>{thumb, photo}; });
+  std::vector<std::string> expected{".0123456789abcdef01234567.jpg.tmp-ab12cd34", "notes.txt", orphan};
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(doomed, expected);
   store.waitForCleanup();
-  EXPECT_FALSE(std::filesystem::exists(library / "imageStore" / orphan));
-  EXPECT_TRUE(std::filesystem::exists(library / "imageStore" / thumb));
-  EXPECT_TRUE(std::filesystem::exists(library / "imageStore" / photo));
-  EXPECT_EQ(filesIn(library / "imageStore"), 4u);
-  EXPECT_TRUE(store.clearImageStore({thumb, photo}).empty());
+  for (const auto& name : expected) EXPECT_FALSE(std::filesystem::exists(folder / name)) << name;
+  for (const auto& name : {thumb, photo, fresh}) EXPECT_TRUE(std::filesystem::exists(folder / name)) << name;
+  EXPECT_TRUE(std::filesystem::is_directory(folder / "sub"));
+  EXPECT_EQ(filesIn(folder), 4u);
+  EXPECT_TRUE(store.clearImageStore([&] { return std::set<std::string>{thumb, photo}; }).empty());
+}
+
+TEST(ImageStore, CleanupOfAnEmptyFolderScansNoRecords) {
+  testing::TempDir library;
+  ImageStore store(library.path());
+  bool scanned = false;
+  auto scan = [&] {
+    scanned = true;
+    return std::set<std::string>{};
+  };
+  EXPECT_TRUE(store.clearImageStore(scan).empty());  // no folder yet
+  store.imagesURL();
+  EXPECT_TRUE(store.clearImageStore(scan).empty());  // an empty folder
+  EXPECT_FALSE(scanned);
+  EXPECT_EQ(std::filesystem::status(library / "imageStore").permissions() & std::filesystem::perms::all,
+            std::filesystem::perms::owner_all)
+      << "the folder is private";
+}
+
+// The fault sweep: fail the first, second, ... file operation of replacing
+// a picture until it gets through. After each failure the old picture stands
+// whole under its name and checksum and nothing else is in the folder; after
+// the success the new picture is there, whole.
+TEST(ImageStore, AFailureAtAnyFileOperationLeavesTheOldPictureOrTheNew) {
+  testing::TempDir library;
+  ImageStore store(library.path());
+  const auto folder = library / "imageStore";
+  StoredImage current = std::get<StoredImage>(store.replaceImage(std::nullopt, picture(Color(1, 0, 0))));
+  auto faults = std::make_shared<FaultInjectingFileSystem>();
+  ScopedFileSystem installed(faults);
+  int failures = 0;
+  for (int n = 1;; ++n) {
+    ASSERT_LT(n, 100);
+    faults->failAt(n, ENOSPC);
+    auto result = store.replaceImage(current.name, picture(Color(0, 0, n / 100.0)));
+    const bool fired = faults->faultFired();
+    const std::string failed = fired ? faults->operations().back() : "no fault";
+    faults->disarm();
+    SCOPED_TRACE(failed);
+    if (auto* error = std::get_if<Error>(&result)) {
+      ++failures;
+      EXPECT_TRUE(error->is(kFileErrorDomain, kFileWriteFailed)) << error->toString();
+      EXPECT_EQ(store.allStoredImageNames(), std::vector<std::string>{*current.name});
+      EXPECT_EQ(filesIn(folder), 1u) << "no temporary file may stay behind";
+      EXPECT_EQ(md5HashOfPath(folder / *current.name), current.checksum);
+      continue;
+    }
+    const StoredImage& stored = std::get<StoredImage>(result);
+    ASSERT_TRUE(stored.name);
+    EXPECT_EQ(md5HashOfPath(folder / *stored.name), stored.checksum);
+    ASSERT_TRUE(store.imageForName(stored.name));
+    // Only the removal of the old file may fail without failing the
+    // replacement: the old file is then an orphan for the next launch.
+    if (std::filesystem::exists(folder / *current.name)) {
+      EXPECT_EQ(failed.rfind("remove", 0), 0u);
+      store.deleteImageWithName(current.name);
+    }
+    EXPECT_EQ(store.allStoredImageNames(), std::vector<std::string>{*stored.name});
+    EXPECT_EQ(filesIn(folder), 1u);
+    current = stored;
+    if (!fired) break;
+  }
+  EXPECT_GE(failures, 5) << "create, write, fsync, close, rename";
 }
 
 TEST(ImageStore, AFailedWriteKeepsTheOldPicture) {

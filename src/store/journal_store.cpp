@@ -8,6 +8,7 @@
 #include "objectgraph/managed_object_context.h"
 #include "objectgraph/persistent_store_coordinator.h"
 #include "objectgraph/predicate.h"
+#include "platform/file_system.h"
 #include "platform/user_defaults.h"
 #include "store/image_store.h"
 #include "store/journal_model.h"
@@ -87,6 +88,18 @@ std::shared_ptr<PersistentStoreCoordinator> JournalStore::persistentStoreCoordin
   OptionalError error;
   coordinator_->addPersistentStoreWithType(kSQLiteStoreType, storeURL(), options, error);
   openError_ = error;
+  // SQLite makes a new store file readable by all (0644 less the umask); the
+  // journal is private. Its -journal, -wal and -shm files take the store
+  // file's mode when SQLite makes them; ones left by an older version are
+  // tightened here too.
+  if (!error) {
+    const std::shared_ptr<FileSystem> fs = FileSystem::current();
+    for (const char* suffix : {"", "-journal", "-wal", "-shm"}) {
+      std::filesystem::path file = storeURL();
+      file += suffix;
+      (void)fs->makePrivate(file);
+    }
+  }
   NotificationCenter::defaultCenter().post(MoodStopMigrationNotification);
   return coordinator_;
 }

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <fstream>
 
@@ -306,6 +307,44 @@ TEST_F(JournalStoreTest, StoreLivesInLibraryInDeleteJournalModeAndMovesFromDocum
   EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)), "delete");
   sqlite3_finalize(statement);
   sqlite3_close(db);
+}
+
+// Under the usual umask 022 SQLite makes the store file 0644; the journal is
+// the user's alone, and so are the rollback files SQLite makes beside it.
+TEST_F(JournalStoreTest, StoreFilesArePrivateWhateverTheUmask) {
+  const mode_t previous = ::umask(022);
+  auto modeOf = [](const std::filesystem::path& path) {
+    struct stat st {};
+    ::stat(path.c_str(), &st);
+    return st.st_mode & 0777;
+  };
+  add(5, day(0));
+  store_->saveContext();
+  const auto file = dir_ / "Library" / "Model.sqlite";
+  EXPECT_EQ(modeOf(file), 0600u);
+
+  // A rollback journal exists while a write transaction is open.
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(file.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "BEGIN IMMEDIATE; CREATE TABLE probe(x); INSERT INTO probe VALUES (1);", nullptr,
+                         nullptr, nullptr),
+            SQLITE_OK);
+  std::filesystem::path journal = file;
+  journal += "-journal";
+  EXPECT_TRUE(std::filesystem::exists(journal));
+  EXPECT_EQ(modeOf(journal), 0600u);
+  sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+
+  // A store that an earlier version left readable is tightened at opening.
+  store_.reset();
+  std::filesystem::permissions(file,
+                               std::filesystem::perms::owner_read | std::filesystem::perms::owner_write |
+                                   std::filesystem::perms::group_read | std::filesystem::perms::others_read);
+  reopen();
+  EXPECT_TRUE(store_->hasAnyRecord());
+  EXPECT_EQ(modeOf(file), 0600u);
+  ::umask(previous);
 }
 
 TEST_F(JournalStoreTest, AFileThatIsNoDatabaseGivesEmptyFetchesAndStaysUntouched) {

@@ -3,9 +3,13 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <string>
+
+#include "platform/file_system.h"
 
 namespace lumeo {
 
@@ -72,11 +76,24 @@ DataDirectories DataDirectories::current() {
 }
 
 bool DataDirectories::create() const {
-  std::error_code ec;
+  const std::shared_ptr<FileSystem> fs = FileSystem::current();
   bool ok = true;
   for (const auto& dir : {library, documents, applicationSupport, temporary, defaultsFile.parent_path()}) {
-    std::filesystem::create_directories(dir, ec);
-    if (ec) ok = false;
+    if (!dir.empty() && fs->makeFolders(dir, kPrivateFolderMode)) ok = false;
+  }
+  // What an earlier version made readable to all. The folders that hold
+  // these (the home folder of --home may be any folder the user named) keep
+  // their modes; only what is Lumeo's alone is tightened.
+  for (const auto& dir : {library, applicationSupport}) {
+    if (fs->makeContentsPrivate(dir)) ok = false;
+  }
+  for (const auto& dir : {documents, temporary}) {
+    if (fs->makePrivate(dir)) ok = false;
+  }
+  std::filesystem::path lock = defaultsFile;
+  lock += ".lock";
+  for (const auto& file : {defaultsFile, lock}) {
+    if (OptionalError error = fs->makePrivate(file); error && error->code != ENOENT) ok = false;
   }
   return ok;
 }

@@ -1,7 +1,7 @@
 // Where Lumeo keeps its files on Linux. Every folder follows the XDG base
 // directories unless LUMEO_HOME (or the front ends' --home) puts all of them
 // under one folder, so that several devices can run side by side on one
-// machine. The folders are made on first use.
+// machine. The folders are made on first use, private to the user.
 #pragma once
 
 #include <filesystem>
@@ -24,7 +24,15 @@ struct DataDirectories {
   // Sets or clears the process-wide home override (the --home option).
   static void setHomeOverride(std::optional<std::filesystem::path> home);
 
-  // Makes every folder that does not exist yet; false if one cannot be made.
+  // Makes every folder that does not exist yet, 0700 whatever the umask
+  // (missing parents too, as the XDG base directories ask), and takes other
+  // users' access away from what an earlier version left open: the four
+  // folders become 0700, and what is directly in the library and the
+  // application support folder (the journal store and SQLite's -wal, -shm
+  // and -journal files beside it, the level table, the feeling words, the
+  // "imageStore" folder) 0600 or 0700, as does the settings file. Pictures
+  // are not visited one by one: their folder keeps them from other users.
+  // False if a folder cannot be made or made private.
   bool create() const;
 };
 

@@ -4,6 +4,7 @@
 #include "platform/linux/data_directories.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -112,6 +113,54 @@ TEST_F(DataDirectoriesTest, CreateMakesEveryFolderAndReportsWhatItCannot) {
   // A plain file where a folder must go.
   testing::writeFile(temp_.path() / "blocked", "not a folder");
   EXPECT_FALSE(DataDirectories::underHome(temp_.path() / "blocked").create());
+}
+
+mode_t modeOf(const std::filesystem::path& path) {
+  struct stat st {};
+  ::stat(path.c_str(), &st);
+  return st.st_mode & 07777;
+}
+
+// The journal holds a person's moods and photos: on a shared computer no
+// other user may read it, whatever umask the session has.
+TEST_F(DataDirectoriesTest, FoldersArePrivateWhateverTheUmask) {
+  const mode_t previous = ::umask(022);
+  DataDirectories d = DataDirectories::underHome(temp_.path() / "fresh" / "home");
+  ASSERT_TRUE(d.create());
+  for (const auto& p : {d.library, d.documents, d.applicationSupport, d.temporary, d.library.parent_path(),
+                        temp_.path() / "fresh"}) {
+    EXPECT_EQ(modeOf(p), 0700u) << p;
+  }
+  ::umask(previous);
+}
+
+TEST_F(DataDirectoriesTest, LaunchTightensAJournalThatAnEarlierVersionLeftReadable) {
+  const mode_t previous = ::umask(022);
+  DataDirectories d = DataDirectories::underHome(temp_.path() / "home");
+  for (const auto& p : {d.library / "imageStore", d.documents, d.applicationSupport, d.temporary}) {
+    std::filesystem::create_directories(p);
+  }
+  for (const char* name : {"Model.sqlite", "Model.sqlite-journal", "Model.sqlite-wal", "Model.sqlite-shm",
+                           "mood.plist", "imageStore/0123456789abcdef01234567.jpg"}) {
+    testing::writeFile(d.library / name, "x");
+  }
+  testing::writeFile(d.defaultsFile, "<plist/>");
+  ASSERT_EQ(modeOf(d.library), 0755u);
+  ASSERT_EQ(modeOf(d.library / "Model.sqlite"), 0644u);
+
+  ASSERT_TRUE(d.create());
+  for (const auto& p :
+       {d.library, d.library / "imageStore", d.documents, d.applicationSupport, d.temporary}) {
+    EXPECT_EQ(modeOf(p), 0700u) << p;
+  }
+  for (const char* name :
+       {"Model.sqlite", "Model.sqlite-journal", "Model.sqlite-wal", "Model.sqlite-shm", "mood.plist"}) {
+    EXPECT_EQ(modeOf(d.library / name), 0600u) << name;
+  }
+  EXPECT_EQ(modeOf(d.defaultsFile), 0600u);
+  // The home folder is the user's choice and keeps its mode.
+  EXPECT_EQ(modeOf(temp_.path() / "home"), 0755u);
+  ::umask(previous);
 }
 
 }  // namespace
