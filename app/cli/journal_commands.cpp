@@ -15,6 +15,7 @@
 #include <memory>
 #include <random>
 #include <regex>
+#include <set>
 
 #include "browse_commands.h"
 #include "capture/mood_levels_presentation.h"
@@ -52,6 +53,12 @@ std::optional<JournalLock>& sessionLock() {
   return lock;
 }
 
+bool commandChangesJournal(CliApp& app) {
+  static const std::set<std::string> kWriters = {"add", "edit", "delete", "tag"};
+  const auto commands = app.root().get_subcommands();
+  return !commands.empty() && kWriters.count(commands.front()->get_name()) > 0;
+}
+
 void launch(CliApp& app) {
   DataDirectories dirs = DataDirectories::current();
   if (!dirs.create())
@@ -73,7 +80,12 @@ void launch(CliApp& app) {
   // GUI's does.
   ApplicationDirectories appDirs{dirs.library, dirs.documents, resourcesDirectory()};
   auto delegate = std::make_unique<MoodAppDelegate>(appDirs, ShellServices{});
-  delegate->applicationDidFinishLaunchingWithOptions({});
+  // The image store is cleaned before commands that change the journal, as
+  // the desktop application cleans it at every launch; a command that only
+  // reads (list, show, tags, ...) skips the scan of every description.
+  LaunchOptions options;
+  options.cleanImageStore = commandChangesJournal(app);
+  delegate->applicationDidFinishLaunchingWithOptions(options);
   // No splash animation on a terminal: the completion runs at once.
   delegate->splash()->viewDidAppear(false);
   delegate->applicationDidBecomeActive();

@@ -2,8 +2,6 @@
 // version hashes; value coercion per attribute type; value transformers.
 #include "objectgraph/managed_object_model.h"
 
-#include <openssl/sha.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -12,6 +10,7 @@
 #include <stdexcept>
 
 #include "objectgraph/managed_object.h"
+#include "platform/sha256.h"
 
 namespace lumeo {
 
@@ -280,8 +279,8 @@ void ManagedObjectModel::finalize() {
     }
     std::sort(parts.begin(), parts.end());
     for (const auto& p : parts) text += p + ";";
-    e->versionHash_.resize(SHA256_DIGEST_LENGTH);
-    SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), e->versionHash_.data());
+    const auto digest = sha256(text);
+    e->versionHash_.assign(digest.begin(), digest.end());
   }
   for (auto& e : entities_) e->chainHash_ = std::hash<std::string>()(e->rootEntity().name());
   finalized_ = true;

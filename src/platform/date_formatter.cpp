@@ -7,7 +7,10 @@
 #include <unicode/smpdtfmt.h>
 #include <unicode/uchar.h>
 
+#include <atomic>
 #include <chrono>
+#include <string>
+#include <unordered_map>
 
 #include "platform/calendar.h"
 #include "platform/clock.h"
@@ -38,6 +41,33 @@ icu::DateFormat::EStyle icuStyle(DateFormatter::Style style, bool relative) {
   return relative ? static_cast<icu::DateFormat::EStyle>(s | icu::DateFormat::kRelative) : s;
 }
 
+// Building an ICU formatter loads locale data and costs far more than
+// formatting a date: `lumeo list` made a new DateFormatter for every row
+// and spent a third of its time building them. So every thread keeps the
+// formatters it built, by everything that shapes one. ICU formatters are
+// not thread-safe, hence one cache per thread. A DateFormatter remembers
+// the stamp of the cache its pointer came from; the stamp is unique across
+// threads and changes when the cache is emptied, so a pointer from another
+// thread or from before a clear is never used.
+struct FormatterCache {
+  std::uint64_t stamp;
+  std::unordered_map<std::string, std::unique_ptr<icu::DateFormat>> formatters;
+};
+
+std::uint64_t nextStamp() {
+  static std::atomic<std::uint64_t> counter{1};
+  return counter++;
+}
+
+FormatterCache& threadCache() {
+  thread_local FormatterCache cache{nextStamp(), {}};
+  return cache;
+}
+
+// A program uses a handful of patterns; more than this means settings that
+// keep changing, and the old formatters are dropped.
+constexpr std::size_t kMaxCachedFormatters = 64;
+
 }  // namespace
 
 DateFormatter::DateFormatter() : locale_(userLocaleIdentifier()), zone_(TimeZone::current()) {}
@@ -62,7 +92,7 @@ DateFormatter& DateFormatter::operator=(const DateFormatter& other) {
     relative_ = other.relative_;
     locale_ = other.locale_;
     zone_ = other.zone_;
-    formatter_.reset();
+    formatter_ = nullptr;
   }
   return *this;
 }
@@ -72,34 +102,34 @@ DateFormatter::~DateFormatter() = default;
 void DateFormatter::setDateFormat(std::string pattern) {
   pattern_ = std::move(pattern);
   dateStyle_ = timeStyle_ = Style::kNone;
-  formatter_.reset();
+  formatter_ = nullptr;
 }
 
 void DateFormatter::setDateStyle(Style style) {
   dateStyle_ = style;
   pattern_.clear();
-  formatter_.reset();
+  formatter_ = nullptr;
 }
 
 void DateFormatter::setTimeStyle(Style style) {
   timeStyle_ = style;
   pattern_.clear();
-  formatter_.reset();
+  formatter_ = nullptr;
 }
 
 void DateFormatter::setDoesRelativeDateFormatting(bool relative) {
   relative_ = relative;
-  formatter_.reset();
+  formatter_ = nullptr;
 }
 
 void DateFormatter::setLocale(const std::string& identifier) {
   locale_ = icuLocaleFromPosix(identifier);
-  formatter_.reset();
+  formatter_ = nullptr;
 }
 
 void DateFormatter::setTimeZone(const TimeZone& zone) {
   zone_ = zone;
-  formatter_.reset();
+  formatter_ = nullptr;
 }
 
 // ICU picks "Today" and "Yesterday" by the system's clock. Under a
@@ -123,13 +153,31 @@ Date DateFormatter::dateForRelativeNames(Date date) const {
 }
 
 icu::DateFormat* DateFormatter::formatter() const {
-  if (formatter_) return formatter_.get();
+  FormatterCache& cache = threadCache();
+  if (formatter_ && stamp_ == cache.stamp) return formatter_;
+  formatter_ = nullptr;
+  if (pattern_.empty() && dateStyle_ == Style::kNone && timeStyle_ == Style::kNone) return nullptr;
+
+  std::string key = pattern_.empty()
+                        ? "s" + std::to_string(static_cast<int>(dateStyle_)) +
+                              std::to_string(static_cast<int>(timeStyle_)) + (relative_ ? "r" : "a")
+                        : "p" + pattern_;
+  key += '\x1f';
+  key += locale_;
+  key += '\x1f';
+  key += zone_.identifier();
+  if (auto it = cache.formatters.find(key); it != cache.formatters.end()) {
+    formatter_ = it->second.get();
+    stamp_ = cache.stamp;
+    return formatter_;
+  }
+
   const icu::Locale locale = icuDateLocale(locale_);
   UErrorCode status = U_ZERO_ERROR;
   std::unique_ptr<icu::DateFormat> made;
   if (!pattern_.empty()) {
     made = std::make_unique<icu::SimpleDateFormat>(toUnicode(pattern_), locale, status);
-  } else if (dateStyle_ != Style::kNone || timeStyle_ != Style::kNone) {
+  } else {
     made.reset(icu::DateFormat::createDateTimeInstance(icuStyle(dateStyle_, relative_),
                                                        icuStyle(timeStyle_, false), locale));
   }
@@ -141,8 +189,14 @@ icu::DateFormat* DateFormatter::formatter() const {
   made->setBooleanAttribute(UDAT_PARSE_ALLOW_NUMERIC, false, status);
   made->setBooleanAttribute(UDAT_PARSE_PARTIAL_LITERAL_MATCH, false, status);
   made->setBooleanAttribute(UDAT_PARSE_MULTIPLE_PATTERNS_FOR_MATCH, false, status);
-  formatter_ = std::move(made);
-  return formatter_.get();
+  if (cache.formatters.size() >= kMaxCachedFormatters) {
+    cache.formatters.clear();
+    cache.stamp = nextStamp();
+  }
+  formatter_ = made.get();
+  stamp_ = cache.stamp;
+  cache.formatters.emplace(std::move(key), std::move(made));
+  return formatter_;
 }
 
 std::string DateFormatter::stringFromDate(Date date) const {

@@ -5,6 +5,7 @@
 
 #include <unicode/uversion.h>
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,9 +19,11 @@ U_NAMESPACE_END
 
 namespace lumeo {
 
-// Not thread-safe: use one formatter per thread (they are cheap to copy).
-// Settings can change at any time; the ICU formatter behind is rebuilt on the
-// next use.
+// Not thread-safe: use one formatter per thread (they are cheap to copy and
+// to make). The ICU formatters behind them are built once per thread for
+// each pattern or style, locale and zone and shared by every DateFormatter
+// of that thread with the same settings; changing a setting switches to the
+// ICU formatter of the new settings on the next use.
 class DateFormatter {
  public:
   enum class Style { kNone, kShort, kMedium, kLong, kFull };
@@ -73,7 +76,10 @@ class DateFormatter {
   bool relative_ = false;
   std::string locale_;
   TimeZone zone_;
-  mutable std::unique_ptr<icu::DateFormat> formatter_;
+  // This thread's shared ICU formatter for the settings, while `stamp_`
+  // matches the thread's cache (see formatter()).
+  mutable icu::DateFormat* formatter_ = nullptr;
+  mutable std::uint64_t stamp_ = 0;
 };
 
 }  // namespace lumeo

@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+#include <vector>
+
 #include "testing/scoped_environment.h"
 
 namespace lumeo {
@@ -102,6 +106,62 @@ TEST(DateFormatterTest, TakesZoneAndLocaleWhenMade) {
   EXPECT_EQ(f.stringFromDate(kEvening), "02:30 November");
   EXPECT_EQ(DateFormatter("HH:mm MMMM").stringFromDate(kEvening), "17:30 November");
   EXPECT_EQ(f.localeIdentifier(), "de_DE");
+}
+
+// ICU formatters are shared per thread by everything that shapes them:
+// a change of zone, locale or pattern must switch to the formatter of the
+// new settings, also in formatters made before the change, and a formatter
+// must survive its thread's cache being emptied.
+TEST(DateFormatterTest, SharedFormattersFollowEveryChangeOfSettings) {
+  DateFormatter a = formatter("yyyy-MM-dd HH:mm", "en_US", "UTC");
+  DateFormatter b = formatter("yyyy-MM-dd HH:mm", "en_US", "UTC");
+  EXPECT_EQ(a.stringFromDate(kEvening), "2026-11-28 17:30");
+  EXPECT_EQ(b.stringFromDate(kEvening), "2026-11-28 17:30");
+  b.setTimeZone(*TimeZone::named("Asia/Tokyo"));
+  EXPECT_EQ(b.stringFromDate(kEvening), "2026-11-29 02:30");
+  EXPECT_EQ(a.stringFromDate(kEvening), "2026-11-28 17:30") << "the other formatter keeps its zone";
+  b.setDateFormat("MMMM");
+  b.setLocale("de_DE");
+  EXPECT_EQ(b.stringFromDate(kEvening), "November");
+  b.setLocale("fr_FR");
+  EXPECT_EQ(b.stringFromDate(kEvening), "novembre");
+  DateFormatter c = b;
+  c.setDateStyle(DateFormatter::Style::kShort);
+  EXPECT_EQ(c.stringFromDate(kEvening), "29/11/2026");
+  EXPECT_EQ(b.stringFromDate(kEvening), "novembre");
+
+  // Many different patterns empty the cache; formatters made before keep
+  // working with formatters of their own settings.
+  for (int i = 0; i < 200; ++i) {
+    EXPECT_EQ(
+        formatter(("'" + std::to_string(i) + "' yyyy").c_str(), "en_US", "UTC").stringFromDate(kEvening),
+        std::to_string(i) + " 2026");
+  }
+  EXPECT_EQ(a.stringFromDate(kEvening), "2026-11-28 17:30");
+  EXPECT_EQ(a.dateFromString("2026-11-28 17:30"), Date::fromTimeIntervalSince1970(1795887000.0));
+  EXPECT_EQ(b.stringFromDate(kEvening), "novembre");
+}
+
+// A formatter handed to another thread uses that thread's ICU formatter,
+// never the one its first thread is using at the same time.
+TEST(DateFormatterTest, FormattersMayMoveBetweenThreads) {
+  DateFormatter here = formatter("yyyy-MM-dd HH:mm:ss", "en_US", "UTC");
+  EXPECT_EQ(here.stringFromDate(kEvening), "2026-11-28 17:30:05");
+  DateFormatter moved = here;
+  (void)moved.stringFromDate(kEvening);
+  std::vector<std::thread> threads;
+  std::atomic<int> wrong{0};
+  for (int t = 0; t < 2; ++t) {
+    threads.emplace_back([&, t] {
+      DateFormatter& f = t == 0 ? moved : here;
+      for (int i = 0; i < 2000; ++i) {
+        const Date date = kEvening.dateByAddingTimeInterval(i);
+        if (f.dateFromString(f.stringFromDate(date)) != date) ++wrong;
+      }
+    });
+    threads.back().join();  // one at a time: each formatter is one thread's
+  }
+  EXPECT_EQ(wrong.load(), 0);
 }
 
 }  // namespace

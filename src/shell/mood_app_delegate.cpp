@@ -115,6 +115,7 @@ bool MoodAppDelegate::applicationDidFinishLaunchingWithOptions(const LaunchOptio
   // keep its template text for the editor that the reminder opens (an
   // ordinary launch clears any left from before).
   bool launchedFromNotification = options.localNotification.has_value();
+  cleanImageStoreAtLaunch_ = options.cleanImageStore;
   std::string templateText;
   if (options.localNotification) {
     templateText = (*options.localNotification).userInfo.count("template")
@@ -228,7 +229,7 @@ void MoodAppDelegate::splashCompleted(bool launchedFromNotification) {
   if (context) observeSavesForSync(context);
   // Image files no description names any more are removed while the
   // splash still covers the window.
-  services_.imageStore->clearImageStore();
+  if (cleanImageStoreAtLaunch_) services_.imageStore->clearImageStore();
   // The tabs inside the main navigation stack.
   MoodTabBarController::Environment env;
   env.passcode = services_.passcode;

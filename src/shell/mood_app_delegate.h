@@ -35,6 +35,10 @@ struct LocalNotification {
 
 struct LaunchOptions {
   std::optional<LocalNotification> localNotification;
+  // Whether the splash's completion cleans the image store. A front end
+  // that only reads the journal in this run (the command line's `list`,
+  // `show`, ...) skips it; the desktop application always cleans.
+  bool cleanImageStore = true;
 };
 
 // Where the application keeps its files.
@@ -185,6 +189,7 @@ class MoodAppDelegate {
   std::shared_ptr<Screen> mainNavigationController_;
   std::shared_ptr<Screen> settingsController_;
   std::vector<ScopedObserver> saveObservers_;
+  bool cleanImageStoreAtLaunch_ = true;
 };
 
 }  // namespace lumeo

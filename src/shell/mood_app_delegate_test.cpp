@@ -10,6 +10,7 @@
 
 #include "shell/resources_location.h"
 #include "shell/shell_test_support.h"
+#include "store/image_store.h"
 #include "store/notification_names.h"
 #include "store/settings_keys.h"
 #include "testing/scoped_environment.h"
@@ -167,6 +168,27 @@ TEST_F(MoodAppDelegateTest, LaunchSetsDefaultsAndShowsTheSplashThenTheTabs) {
   EXPECT_TRUE((*alarms)[2]["on"].toBool());
   EXPECT_TRUE(defaults_->persistentDomain().count(kAlarm) == 0) << "registered, not stored";
   EXPECT_EQ(app.window().visibleViewController()->className(), "MoodTutorialViewController");
+}
+
+// The image store is cleaned at launch, unless the front end says that this
+// run only reads the journal.
+TEST_F(MoodAppDelegateTest, LaunchCleansTheImageStoreUnlessAskedNotTo) {
+  seedRecord();
+  const auto orphan = dir_ / "Library" / "imageStore" / "0123456789abcdef01234567.jpg";
+  std::filesystem::create_directories(orphan.parent_path());
+  std::ofstream(orphan) << "no record names this";
+  std::filesystem::last_write_time(orphan,
+                                   std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+
+  LaunchOptions readOnly;
+  readOnly.cleanImageStore = false;
+  launch(readOnly);
+  ImageStore::shared()->waitForCleanup();
+  EXPECT_TRUE(std::filesystem::exists(orphan));
+
+  launch();
+  ImageStore::shared()->waitForCleanup();
+  EXPECT_FALSE(std::filesystem::exists(orphan));
 }
 
 TEST_F(MoodAppDelegateTest, LaunchWithoutLocationDropsAutomaticPlaces) {
