@@ -165,5 +165,46 @@ TEST(GeoMapCellGridTest, PassesFromTablesShowTheSamePinsAsTreeWalks) {
   }
 }
 
+// Records exactly on projected cell edges: the longitude of a column edge
+// and the latitude of a row edge, as the map converts them. Each is in one
+// pin, the same one on the first pass (which walks the tree) and on later
+// ones (which read the cell table), however the edge's degrees round.
+TEST(GeoMapCellGridTest, ARecordOnACellEdgeIsInOnePinOnEveryPass) {
+  for (long long columns : {9LL, 11LL, 12LL, 17LL, 18LL, 546LL}) {
+    const double size = kMapWorldWidth / static_cast<double>(columns);
+    auto tree = std::make_shared<GeoMapTree>();
+    // Enough records elsewhere for the pass to build a table.
+    std::mt19937_64 random(static_cast<unsigned>(columns));
+    std::uniform_real_distribution<double> offset(0.2, 0.8);
+    MapAnnotationList records;
+    for (int i = 0; i < 5000; ++i) {
+      MapPoint at{(2 + offset(random)) * size, (1.5 + offset(random)) * size};
+      records.push_back(std::make_shared<PointAnnotation>(CoordinateForMapPoint(at)));
+    }
+    std::size_t onEdges = 0;
+    for (long long k = 1; k < std::min(columns, 40LL); ++k) {
+      const double edgeX = static_cast<double>(k) * size;
+      const double edgeY = static_cast<double>(k) * size;
+      const double latitude = CoordinateForMapPoint({0, edgeY}).latitude;
+      if (std::fabs(latitude) >= 85.0) continue;
+      const double longitude = GeoMapTreeLongitudeForMapX(edgeX);
+      // On a column edge, on a row edge, and on both.
+      records.push_back(std::make_shared<PointAnnotation>(LocationCoordinate2D{10.0, longitude}));
+      records.push_back(std::make_shared<PointAnnotation>(LocationCoordinate2D{latitude, 10.0}));
+      records.push_back(std::make_shared<PointAnnotation>(LocationCoordinate2D{latitude, longitude}));
+      onEdges += 3;
+    }
+    tree->addAnnotations(records);
+    const MapRect world = MapRectMake(0, 0, kMapWorldWidth, kMapWorldWidth);
+    for (int pass = 0; pass < 3; ++pass) {
+      std::size_t shown = 0;
+      for (const Pin& pin : pinsOfPass(tree, world, size)) shown += pin.count;
+      EXPECT_EQ(shown, records.size())
+          << columns << " columns, pass " << pass << " (" << onEdges << " records on edges)";
+    }
+    EXPECT_NE(tree->cellGridForCellMapSize(size), nullptr);
+  }
+}
+
 }  // namespace
 }  // namespace lumeo

@@ -91,15 +91,16 @@ GeoMapClusterOperation::Result GeoMapClusterOperation::clusterAnnotations() {
       !disable && meanFromTotals ? allTree_->cellGridForCellMapSize(cellMapSize) : nullptr;
   std::vector<GeoMapGridColumn> columns;
   columns.reserve(lines.columns.size());
+  // Edges come from their lattice lines (gridCellBox), so neighbouring cells
+  // share them exactly and a point on one is in one cell.
   for (double x : lines.columns) {
-    columns.push_back({x, GeoMapTreeLongitudeForMapX(x), GeoMapTreeLongitudeForMapX(x + cellMapSize),
-                       cellGrid ? cellGrid->latticeIndexForEdge(x) : -1});
+    const GeoMapTreeBoundingBox box = gridCellBox(x, 0, cellMapSize);
+    columns.push_back({x, box.y0, box.yf, cellGrid ? cellGrid->latticeIndexForEdge(x) : -1});
   }
 
   std::vector<GeoMapTreeBoundingBox> rowBoxes;
   rowBoxes.reserve(lines.rows.size());
-  for (double y : lines.rows)
-    rowBoxes.push_back(GeoMapTreeBoundingBoxForMapRect(MapRectMake(0, y, cellMapSize, cellMapSize)));
+  for (double y : lines.rows) rowBoxes.push_back(gridCellBox(0, y, cellMapSize));
 
   // The pins on screen by the cells of this grid that hold where they are
   // filed, found once per pass instead of by a query of the visible tree

@@ -53,12 +53,30 @@ GeoMapGridLines gridLinesForMapRect(MapRect gridMapRect, double cellMapSize) {
     if (wrapped >= kMapWorldWidth) wrapped -= kMapWorldWidth;
     lines.columns.push_back(wrapped);
   }
+  const long long firstRow = std::llround(gridMapRect.minY() / cellMapSize);
   for (long long row = 0; row < rows; ++row) {
-    double y = gridMapRect.minY() + static_cast<double>(row) * cellMapSize;
+    double y = static_cast<double>(firstRow + row) * cellMapSize;
     if (y + cellMapSize <= 0 || y >= kMapWorldWidth) continue;
     lines.rows.push_back(y);
   }
   return lines;
+}
+
+double gridLineLongitude(long long index, double cellMapSize) {
+  const double x = static_cast<double>(index) * cellMapSize;
+  if (index > 0 && index == std::llround(kMapWorldWidth / cellMapSize)) return 180.0;
+  return GeoMapTreeLongitudeForMapX(x);
+}
+
+double gridLineLatitude(long long index, double cellMapSize) {
+  return CoordinateForMapPoint({0, static_cast<double>(index) * cellMapSize}).latitude;
+}
+
+GeoMapTreeBoundingBox gridCellBox(double x, double y, double cellMapSize) {
+  const long long column = std::llround(x / cellMapSize);
+  const long long row = std::llround(y / cellMapSize);
+  return {gridLineLatitude(row + 1, cellMapSize), gridLineLongitude(column, cellMapSize),
+          gridLineLatitude(row, cellMapSize), gridLineLongitude(column + 1, cellMapSize)};
 }
 
 void enumerateGridCells(MapRect gridMapRect, double cellMapSize,

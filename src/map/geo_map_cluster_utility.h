@@ -31,11 +31,26 @@ MapRect gridMapRectForMapRect(MapRect mapRect, double cellMapSize, double margin
 
 // The walk over a grid as its columns and rows: the grid's cells are every
 // column in every row, each `cellMapSize` square.
+// Every line lies on the cell lattice: a whole number of cells from the
+// map's origin, computed as that number times the cell size.
 struct GeoMapGridLines {
   std::vector<double> columns;  // left edges, wrapped into the world, west to east
   std::vector<double> rows;     // top edges, north to south
 };
 GeoMapGridLines gridLinesForMapRect(MapRect gridMapRect, double cellMapSize);
+
+// The degrees of the lattice line `index` cells from the map's origin: the
+// longitude of a column's west edge (180 for the world's east end) or the
+// latitude of a row's north edge. Each line is converted from its index
+// alone, so two cells that share an edge test a point against the very same
+// degrees, and with the tree's half-open cell test (a cell owns its west and
+// north edges, as the cell tables do by map point) a point exactly on an
+// edge is in one cell, never in two or none.
+double gridLineLongitude(long long index, double cellMapSize);
+double gridLineLatitude(long long index, double cellMapSize);
+// The box of the lattice cell whose top-left corner is (x, y), from its
+// four lattice lines.
+GeoMapTreeBoundingBox gridCellBox(double x, double y, double cellMapSize);
 
 // Calls `block` with each cell of the grid, row by row from the top. Cells
 // beyond the 180th meridian wrap around; a grid wider than the world visits
