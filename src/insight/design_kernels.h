@@ -1,9 +1,11 @@
-// The inner loops of the curve fit's two streaming passes, written once for
-// any vector width. design_sums.cpp compiles them for the baseline processor
-// and picks at run time between that copy and the ones that
-// design_sums_avx2.cpp and design_sums_avx512.cpp compile for wider vectors.
-// Everything here has internal linkage, so that no out-of-line copy built for
-// one instruction set can be shared with another file's callers.
+// The inner loops of the curve fit's two streaming passes, in portable
+// vector code: groups of four lanes, which the compiler maps onto what the
+// processor has (two SSE2 halves on x86-64, NEON pairs on ARM64). There is
+// one copy for every processor, and the insight module is compiled without
+// contracting a multiply and an add into one rounding (-ffp-contract=off):
+// every sum is made of the same IEEE operations in the same order
+// everywhere, so synced devices fit bit-identical curves from the same
+// records.
 #pragma once
 
 #include <cmath>
@@ -36,21 +38,8 @@ constexpr int kResidualWidth = 4;
 // at the first sample that is not a finite position; the residual pass takes
 // positions that have passed it. cubic[k*4 + p] is the curve on [k, k + 1)
 // as a cubic in tau, offset included.
-using GatherFn = bool (*)(const double* x, const double* y, long count, long n, double shift, double* local);
-using ResidualFn = void (*)(const double* x, const double* y, long count, long n, const double* cubic,
-                            double* local);
-
-struct Kernels {
-  GatherFn gather;
-  ResidualFn residual;
-};
-
-// The copy for the baseline processor, and the wider ones; those are null
-// where their file was built without that instruction set, and the caller
-// asks the processor before using one.
-const Kernels* baselineKernels();
-const Kernels* avx2Kernels();
-const Kernels* avx512Kernels();
+bool gather(const double* x, const double* y, long count, long n, double shift, double* local);
+void residual(const double* x, const double* y, long count, long n, const double* cubic, double* local);
 
 namespace {
 
@@ -97,13 +86,19 @@ LUMEO_INLINE void addTo(double* target, const v4d& value) {
   std::memcpy(target, &row, sizeof row);
 }
 
-template <typename V>
-LUMEO_INLINE double laneSum(const V& v) {
-  constexpr int kLanes = static_cast<int>(sizeof(V) / sizeof(double));
-  double total = 0.0;
-#pragma GCC unroll 8
-  for (int l = 0; l < kLanes; ++l) total += v[l];
-  return total;
+// The lanes added in a fixed order.
+LUMEO_INLINE double laneSum(const v4d& v) {
+  return ((0.0 + v[0]) + v[1]) + v[2] + v[3];
+}
+
+// Whether every offset of a group lies in [-1/2, 1/2).
+LUMEO_INLINE bool allInside(const v4d& tau) {
+  const auto inside = (tau >= -0.5) & (tau < 0.5);
+  return (inside[0] & inside[1] & inside[2] & inside[3]) != 0;
+}
+
+LUMEO_INLINE void makeAbsolute(v4d& v) {
+  for (int l = 0; l < 4; ++l) v[l] = std::fabs(v[l]);
 }
 
 // Journals come in time order, so samples arrive in runs on one interval
@@ -112,14 +107,11 @@ LUMEO_INLINE double laneSum(const V& v) {
 // one sample at a time, its sums still in registers (a cycle chart's runs are
 // a few samples long, so this is where most of its samples go). A position
 // outside the period goes alone through fmod. Every sample is tested against
-// its run's interval, so data in any order comes out right. `Lanes` gives the
-// vector type V and `allInside(tau)`, whether every offset of a group lies in
-// [-1/2, 1/2).
-template <typename Lanes>
+// its run's interval, so data in any order comes out right.
 LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, long n, double shift,
                                double* local) {
-  using V = typename Lanes::V;
-  constexpr long kGroup = static_cast<long>(sizeof(V) / sizeof(double));
+  using V = v4d;
+  constexpr long kGroup = 4;
   const double period = static_cast<double>(n);
   long i = 0;
   while (i < count) {
@@ -134,7 +126,7 @@ LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, lon
         V tau;
         std::memcpy(&tau, x + i, sizeof tau);
         tau -= centre;
-        if (!Lanes::allInside(tau)) break;
+        if (!allInside(tau)) break;
         V v;
         std::memcpy(&v, y + i, sizeof v);
         v -= shift;
@@ -202,13 +194,12 @@ LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, lon
   return true;
 }
 
-// On [k, k + 1) the curve is a cubic in tau, so a residual costs three fused
-// steps of Horner's rule.
-template <typename Lanes>
+// On [k, k + 1) the curve is a cubic in tau, so a residual costs three steps
+// of Horner's rule.
 LUMEO_INLINE void residualKernel(const double* x, const double* y, long count, long n, const double* cubic,
                                  double* local) {
-  using V = typename Lanes::V;
-  constexpr long kGroup = static_cast<long>(sizeof(V) / sizeof(double));
+  using V = v4d;
+  constexpr long kGroup = 4;
   const double period = static_cast<double>(n);
   long i = 0;
   while (i < count) {
@@ -223,12 +214,12 @@ LUMEO_INLINE void residualKernel(const double* x, const double* y, long count, l
         V tau;
         std::memcpy(&tau, x + i, sizeof tau);
         tau -= centre;
-        if (!Lanes::allInside(tau)) break;
+        if (!allInside(tau)) break;
         V v;
         std::memcpy(&v, y + i, sizeof v);
         const V curve = ((c[3] * tau + c[2]) * tau + c[1]) * tau + c[0];
         V r = v - curve;
-        r = r < 0.0 ? -r : r;
+        makeAbsolute(r);
         const V t2 = tau * tau;
         r0 += r;
         r1 += r * tau;

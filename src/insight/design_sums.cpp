@@ -4,9 +4,9 @@
 // On one interval the four non-zero basis functions are fixed cubics, so a
 // pass only sums powers of the sample's offset, a group of samples at a time
 // in vector registers (design_kernels.h), and turns those moments into basis
-// products once per interval at the end. A group that leaves the interval, and anything that is
-// not a plain position inside the period, takes the scalar path, which adds
-// straight into the per-interval sums. Partial sums are closed every block of
+// products once per interval at the end. A group that leaves the interval,
+// and anything that is not a plain position inside the period, takes the
+// scalar path, which adds straight into the per-interval sums. Partial sums are closed every block of
 // samples, so the rounding of a million-sample sum stays near that of a few
 // thousand.
 #include "insight/design_sums.h"
@@ -68,52 +68,15 @@ struct CubicProducts {
 constexpr CubicProducts kCubicProducts;
 constexpr const auto& kProductOfCubics = kCubicProducts.value;
 
-// Groups of four lanes in plain vector code, which the compiler maps onto
-// what the baseline processor has (two SSE2 halves on x86-64, NEON on a
-// phone). Whether a group stays inside its interval is read by halving the
-// mask with shuffles.
-struct BaselineLanes {
-  typedef double V __attribute__((vector_size(32)));
-  typedef long Mask __attribute__((vector_size(32)));
-
-  static LUMEO_INLINE bool allInside(const V& tau) {
-    Mask m = (tau >= -0.5) & (tau < 0.5);
-    m &= __builtin_shuffle(m, Mask{2, 3, 0, 1});
-    m &= __builtin_shuffle(m, Mask{1, 0, 3, 2});
-    return m[0] != 0;
-  }
-};
-
-bool gatherBaseline(const double* x, const double* y, long count, long n, double shift, double* local) {
-  return gatherKernel<BaselineLanes>(x, y, count, n, shift, local);
-}
-void residualBaseline(const double* x, const double* y, long count, long n, const double* cubic,
-                      double* local) {
-  residualKernel<BaselineLanes>(x, y, count, n, cubic, local);
-}
-
-const Kernels kBaseline{gatherBaseline, residualBaseline};
-
-// The widest copy of the kernels that the processor runs, chosen once per
-// process.
-const Kernels& kernels() {
-  static const Kernels chosen = [] {
-#if defined(__x86_64__) && defined(__GNUC__)
-    __builtin_cpu_init();
-    // The processor is asked first: nothing built for an instruction set it
-    // lacks is entered.
-    if (__builtin_cpu_supports("x86-64-v4") && avx512Kernels()) return *avx512Kernels();
-    if (__builtin_cpu_supports("x86-64-v3") && avx2Kernels()) return *avx2Kernels();
-#endif
-    return kBaseline;
-  }();
-  return chosen;
-}
-
 }  // namespace
 
-const design::Kernels* design::baselineKernels() {
-  return &kBaseline;
+bool design::gather(const double* x, const double* y, long count, long n, double shift, double* local) {
+  return gatherKernel(x, y, count, n, shift, local);
+}
+
+void design::residual(const double* x, const double* y, long count, long n, const double* cubic,
+                      double* local) {
+  residualKernel(x, y, count, n, cubic, local);
 }
 
 bool splineBasisAt(double x, long n, long& k, double w[4]) {
@@ -149,7 +112,7 @@ DesignSums sumDesign(long m, const double* x, const double* y, long n, double sh
   for (long start = 0; start < m; start += kBlock) {
     const long count = std::min(m - start, kBlock);
     if (start > 0) std::fill(local, local + width, 0.0);
-    if (!kernels().gather(x + start, y + start, count, n, shift, local)) {
+    if (!design::gather(x + start, y + start, count, n, shift, local)) {
       sums.finite = false;
       return sums;
     }
@@ -211,7 +174,7 @@ std::vector<double> sumResiduals(long m, const double* x, const double* y, long 
   for (long start = 0; start < m; start += kBlock) {
     const long count = std::min(m - start, kBlock);
     if (start > 0) std::fill(local, local + width, 0.0);
-    kernels().residual(x + start, y + start, count, n, cubic, local);
+    design::residual(x + start, y + start, count, n, cubic, local);
     for (long e = 0; e < width; ++e) total[e] += local[e];
   }
   std::vector<double> atr(static_cast<size_t>(n), 0.0);

@@ -88,6 +88,12 @@ long fitThroughSparseMatrix(long m, const double* x, const double* y, long n, do
   return kept;
 }
 
+double meanInArrayOrder(long m, const double* y) {
+  double sum = 0.0;
+  for (long i = 0; i < m; ++i) sum += y[i];
+  return sum / static_cast<double>(m);
+}
+
 bool allFinite(long m, const double* values) {
   for (long i = 0; i < m; ++i)
     if (!std::isfinite(values[i])) return false;
@@ -105,18 +111,17 @@ struct CentredGramFit {
 CentredGramFit centredGramFit(long m, const double* x, const double* y, long n, double* coefficients) {
   CentredGramFit fit;
   std::fill(coefficients, coefficients + n, 0.0);
-  // Shifting by the first value keeps Aᵀ(y - mean) free of cancellation, and
-  // exact when all values are equal.
-  const double shift = y[0];
-  DesignSums sums = sumDesign(m, x, y, n, shift);
-  if (!sums.finite) return fit;
-  const double meanShift = sums.sumShiftedY / static_cast<double>(m);
-  fit.mean = shift + meanShift;
+  // The mean is the sum of y in array order over m, as the centred fit
+  // defines it; the pass then weighs y - mean itself, so Aᵀ(y - mean) needs
+  // no correction afterwards.
+  fit.mean = meanInArrayOrder(m, y);
+  DesignSums sums = sumDesign(m, x, y, n, fit.mean);
+  if (!sums.finite) {
+    fit.mean = 0.0;
+    return fit;
+  }
   fit.rec = svdLanczosGram(m, n, sums.gram.data(), 0);
   if (!fit.rec) return fit;
-  // Aᵀ(y - mean) in place of Aᵀ(y - shift).
-  for (long j = 0; j < n; ++j)
-    sums.shiftedB[static_cast<size_t>(j)] -= meanShift * sums.columnSums[static_cast<size_t>(j)];
   fit.count = coefficientsFromGram(*fit.rec, sums.shiftedB.data(), n, coefficients);
   return fit;
 }
@@ -190,9 +195,7 @@ long splineFitCentred(long m, const double* x, const double* y, long n, double* 
     mean = fit.mean;
     return fit.count;
   }
-  double sum = 0.0;
-  for (long i = 0; i < m; ++i) sum += y[i];
-  mean = sum / static_cast<double>(m);
+  mean = meanInArrayOrder(m, y);
   std::vector<double> centred(y, y + m);
   for (double& v : centred) v -= mean;
   return splineFit(m, x, centred.data(), n, coefficients);

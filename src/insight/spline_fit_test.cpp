@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <limits>
+#include <vector>
 
 #include "insight/fit_test_data.h"
 #include "insight/lapack_reference.h"
@@ -116,6 +117,28 @@ TEST(SplineFit, CentredFitIsTheFitOfTheCentredValues) {
   EXPECT_EQ(count, splineFit(m, samples.x.data(), centred.data(), 14, direct.data()));
   EXPECT_NEAR(mean, sum / static_cast<double>(m), 1e-15);
   for (int k = 0; k < 14; ++k) EXPECT_NEAR(viaCentred[k], direct[k], 1e-12);
+}
+
+TEST(SplineFit, TheMeanIsTheSumInArrayOrder) {
+  // 1e16 + 1 rounds back to 1e16, so the sum in array order is exactly 1:
+  // the mean is 1/m, whatever other order or grouping would give.
+  for (long m : {12L, 13L, 40L, 4099L}) {
+    std::vector<double> y(static_cast<size_t>(m), 0.0);
+    y[0] = 1e16;
+    y[1] = 1.0;
+    y[2] = -1e16;
+    y[3] = 1.0;
+    std::vector<double> x(static_cast<size_t>(m));
+    for (long i = 0; i < m; ++i)
+      x[static_cast<size_t>(i)] = 10.0 * static_cast<double>(i) / static_cast<double>(m);
+    for (long n : {10L, 14L}) {
+      std::vector<double> coefficients(static_cast<size_t>(n));
+      double mean = -1.0;
+      splineFitCentred(m, x.data(), y.data(), n, coefficients.data(), mean);
+      EXPECT_EQ(mean, 1.0 / static_cast<double>(m)) << "m=" << m << " n=" << n;
+      EXPECT_EQ(splineBand(m, x.data(), y.data(), n).mean, 1.0 / static_cast<double>(m)) << "m=" << m;
+    }
+  }
 }
 
 TEST(SplineFit, OneSampleGivesAFlatLineAndTheFloorBand) {

@@ -7,12 +7,6 @@
 #include <algorithm>
 #include <cmath>
 
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && !defined(__SANITIZE_ADDRESS__)
-#define LUMEO_QL_CLONES __attribute__((target_clones("arch=x86-64-v3", "default")))
-#else
-#define LUMEO_QL_CLONES
-#endif
-
 namespace lumeo {
 
 namespace {
@@ -143,7 +137,7 @@ void imtqlb(long n, double* d, double* e, double* bnd, long& ierr) {
 
 // The sweeps are a chain of dependent operations; fused multiply-adds
 // shorten each link, so processors that have them get their own copy.
-LUMEO_QL_CLONES void tridiagonalQL(long n, double* d, double* e, double* z, long& ierr) {
+void tridiagonalQL(long n, double* d, double* e, double* z, long& ierr) {
   if (n == 1) return;
   ierr = 0;
   for (long i = 1; i < n; ++i) e[i - 1] = e[i];
