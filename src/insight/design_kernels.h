@@ -1,6 +1,8 @@
 // The inner loops of the curve fit's two streaming passes, in portable
-// vector code: groups of four lanes, which the compiler maps onto what the
-// processor has (two SSE2 halves on x86-64, NEON pairs on ARM64). There is
+// vector code: groups of two samples in one 128-bit register, which every
+// x86-64 (SSE2) and ARM64 (NEON) processor has; the running sums of a run
+// then fit in the registers of either, where four lanes made the compiler
+// keep them on the stack. There is
 // one copy for every processor, and the insight module is compiled without
 // contracting a multiply and an add into one rounding (-ffp-contract=off):
 // every sum is made of the same IEEE operations in the same order
@@ -46,6 +48,9 @@ namespace {
 #define LUMEO_INLINE inline __attribute__((always_inline))
 
 typedef double v4d __attribute__((vector_size(32)));
+// A group of samples: two lanes, one SSE2 or NEON register, so that the ten
+// running sums of a run stay in registers on either (16 and 32 of them).
+typedef double v2d __attribute__((vector_size(16)));
 
 // Position of x within one period, in [0, period). False for NaN and
 // infinities.
@@ -86,19 +91,19 @@ LUMEO_INLINE void addTo(double* target, const v4d& value) {
   std::memcpy(target, &row, sizeof row);
 }
 
-// The lanes added in a fixed order.
-LUMEO_INLINE double laneSum(const v4d& v) {
-  return ((0.0 + v[0]) + v[1]) + v[2] + v[3];
+// The lanes of a group added in a fixed order.
+LUMEO_INLINE double laneSum(const v2d& v) {
+  return (0.0 + v[0]) + v[1];
 }
 
-// Whether every offset of a group lies in [-1/2, 1/2).
-LUMEO_INLINE bool allInside(const v4d& tau) {
-  const auto inside = (tau >= -0.5) & (tau < 0.5);
-  return (inside[0] & inside[1] & inside[2] & inside[3]) != 0;
+// Whether both offsets of a group lie in [-1/2, 1/2).
+LUMEO_INLINE bool allInside(const v2d& tau) {
+  return tau[0] >= -0.5 && tau[0] < 0.5 && tau[1] >= -0.5 && tau[1] < 0.5;
 }
 
-LUMEO_INLINE void makeAbsolute(v4d& v) {
-  for (int l = 0; l < 4; ++l) v[l] = std::fabs(v[l]);
+LUMEO_INLINE void makeAbsolute(v2d& v) {
+  v[0] = std::fabs(v[0]);
+  v[1] = std::fabs(v[1]);
 }
 
 // Journals come in time order, so samples arrive in runs on one interval
@@ -110,8 +115,8 @@ LUMEO_INLINE void makeAbsolute(v4d& v) {
 // its run's interval, so data in any order comes out right.
 LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, long n, double shift,
                                double* local) {
-  using V = v4d;
-  constexpr long kGroup = 4;
+  using V = v2d;
+  constexpr long kGroup = 2;
   const double period = static_cast<double>(n);
   long i = 0;
   while (i < count) {
@@ -198,8 +203,8 @@ LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, lon
 // of Horner's rule.
 LUMEO_INLINE void residualKernel(const double* x, const double* y, long count, long n, const double* cubic,
                                  double* local) {
-  using V = v4d;
-  constexpr long kGroup = 4;
+  using V = v2d;
+  constexpr long kGroup = 2;
   const double period = static_cast<double>(n);
   long i = 0;
   while (i < count) {
@@ -208,6 +213,7 @@ LUMEO_INLINE void residualKernel(const double* x, const double* y, long count, l
       const long k = static_cast<long>(first);
       const double centre = static_cast<double>(k) + 0.5;
       const double* c = cubic + k * 4;
+      const V c0 = {c[0], c[0]}, c1 = {c[1], c[1]}, c2 = {c[2], c[2]}, c3 = {c[3], c[3]};
       V r0 = {}, r1 = {}, r2 = {}, r3 = {};
       const long start = i;
       for (; i + kGroup <= count; i += kGroup) {
@@ -217,7 +223,7 @@ LUMEO_INLINE void residualKernel(const double* x, const double* y, long count, l
         if (!allInside(tau)) break;
         V v;
         std::memcpy(&v, y + i, sizeof v);
-        const V curve = ((c[3] * tau + c[2]) * tau + c[1]) * tau + c[0];
+        const V curve = ((c3 * tau + c2) * tau + c1) * tau + c0;
         V r = v - curve;
         makeAbsolute(r);
         const V t2 = tau * tau;
