@@ -146,7 +146,7 @@ void BM_Insert_ObjectGraph(benchmark::State& state) {
       tags.push_back(stack.context->insertNewObjectForEntityForName("MoodTag"));
       tags.back()->setValueForKey("tagName", "tag" + std::to_string(t));
     }
-    stack.context->save();
+    if (auto error = stack.context->save()) state.SkipWithError(error->toString().c_str());
     state.ResumeTiming();
     for (int i = 0; i < kInsertCount; ++i) {
       auto record = stack.context->insertNewObjectForEntityForName("MoodRecord");

@@ -368,7 +368,8 @@ void runDelete(CliApp& cli, const std::string& id, bool yes) {
     }
   }
   std::int64_t row = recordID(*record);
-  app.store().deleteRecord(record);
+  if (auto error = app.store().deleteRecord(record))
+    throw CommandError("could not delete the record: " + error->description + " (nothing was changed)");
   saveOrFail(app, "delete the record");
   if (cli.json()) {
     cli.printJson({{"deleted", row}});

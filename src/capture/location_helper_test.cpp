@@ -146,7 +146,7 @@ TEST_F(LocationTest, AKnownFixStampsAtOnceButNeverOverAChosenCoordinateOrADelete
   // A cancelled capture deletes its record; a fix must not bring it back.
   auto cancelled = newRecord();
   helper().setRecord(cancelled);
-  store_->deleteRecord(cancelled);
+  EXPECT_FALSE(store_->deleteRecord(cancelled));
   store_->saveContext();
   service_->fix(48.2, 16.37, 20);
   helper().requestLocation();
@@ -199,12 +199,12 @@ TEST_F(LocationTest, StateOfARecordStartsUpdatesAndItsRequestPostsWhenStamped) {
 
 TEST_F(LocationTest, EditorStampsOnlyNewRecordsAndOnlyWithAutomaticPlaces) {
   MoodUserDefaultsOperator& settings = MoodUserDefaultsOperator::sharedOperator();
-  settings.setIsMapAutomaticSelectLocation(false);
+  EXPECT_FALSE(settings.setIsMapAutomaticSelectLocation(false));
   auto manual = newRecord();
   openEditor(manual, false)->viewWillAppear();
   EXPECT_FALSE(helper().record());
 
-  settings.setIsMapAutomaticSelectLocation(true);
+  EXPECT_FALSE(settings.setIsMapAutomaticSelectLocation(true));
   auto older = newRecord();
   openEditor(older, true)->viewWillAppear();
   EXPECT_FALSE(helper().record()) << "an older record keeps the place it has";

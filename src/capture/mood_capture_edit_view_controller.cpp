@@ -31,9 +31,9 @@ void MoodCaptureEditViewController::viewDidLoad() {
   } else {
     // Without the mode the panel starts from the default colours, and the
     // rows keep the colours of the table.
-    defaults_.setFromColor(MoodUserDefaultsOperator::defaultFromColor());
-    defaults_.setMiddleColor(MoodUserDefaultsOperator::defaultMiddleColor());
-    defaults_.setToColor(MoodUserDefaultsOperator::defaultToColor());
+    LUMEO_DROP_ERROR(defaults_.setFromColor(MoodUserDefaultsOperator::defaultFromColor()));
+    LUMEO_DROP_ERROR(defaults_.setMiddleColor(MoodUserDefaultsOperator::defaultMiddleColor()));
+    LUMEO_DROP_ERROR(defaults_.setToColor(MoodUserDefaultsOperator::defaultToColor()));
     buttonColors_ = {MoodUserDefaultsOperator::defaultFromColor(),
                      MoodUserDefaultsOperator::defaultMiddleColor(),
                      MoodUserDefaultsOperator::defaultToColor()};
@@ -53,7 +53,7 @@ void MoodCaptureEditViewController::viewDidAppear() {
     d->moveColorPanel(panelPosition_, kPanelAnimationSeconds);
     d->setRowListScrollEnabled(false);
   }
-  defaults->setBool(kIsFirstOpenCaptureEdit, true);
+  LUMEO_DROP_ERROR(defaults->setBool(kIsFirstOpenCaptureEdit, true));
 }
 
 void MoodCaptureEditViewController::buildRows() {
@@ -154,7 +154,7 @@ void MoodCaptureEditViewController::resetToShippedLevels() {
     std::filesystem::remove(user, ignored);
   }
   rows_.clear();
-  defaults_.setGradientColorEnabled(false);
+  LUMEO_DROP_ERROR(defaults_.setGradientColorEnabled(false));
   levels_ = shippedMoodLevelTable(files_);
   buildRows();
   startGradient();
@@ -175,7 +175,7 @@ std::vector<Color> MoodCaptureEditViewController::gradientColors() const {
 
 void MoodCaptureEditViewController::selectColor(int tag) {
   if (tag < 0 || tag > 2) return;
-  defaults_.setGradientColorEnabled(true);
+  LUMEO_DROP_ERROR(defaults_.setGradientColorEnabled(true));
   selectedTag_ = tag;
   showColorButtons();
   if (auto d = delegate()) d->showPickerColor(buttonColors_[static_cast<std::size_t>(tag)]);
@@ -190,17 +190,17 @@ void MoodCaptureEditViewController::simulateColorButtonSelectedEvent(int tag) {
 }
 
 void MoodCaptureEditViewController::colorPickerDidChangeSelection(const Color& color) {
-  if (initialized_) defaults_.setGradientColorEnabled(true);
+  if (initialized_) LUMEO_DROP_ERROR(defaults_.setGradientColorEnabled(true));
   buttonColors_[static_cast<std::size_t>(selectedTag_)] = color;
   switch (selectedTag_) {
     case 0:
-      defaults_.setFromColor(color);
+      LUMEO_DROP_ERROR(defaults_.setFromColor(color));
       break;
     case 1:
-      defaults_.setMiddleColor(color);
+      LUMEO_DROP_ERROR(defaults_.setMiddleColor(color));
       break;
     default:
-      defaults_.setToColor(color);
+      LUMEO_DROP_ERROR(defaults_.setToColor(color));
       break;
   }
   showColorButtons();

@@ -146,10 +146,10 @@ TEST_F(LevelEditorTest, DoneWithoutChangesStillWritesTheTable) {
 
 TEST_F(LevelEditorTest, GradientModeSamplesTenColoursFromThree) {
   const Color red(1, 0, 0), green(0, 1, 0), blue(0, 0, 1);
-  operator_->setGradientColorEnabled(true);
-  operator_->setFromColor(red);
-  operator_->setMiddleColor(green);
-  operator_->setToColor(blue);
+  EXPECT_FALSE(operator_->setGradientColorEnabled(true));
+  EXPECT_FALSE(operator_->setFromColor(red));
+  EXPECT_FALSE(operator_->setMiddleColor(green));
+  EXPECT_FALSE(operator_->setToColor(blue));
   auto editor = open();
   EXPECT_TRUE(editor->isEdit());
   EXPECT_EQ(view_->colorChanges, 10);
@@ -202,7 +202,7 @@ TEST_F(LevelEditorTest, ColourPanelTurnsTheModeOnOnlyOnceInitialised) {
 }
 
 TEST_F(LevelEditorTest, ModeOffOnOpenResetsThePanelColours) {
-  operator_->setFromColor(Color(0, 0, 0));
+  EXPECT_FALSE(operator_->setFromColor(Color(0, 0, 0)));
   auto editor = open();
   EXPECT_EQ(operator_->fromColor(), MoodUserDefaultsOperator::defaultFromColor());
   EXPECT_FALSE(editor->isEdit());
@@ -216,7 +216,7 @@ TEST_F(LevelEditorTest, ResetAsksAndThenRestoresTheShippedTableAtOnce) {
     editor->done();
   }
   ASSERT_TRUE(userTableExists());
-  operator_->setGradientColorEnabled(true);
+  EXPECT_FALSE(operator_->setGradientColorEnabled(true));
   auto editor = open();
   modelChanged_ = 0;
 

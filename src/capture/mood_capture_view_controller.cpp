@@ -7,6 +7,7 @@
 
 #include "capture/mood_levels_presentation.h"
 #include "platform/dispatch_queue.h"
+#include "platform/log.h"
 #include "platform/user_defaults.h"
 #include "shell/mood_app_delegate.h"
 #include "store/journal_store.h"
@@ -59,7 +60,7 @@ void MoodCaptureViewController::selectMenu(int selectedView) {
   // Saved at once: the level is recorded whatever happens next.
   store.saveContext();
   presentEditControllerWithRecord(record, true);
-  defaults_->setString(kMoodRecordInCreation, record->objectID().URIRepresentation());
+  LUMEO_DROP_ERROR(defaults_->setString(kMoodRecordInCreation, record->objectID().URIRepresentation()));
   defaults_->synchronize();
 }
 
@@ -134,14 +135,14 @@ void MoodCaptureViewController::viewControllerDone(MoodRecordEditViewController&
     }
   }
   dismissViewControllerAnimated(true);
-  defaults_->removeObjectForKey(kMoodRecordInCreation);
+  LUMEO_DROP_ERROR(defaults_->removeObjectForKey(kMoodRecordInCreation));
   defaults_->synchronize();
   editor_.reset();
 }
 
 void MoodCaptureViewController::viewControllerDidCancel(MoodRecordEditViewController&) {
   dismissViewControllerAnimated(true);
-  defaults_->removeObjectForKey(kMoodRecordInCreation);
+  LUMEO_DROP_ERROR(defaults_->removeObjectForKey(kMoodRecordInCreation));
   defaults_->synchronize();
   editor_.reset();
 }

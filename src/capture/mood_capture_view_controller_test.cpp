@@ -107,7 +107,7 @@ TEST_F(CaptureInAppTest, ShareSheetEditOpensTheEditorOnTheRecord) {
   ASSERT_TRUE(editor);
   editor->viewDidLoad();
   editor->textViewDidChange("thrown away", 11);
-  editor->saveChanges();
+  EXPECT_FALSE(editor->saveChanges());
   editor->confirmCancel();
   EXPECT_EQ(app_->window().visibleViewController(), top);
   EXPECT_EQ(record->moodDescription()->comment(), "shared #edit");

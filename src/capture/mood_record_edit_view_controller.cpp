@@ -15,6 +15,7 @@
 #include "capture/tag_unit_buttons.h"
 #include "platform/dispatch_queue.h"
 #include "platform/localization.h"
+#include "platform/log.h"
 #include "shell/mood_app_delegate.h"
 #include "shell/shell_services.h"
 #include "store/image_store.h"
@@ -58,7 +59,7 @@ MoodRecordEditViewController::MoodRecordEditViewController(std::shared_ptr<MoodR
   // no record any more and the save does nothing.
   backgroundObserver_ =
       ScopedObserver(NotificationCenter::defaultCenter(), kApplicationDidEnterBackgroundNotification, nullptr,
-                     [this](const Notification&) { saveChanges(); });
+                     [this](const Notification&) { LUMEO_DROP_ERROR(saveChanges()); });
 }
 
 MoodRecordEditViewController::~MoodRecordEditViewController() = default;
@@ -233,7 +234,7 @@ void MoodRecordEditViewController::imagePicked(const Image& image) {
   markEdited();
   currentState_->thumb = imageByScalingToSize(image, kThumbnailSize, kThumbnailSize);
   if (auto v = view()) v->showThumb(currentState_->thumb);
-  saveChanges();
+  LUMEO_DROP_ERROR(saveChanges());
 }
 
 void MoodRecordEditViewController::deletePhoto() {
@@ -362,7 +363,7 @@ OptionalError MoodRecordEditViewController::saveChanges() {
 
 void MoodRecordEditViewController::done() {
   setCompletionOptions({});
-  saveChanges();
+  LUMEO_DROP_ERROR(saveChanges());
   if (auto d = delegate_.lock()) d->viewControllerDone(*this);
 }
 
@@ -376,7 +377,8 @@ void MoodRecordEditViewController::cancel() {
 void MoodRecordEditViewController::confirmCancel() {
   setCompletionOptions({});
   currentState_.reset();
-  if (initialState_ && recordInEdit_) initialState_->applyToRecord(recordInEdit_, services_);
+  if (initialState_ && recordInEdit_)
+    LUMEO_DROP_ERROR(initialState_->applyToRecord(recordInEdit_, services_));
   recordInEdit_.reset();
   if (auto d = delegate_.lock()) d->viewControllerDidCancel(*this);
 }

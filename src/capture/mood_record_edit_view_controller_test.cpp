@@ -39,9 +39,9 @@ class CaptureFlowTest : public ::testing::Test {
     UserDefaults::setStandard(defaults_);
     openStore();
     std::filesystem::create_directories(library());
-    writePropertyListFile(emotionsListURL(library()),
-                          Value(Value::Array{Value(std::string("calm")), Value(std::string("sad")),
-                                             Value(std::string("Sleepy"))}));
+    EXPECT_FALSE(writePropertyListFile(
+        emotionsListURL(library()), Value(Value::Array{Value(std::string("calm")), Value(std::string("sad")),
+                                                       Value(std::string("Sleepy"))})));
   }
   ~CaptureFlowTest() override { UserDefaults::setStandard(previousDefaults_); }
 
@@ -75,7 +75,7 @@ class CaptureFlowTest : public ::testing::Test {
     state.comment = comment;
     state.photo = Image::filled(30, 20, Color::fromRGB255(250, 0, 0));
     state.thumb = Image::filled(10, 10, Color::fromRGB255(250, 0, 0));
-    state.applyToRecord(record, services());
+    EXPECT_FALSE(state.applyToRecord(record, services()));
     return record;
   }
   // Types `typed` at the end of the editor's text, as a keyboard would.
@@ -180,7 +180,7 @@ TEST_F(CaptureFlowTest, CancelOfANewRecordDeletesItAlsoAfterARestart) {
   auto uri = capture_->editor()->recordInEdit()->objectID().URIRepresentation();
   EXPECT_EQ(capture_->editor()->recordInEdit()->moodLevel(), 1);
   type(*capture_->editor(), "half written");
-  capture_->editor()->saveChanges();  // the background save
+  EXPECT_FALSE(capture_->editor()->saveChanges());  // the background save
 
   // The process ends with the editor open; the next launch resumes it,
   // through the hooks the application object calls.
@@ -198,7 +198,7 @@ TEST_F(CaptureFlowTest, CancelOfANewRecordDeletesItAlsoAfterARestart) {
   EXPECT_FALSE(defaults_->stringForKey(kMoodRecordInCreation));
 
   // A key that names no record any more does nothing and stays.
-  defaults_->setString(kMoodRecordInCreation, uri);
+  EXPECT_FALSE(defaults_->setString(kMoodRecordInCreation, uri));
   capture->checkForRecordBeingCreated();
   EXPECT_FALSE(capture->editor());
   EXPECT_TRUE(defaults_->stringForKey(kMoodRecordInCreation));
@@ -250,14 +250,14 @@ TEST_F(CaptureFlowTest, CancelOfAnExistingRecordRestoresValuesButKeepsTheNewDate
   ASSERT_TRUE(photo);
   EXPECT_EQ(photo->width(), 30);
   EXPECT_FALSE(editor->recordInEdit());
-  editor->saveChanges();  // the background save after a cancel does nothing
+  EXPECT_FALSE(editor->saveChanges());  // the background save after a cancel does nothing
   EXPECT_EQ(record->moodDescription()->comment(), "Old #work");
 }
 
 TEST_F(CaptureFlowTest, TemplateFillsOnlyNewRecordsAndTheReminderTemplateIsUsedUp) {
   MoodUserDefaultsOperator& defaults = MoodUserDefaultsOperator::sharedOperator();
-  defaults.setTemplateText(std::string("General #t"));
-  defaults.setReminderTemplateText(std::string("From reminder"));
+  EXPECT_FALSE(defaults.setTemplateText(std::string("General #t")));
+  EXPECT_FALSE(defaults.setReminderTemplateText(std::string("From reminder")));
   makeCapture()->selectMenu(4);
   auto editor = capture_->editor();
   editor->viewDidLoad();

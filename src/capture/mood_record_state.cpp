@@ -135,8 +135,8 @@ OptionalError MoodRecordState::applyToRecord(const std::shared_ptr<MoodRecord>& 
       }
     }
     applyCommentTags(store, record, comment.value_or(""));
-  } else {
-    store.deleteRecord(record);
+  } else if (OptionalError error = store.deleteRecord(record)) {
+    return error;
   }
   // Every apply counts towards the backup reminder, a cancel's delete too;
   // only edits of an older record don't.

@@ -192,7 +192,7 @@ TEST_F(MoodRecordStateTest, AFailedSaveKeepsThePicturesTheStoreStillNames) {
   sqlite3_close(db);
 
   state.photo = Image::filled(40, 30, Color::fromRGB255(10, 10, 200));
-  state.applyToRecord(record, services());
+  EXPECT_FALSE(state.applyToRecord(record, services()));
   EXPECT_TRUE(store_->managedObjectContext()->hasChanges());
   auto path = images_->imageURLForName(savedPhoto);
   ASSERT_TRUE(path);
@@ -206,7 +206,7 @@ TEST_F(MoodRecordStateTest, EmptyStateDeletesTheRecordAndItsPictures) {
   ASSERT_FALSE(withPhoto.applyToRecord(record, services()));
   ASSERT_EQ(fileCount(), 1u);
 
-  MoodRecordState().applyToRecord(record, services());
+  EXPECT_FALSE(MoodRecordState().applyToRecord(record, services()));
   EXPECT_FALSE(store_->hasAnyRecord());
   EXPECT_TRUE(store_->allDescriptions().empty());
   EXPECT_EQ(fileCount(), 0u);

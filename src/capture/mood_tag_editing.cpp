@@ -6,6 +6,7 @@
 #include "capture/emotions_list.h"
 #include "capture/hashtag_grammar.h"
 #include "objectgraph/managed_object_context.h"
+#include "platform/log.h"
 #include "store/journal_model.h"
 #include "store/journal_store.h"
 #include "store/mood_description.h"
@@ -45,7 +46,7 @@ bool removeMoodTag(JournalStore& store, const std::shared_ptr<MoodTag>& tag, con
       description->setComment(removeTagFromText(*description->comment(), tagName));
       store.saveContext();
     }
-    if (auto context = store.managedObjectContext()) context->deleteObject(stored);
+    if (auto context = store.managedObjectContext()) LUMEO_DROP_ERROR(context->deleteObject(stored));
     store.saveContext();
   }
   return removeTagFromEmotionsList(libraryDirectory, tagName);

@@ -5,6 +5,7 @@
 
 #include "capture/hashtag_grammar.h"
 #include "platform/localization.h"
+#include "platform/log.h"
 #include "store/journal_store.h"
 #include "store/mood_tag.h"
 #include "store/mood_user_defaults_operator.h"
@@ -56,7 +57,7 @@ void MoodTemplateViewController::returnButtonClicked() {
 }
 
 void MoodTemplateViewController::backButtonClicked() {
-  defaults_.setTemplateText(text_);
+  LUMEO_DROP_ERROR(defaults_.setTemplateText(text_));
 }
 
 std::optional<TextRange> MoodTemplateViewController::rangeOfIncompleteTag() const {

@@ -39,7 +39,7 @@ class SuggestedTagsTest : public ::testing::Test {
     r->setDate(Date::fromTimeIntervalSince1970(1700000000));
     MoodRecordState state(*r, nullptr);
     state.comment = comment;
-    state.applyToRecord(r, RecordStateServices{&store_, nullptr, {}});
+    EXPECT_FALSE(state.applyToRecord(r, RecordStateServices{&store_, nullptr, {}}));
   }
   static std::vector<std::string> names(const std::vector<std::shared_ptr<MoodTag>>& tags) {
     std::vector<std::string> out;
@@ -88,7 +88,7 @@ TEST_F(SuggestedTagsTest, TemplateScreenOffersUnitsAgainAndStoresOnBack) {
   words({"sleepy"});
   record("#sleep:8h");
   MoodUserDefaultsOperator defaults(defaults_);
-  defaults.setTemplateText(std::string("Day:"));
+  EXPECT_FALSE(defaults.setTemplateText(std::string("Day:")));
   MoodTemplateViewController screen(store_, dir_ / "Library", defaults);
   screen.viewDidLoad();
   screen.viewWillAppear();

@@ -9,6 +9,7 @@
 
 #include "objectgraph/object_graph_error.h"
 #include "objectgraph/sqlite_store.h"
+#include "platform/log.h"
 
 namespace lumeo {
 
@@ -193,7 +194,7 @@ bool ContextCore::toManyForChild(const ManagedObjectID& id, const RelationshipDe
   if (auto o = registeredObject(id)) {
     ObjectState& s = *o->state_;
     if (!s.fault && (s.toManyAt(r.slot()).loaded || s.toManyAt(r.slot()).changed())) {
-      ensureToManyLoaded(s, r);
+      if (!ensureToManyLoaded(s, r, error)) return false;
       out = s.toManyAt(r.slot()).current.items();
       for (auto& member : out) member = resolveID(member);
       return true;
@@ -202,29 +203,56 @@ bool ContextCore::toManyForChild(const ManagedObjectID& id, const RelationshipDe
   return loadToMany(resolveID(id), r, out, error);
 }
 
-bool ContextCore::fireFault(ManagedObject& object) const {
+bool ContextCore::fireFault(ManagedObject& object, OptionalError& error) const {
   ObjectState& s = *object.state_;
   if (!s.fault) return true;
   RowSnapshot row;
-  OptionalError error;
   if (!loadSnapshot(s.id, row, error)) return false;
   s.fillFromSnapshot(std::move(row));
   object.awakeFromFetch();
   return true;
 }
 
-void ContextCore::ensureToManyLoaded(ObjectState& s, const RelationshipDescription& r) const {
-  ToManyState& tm = s.toManyAt(r.slot());
-  if (tm.loaded) return;
-  std::vector<ManagedObjectID> ids;
+bool ContextCore::fireFaultForRead(ManagedObject& object) const {
   OptionalError error;
-  loadToMany(s.id, r, ids, error);
+  if (fireFault(object, error)) return true;
+  if (error)
+    LUMEO_LOG_WARNING("cannot read %@: %@", object.state_->id.URIRepresentation(), error->toString());
+  return false;
+}
+
+bool ContextCore::fireFaultForChange(ManagedObject& object) {
+  OptionalError error;
+  if (fireFault(object, error)) return true;
+  if (error) notePendingError(*error);
+  return false;
+}
+
+void ContextCore::notePendingError(const Error& error) {
+  LUMEO_LOG_WARNING("a change is incomplete, the next save fails: %@", error.toString());
+  if (!pendingError_) pendingError_ = error;
+}
+
+bool ContextCore::ensureToManyLoaded(ObjectState& s, const RelationshipDescription& r,
+                                     OptionalError& error) const {
+  ToManyState& tm = s.toManyAt(r.slot());
+  if (tm.loaded) return true;
+  std::vector<ManagedObjectID> ids;
+  if (!loadToMany(s.id, r, ids, error)) return false;
   tm.committed.assign(ids);
   // What the context changed while the set was not loaded goes on top.
   for (const auto& id : tm.removed.items()) ids.erase(std::remove(ids.begin(), ids.end(), id), ids.end());
   tm.current.assign(std::move(ids));
   for (const auto& id : tm.added.items()) tm.current.add(id);
   tm.loaded = true;
+  return true;
+}
+
+void ContextCore::ensureToManyLoadedForRead(ObjectState& s, const RelationshipDescription& r) const {
+  OptionalError error;
+  if (ensureToManyLoaded(s, r, error)) return;
+  LUMEO_LOG_WARNING("cannot read %@ of %@: %@", r.name(), s.id.URIRepresentation(),
+                    error ? error->toString() : std::string("no store"));
 }
 
 void ContextCore::track(ManagedObject& object) {
@@ -287,7 +315,7 @@ ManagedObjectPtr ContextCore::insert(const EntityDescription& entity) {
 void ContextCore::setToOne(ManagedObject& object, const RelationshipDescription& r,
                            const ManagedObjectID& target, bool maintainInverse) {
   ObjectState& s = *object.state_;
-  if (s.fault && !fireFault(object)) return;
+  if (s.fault && !fireFaultForChange(object)) return;
   const ManagedObjectID old = resolveID(s.toOne[r.slot()]);
   s.noteToOneChange(r.slot());
   s.toOne[r.slot()] = target;
@@ -296,7 +324,7 @@ void ContextCore::setToOne(ManagedObject& object, const RelationshipDescription&
   const RelationshipDescription* inv = r.inverseRelationship();
   if (!inv) return;
   if (old) {
-    if (ManagedObjectPtr previous = objectForID(old); previous && fireFault(*previous)) {
+    if (ManagedObjectPtr previous = objectForID(old); previous && fireFaultForChange(*previous)) {
       if (inv->isToMany()) {
         removeToMany(*previous, *inv, s.id, false);
       } else if (resolveID(previous->state_->toOne[inv->slot()]) == s.id) {
@@ -306,14 +334,14 @@ void ContextCore::setToOne(ManagedObject& object, const RelationshipDescription&
   }
   if (target) {
     ManagedObjectPtr next = objectForID(target);
-    if (!next || !fireFault(*next)) return;
+    if (!next || !fireFaultForChange(*next)) return;
     if (inv->isToMany()) {
       addToMany(*next, *inv, s.id, false);
     } else {
       // One-to-one: the target's former partner loses it.
       const ManagedObjectID stolen = resolveID(next->state_->toOne[inv->slot()]);
       if (stolen && stolen != s.id) {
-        if (ManagedObjectPtr other = objectForID(stolen); other && fireFault(*other)) {
+        if (ManagedObjectPtr other = objectForID(stolen); other && fireFaultForChange(*other)) {
           setToOne(*other, r, ManagedObjectID(), false);
         }
       }
@@ -326,9 +354,15 @@ void ContextCore::addToMany(ManagedObject& object, const RelationshipDescription
                             const ManagedObjectID& member, bool maintainInverse,
                             std::optional<std::size_t> index) {
   ObjectState& s = *object.state_;
-  if (s.fault && !fireFault(object)) return;
+  if (s.fault && !fireFaultForChange(object)) return;
   ToManyState& tm = s.toManyAt(r.slot());
-  if (r.isOrdered()) ensureToManyLoaded(s, r);
+  if (r.isOrdered()) {
+    OptionalError error;
+    if (!ensureToManyLoaded(s, r, error)) {
+      if (error) notePendingError(*error);
+      return;
+    }
+  }
   if (tm.loaded) {
     if (tm.current.contains(member)) {
       if (!index) return;
@@ -350,7 +384,7 @@ void ContextCore::addToMany(ManagedObject& object, const RelationshipDescription
   const RelationshipDescription* inv = r.inverseRelationship();
   if (!inv) return;
   ManagedObjectPtr target = objectForID(member);
-  if (!target || !fireFault(*target)) return;
+  if (!target || !fireFaultForChange(*target)) return;
   if (inv->isToMany()) {
     addToMany(*target, *inv, s.id, false);
     return;
@@ -358,7 +392,7 @@ void ContextCore::addToMany(ManagedObject& object, const RelationshipDescription
   const ManagedObjectID previous = resolveID(target->state_->toOne[inv->slot()]);
   if (previous == s.id) return;
   if (previous) {
-    if (ManagedObjectPtr owner = objectForID(previous); owner && fireFault(*owner)) {
+    if (ManagedObjectPtr owner = objectForID(previous); owner && fireFaultForChange(*owner)) {
       removeToMany(*owner, r, member, false);
     }
   }
@@ -368,7 +402,7 @@ void ContextCore::addToMany(ManagedObject& object, const RelationshipDescription
 void ContextCore::removeToMany(ManagedObject& object, const RelationshipDescription& r,
                                const ManagedObjectID& member, bool maintainInverse) {
   ObjectState& s = *object.state_;
-  if (s.fault && !fireFault(object)) return;
+  if (s.fault && !fireFaultForChange(object)) return;
   ToManyState& tm = s.toManyAt(r.slot());
   if (tm.loaded && !tm.current.remove(member)) return;
   // An addition cancels out only when the member is known not to be in the
@@ -381,7 +415,7 @@ void ContextCore::removeToMany(ManagedObject& object, const RelationshipDescript
   const RelationshipDescription* inv = r.inverseRelationship();
   if (!inv) return;
   ManagedObjectPtr target = objectForID(member);
-  if (!target || !fireFault(*target)) return;
+  if (!target || !fireFaultForChange(*target)) return;
   if (inv->isToMany()) {
     removeToMany(*target, *inv, s.id, false);
   } else if (resolveID(target->state_->toOne[inv->slot()]) == s.id) {
@@ -389,11 +423,50 @@ void ContextCore::removeToMany(ManagedObject& object, const RelationshipDescript
   }
 }
 
-void ContextCore::deleteObject(ManagedObject& object) {
+OptionalError ContextCore::deleteObject(ManagedObject& object) {
   ObjectState& s = *object.state_;
   if (s.core != this) throw std::invalid_argument("object belongs to another context");
+  if (s.deleted) return std::nullopt;
+  OptionalError error;
+  std::unordered_set<const ManagedObject*> visited;
+  const bool loaded = loadForDeletion(object, visited, error);
+  if (error) return error;
+  if (!loaded) return std::nullopt;  // the row is gone: nothing to delete
+  deleteLoaded(object);
+  return std::nullopt;
+}
+
+bool ContextCore::loadForDeletion(ManagedObject& object, std::unordered_set<const ManagedObject*>& visited,
+                                  OptionalError& error) {
+  ObjectState& s = *object.state_;
+  if (s.deleted || !visited.insert(&object).second) return true;
+  if (s.fault && !fireFault(object, error)) return false;
+  for (const RelationshipDescription* r : s.entity->relationships()) {
+    if (r->deleteRule() == DeleteRule::kNoAction) continue;
+    std::vector<ManagedObjectID> targets;
+    if (r->isToMany()) {
+      if (!ensureToManyLoaded(s, *r, error)) return false;
+      targets = s.toManyAt(r->slot()).current.items();
+    } else if (s.toOne[r->slot()]) {
+      targets.push_back(resolveID(s.toOne[r->slot()]));
+    }
+    for (const ManagedObjectID& id : targets) {
+      ManagedObjectPtr target = objectForID(id);
+      if (!target) continue;
+      if (r->deleteRule() == DeleteRule::kCascade) {
+        if (!loadForDeletion(*target, visited, error) && error) return false;
+      } else if (target->state_->fault && !fireFault(*target, error) && error) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+void ContextCore::deleteLoaded(ManagedObject& object) {
+  ObjectState& s = *object.state_;
   if (s.deleted) return;
-  if (s.fault && !fireFault(object)) return;
+  if (s.fault && !fireFaultForChange(object)) return;
   object.prepareForDeletion();
   s.deleted = true;
   s.touchedSinceWillSave = true;
@@ -402,7 +475,12 @@ void ContextCore::deleteObject(ManagedObject& object) {
   for (const RelationshipDescription* r : s.entity->relationships()) {
     std::vector<ManagedObjectID> targets;
     if (r->isToMany()) {
-      ensureToManyLoaded(s, *r);
+      OptionalError error;
+      if (!ensureToManyLoaded(s, *r, error)) {
+        // Loaded before the walk began; only a hook can have unloaded it.
+        if (error) notePendingError(*error);
+        continue;
+      }
       targets = s.toManyAt(r->slot()).current.items();
     } else if (s.toOne[r->slot()]) {
       targets.push_back(resolveID(s.toOne[r->slot()]));
@@ -411,10 +489,10 @@ void ContextCore::deleteObject(ManagedObject& object) {
     const RelationshipDescription* inv = r->inverseRelationship();
     for (const ManagedObjectID& id : targets) {
       ManagedObjectPtr target = objectForID(id);
-      if (!target || !fireFault(*target)) continue;
+      if (!target || !fireFaultForChange(*target)) continue;
       if (r->deleteRule() == DeleteRule::kCascade) {
         // The target goes too; its hook still sees this object.
-        deleteObject(*target);
+        deleteLoaded(*target);
         continue;
       }
       if (inv) {

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "objectgraph/fetch_request.h"
@@ -69,23 +70,42 @@ class ContextCore {
   void detach(ManagedObject& object);
   std::vector<ManagedObjectPtr> allRegistered() const;
 
-  // --- Faulting. False when the object's row does not exist (any more).
-  bool fireFault(ManagedObject& object) const;
-  bool loadSnapshot(const ManagedObjectID& id, RowSnapshot& out, OptionalError& error) const;
-  bool loadToMany(const ManagedObjectID& id, const RelationshipDescription& r,
-                  std::vector<ManagedObjectID>& out, OptionalError& error) const;
-  void ensureToManyLoaded(ObjectState& state, const RelationshipDescription& r) const;
+  // --- Faulting. False when the object's row does not exist (any more) or
+  // could not be read; then `error` tells which: unset when the row is gone,
+  // the store's error when reading failed. An object whose read failed stays
+  // a fault, and a to-many set whose read failed stays unloaded, so that a
+  // later call reads again rather than taking the failure for an empty row.
+  [[nodiscard]] bool fireFault(ManagedObject& object, OptionalError& error) const;
+  [[nodiscard]] bool loadSnapshot(const ManagedObjectID& id, RowSnapshot& out, OptionalError& error) const;
+  [[nodiscard]] bool loadToMany(const ManagedObjectID& id, const RelationshipDescription& r,
+                                std::vector<ManagedObjectID>& out, OptionalError& error) const;
+  [[nodiscard]] bool ensureToManyLoaded(ObjectState& state, const RelationshipDescription& r,
+                                        OptionalError& error) const;
+  // For accessors, which have no way to report an error: a failed read is
+  // logged and reads as a missing row or an empty set.
+  [[nodiscard]] bool fireFaultForRead(ManagedObject& object) const;
+  void ensureToManyLoadedForRead(ObjectState& state, const RelationshipDescription& r) const;
+  // For changes, which have no way to report an error either: a failed read
+  // leaves the change incomplete, so it is kept as the pending error that
+  // fails the next save until a rollback or reset.
+  [[nodiscard]] bool fireFaultForChange(ManagedObject& object);
   // Called by a child on its parent.
-  bool snapshotForChild(const ManagedObjectID& id, RowSnapshot& out, OptionalError& error);
-  bool toManyForChild(const ManagedObjectID& id, const RelationshipDescription& r,
-                      std::vector<ManagedObjectID>& out, OptionalError& error);
+  [[nodiscard]] bool snapshotForChild(const ManagedObjectID& id, RowSnapshot& out, OptionalError& error);
+  [[nodiscard]] bool toManyForChild(const ManagedObjectID& id, const RelationshipDescription& r,
+                                    std::vector<ManagedObjectID>& out, OptionalError& error);
+  // The first failed read behind a change since the last rollback or reset.
+  OptionalError pendingError_;
+  void notePendingError(const Error& error);
 
   // --- Changes.
   void markChanged(ObjectState& state);
   void track(ManagedObject& object);
   std::vector<ManagedObjectPtr> trackedObjects() const;
   ManagedObjectPtr insert(const EntityDescription& entity);
-  void deleteObject(ManagedObject& object);
+  // Reads everything the delete rules will walk (the rows and to-many sets
+  // of the object and of all it cascades to) before changing anything, so
+  // that a failed read leaves the context as it was and returns the error.
+  [[nodiscard]] OptionalError deleteObject(ManagedObject& object);
   void setToOne(ManagedObject& object, const RelationshipDescription& r, const ManagedObjectID& target,
                 bool maintainInverse);
   void addToMany(ManagedObject& object, const RelationshipDescription& r, const ManagedObjectID& member,
@@ -95,37 +115,41 @@ class ContextCore {
   bool hasChanges() const;
 
   // --- Save, refresh, merge (context_save.cpp).
-  OptionalError save();
-  OptionalError obtainPermanentIDs(const std::vector<ManagedObjectPtr>& objects);
+  [[nodiscard]] OptionalError save();
+  [[nodiscard]] OptionalError obtainPermanentIDs(const std::vector<ManagedObjectPtr>& objects);
   void refresh(ManagedObject& object, bool mergeChanges);
   void reset();
   void rollback();
   void mergeDidSave(const ContextSaveInfo& info);
 
   // --- Fetch (context_fetch.cpp).
-  FetchResults fetch(const FetchRequest& request, OptionalError& error);
-  std::size_t count(const FetchRequest& request, OptionalError& error);
+  [[nodiscard]] FetchResults fetch(const FetchRequest& request, OptionalError& error);
+  [[nodiscard]] std::size_t count(const FetchRequest& request, OptionalError& error);
   // Matching IDs in order, or, when `objects` is given, the matching objects
   // in order there and `ids` left empty (the objects carry their IDs, and a
   // second list of 100,000 IDs is memory a large fetch can do without).
-  bool fetchIDs(const FetchRequest& request, const EntityDescription& entity,
-                std::vector<ManagedObjectID>& ids, std::vector<ManagedObjectPtr>* objects,
-                OptionalError& error);
+  [[nodiscard]] bool fetchIDs(const FetchRequest& request, const EntityDescription& entity,
+                              std::vector<ManagedObjectID>& ids, std::vector<ManagedObjectPtr>* objects,
+                              OptionalError& error);
   void loadBatch(const FetchResults::Source& source, std::size_t start) const;
 
  private:
   void runWillSave(std::vector<ManagedObjectPtr>& tracked);
-  OptionalError saveToStore(std::vector<ManagedObjectPtr>& tracked,
-                            std::vector<ManagedObjectPtr>& refreshAfter);
-  OptionalError saveToParent(std::vector<ManagedObjectPtr>& tracked);
-  bool assignPermanentIDs(const std::vector<ManagedObject*>& objects,
-                          std::vector<std::pair<ManagedObject*, ManagedObjectID>>& assigned,
-                          OptionalError& error);
+  [[nodiscard]] OptionalError saveToStore(std::vector<ManagedObjectPtr>& tracked,
+                                          std::vector<ManagedObjectPtr>& refreshAfter);
+  [[nodiscard]] OptionalError saveToParent(std::vector<ManagedObjectPtr>& tracked);
+  [[nodiscard]] bool assignPermanentIDs(const std::vector<ManagedObject*>& objects,
+                                        std::vector<std::pair<ManagedObject*, ManagedObjectID>>& assigned,
+                                        OptionalError& error);
   void remapReferences(const IdTable<ManagedObjectID>& map, bool fromTemporary);
-  bool prefetch(const std::vector<ManagedObjectPtr>& objects, const std::string& keyPath,
-                std::vector<ManagedObjectPtr>& keepAlive, OptionalError& error);
-  FetchResults fetchDictionaries(const FetchRequest& request, const EntityDescription& entity,
-                                 OptionalError& error);
+  [[nodiscard]] bool prefetch(const std::vector<ManagedObjectPtr>& objects, const std::string& keyPath,
+                              std::vector<ManagedObjectPtr>& keepAlive, OptionalError& error);
+  [[nodiscard]] FetchResults fetchDictionaries(const FetchRequest& request, const EntityDescription& entity,
+                                               OptionalError& error);
+
+  [[nodiscard]] bool loadForDeletion(ManagedObject& object, std::unordered_set<const ManagedObject*>& visited,
+                                     OptionalError& error);
+  void deleteLoaded(ManagedObject& object);
 
   ObjectRegistry registered_;
   std::vector<ManagedObjectPtr> tracked_;

@@ -62,8 +62,8 @@ TEST(ContextEdgeTest, DeletingATagsLastRecordLeavesTheTagWithFrequencyZero) {
   EXPECT_EQ(tag->valueForKey("frequency").toInt(), 1);
 
   // Two explicit deletes, as the journal does.
-  c.deleteObject(record->objectForKey("moodDescription"));
-  c.deleteObject(record);
+  EXPECT_FALSE(c.deleteObject(record->objectForKey("moodDescription")));
+  EXPECT_FALSE(c.deleteObject(record));
   ASSERT_FALSE(c.save());
   EXPECT_EQ(tag->valueForKey("frequency").toInt(), 0);
   FetchRequest listed("MoodTag");
@@ -149,7 +149,7 @@ TEST(ContextEdgeTest, AChildFetchWithALimitCountsItsOwnUnsavedObjects) {
   EXPECT_EQ(results[0]->valueForKey("tagName").toString(), "zz child");
   EXPECT_EQ(results[1]->valueForKey("tagName").toString(), "saved4");
   auto gone = child->executeFetchRequest(FetchRequest("MoodTag"))[0];
-  child->deleteObject(gone);
+  EXPECT_FALSE(child->deleteObject(gone));
   EXPECT_EQ(child->countForFetchRequest(FetchRequest("MoodTag")), 5u);
   EXPECT_EQ(stack.context->countForFetchRequest(FetchRequest("MoodTag")), 5u);
 }

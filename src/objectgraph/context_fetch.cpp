@@ -103,7 +103,8 @@ bool ContextCore::fetchIDs(const FetchRequest& request, const EntityDescription&
     }
     for (const auto& id : parentIDs) {
       ManagedObjectPtr o = objectForID(id);
-      if (o && fireFault(*o)) found.push_back(std::move(o));
+      if (o && fireFault(*o, error)) found.push_back(std::move(o));
+      if (error) return false;
     }
     if (relevant.empty()) {
       *objects = std::move(found);
@@ -402,7 +403,7 @@ bool ContextCore::prefetch(const std::vector<ManagedObjectPtr>& objects, const s
       if (!o->state_->toManyAt(r->slot()).loaded && !o->state_->id.isTemporaryID()) {
         unloaded[r].push_back(o.get());
       } else {
-        ensureToManyLoaded(*o->state_, *r);
+        if (!ensureToManyLoaded(*o->state_, *r, error)) return false;
         for (const auto& id : o->state_->toManyAt(r->slot()).current.items()) {
           if (seen.insert(id).second) targets.push_back(id);
         }

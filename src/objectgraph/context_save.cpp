@@ -6,6 +6,7 @@
 #include "objectgraph/context_core.h"
 #include "objectgraph/object_graph_error.h"
 #include "objectgraph/sqlite_store.h"
+#include "platform/log.h"
 
 namespace lumeo {
 
@@ -64,6 +65,7 @@ void ContextCore::runWillSave(std::vector<ManagedObjectPtr>& tracked) {
 
 OptionalError ContextCore::save() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
+  if (pendingError_) return pendingError_;
   if (!hasChanges()) return std::nullopt;
   if (!parent_ && !rootCoordinator()) {
     return objectGraphError(kPersistentStoreSaveError, "the context has neither a coordinator nor a parent");
@@ -271,7 +273,10 @@ OptionalError ContextCore::saveToStore(std::vector<ManagedObjectPtr>& tracked,
     }
     for (const RelationshipDescription* r : s.entity->toManyRelationships()) {
       if (!s.toManyAt(r->slot()).changed()) continue;
-      if (r->isOrdered()) ensureToManyLoaded(s, *r);
+      if (r->isOrdered() && !ensureToManyLoaded(s, *r, error)) {
+        if (!error) error = objectGraphError(kPersistentStoreSaveError, "cannot read " + r->name());
+        return fail();
+      }
       if (!store->writeToMany(s, *r, error)) return fail();
     }
   }
@@ -304,11 +309,36 @@ OptionalError ContextCore::saveToParent(std::vector<ManagedObjectPtr>& tracked) 
   }
   ContextCore& parent = parent_->core();
   std::lock_guard<std::recursive_mutex> lock(parent.mutex_);
+  // Everything the hand-over reads, read before the parent changes at all, so
+  // that a failed read leaves the parent as it was.
   for (auto& o : tracked) {
     ObjectState& s = *o->state_;
     const SaveKind kind = kindOf(s);
     if (kind == SaveKind::kInsert) {
-      for (const RelationshipDescription* r : s.entity->toManyRelationships()) ensureToManyLoaded(s, *r);
+      for (const RelationshipDescription* r : s.entity->toManyRelationships()) {
+        if (!ensureToManyLoaded(s, *r, error)) return error;
+      }
+      continue;
+    }
+    if (kind != SaveKind::kUpdate && kind != SaveKind::kDelete) continue;
+    ManagedObjectPtr target = parent.objectForID(s.id);
+    if (!target) continue;
+    if (!parent.fireFault(*target, error)) {
+      if (error) return error;
+      continue;
+    }
+    for (const RelationshipDescription* r : s.entity->toManyRelationships()) {
+      const ToManyState& tm = s.toManyAt(r->slot());
+      if ((tm.reordered || (tm.changed() && r->isOrdered())) &&
+          !parent.ensureToManyLoaded(*target->state_, *r, error)) {
+        return error;
+      }
+    }
+  }
+  for (auto& o : tracked) {
+    ObjectState& s = *o->state_;
+    const SaveKind kind = kindOf(s);
+    if (kind == SaveKind::kInsert) {
       ManagedObjectPtr copy = s.entity->makeInstance();
       ObjectState& c = *copy->state_;
       c.entity = s.entity;
@@ -337,7 +367,7 @@ OptionalError ContextCore::saveToParent(std::vector<ManagedObjectPtr>& tracked) 
     }
     if (kind != SaveKind::kUpdate && kind != SaveKind::kDelete) continue;
     ManagedObjectPtr target = parent.objectForID(s.id);
-    if (!target || !parent.fireFault(*target)) continue;  // gone in the parent meanwhile
+    if (!target || !parent.fireFault(*target, error)) continue;  // gone in the parent meanwhile
     ObjectState& p = *target->state_;
     if (kind == SaveKind::kDelete) {
       p.deleted = true;
@@ -359,7 +389,7 @@ OptionalError ContextCore::saveToParent(std::vector<ManagedObjectPtr>& tracked) 
       const ToManyState& tm = s.toManyAt(r->slot());
       if (!tm.changed()) continue;
       if (tm.reordered) {
-        parent.ensureToManyLoaded(p, *r);
+        if (!parent.ensureToManyLoaded(p, *r, error)) return error;
         for (std::size_t i = 0; i < tm.current.size(); ++i) {
           parent.addToMany(*target, *r, tm.current.items()[i], false, i);
         }
@@ -408,7 +438,13 @@ void ContextCore::refresh(ManagedObject& object, bool mergeChanges) {
   RowSnapshot row;
   OptionalError error;
   if (!loadSnapshot(s.id, row, error)) {
-    if (!s.hasChanges()) s.resetToFault();
+    // An unreadable row keeps what the object has; a gone one turns it
+    // into a fault unless it has changes to keep.
+    if (error) {
+      LUMEO_LOG_WARNING("cannot reload %@: %@", s.id.URIRepresentation(), error->toString());
+    } else if (!s.hasChanges()) {
+      s.resetToFault();
+    }
     return;
   }
   std::vector<std::pair<std::size_t, Value>> attributes;
@@ -438,6 +474,7 @@ void ContextCore::refresh(ManagedObject& object, bool mergeChanges) {
 
 void ContextCore::reset() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
+  pendingError_.reset();
   std::vector<ManagedObjectPtr> alive = allRegistered();
   for (auto& o : tracked_) alive.push_back(o);
   registered_.clear();
@@ -453,6 +490,7 @@ void ContextCore::reset() {
 
 void ContextCore::rollback() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
+  pendingError_.reset();
   std::vector<ManagedObjectPtr> tracked = std::move(tracked_);
   tracked_.clear();
   for (auto& o : tracked) {

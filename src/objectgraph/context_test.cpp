@@ -97,7 +97,7 @@ TEST_F(ContextTest, HooksRunInOrderAndAChangeInWillSaveIsSavedInTheSameSave) {
   EXPECT_EQ(sqlCount(path(), "SELECT frequency FROM MoodTag"), 1);
 
   hookLog().clear();
-  stack.context->deleteObject(record);
+  EXPECT_FALSE(stack.context->deleteObject(record));
   EXPECT_EQ(hookLog().front().rfind("prepareForDeletion:MoodRecord:", 0), 0u);
   // The cascade reaches the description, which still sees its record.
   EXPECT_EQ(hookLog()[1].rfind("prepareForDeletion:MoodDescription:rec-", 0), 0u);
@@ -142,7 +142,7 @@ TEST_F(ContextTest, ChangeTrackingShowsChangedAndCommittedValues) {
 TEST_F(ContextTest, InsertedThenDeletedObjectNeverReachesTheStore) {
   TestStack stack(path());
   auto tag = addTag(*stack.context, "gone");
-  stack.context->deleteObject(tag);
+  EXPECT_FALSE(stack.context->deleteObject(tag));
   EXPECT_FALSE(tag->isInserted());
   EXPECT_FALSE(tag->isDeleted());
   EXPECT_FALSE(stack.context->save());
@@ -165,7 +165,7 @@ TEST_F(ContextTest, SaveNotificationsCarryTheObjectSets) {
                        info = ContextSaveInfo::fromNotification(n);
                      });
   keep->setValueForKey("moodLevel", 8);
-  stack.context->deleteObject(drop);
+  EXPECT_FALSE(stack.context->deleteObject(drop));
   auto fresh = addTag(*stack.context, "new");
   ASSERT_FALSE(stack.context->save());
   EXPECT_EQ(seen, (std::vector<std::string>{"will", "did"}));
@@ -313,7 +313,7 @@ TEST_F(ContextTest, MergingADidSaveBringsChangesAndDeletesIntoAnotherContext) {
     auto records = fetchAll(*background, "MoodRecord", "date");
     ASSERT_EQ(records.size(), 2u);
     records[0]->setValueForKey("moodLevel", 10);
-    background->deleteObject(records[1]);
+    EXPECT_FALSE(background->deleteObject(records[1]));
     addRecord(*background, 1, 3);
     ASSERT_FALSE(background->save());
   });
@@ -377,7 +377,7 @@ TEST_F(ContextTest, FetchesSeePendingChangesUnlessAskedNotTo) {
   ASSERT_FALSE(stack.context->save());
   b->setValueForKey("moodLevel", 1);
   addRecord(*stack.context, 3, 3);
-  stack.context->deleteObject(a);
+  EXPECT_FALSE(stack.context->deleteObject(a));
   FetchRequest low("MoodRecord");
   low.setPredicate(Predicate::predicateWithFormat("moodLevel <= %d", 5));
   low.setSortDescriptors({SortDescriptor("date", false)});

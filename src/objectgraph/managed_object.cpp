@@ -266,7 +266,7 @@ bool ManagedObject::hasChanges() const {
 Value ManagedObject::valueForKey(std::string_view key) const {
   const AttributeDescription& a = attributeOrThrow(entity(), key);
   Guard g(*state_);
-  if (state_->fault && (!state_->core || !state_->core->fireFault(const_cast<ManagedObject&>(*this))))
+  if (state_->fault && (!state_->core || !state_->core->fireFaultForRead(const_cast<ManagedObject&>(*this))))
     return {};
   return state_->attributes[a.slot()];
 }
@@ -276,8 +276,7 @@ void ManagedObject::setValueForKey(std::string_view key, const Value& value) {
   Value coerced = a.coerce(value);
   Guard g(*state_);
   if (!state_->core) throw std::logic_error("cannot change an object that has no context");
-  if (state_->fault) state_->core->fireFault(*this);
-  if (state_->fault) return;  // the row is gone
+  if (state_->fault && !state_->core->fireFaultForChange(*this)) return;  // the row is gone or unreadable
   state_->noteAttributeChange(a.slot());
   state_->attributes[a.slot()] = std::move(coerced);
   state_->core->markChanged(*state_);
@@ -312,7 +311,8 @@ Value ManagedObject::valueForKeyPath(std::string_view keyPath) const {
 std::optional<ManagedObjectID> ManagedObject::objectIDForKey(std::string_view relationship) const {
   const RelationshipDescription& r = relationshipOrThrow(entity(), relationship, false);
   Guard g(*state_);
-  if (state_->fault && (!state_->core || !state_->core->fireFault(const_cast<ManagedObject&>(*this)))) {
+  if (state_->fault &&
+      (!state_->core || !state_->core->fireFaultForRead(const_cast<ManagedObject&>(*this)))) {
     return std::nullopt;
   }
   const ManagedObjectID& id = state_->toOne[r.slot()];
@@ -353,8 +353,8 @@ std::vector<ManagedObjectID> ManagedObject::objectIDsForRelationshipNamed(
   }
   Guard g(*state_);
   if (!state_->core) return {};
-  if (state_->fault && !state_->core->fireFault(const_cast<ManagedObject&>(*this))) return {};
-  state_->core->ensureToManyLoaded(*state_, *r);
+  if (state_->fault && !state_->core->fireFaultForRead(const_cast<ManagedObject&>(*this))) return {};
+  state_->core->ensureToManyLoadedForRead(*state_, *r);
   std::vector<ManagedObjectID> out = state_->toManyAt(r->slot()).current.items();
   for (auto& id : out) id = state_->core->resolveID(id);
   return out;
@@ -420,10 +420,18 @@ void ManagedObject::setObjectsForKey(std::string_view relationship,
 
 void ManagedObject::removeAllObjectsForKey(std::string_view relationship) {
   const RelationshipDescription& r = relationshipOrThrow(entity(), relationship, true);
-  std::vector<ManagedObjectID> ids = objectIDsForRelationshipNamed(relationship);
   Guard g(*state_);
   if (!state_->core) throw std::logic_error("cannot change an object that has no context");
-  for (const auto& id : ids) state_->core->removeToMany(*this, r, id, true);
+  if (state_->fault && !state_->core->fireFaultForChange(*this)) return;
+  // Emptying a set that cannot be read would leave its members in the file:
+  // the failure fails the next save instead.
+  OptionalError error;
+  if (!state_->core->ensureToManyLoaded(*state_, r, error)) {
+    if (error) state_->core->notePendingError(*error);
+    return;
+  }
+  std::vector<ManagedObjectID> ids = state_->toManyAt(r.slot()).current.items();
+  for (const auto& id : ids) state_->core->removeToMany(*this, r, state_->core->resolveID(id), true);
 }
 
 std::vector<std::string> ManagedObject::changedPropertyNames() const {
@@ -471,7 +479,8 @@ Value::Dictionary ManagedObject::committedValuesForKeys(const std::vector<std::s
     if (!p) continue;
     if (p->isAttribute()) {
       Guard g(*state_);
-      if (state_->fault && state_->core) state_->core->fireFault(const_cast<ManagedObject&>(*this));
+      if (state_->fault && state_->core)
+        (void)state_->core->fireFaultForRead(const_cast<ManagedObject&>(*this));
       if (!state_->fault) out[name] = state_->committedAttribute(p->slot());
     } else if (!static_cast<const RelationshipDescription*>(p)->isToMany()) {
       auto id = committedObjectIDForKey(name);
@@ -486,7 +495,8 @@ Value::Dictionary ManagedObject::committedValuesForKeys(const std::vector<std::s
 std::optional<ManagedObjectID> ManagedObject::committedObjectIDForKey(std::string_view relationship) const {
   const RelationshipDescription& r = relationshipOrThrow(entity(), relationship, false);
   Guard g(*state_);
-  if (state_->fault && (!state_->core || !state_->core->fireFault(const_cast<ManagedObject&>(*this)))) {
+  if (state_->fault &&
+      (!state_->core || !state_->core->fireFaultForRead(const_cast<ManagedObject&>(*this)))) {
     return std::nullopt;
   }
   const ManagedObjectID& id = state_->committedToOneAt(r.slot());
@@ -498,8 +508,8 @@ std::vector<ManagedObjectID> ManagedObject::committedObjectIDsForKey(std::string
   const RelationshipDescription& r = relationshipOrThrow(entity(), relationship, true);
   Guard g(*state_);
   if (!state_->core) return {};
-  if (state_->fault && !state_->core->fireFault(const_cast<ManagedObject&>(*this))) return {};
-  state_->core->ensureToManyLoaded(*state_, r);
+  if (state_->fault && !state_->core->fireFaultForRead(const_cast<ManagedObject&>(*this))) return {};
+  state_->core->ensureToManyLoadedForRead(*state_, r);
   return state_->toManyAt(r.slot()).committed.items();
 }
 

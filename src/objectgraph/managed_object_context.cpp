@@ -5,7 +5,9 @@
 #include <stdexcept>
 
 #include "objectgraph/context_core.h"
+#include "objectgraph/object_graph_error.h"
 #include "platform/dispatch_queue.h"
+#include "platform/log.h"
 
 namespace lumeo {
 
@@ -118,10 +120,10 @@ ManagedObjectPtr ManagedObjectContext::insertNewObjectForEntityForName(const std
   return core_->insert(*entity);
 }
 
-void ManagedObjectContext::deleteObject(const ManagedObjectPtr& object) {
-  if (!object) return;
+OptionalError ManagedObjectContext::deleteObject(const ManagedObjectPtr& object) {
+  if (!object) return std::nullopt;
   std::lock_guard<std::recursive_mutex> lock(core_->mutex_);
-  core_->deleteObject(*object);
+  return core_->deleteObject(*object);
 }
 
 ManagedObjectPtr ManagedObjectContext::objectWithID(const ManagedObjectID& id) {
@@ -134,16 +136,20 @@ ManagedObjectPtr ManagedObjectContext::existingObjectWithID(const ManagedObjectI
   ManagedObjectPtr o = core_->objectForID(id);
   if (!o) return nullptr;
   if (o->isDeleted()) return nullptr;
-  if (o->isFault() && !core_->fireFault(*o)) {
-    error = Error("ObjectGraphErrorDomain", 133000, "no object for " + id.URIRepresentation());
+  if (o->isFault() && !core_->fireFault(*o, error)) {
+    if (!error)
+      error = objectGraphError(kManagedObjectReferentialIntegrityError,
+                               "no object for " + id.URIRepresentation());
     return nullptr;
   }
   return o;
 }
 
 ManagedObjectPtr ManagedObjectContext::existingObjectWithID(const ManagedObjectID& id) {
-  OptionalError ignored;
-  return existingObjectWithID(id, ignored);
+  OptionalError error;
+  ManagedObjectPtr o = existingObjectWithID(id, error);
+  if (error) LUMEO_LOG_DEBUG("%@", error->toString());
+  return o;
 }
 
 ManagedObjectPtr ManagedObjectContext::objectRegisteredForID(const ManagedObjectID& id) const {
@@ -157,8 +163,10 @@ FetchResults ManagedObjectContext::executeFetchRequest(const FetchRequest& reque
 }
 
 FetchResults ManagedObjectContext::executeFetchRequest(const FetchRequest& request) {
-  OptionalError ignored;
-  return executeFetchRequest(request, ignored);
+  OptionalError error;
+  FetchResults results = executeFetchRequest(request, error);
+  if (error) LUMEO_LOG_DEBUG("fetch of %@ failed: %@", request.entityName(), error->toString());
+  return results;
 }
 
 std::size_t ManagedObjectContext::countForFetchRequest(const FetchRequest& request, OptionalError& error) {
@@ -167,9 +175,10 @@ std::size_t ManagedObjectContext::countForFetchRequest(const FetchRequest& reque
 }
 
 std::size_t ManagedObjectContext::countForFetchRequest(const FetchRequest& request) {
-  OptionalError ignored;
-  std::size_t n = countForFetchRequest(request, ignored);
-  return ignored ? 0 : n;
+  OptionalError error;
+  std::size_t n = countForFetchRequest(request, error);
+  if (error) LUMEO_LOG_DEBUG("count of %@ failed: %@", request.entityName(), error->toString());
+  return error ? 0 : n;
 }
 
 bool ManagedObjectContext::hasChanges() const {

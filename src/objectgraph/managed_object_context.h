@@ -114,17 +114,22 @@ class ManagedObjectContext : public std::enable_shared_from_this<ManagedObjectCo
     return std::dynamic_pointer_cast<T>(insertNewObjectForEntityForName(entityName));
   }
   // Runs prepareForDeletion, then applies the delete rules (nullify or
-  // cascade) of the object's relationships.
-  void deleteObject(const ManagedObjectPtr& object);
+  // cascade) of the object's relationships. Everything those rules walk is
+  // read first: when a read fails, nothing is deleted and the error returns.
+  [[nodiscard]] OptionalError deleteObject(const ManagedObjectPtr& object);
   // The registered object or a fault for the ID; the fault is not checked
   // against the store until read.
   ManagedObjectPtr objectWithID(const ManagedObjectID& id);
-  // The object if it exists (loading it); null otherwise.
+  // The object if it exists (loading it); null otherwise, with `error` set
+  // to kManagedObjectReferentialIntegrityError when there is no such row,
+  // or to the store's error when it could not be read. The second form
+  // logs the error at debug level.
   ManagedObjectPtr existingObjectWithID(const ManagedObjectID& id, OptionalError& error);
   ManagedObjectPtr existingObjectWithID(const ManagedObjectID& id);
   ManagedObjectPtr objectRegisteredForID(const ManagedObjectID& id) const;
 
-  // --- Fetching. On failure the results are empty and `error` is set.
+  // --- Fetching. On failure the results are empty and `error` is set; the
+  // forms without `error` log it at debug level.
   FetchResults executeFetchRequest(const FetchRequest& request, OptionalError& error);
   FetchResults executeFetchRequest(const FetchRequest& request);
   // Count of matching objects; SIZE_MAX with `error` set on failure.
@@ -141,8 +146,11 @@ class ManagedObjectContext : public std::enable_shared_from_this<ManagedObjectCo
   void processPendingChanges() {}
 
   // Saves every change. On failure returns the error, keeps every change in
-  // the context, and leaves the store (or the parent) as it was.
-  OptionalError save();
+  // the context, and leaves the store (or the parent) as it was. A change
+  // that could not be made whole because a read failed (a relationship's
+  // other side that could not be loaded) fails every save with that error
+  // until rollback() or reset(): the file never gets half of it.
+  [[nodiscard]] OptionalError save();
 
   // Turns the object back into a fault (mergeChanges false: its unsaved
   // changes are dropped) or reloads it and reapplies its unsaved changes on
@@ -156,7 +164,7 @@ class ManagedObjectContext : public std::enable_shared_from_this<ManagedObjectCo
 
   // Gives the objects permanent IDs now (reserving their rows) rather than at
   // the save.
-  OptionalError obtainPermanentIDsForObjects(const std::vector<ManagedObjectPtr>& objects);
+  [[nodiscard]] OptionalError obtainPermanentIDsForObjects(const std::vector<ManagedObjectPtr>& objects);
 
   // Brings the effects of another context's save (on the same store) into
   // this one: updated objects are reloaded (keeping this context's own

@@ -1,5 +1,7 @@
 // The error value that completions carry: a domain, a code, a description for
 // people and free-form details. Tests compare domain and code, never text.
+// Both Error and OptionalError are [[nodiscard]]: a function that reports a
+// failure through its result cannot have that result dropped by accident.
 #pragma once
 
 #include <optional>
@@ -10,7 +12,7 @@
 
 namespace lumeo {
 
-struct Error {
+struct [[nodiscard]] Error {
   std::string domain;
   long code = 0;
   std::string description;
@@ -26,6 +28,15 @@ struct Error {
   }
 };
 
-using OptionalError = std::optional<Error>;
+// No error, or the one that happened. A std::optional<Error> in every way,
+// except that a call returning one must use it.
+class [[nodiscard]] OptionalError : public std::optional<Error> {
+ public:
+  using std::optional<Error>::optional;
+  using std::optional<Error>::operator=;
+  OptionalError() = default;
+  OptionalError(const std::optional<Error>& other) : std::optional<Error>(other) {}        // NOLINT: implicit
+  OptionalError(std::optional<Error>&& other) : std::optional<Error>(std::move(other)) {}  // NOLINT: implicit
+};
 
 }  // namespace lumeo

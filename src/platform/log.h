@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/error.h"
 #include "platform/string_format.h"
 
 namespace lumeo {
@@ -96,3 +97,13 @@ class ScopedLogCapture {
 #define LUMEO_LOG_WARNING(...) LUMEO_LOG(::lumeo::kLogLevelWarning, __VA_ARGS__)
 #define LUMEO_LOG_VERBOSE(...) LUMEO_LOG(::lumeo::kLogLevelVerbose, __VA_ARGS__)
 #define LUMEO_LOG_DEBUG(...) LUMEO_LOG(::lumeo::kLogLevelDebug, __VA_ARGS__)
+
+// Drops the error of a call on purpose (a failure the program goes on
+// without, such as a settings write the next write retries), logging it at
+// debug level: LUMEO_DROP_ERROR(defaults.setBool(key, true)).
+#define LUMEO_DROP_ERROR(...)                                                                  \
+  do {                                                                                         \
+    if (::lumeo::OptionalError lumeoDroppedError_ = (__VA_ARGS__)) {                           \
+      LUMEO_LOG_DEBUG("dropped: %@", static_cast<const ::lumeo::Error&>(*lumeoDroppedError_)); \
+    }                                                                                          \
+  } while (0)

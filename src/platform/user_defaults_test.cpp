@@ -25,14 +25,14 @@ TEST(UserDefaultsTest, AbsentKeysReadAsFalseZeroOrNothing) {
 
 TEST(UserDefaultsTest, TypedReadersConvertLikeNumberObjects) {
   UserDefaults defaults(std::make_shared<InMemoryUserDefaultsStorage>());
-  defaults.setDouble("real", 2.75);
-  defaults.setString("yes", "YES");
-  defaults.setString("true", "true");
-  defaults.setString("no", "no");
-  defaults.setString("numeric", "42abc");
-  defaults.setBool("flag", true);
-  defaults.setInteger("count", 7);
-  defaults.setDate("when", Date::fromTimeIntervalSince1970(1000));
+  EXPECT_FALSE(defaults.setDouble("real", 2.75));
+  EXPECT_FALSE(defaults.setString("yes", "YES"));
+  EXPECT_FALSE(defaults.setString("true", "true"));
+  EXPECT_FALSE(defaults.setString("no", "no"));
+  EXPECT_FALSE(defaults.setString("numeric", "42abc"));
+  EXPECT_FALSE(defaults.setBool("flag", true));
+  EXPECT_FALSE(defaults.setInteger("count", 7));
+  EXPECT_FALSE(defaults.setDate("when", Date::fromTimeIntervalSince1970(1000)));
 
   EXPECT_EQ(defaults.integerForKey("real"), 2);
   EXPECT_TRUE(defaults.boolForKey("real"));
@@ -65,12 +65,12 @@ TEST(UserDefaultsTest, RegistrationDomainAnswersWhatIsNotStoredAndIsNeverWritten
   EXPECT_EQ(storage->writeCount(), 0);
   EXPECT_TRUE(storage->load().empty());
 
-  defaults.setObject("alarm", Value::Array{Value("mine")});
+  EXPECT_FALSE(defaults.setObject("alarm", Value::Array{Value("mine")}));
   EXPECT_EQ(defaults.arrayForKey("alarm"), (Value::Array{Value("mine")}));
   EXPECT_EQ(storage->load().size(), 1u) << "only the user's value is stored";
 
   // Removing the stored value uncovers the registered one again.
-  defaults.removeObjectForKey("alarm");
+  EXPECT_FALSE(defaults.removeObjectForKey("alarm"));
   EXPECT_EQ(defaults.arrayForKey("alarm"), (Value::Array{Value("factory")}));
   EXPECT_TRUE(storage->load().empty());
 
@@ -85,7 +85,7 @@ TEST(UserDefaultsTest, NullRemovesAtTopAndIsRefusedInsideContainers) {
   EXPECT_FALSE(defaults.setObject("name", Value()));
   EXPECT_TRUE(defaults.objectForKey("name").isNull());
 
-  defaults.setInteger("keep", 1);
+  EXPECT_FALSE(defaults.setInteger("keep", 1));
   OptionalError e = defaults.setObject("keep", Value::Array{Value(1), Value()});
   ASSERT_TRUE(e);
   EXPECT_TRUE(e->is(kUserDefaultsErrorDomain, kUserDefaultsInvalidValue));
@@ -119,7 +119,7 @@ TEST(UserDefaultsTest, FailedWriteKeepsTheValueAndRetriesItLater) {
 
   // And synchronize alone flushes what is pending.
   storage->failWrites(true);
-  defaults.removeObjectForKey("count");
+  EXPECT_TRUE(defaults.removeObjectForKey("count"));  // the write fails, the removal stays
   storage->failWrites(false);
   EXPECT_TRUE(defaults.synchronize());
   EXPECT_EQ(storage->load().count("count"), 0u);
@@ -129,16 +129,16 @@ TEST(UserDefaultsTest, TwoStoresOnOneStorageKeepEachOthersKeys) {
   auto storage = std::make_shared<InMemoryUserDefaultsStorage>();
   UserDefaults first(storage);
   UserDefaults second(storage);
-  first.setInteger("a", 1);
-  second.setInteger("b", 2);  // second never loaded "a", yet must not drop it
+  EXPECT_FALSE(first.setInteger("a", 1));
+  EXPECT_FALSE(second.setInteger("b", 2));  // second never loaded "a", yet must not drop it
   EXPECT_EQ(storage->load().size(), 2u);
   EXPECT_EQ(second.integerForKey("a"), 1) << "a write refreshes the other writers' keys";
   EXPECT_EQ(first.integerForKey("b"), 0) << "not seen before a reload";
   EXPECT_TRUE(first.synchronize());
   EXPECT_EQ(first.integerForKey("b"), 2);
 
-  first.setString("shared", "first");
-  second.setString("shared", "second");
+  EXPECT_FALSE(first.setString("shared", "first"));
+  EXPECT_FALSE(second.setString("shared", "second"));
   EXPECT_EQ(storage->load().at("shared"), Value("second")) << "the later write wins";
 }
 
@@ -149,7 +149,7 @@ TEST(UserDefaultsTest, StandardStoreCanBeReplacedAndRestored) {
 
   auto replacement = std::make_shared<UserDefaults>(std::make_shared<InMemoryUserDefaultsStorage>());
   UserDefaults::setStandard(replacement);
-  UserDefaults::standard()->setBool("inReplacement", true);
+  EXPECT_FALSE(UserDefaults::standard()->setBool("inReplacement", true));
   EXPECT_TRUE(replacement->boolForKey("inReplacement"));
 
   UserDefaults::setStandard(nullptr);
@@ -167,7 +167,7 @@ TEST(UserDefaultsTest, ConcurrentWritersFromManyThreadsLoseNothing) {
     threads.emplace_back([&defaults, t] {
       for (int i = 0; i < 200; ++i) {
         std::string key = "t" + std::to_string(t) + "-" + std::to_string(i);
-        defaults.setInteger(key, i);
+        EXPECT_FALSE(defaults.setInteger(key, i));
         (void)defaults.integerForKey(key);
         (void)defaults.dictionaryRepresentation();
       }

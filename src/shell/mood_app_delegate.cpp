@@ -152,7 +152,7 @@ bool MoodAppDelegate::applicationDidFinishLaunchingWithOptions(const LaunchOptio
   if (services_.location->isEnabled()) {
     if (defaults_->objectForKey(kIsMapAutomaticSelectLocation).isNull()) setMapAutomaticSelectLocation(true);
   } else {
-    defaults_->removeObjectForKey(kIsMapAutomaticSelectLocation);
+    LUMEO_DROP_ERROR(defaults_->removeObjectForKey(kIsMapAutomaticSelectLocation));
   }
   return true;
 }
@@ -175,7 +175,7 @@ void MoodAppDelegate::handleFirstStart() {
   // starts without them.
   if (services_.passcode->hasPasscode()) services_.passcode->deletePasscode();
   services_.cloudLink->unlinkAndResetClients();
-  defaults_->setBool(kMoodFirstStart, true);
+  LUMEO_DROP_ERROR(defaults_->setBool(kMoodFirstStart, true));
   defaults_->synchronize();
 }
 
@@ -280,7 +280,7 @@ void MoodAppDelegate::applicationDidEnterBackground() {
     auto context = weakContext.lock();
     auto saveAndSync = [weakContext, application, sync, task] {
       if (auto c = weakContext.lock()) {
-        if (c->hasChanges()) c->save();  // a raw save: no refresh signal
+        if (c->hasChanges()) LUMEO_DROP_ERROR(c->save());  // a raw save: no refresh signal
       }
       sync->synchronizeWithCompletion(
           [application, task](OptionalError) { application->endBackgroundTask(task); });
@@ -375,7 +375,8 @@ void MoodAppDelegate::applicationWillEnterForeground() {
 void MoodAppDelegate::applicationDidBecomeActive() {
   services_.application->setApplicationIconBadgeNumber(0);
   services_.sync->synchronizeWithCompletion(nullptr);
-  if (!services_.location->isEnabled()) defaults_->removeObjectForKey(kIsMapAutomaticSelectLocation);
+  if (!services_.location->isEnabled())
+    LUMEO_DROP_ERROR(defaults_->removeObjectForKey(kIsMapAutomaticSelectLocation));
 }
 
 void MoodAppDelegate::applicationWillTerminate() {
@@ -426,14 +427,14 @@ bool MoodAppDelegate::isDropboxReminderEnabled() const {
   return defaults_->boolForKey(kMoodDropboxReminderEnabled);
 }
 void MoodAppDelegate::setDropboxReminderEnabled(bool enabled) {
-  defaults_->setBool(kMoodDropboxReminderEnabled, enabled);
+  LUMEO_DROP_ERROR(defaults_->setBool(kMoodDropboxReminderEnabled, enabled));
   defaults_->synchronize();
 }
 bool MoodAppDelegate::isDropboxSynchronizeEnabled() const {
   return defaults_->boolForKey(kMoodDropboxSynchronizeEnabled);
 }
 void MoodAppDelegate::setDropboxSynchronizeEnabled(bool enabled) {
-  defaults_->setBool(kMoodDropboxSynchronizeEnabled, enabled);
+  LUMEO_DROP_ERROR(defaults_->setBool(kMoodDropboxSynchronizeEnabled, enabled));
   defaults_->synchronize();
 }
 long MoodAppDelegate::dropboxCounter() const {
@@ -443,21 +444,21 @@ bool MoodAppDelegate::isSyncingEnabled() const {
   return defaults_->boolForKey(kMoodSyncingEnabled);
 }
 void MoodAppDelegate::setSyncingEnabled(bool enabled) {
-  defaults_->setBool(kMoodSyncingEnabled, enabled);
+  LUMEO_DROP_ERROR(defaults_->setBool(kMoodSyncingEnabled, enabled));
   defaults_->synchronize();
 }
 std::string MoodAppDelegate::syncingService() const {
   return defaults_->stringForKey(kMoodSyncingService).value_or("");
 }
 void MoodAppDelegate::setSyncingService(const std::string& service) {
-  defaults_->setString(kMoodSyncingService, service);
+  LUMEO_DROP_ERROR(defaults_->setString(kMoodSyncingService, service));
   defaults_->synchronize();
 }
 bool MoodAppDelegate::isMapAutomaticSelectLocation() const {
   return defaults_->boolForKey(kIsMapAutomaticSelectLocation);
 }
 void MoodAppDelegate::setMapAutomaticSelectLocation(bool enabled) {
-  defaults_->setBool(kIsMapAutomaticSelectLocation, enabled);
+  LUMEO_DROP_ERROR(defaults_->setBool(kIsMapAutomaticSelectLocation, enabled));
   defaults_->synchronize();
 }
 bool MoodAppDelegate::remindersTextExists() const {
@@ -467,14 +468,14 @@ std::string MoodAppDelegate::remindersText() const {
   return defaults_->stringForKey(kRemindersTextKey).value_or("");
 }
 void MoodAppDelegate::setRemindersText(const std::string& text) {
-  defaults_->setString(kRemindersTextKey, text);
+  LUMEO_DROP_ERROR(defaults_->setString(kRemindersTextKey, text));
   defaults_->synchronize();
 }
 std::string MoodAppDelegate::reminderTemplateText() const {
   return defaults_->stringForKey(kReminderTemplateKey).value_or("");
 }
 void MoodAppDelegate::setReminderTemplateText(const std::string& text) {
-  defaults_->setString(kReminderTemplateKey, text);
+  LUMEO_DROP_ERROR(defaults_->setString(kReminderTemplateKey, text));
   defaults_->synchronize();
 }
 std::optional<Date> MoodAppDelegate::lastBackupDate() const {
@@ -482,9 +483,9 @@ std::optional<Date> MoodAppDelegate::lastBackupDate() const {
 }
 void MoodAppDelegate::setLastBackupDate(std::optional<Date> date) {
   if (date) {
-    defaults_->setDate(kLastBackupDateKey, *date);
+    LUMEO_DROP_ERROR(defaults_->setDate(kLastBackupDateKey, *date));
   } else {
-    defaults_->removeObjectForKey(kLastBackupDateKey);
+    LUMEO_DROP_ERROR(defaults_->removeObjectForKey(kLastBackupDateKey));
   }
   defaults_->synchronize();
 }
@@ -493,9 +494,9 @@ std::optional<Date> MoodAppDelegate::recentBackupMissedLastNotificationDate() co
 }
 void MoodAppDelegate::setRecentBackupMissedLastNotificationDate(std::optional<Date> date) {
   if (date) {
-    defaults_->setDate(kRecentBackupMissedLastNotificationDateKey, *date);
+    LUMEO_DROP_ERROR(defaults_->setDate(kRecentBackupMissedLastNotificationDateKey, *date));
   } else {
-    defaults_->removeObjectForKey(kRecentBackupMissedLastNotificationDateKey);
+    LUMEO_DROP_ERROR(defaults_->removeObjectForKey(kRecentBackupMissedLastNotificationDateKey));
   }
   defaults_->synchronize();
 }

@@ -5,6 +5,7 @@
 #include "platform/calendar.h"
 #include "platform/date_formatter.h"
 #include "platform/dispatch_queue.h"
+#include "platform/log.h"
 #include "platform/user_defaults.h"
 #include "shell/mood_app_delegate.h"
 #include "shell/shell_text.h"
@@ -85,7 +86,7 @@ void MoodAppDelegate::handleReminder(const Value::Dictionary& userInfo, std::opt
 void MoodAppDelegate::showMoodCaptureControllerAfterInactiveState(bool afterInactiveState) {
   // Dropping the resume key is how a reminder abandons an unfinished
   // capture: the record stays saved as far as it went.
-  defaults_->removeObjectForKey(kMoodRecordInCreation);
+  LUMEO_DROP_ERROR(defaults_->removeObjectForKey(kMoodRecordInCreation));
   if (tabBarController_) tabBarController_->selectTab(MoodTabBarController::kCaptureTab, false);
   if (!navigationController_) return;
   auto presented = navigationController_->presentedViewController();
@@ -284,7 +285,7 @@ void MoodAppDelegate::displayRecentBackupMissedAlertIfNeeded() {
 void MoodAppDelegate::setDropboxCounter(long delta) {
   if (!isDropboxReminderEnabled()) return;
   long value = dropboxCounter() + delta;
-  defaults_->setInteger(kMoodDropboxCounter, value);
+  LUMEO_DROP_ERROR(defaults_->setInteger(kMoodDropboxCounter, value));
   defaults_->synchronize();
   if (value > 0 && value % 10 == 0) {
     after(1.0, [] {

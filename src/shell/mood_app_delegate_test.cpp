@@ -192,7 +192,7 @@ TEST_F(MoodAppDelegateTest, LaunchCleansTheImageStoreUnlessAskedNotTo) {
 }
 
 TEST_F(MoodAppDelegateTest, LaunchWithoutLocationDropsAutomaticPlaces) {
-  defaults_->setBool(kIsMapAutomaticSelectLocation, false);
+  EXPECT_FALSE(defaults_->setBool(kIsMapAutomaticSelectLocation, false));
   location_->enabled = true;
   launch();
   EXPECT_FALSE(defaults_->objectForKey(kIsMapAutomaticSelectLocation).isNull()) << "a user's false survives";
@@ -217,8 +217,8 @@ TEST_F(MoodAppDelegateTest, EverySaveOfTheMainContextAsksForASync) {
 class BackgroundWalkTest : public ShellTest {
  protected:
   MoodAppDelegate& ready() {
-    defaults_->setBool(kTutorialCompleted, true);
-    defaults_->setBool(kTutorialSyncCompleted, true);
+    EXPECT_FALSE(defaults_->setBool(kTutorialCompleted, true));
+    EXPECT_FALSE(defaults_->setBool(kTutorialSyncCompleted, true));
     MoodAppDelegate& app = launch();
     app.tabBarController()->selectTab(MoodTabBarController::kMapTab, false);
     return app;
@@ -335,7 +335,7 @@ TEST_F(BackgroundWalkTest, SavesPendingChangesAndSyncsUnderABackgroundTask) {
 TEST_F(MoodAppDelegateTest, ActiveClearsBadgeSyncsAndFollowsLocation) {
   MoodAppDelegate& app = launch();
   application_->setApplicationIconBadgeNumber(4);
-  defaults_->setBool(kIsMapAutomaticSelectLocation, true);
+  EXPECT_FALSE(defaults_->setBool(kIsMapAutomaticSelectLocation, true));
   int syncs = sync_->synchronizeCalls;
   location_->enabled = false;
   app.applicationDidBecomeActive();
@@ -375,10 +375,10 @@ TEST_F(MoodAppDelegateTest, TerminationSavesWhatIsPending) {
 // --- Reminders ----------------------------------------------------------------
 
 TEST_F(MoodAppDelegateTest, TappedReminderAbandonsTheCaptureAndLeavesTheEditorSlowly) {
-  defaults_->setBool(kTutorialCompleted, true);
-  defaults_->setBool(kTutorialSyncCompleted, true);
+  EXPECT_FALSE(defaults_->setBool(kTutorialCompleted, true));
+  EXPECT_FALSE(defaults_->setBool(kTutorialSyncCompleted, true));
   MoodAppDelegate& app = launch();
-  defaults_->setString(kMoodRecordInCreation, "x-lumeo-og://store/MoodRecord/p1");
+  EXPECT_FALSE(defaults_->setString(kMoodRecordInCreation, "x-lumeo-og://store/MoodRecord/p1"));
   app.tabBarController()->selectTab(MoodTabBarController::kHistoryTab, false);
   app.navigationController()->presentViewController(
       std::make_shared<MoodViewController>("MoodRecordEditViewController"), true);
@@ -394,8 +394,8 @@ TEST_F(MoodAppDelegateTest, TappedReminderAbandonsTheCaptureAndLeavesTheEditorSl
 }
 
 TEST_F(MoodAppDelegateTest, ReminderInTheForegroundAsksFirst) {
-  defaults_->setBool(kTutorialCompleted, true);
-  defaults_->setBool(kTutorialSyncCompleted, true);
+  EXPECT_FALSE(defaults_->setBool(kTutorialCompleted, true));
+  EXPECT_FALSE(defaults_->setBool(kTutorialSyncCompleted, true));
   MoodAppDelegate& app = launch();
   app.tabBarController()->selectTab(MoodTabBarController::kSummaryTab, false);
   presenter_->answers.push_back(1);

@@ -2,6 +2,7 @@
 #include "shell/mood_settings_view_controller.h"
 
 #include "platform/dispatch_queue.h"
+#include "platform/log.h"
 #include "platform/user_defaults.h"
 #include "shell/mood_app_delegate.h"
 #include "shell/shell_services.h"
@@ -94,7 +95,7 @@ void MoodSettingsViewController::didSelectRow(std::size_t index) {
     showActionSheet("", "", items, [this](int result) {
       if (result != kMoodActionDestructive) return;
       cloudLink_->unlinkAndResetClients();
-      defaults_->removeObjectForKey("DropboxLogin");
+      LUMEO_DROP_ERROR(defaults_->removeObjectForKey("DropboxLogin"));
       defaults_->synchronize();
       loadSections();
     });

@@ -18,8 +18,8 @@ using testing::ShellTest;
 class TabsTest : public ShellTest {
  protected:
   MoodAppDelegate& ready() {
-    defaults_->setBool(kTutorialCompleted, true);
-    defaults_->setBool(kTutorialSyncCompleted, true);
+    EXPECT_FALSE(defaults_->setBool(kTutorialCompleted, true));
+    EXPECT_FALSE(defaults_->setBool(kTutorialSyncCompleted, true));
     return launch();
   }
 };
@@ -40,7 +40,7 @@ TEST_F(TabsTest, HistoryAndSummaryNeedRecordsAndTheLastDeleteGoesToCapture) {
   EXPECT_TRUE(tabs->isButtonEnabled(MoodTabBarController::kHistoryTab));
   tabs->selectTab(MoodTabBarController::kHistoryTab, false);
 
-  app.store().deleteRecord(record);
+  EXPECT_FALSE(app.store().deleteRecord(record));
   app.saveContext();
   EXPECT_FALSE(tabs->isSummaryAvailable());
   EXPECT_TRUE(tabs->isSummaryAvailableBefore());
@@ -85,7 +85,7 @@ TEST_F(TabsTest, SettingsOpenBehindTheGateAndTutorialShowsUntilDone) {
   app.tabBarController()->showSettings();
   EXPECT_EQ(app.window().visibleViewController()->className(), "MoodSettingsViewController");
 
-  defaults_->setBool(kTutorialSyncCompleted, false);
+  EXPECT_FALSE(defaults_->setBool(kTutorialSyncCompleted, false));
   launch();
   EXPECT_EQ(app_->window().visibleViewController()->className(), "MoodTutorialViewController.sync");
   EXPECT_GE(watch_->saves, 1);
@@ -115,7 +115,7 @@ TEST_F(TabsTest, SettingsRowsFollowTheWatchAndTheCloudLink) {
   EXPECT_EQ(settings->heightForRow(11), 48);
 
   // Unlink asks, then forgets the account.
-  defaults_->setString(kDropboxLogin, "someone");
+  EXPECT_FALSE(defaults_->setString(kDropboxLogin, "someone"));
   presenter_->answers.push_back(kMoodActionDestructive);
   auto nav = std::make_shared<NavigationController>(settings);
   settings->didSelectRow(11);

@@ -9,6 +9,7 @@
 #include "objectgraph/persistent_store_coordinator.h"
 #include "objectgraph/predicate.h"
 #include "platform/file_system.h"
+#include "platform/log.h"
 #include "platform/user_defaults.h"
 #include "store/image_store.h"
 #include "store/journal_model.h"
@@ -137,7 +138,7 @@ void JournalStore::saveContext() {
     saveError_.reset();
   }
   // The cached PDF no longer matches the journal.
-  defaults_->removeObjectForKey(kCreatedPDF);
+  LUMEO_DROP_ERROR(defaults_->removeObjectForKey(kCreatedPDF));
   defaults_->synchronize();
   NotificationCenter::defaultCenter().post(MoodModelHasChangedNotification);
 }
@@ -176,11 +177,16 @@ std::shared_ptr<MoodRecord> JournalStore::insertRecordWithDescription() {
   return record;
 }
 
-void JournalStore::deleteRecord(const std::shared_ptr<MoodRecord>& record) {
+OptionalError JournalStore::deleteRecord(const std::shared_ptr<MoodRecord>& record) {
   auto context = managedObjectContext();
-  if (!context || !record) return;
-  if (auto description = record->moodDescription()) context->deleteObject(description);
-  context->deleteObject(record);
+  if (!context || !record) return std::nullopt;
+  // The record first: its delete reads the tags it leaves, and when that
+  // fails nothing has changed yet. The description, unlinked by then, has
+  // nothing left to read.
+  auto description = record->moodDescription();
+  if (auto error = context->deleteObject(record)) return error;
+  if (description) return context->deleteObject(description);
+  return std::nullopt;
 }
 
 std::shared_ptr<MoodRecord> JournalStore::recordWithURI(const std::string& uri) {

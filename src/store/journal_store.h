@@ -82,7 +82,9 @@ class JournalStore {
   // A new record with its description (the capture path: nothing else set).
   std::shared_ptr<MoodRecord> insertRecordWithDescription();
   // Deletes the record and its description (two deletes, no cascade).
-  void deleteRecord(const std::shared_ptr<MoodRecord>& record);
+  // Marks the record and its description deleted; an error (the store could
+  // not read what the delete takes along) leaves both as they were.
+  [[nodiscard]] OptionalError deleteRecord(const std::shared_ptr<MoodRecord>& record);
   // The object whose URI or row number this is, if it still exists.
   std::shared_ptr<MoodRecord> recordWithURI(const std::string& uri);
   std::shared_ptr<MoodRecord> recordWithRowNumber(std::int64_t row);

@@ -98,11 +98,11 @@ TEST_F(JournalStoreTest, TagOutlivesItsLastRecordWithFrequencyZero) {
   ASSERT_TRUE(tag);
   EXPECT_EQ(tag->frequency(), 2);
 
-  store_->deleteRecord(first);
+  EXPECT_FALSE(store_->deleteRecord(first));
   store_->saveContext();
   EXPECT_EQ(tag->frequency(), 1);
 
-  store_->deleteRecord(second);
+  EXPECT_FALSE(store_->deleteRecord(second));
   store_->saveContext();
   ASSERT_FALSE(store_->lastSaveError());
   reopen();
@@ -178,14 +178,14 @@ TEST_F(JournalStoreTest, SaveContextAlwaysRemovesCachedPdfAndPosts) {
   ScopedObserver observer(NotificationCenter::defaultCenter(), MoodModelHasChangedNotification, nullptr,
                           [&](const Notification&) { ++posts; });
   // No context yet at all.
-  defaults_->setString(kCreatedPDF, "report.pdf");
+  EXPECT_FALSE(defaults_->setString(kCreatedPDF, "report.pdf"));
   store_->saveContext();
   EXPECT_EQ(posts, 1);
   EXPECT_FALSE(defaults_->stringForKey(kCreatedPDF));
 
   // A context with nothing to save.
   store_->managedObjectContext();
-  defaults_->setString(kCreatedPDF, "report.pdf");
+  EXPECT_FALSE(defaults_->setString(kCreatedPDF, "report.pdf"));
   store_->saveContext();
   EXPECT_EQ(posts, 2);
   EXPECT_FALSE(defaults_->stringForKey(kCreatedPDF));
@@ -277,7 +277,7 @@ TEST_F(JournalStoreTest, DeletingADescriptionRemovesPhotoThenThumbnail) {
   MoodDescription::setImageFileRemover([&](const std::string& name) { removed.push_back(name); });
   record->moodDescription()->setPhotoName("p.jpg");
   record->moodDescription()->setThumbName("t.jpg");
-  store_->deleteRecord(record);
+  EXPECT_FALSE(store_->deleteRecord(record));
   MoodDescription::setImageFileRemover(nullptr);
   EXPECT_EQ(removed, (std::vector<std::string>{"p.jpg", "t.jpg"}));
 }
@@ -381,7 +381,7 @@ TEST_F(JournalStoreTest, RecordsAreFoundByRowNumberAndURI) {
   EXPECT_EQ(store_->recordWithURI(record->objectID().URIRepresentation()), record);
   EXPECT_FALSE(store_->recordWithRowNumber(row + 100));
   EXPECT_FALSE(store_->recordWithURI("x-lumeo-og://nothing/MoodRecord/p1"));
-  store_->deleteRecord(record);
+  EXPECT_FALSE(store_->deleteRecord(record));
   store_->saveContext();
   EXPECT_FALSE(store_->recordWithRowNumber(row));
   // The command line names records by row number: a deleted record's number

@@ -2,6 +2,7 @@
 // the notifications that some setters send.
 #include "store/mood_user_defaults_operator.h"
 
+#include "platform/log.h"
 #include "platform/notification_center.h"
 #include "store/notification_names.h"
 #include "store/settings_keys.h"
@@ -75,7 +76,7 @@ std::int64_t MoodUserDefaultsOperator::dropboxCounter() const {
 std::optional<std::int64_t> MoodUserDefaultsOperator::setDropboxCounter(std::int64_t delta) {
   if (!isDropboxReminderEnabled()) return std::nullopt;
   std::int64_t sum = dropboxCounter() + delta;
-  defaults()->setInteger(kMoodDropboxCounter, sum);
+  LUMEO_DROP_ERROR(defaults()->setInteger(kMoodDropboxCounter, sum));
   return sum;
 }
 bool MoodUserDefaultsOperator::dropboxCounterExists() const {
@@ -193,7 +194,7 @@ bool MoodUserDefaultsOperator::graphSmoothed() {
   if (!exists(kMoodGraphSmoothed)) {
     // The default is stored the way a user's choice would be, so observers
     // learn of it the same way.
-    setGraphSmoothed(true);
+    LUMEO_DROP_ERROR(setGraphSmoothed(true));
     return true;
   }
   return defaults()->boolForKey(kMoodGraphSmoothed);

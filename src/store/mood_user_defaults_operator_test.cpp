@@ -80,7 +80,7 @@ TEST_F(MoodUserDefaultsOperatorTest, FirstReadOfGraphSmoothedStoresTrueAndTellsO
   EXPECT_TRUE(op().graphSmoothed());
   EXPECT_EQ(smoothPosts, 1) << "only the first read stores the default";
 
-  op().setGraphSmoothed(false);
+  EXPECT_FALSE(op().setGraphSmoothed(false));
   EXPECT_FALSE(op().graphSmoothed());
   EXPECT_EQ(smoothPosts, 2);
   EXPECT_EQ(widthPosts, 0);
@@ -91,33 +91,33 @@ TEST_F(MoodUserDefaultsOperatorTest, LineWidthSetterTellsObserversEachTime) {
   int smoothPosts = 0;
   auto width = count(MoodGraphLineWidthChangedNotification, widthPosts);
   auto smooth = count(MoodGraphSmoothChangedNotification, smoothPosts);
-  op().setGraphIncreaseWidth(true);
+  EXPECT_FALSE(op().setGraphIncreaseWidth(true));
   EXPECT_TRUE(op().graphIncreaseWidth());
-  op().setGraphIncreaseWidth(true);
+  EXPECT_FALSE(op().setGraphIncreaseWidth(true));
   EXPECT_EQ(widthPosts, 2);
   EXPECT_EQ(smoothPosts, 0);
 }
 
 TEST_F(MoodUserDefaultsOperatorTest, SettersStoreUnderTheKeysUsersAlreadyHave) {
-  op().setIsDropboxReminderEnabled(false);
-  op().setIsDropboxSynchronizeEnabled(true);
-  op().setLastBackupDate(Date::fromTimeIntervalSince1970(10));
-  op().setRecentBackupMissedLastNotificationDate(Date::fromTimeIntervalSince1970(20));
-  op().setIsSyncingEnabled(true);
-  op().setSyncingService(std::string("iCloud"));
-  op().setIsMapAutomaticSelectLocation(true);
-  op().setGradientColorEnabled(true);
-  op().setFromColor(Color(1, 0, 0));
-  op().setMiddleColor(Color(0, 1, 0));
-  op().setToColor(Color(0, 0, 1));
-  op().setGraphSmoothed(true);
-  op().setGraphIncreaseWidth(true);
-  op().setChartType(4);
-  op().setRemindersAlarms({Value::Dictionary{{"on", true}}});
-  op().setRemindersText(std::string("How are you feeling right now?"));
-  op().setTemplateText(std::string("#work "));
-  op().setReminderTemplateText(std::string(""));
-  op().setIsDropboxReminderEnabled(true);
+  EXPECT_FALSE(op().setIsDropboxReminderEnabled(false));
+  EXPECT_FALSE(op().setIsDropboxSynchronizeEnabled(true));
+  EXPECT_FALSE(op().setLastBackupDate(Date::fromTimeIntervalSince1970(10)));
+  EXPECT_FALSE(op().setRecentBackupMissedLastNotificationDate(Date::fromTimeIntervalSince1970(20)));
+  EXPECT_FALSE(op().setIsSyncingEnabled(true));
+  EXPECT_FALSE(op().setSyncingService(std::string("iCloud")));
+  EXPECT_FALSE(op().setIsMapAutomaticSelectLocation(true));
+  EXPECT_FALSE(op().setGradientColorEnabled(true));
+  EXPECT_FALSE(op().setFromColor(Color(1, 0, 0)));
+  EXPECT_FALSE(op().setMiddleColor(Color(0, 1, 0)));
+  EXPECT_FALSE(op().setToColor(Color(0, 0, 1)));
+  EXPECT_FALSE(op().setGraphSmoothed(true));
+  EXPECT_FALSE(op().setGraphIncreaseWidth(true));
+  EXPECT_FALSE(op().setChartType(4));
+  EXPECT_FALSE(op().setRemindersAlarms({Value::Dictionary{{"on", true}}}));
+  EXPECT_FALSE(op().setRemindersText(std::string("How are you feeling right now?")));
+  EXPECT_FALSE(op().setTemplateText(std::string("#work ")));
+  EXPECT_FALSE(op().setReminderTemplateText(std::string("")));
+  EXPECT_FALSE(op().setIsDropboxReminderEnabled(true));
   op().setDropboxCounter(1);
 
   std::set<std::string> keys;
@@ -142,8 +142,8 @@ TEST_F(MoodUserDefaultsOperatorTest, SettersStoreUnderTheKeysUsersAlreadyHave) {
   EXPECT_EQ(storage_->load().at("MoodGraphSmoothed").type(), Value::Type::kBool);
 
   // Clearing optional settings removes their keys.
-  op().setSyncingService(std::nullopt);
-  op().setLastBackupDate(std::nullopt);
+  EXPECT_FALSE(op().setSyncingService(std::nullopt));
+  EXPECT_FALSE(op().setLastBackupDate(std::nullopt));
   EXPECT_FALSE(op().syncingServiceExists());
   EXPECT_FALSE(op().lastBackupDateExists());
 }
@@ -151,30 +151,30 @@ TEST_F(MoodUserDefaultsOperatorTest, SettersStoreUnderTheKeysUsersAlreadyHave) {
 TEST_F(MoodUserDefaultsOperatorTest, BackupCounterCountsOnlyWhileTheReminderIsOn) {
   EXPECT_EQ(op().setDropboxCounter(1), 1) << "on by default";
   EXPECT_EQ(op().setDropboxCounter(9), 10);
-  op().setIsDropboxReminderEnabled(false);
+  EXPECT_FALSE(op().setIsDropboxReminderEnabled(false));
   EXPECT_FALSE(op().setDropboxCounter(1));
   EXPECT_EQ(op().dropboxCounter(), 10);
-  op().setIsDropboxReminderEnabled(true);
+  EXPECT_FALSE(op().setIsDropboxReminderEnabled(true));
   EXPECT_EQ(op().setDropboxCounter(1), 11);
 }
 
 TEST_F(MoodUserDefaultsOperatorTest, GradientColoursRoundTripAndDamagedOnesFallBackToDefaults) {
   const Color picked(0.2, 0.4, 0.6, 1);
-  op().setMiddleColor(picked);
+  EXPECT_FALSE(op().setMiddleColor(picked));
   EXPECT_EQ(op().middleColor(), picked);
   EXPECT_TRUE(op().middleColorExists());
 
-  defaults_->setString(kMoodGradientFromColor, "not a colour");
-  defaults_->setObject(kMoodGradientToColor, Value::Dictionary{{"red", 1.0}});
+  EXPECT_FALSE(defaults_->setString(kMoodGradientFromColor, "not a colour"));
+  EXPECT_FALSE(defaults_->setObject(kMoodGradientToColor, Value::Dictionary{{"red", 1.0}}));
   EXPECT_EQ(op().fromColor(), MoodUserDefaultsOperator::defaultFromColor());
   EXPECT_EQ(op().toColor(), MoodUserDefaultsOperator::defaultToColor());
 }
 
 TEST_F(MoodUserDefaultsOperatorTest, LocationModeDistinguishesOffFromNeverSet) {
-  op().setIsMapAutomaticSelectLocation(false);
+  EXPECT_FALSE(op().setIsMapAutomaticSelectLocation(false));
   EXPECT_EQ(op().isMapAutomaticSelectLocationObject(), false) << "a choice of off is kept";
   EXPECT_TRUE(op().isMapAutomaticSelectLocationExists());
-  op().clearIsMapAutomaticSelectLocation();
+  EXPECT_FALSE(op().clearIsMapAutomaticSelectLocation());
   EXPECT_FALSE(op().isMapAutomaticSelectLocationObject());
   EXPECT_FALSE(op().isMapAutomaticSelectLocation());
 }
@@ -189,11 +189,11 @@ TEST_F(MoodUserDefaultsOperatorTest, RegisteredFactoryRemindersCountAsPresent) {
 }
 
 TEST_F(MoodUserDefaultsOperatorTest, SharedOperatorFollowsTheCurrentStandardStore) {
-  op().setTemplateText(std::string("first store"));
+  EXPECT_FALSE(op().setTemplateText(std::string("first store")));
   auto other = std::make_shared<UserDefaults>(std::make_shared<InMemoryUserDefaultsStorage>());
   UserDefaults::setStandard(other);
   EXPECT_FALSE(op().templateText());
-  op().setTemplateText(std::string("second store"));
+  EXPECT_FALSE(op().setTemplateText(std::string("second store")));
   EXPECT_EQ(defaults_->stringForKey(kTemplateKey), "first store");
 
   MoodUserDefaultsOperator bound(defaults_);

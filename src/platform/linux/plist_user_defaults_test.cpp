@@ -108,9 +108,9 @@ TEST(PlistUserDefaultsTest, SecondUnreadableFileIsKeptUnderAnotherName) {
   TempDir dir;
   const auto file = dir / "defaults.plist";
   writeFile(file, "first damage");
-  PlistUserDefaults(file).setBool("a", true);
+  EXPECT_FALSE(PlistUserDefaults(file).setBool("a", true));
   writeFile(file, "second damage");
-  PlistUserDefaults(file).setBool("b", true);
+  EXPECT_FALSE(PlistUserDefaults(file).setBool("b", true));
   EXPECT_EQ(readFile(dir / "defaults.plist.unreadable"), "first damage");
   EXPECT_EQ(readFile(dir / "defaults.plist.unreadable-2"), "second damage");
   EXPECT_EQ(PlistUserDefaults(file).persistentDomain(), (Value::Dictionary{{"b", true}}));
@@ -188,7 +188,7 @@ TEST(PlistUserDefaultsTest, FileIsReadableByAnotherPropertyListReader) {
   const auto file = dir / "defaults.plist";
   {
     PlistUserDefaults defaults(file);
-    for (const auto& [key, value] : everyKind()) defaults.setObject(key, value);
+    for (const auto& [key, value] : everyKind()) EXPECT_FALSE(defaults.setObject(key, value));
   }
   const auto out = dir / "summary.txt";
   std::string cmd =
@@ -227,8 +227,8 @@ TEST(PlistUserDefaultsTest, DatesKeepWholeSecondsInTheFileButExactValuesInThisPr
   PlistUserDefaults defaults(file);
   const Date precise = Date::fromTimeIntervalSinceReferenceDate(100.75);
   const Date beforeReference = Date::fromTimeIntervalSinceReferenceDate(-100.25);
-  defaults.setDate("IDMLastSyncing", precise);
-  defaults.setDate("ExportFrom", beforeReference);
+  EXPECT_FALSE(defaults.setDate("IDMLastSyncing", precise));
+  EXPECT_FALSE(defaults.setDate("ExportFrom", beforeReference));
   EXPECT_EQ(defaults.dateForKey("IDMLastSyncing"), precise);
 
   PlistUserDefaults reopened(file);
@@ -237,7 +237,7 @@ TEST(PlistUserDefaultsTest, DatesKeepWholeSecondsInTheFileButExactValuesInThisPr
       << "cut towards the past";
 
   // A date that another writer changed is not shadowed by the remembered one.
-  reopened.setDate("IDMLastSyncing", Date::fromTimeIntervalSinceReferenceDate(500));
+  EXPECT_FALSE(reopened.setDate("IDMLastSyncing", Date::fromTimeIntervalSinceReferenceDate(500)));
   EXPECT_TRUE(defaults.synchronize());
   EXPECT_EQ(defaults.dateForKey("IDMLastSyncing"), Date::fromTimeIntervalSinceReferenceDate(500));
   EXPECT_EQ(defaults.dateForKey("ExportFrom"), beforeReference);
@@ -247,7 +247,7 @@ TEST(PlistUserDefaultsTest, ValuesTheFileCannotHoldAreRefusedAndChangeNothing) {
   TempDir dir;
   const auto file = dir / "defaults.plist";
   PlistUserDefaults defaults(file);
-  defaults.setString("kTemplateKey", "#sleep:");
+  EXPECT_FALSE(defaults.setString("kTemplateKey", "#sleep:"));
   const std::string before = readFile(file);
 
   const std::vector<std::pair<std::string, Value>> refused = {
@@ -276,7 +276,7 @@ TEST(PlistUserDefaultsTest, WritesLeaveNoTemporaryFiles) {
   TempDir dir;
   const auto file = dir / "defaults.plist";
   PlistUserDefaults defaults(file);
-  for (int i = 0; i < 50; ++i) defaults.setInteger("key" + std::to_string(i % 7), i);
+  for (int i = 0; i < 50; ++i) EXPECT_FALSE(defaults.setInteger("key" + std::to_string(i % 7), i));
   EXPECT_EQ(filesIn(dir.path()), (std::set<std::string>{"defaults.plist", "defaults.plist.lock"}));
   EXPECT_EQ(std::filesystem::status(file).permissions() & std::filesystem::perms::all,
             std::filesystem::perms::owner_read | std::filesystem::perms::owner_write)
@@ -287,20 +287,20 @@ TEST(PlistUserDefaultsTest, ChangesThatLeaveTheFileAsItIsDoNotRewriteIt) {
   TempDir dir;
   const auto file = dir / "defaults.plist";
   PlistUserDefaults defaults(file);
-  defaults.setString("kReminderTemplateKey", "");
-  defaults.setInteger("count", 1);
+  EXPECT_FALSE(defaults.setString("kReminderTemplateKey", ""));
+  EXPECT_FALSE(defaults.setInteger("count", 1));
   auto inode = [&] {
     struct stat st {};
     ::stat(file.c_str(), &st);
     return st.st_ino;
   };
   const auto before = inode();
-  defaults.setString("kReminderTemplateKey", "");
-  defaults.removeObjectForKey("never-set");
+  EXPECT_FALSE(defaults.setString("kReminderTemplateKey", ""));
+  EXPECT_FALSE(defaults.removeObjectForKey("never-set"));
   EXPECT_EQ(inode(), before) << "the file was replaced for nothing";
 
   // The same number of another kind is a change.
-  defaults.setBool("count", true);
+  EXPECT_FALSE(defaults.setBool("count", true));
   EXPECT_NE(inode(), before);
   EXPECT_EQ(PlistUserDefaults(file).objectForKey("count").type(), Value::Type::kBool);
 }
@@ -350,7 +350,7 @@ TEST(PlistUserDefaultsTest, RealWriteFailureOnAFullFileSystemKeepsTheOldFile) {
   // full disk would. It runs in a child so the limit stays there.
   TempDir dir;
   const auto file = dir / "defaults.plist";
-  PlistUserDefaults(file).setString("kTemplateKey", "keep me");
+  EXPECT_FALSE(PlistUserDefaults(file).setString("kTemplateKey", "keep me"));
   const std::string before = readFile(file);
 
   pid_t pid = fork();
@@ -376,7 +376,7 @@ TEST(PlistUserDefaultsTest, ReadOnlyFolderReportsFailureAndKeepsTheOldFile) {
   TempDir dir;
   const auto folder = dir / "config";
   const auto file = folder / "defaults.plist";
-  PlistUserDefaults(file).setBool("a", true);
+  EXPECT_FALSE(PlistUserDefaults(file).setBool("a", true));
   const std::string before = readFile(file);
   std::filesystem::permissions(folder,
                                std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
@@ -395,11 +395,11 @@ TEST(PlistUserDefaultsTest, WritersOnOneFileKeepOtherKeysAndTheLaterWriteWins) {
   const auto file = dir / "defaults.plist";
   PlistUserDefaults first(file);
   PlistUserDefaults second(file);  // opened before the first one wrote
-  first.setBool("MoodSyncingEnabled", true);
-  second.setString("MoodSyncingService", "iCloud");
-  first.setInteger("shared", 1);
-  second.setInteger("shared", 2);
-  second.removeObjectForKey("nothing-there");
+  EXPECT_FALSE(first.setBool("MoodSyncingEnabled", true));
+  EXPECT_FALSE(second.setString("MoodSyncingService", "iCloud"));
+  EXPECT_FALSE(first.setInteger("shared", 1));
+  EXPECT_FALSE(second.setInteger("shared", 2));
+  EXPECT_FALSE(second.removeObjectForKey("nothing-there"));
 
   PlistUserDefaults reader(file);
   EXPECT_TRUE(reader.boolForKey("MoodSyncingEnabled"));
@@ -410,7 +410,7 @@ TEST(PlistUserDefaultsTest, WritersOnOneFileKeepOtherKeysAndTheLaterWriteWins) {
 TEST(PlistUserDefaultsTest, TwoProcessesWritingAtOnceLoseNoKeys) {
   TempDir dir;
   const auto file = dir / "defaults.plist";
-  PlistUserDefaults(file).setString("existing", "before");
+  EXPECT_FALSE(PlistUserDefaults(file).setString("existing", "before"));
   constexpr int kKeys = 60;
 
   std::vector<pid_t> children;
@@ -453,7 +453,7 @@ TEST(PlistUserDefaultsTest, StandardStoreLivesInTheDataDirectory) {
   auto installed = PlistUserDefaults::installStandard();
   DataDirectories::setHomeOverride(std::nullopt);
   EXPECT_EQ(UserDefaults::standard(), installed);
-  UserDefaults::standard()->setBool("MoodFirstStart", true);
+  EXPECT_FALSE(UserDefaults::standard()->setBool("MoodFirstStart", true));
   UserDefaults::setStandard(previous);
   EXPECT_TRUE(
       PlistUserDefaults(DataDirectories::underHome(dir.path()).defaultsFile).boolForKey("MoodFirstStart"));
