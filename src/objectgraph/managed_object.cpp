@@ -117,13 +117,8 @@ void IdList::remapIDs(const std::function<bool(ManagedObjectID&)>& remap, bool o
   }
 }
 
-void ObjectChangesDeleter::operator()(ObjectChanges* changes) const {
-  changes->~ObjectChanges();
-  objectmemory::deallocate(changes, sizeof(ObjectChanges));
-}
-
 ObjectChanges& ObjectState::changesForWrite() {
-  if (!changes) changes.reset(new (objectmemory::allocate(sizeof(ObjectChanges))) ObjectChanges());
+  if (!changes) changes = std::make_unique<ObjectChanges>();
   return *changes;
 }
 

@@ -167,7 +167,7 @@ std::shared_ptr<ManagedObject> EntityDescription::makeInstance() const {
       return object;
     }
   }
-  return std::allocate_shared<ManagedObject>(ObjectAllocator<ManagedObject>());
+  return std::make_shared<ManagedObject>();
 }
 
 EntityDescription& ManagedObjectModel::addEntity(std::string name) {

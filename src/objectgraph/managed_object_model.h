@@ -15,7 +15,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include "objectgraph/object_memory.h"
 #include "platform/value.h"
 
 namespace lumeo {
@@ -209,7 +208,7 @@ class EntityDescription {
   }
   template <class T>
   EntityDescription& setInstanceClass() {
-    return setInstanceFactory([] { return std::allocate_shared<T>(ObjectAllocator<T>()); });
+    return setInstanceFactory([] { return std::make_shared<T>(); });
   }
 
   bool isAbstract() const { return abstract_; }

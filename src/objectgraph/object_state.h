@@ -11,7 +11,6 @@
 #include "objectgraph/id_table.h"
 #include "objectgraph/managed_object_id.h"
 #include "objectgraph/managed_object_model.h"
-#include "objectgraph/object_memory.h"
 #include "platform/value.h"
 
 namespace lumeo {
@@ -63,10 +62,9 @@ struct ToManyState {
   bool changed() const { return !added.empty() || !removed.empty() || reordered; }
 };
 
-// An object's values by attribute slot and to-one targets by to-one slot, in
-// memory that large fetches reuse (object_memory.h).
-using ValueSlots = std::vector<Value, ObjectAllocator<Value>>;
-using IdSlots = std::vector<ManagedObjectID, ObjectAllocator<ManagedObjectID>>;
+// An object's values by attribute slot and to-one targets by to-one slot.
+using ValueSlots = std::vector<Value>;
+using IdSlots = std::vector<ManagedObjectID>;
 
 // A row as a context or the store sees it.
 struct RowSnapshot {
@@ -87,10 +85,6 @@ struct ObjectChanges {
   std::vector<std::uint8_t> toOneChanged;
 };
 
-struct ObjectChangesDeleter {
-  void operator()(ObjectChanges* changes) const;
-};
-
 struct ObjectState {
   const EntityDescription* entity = nullptr;
   ManagedObjectContext* context = nullptr;  // null when detached
@@ -108,7 +102,7 @@ struct ObjectState {
 
   ValueSlots attributes;
   IdSlots toOne;
-  std::unique_ptr<ObjectChanges, ObjectChangesDeleter> changes;  // null: nothing changed
+  std::unique_ptr<ObjectChanges> changes;  // null: nothing changed
   std::vector<ToManyState> toMany;
   std::int64_t version = 0;
 
