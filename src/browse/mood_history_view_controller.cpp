@@ -11,6 +11,7 @@
 #include "objectgraph/managed_object_context.h"
 #include "platform/date_formatter.h"
 #include "platform/dispatch_queue.h"
+#include "platform/log.h"
 #include "platform/user_defaults.h"
 #include "shell/mood_app_delegate.h"
 #include "store/date_all.h"
@@ -297,7 +298,7 @@ void MoodHistoryViewController::deleteRecord(const std::shared_ptr<MoodRecord>& 
   moodRecords_.erase(it);
   historyView_.deleteRecordAtIndex(index);
   JournalStore& journal = store();
-  journal.deleteRecord(record);
+  LUMEO_DROP_ERROR(journal.deleteRecord(record));
   // The save posts the change notification, which refetches the list while
   // the update is open.
   if (env_.saveContext) {
@@ -418,7 +419,7 @@ void MoodHistoryViewController::tagFilterDoneClicked() {
 void MoodHistoryViewController::setSelectedHistoryViewType(int type) {
   type = type == kCalendar ? kCalendar : kList;
   auto defaults = env_.defaults ? env_.defaults : UserDefaults::standard();
-  defaults->setInteger(kMoodHistorySelectedDefaultIndex, type);
+  LUMEO_DROP_ERROR(defaults->setInteger(kMoodHistorySelectedDefaultIndex, type));
   defaults->synchronize();
   bool changed = type != selectedHistoryViewType_;
   selectedHistoryViewType_ = type;

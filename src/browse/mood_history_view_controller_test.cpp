@@ -207,9 +207,9 @@ TEST_F(HistoryTest, SelectionIsClampedAfterASyncAndFoundAgainByIdentity) {
 
   // A sync removed two records behind the screen's back.
   auto records = store_->recordsSortedByDate();
-  store_->deleteRecord(records[3]);
-  store_->deleteRecord(records[4]);
-  store_->managedObjectContext()->save();
+  EXPECT_FALSE(store_->deleteRecord(records[3]));
+  EXPECT_FALSE(store_->deleteRecord(records[4]));
+  EXPECT_FALSE(store_->managedObjectContext()->save());
   NotificationCenter::defaultCenter().post(IDMSyncActivityDidEnd);
   EXPECT_EQ(history->moodRecords().size(), 3u);
   EXPECT_EQ(history->selectedMoodRecordIndex(), 2);

@@ -281,8 +281,8 @@ TEST_F(CaptureFlowTest, TemplateFillsOnlyNewRecordsAndTheReminderTemplateIsUsedU
 // comment; an empty comment keeps it empty.
 TEST_F(CaptureFlowTest, OneStepCaptureStartsFromTheTemplateUnlessGivenAComment) {
   MoodUserDefaultsOperator& defaults = MoodUserDefaultsOperator::sharedOperator();
-  defaults.setTemplateText(std::string("Slept #sleep:7h"));
-  defaults.setReminderTemplateText(std::string("After the reminder #evening"));
+  EXPECT_FALSE(defaults.setTemplateText(std::string("Slept #sleep:7h")));
+  EXPECT_FALSE(defaults.setReminderTemplateText(std::string("After the reminder #evening")));
   auto capture = [&](std::optional<std::string> comment) {
     NewRecordInput input;
     input.level = 7;
@@ -307,7 +307,7 @@ TEST_F(CaptureFlowTest, OneStepCaptureStartsFromTheTemplateUnlessGivenAComment) 
   openStore();
   EXPECT_EQ(store_->allRecords().size(), 4u);
 
-  defaults.setTemplateText(std::nullopt);
+  EXPECT_FALSE(defaults.setTemplateText(std::nullopt));
   EXPECT_FALSE(capture(std::nullopt)->moodDescription()->comment()) << "no template, no comment";
 }
 
