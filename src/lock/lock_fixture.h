@@ -22,8 +22,8 @@ class LockTest : public ShellTest {
     facade_ = std::make_shared<MoodBiometricAuthenticationFacade>(reader_, defaults_);
     gate_ = std::make_shared<MoodPasscodeGate>(facade_);
     services_.passcode = gate_;
-    defaults_->setBool(kTutorialCompleted, true);
-    defaults_->setBool(kTutorialSyncCompleted, true);
+    EXPECT_FALSE(defaults_->setBool(kTutorialCompleted, true));
+    EXPECT_FALSE(defaults_->setBool(kTutorialSyncCompleted, true));
   }
   ~LockTest() override { TextFieldAlertPresenter::setShared(nullptr); }
 

@@ -5,6 +5,7 @@
 #include <atomic>
 
 #include "platform/dispatch_queue.h"
+#include "platform/log.h"
 #include "platform/user_defaults.h"
 #include "platform/value.h"
 #include "shell/mood_app_delegate.h"
@@ -52,12 +53,12 @@ bool MoodBiometricAuthenticationFacade::biometricEnabledForThisApp() const {
 }
 
 void MoodBiometricAuthenticationFacade::enableBiometricForThisApp() {
-  settings().setBool(kTouchIDEnabledForThisAppKey, true);
+  LUMEO_DROP_ERROR(settings().setBool(kTouchIDEnabledForThisAppKey, true));
   settings().synchronize();
 }
 
 void MoodBiometricAuthenticationFacade::disableBiometricForThisApp() {
-  settings().setBool(kTouchIDEnabledForThisAppKey, false);
+  LUMEO_DROP_ERROR(settings().setBool(kTouchIDEnabledForThisAppKey, false));
   settings().synchronize();
 }
 
@@ -72,7 +73,7 @@ void MoodBiometricAuthenticationFacade::storeFeature(const std::string& feature,
   Value::Dictionary features =
       settings().dictionaryForKey(kCTFeaturesDictionaryKey).value_or(Value::Dictionary{});
   features[feature] = Value(enabled);
-  settings().setObject(kCTFeaturesDictionaryKey, Value(std::move(features)));
+  LUMEO_DROP_ERROR(settings().setObject(kCTFeaturesDictionaryKey, Value(std::move(features))));
   settings().synchronize();
 }
 

@@ -190,7 +190,7 @@ TEST_F(LockTest, AFreshInstallDeletesAnOldPasscodeButAJournalInUseKeepsIt) {
   EXPECT_TRUE(keychain_->items().empty());
 
   setPasscode("4321");
-  defaults_->removeObjectForKey(kMoodFirstStart);
+  EXPECT_FALSE(defaults_->removeObjectForKey(kMoodFirstStart));
   seedRecord();
   launch();
   EXPECT_EQ(MoodPasscodeStorage::passCode(), "4321");

@@ -3,6 +3,7 @@
 #include "lock/mood_passcode_storage.h"
 
 #include "lock/mood_keychain_utils.h"
+#include "platform/log.h"
 #include "platform/secret_store.h"
 #include "platform/user_defaults.h"
 #include "shell/mood_app_delegate.h"
@@ -55,7 +56,7 @@ OptionalError MoodPasscodeStorage::setPassCode(const std::string& code) {
   UserDefaults& settings = defaults();
   if (code.empty()) {
     if (auto failure = deleteSecret(kMoodPassCodeUsername)) return failure;
-    settings.removeObjectForKey(kMoodPassCodeSetKey);
+    LUMEO_DROP_ERROR(settings.removeObjectForKey(kMoodPassCodeSetKey));
     settings.synchronize();
     return std::nullopt;
   }
@@ -71,7 +72,7 @@ OptionalError MoodPasscodeStorage::setPassCode(const std::string& code) {
     return failure;
   }
   if (fresh) {
-    settings.setBool(kMoodPassCodeSetKey, true);
+    LUMEO_DROP_ERROR(settings.setBool(kMoodPassCodeSetKey, true));
     settings.synchronize();
   }
   return std::nullopt;
