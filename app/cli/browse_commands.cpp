@@ -76,33 +76,10 @@ std::string isoDay(Date date) {
   return formatter.stringFromDate(date);
 }
 
-std::string isoText(Date date) {
-  DateFormatter formatter("yyyy-MM-dd'T'HH:mm:ssXXX");
-  formatter.setLocale("en_US_POSIX");
-  return formatter.stringFromDate(date);
-}
-
 std::string timeText(Date date) {
   DateFormatter formatter("HH:mm");
   formatter.setLocale("en_US_POSIX");
   return formatter.stringFromDate(date);
-}
-
-std::int64_t recordID(const MoodRecord& record) {
-  return record.objectID().primaryKey();
-}
-
-// One line of a comment, cut on a character boundary.
-std::string oneLine(std::string text, std::size_t width) {
-  for (char& c : text) {
-    if (c == '\n' || c == '\t' || c == '\r') c = ' ';
-  }
-  if (text.size() > width) {
-    std::size_t cut = width;
-    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
-    text = text.substr(0, cut) + "...";
-  }
-  return text;
 }
 
 // Text for JSON: invalid UTF-8 in a stored comment becomes U+FFFD rather

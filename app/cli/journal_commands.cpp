@@ -153,12 +153,6 @@ Date requireDate(const std::string& text, const std::string& what, bool endOfDay
   return parsed->date;
 }
 
-std::string isoText(Date date) {
-  DateFormatter formatter("yyyy-MM-dd'T'HH:mm:ssXXX");
-  formatter.setLocale("en_US_POSIX");
-  return formatter.stringFromDate(date);
-}
-
 std::string shortText(Date date) {
   DateFormatter formatter("yyyy-MM-dd HH:mm");
   formatter.setLocale("en_US_POSIX");
@@ -166,23 +160,6 @@ std::string shortText(Date date) {
 }
 
 // --- Records --------------------------------------------------------------
-
-std::int64_t recordID(const MoodRecord& record) {
-  return record.objectID().primaryKey();
-}
-
-std::string oneLine(std::string text, std::size_t width) {
-  for (char& c : text) {
-    if (c == '\n' || c == '\t') c = ' ';
-  }
-  // Cut on a character boundary of UTF-8.
-  if (text.size() > width) {
-    std::size_t cut = width;
-    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
-    text = text.substr(0, cut) + "...";
-  }
-  return text;
-}
 
 long parseLevel(const std::string& text) {
   long level = 0;
@@ -452,6 +429,29 @@ const DemoStep kJournalDemo(10, "Journal: four weeks of records", [](CliApp& cli
 });
 
 }  // namespace
+
+std::string isoText(Date date) {
+  DateFormatter formatter("yyyy-MM-dd'T'HH:mm:ssXXX");
+  formatter.setLocale("en_US_POSIX");
+  return formatter.stringFromDate(date);
+}
+
+std::int64_t recordID(const MoodRecord& record) {
+  return record.objectID().primaryKey();
+}
+
+std::string oneLine(std::string text, std::size_t width) {
+  for (char& c : text) {
+    if (c == '\n' || c == '\t' || c == '\r') c = ' ';
+  }
+  // Cut on a character boundary of UTF-8.
+  if (text.size() > width) {
+    std::size_t cut = width;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
+    text = text.substr(0, cut) + "...";
+  }
+  return text;
+}
 
 nlohmann::json recordJson(const MoodRecord& record) {
   nlohmann::json j;

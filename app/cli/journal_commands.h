@@ -6,6 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <nlohmann/json.hpp>
+#include <string>
+
+#include "platform/date.h"
 
 namespace lumeo {
 class JournalStore;
@@ -25,6 +28,13 @@ MoodAppDelegate& journalSession(CliApp& app);
 // id, uri, uniqueIdentifier, date, level, comment, tags, latitude,
 // longitude, photo and edited, absent values as null.
 nlohmann::json recordJson(const MoodRecord& record);
+
+// Pieces of the commands' plain-text output, shared by every command file:
+// a date in ISO 8601 with its offset, a record's number, and one line of a
+// comment cut to `width` bytes on a character boundary.
+std::string isoText(Date date);
+std::int64_t recordID(const MoodRecord& record);
+std::string oneLine(std::string text, std::size_t width);
 
 // Fills the journal with `days` days of sample records ending today, two
 // or three a day, with comments and tags, saved in one transaction; the same
