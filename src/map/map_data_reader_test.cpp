@@ -34,7 +34,8 @@ class Collector : public MapDataReaderDelegate {
 
 class MapDataReaderTest : public ::testing::Test {
  protected:
-  MapDataReaderTest() : reader(MapDataReader::create(journal.store())), collector(std::make_shared<Collector>()) {
+  MapDataReaderTest()
+      : reader(MapDataReader::create(journal.store())), collector(std::make_shared<Collector>()) {
     reader->setDelegate(collector);
   }
   void readAll() {
@@ -111,7 +112,8 @@ TEST_F(MapDataReaderTest, FiveHundredAndOneRecordsArriveInTwoPacedBatches) {
   ASSERT_EQ(collector->batches.size(), 2u);
   EXPECT_EQ(collector->batches[0].size(), 500u);
   EXPECT_EQ(collector->batches[1].size(), 1u);
-  EXPECT_GE(collector->times[1].timeIntervalSinceDate(collector->times[0]), MapDataReader::kBatchPause - 1e-6);
+  EXPECT_GE(collector->times[1].timeIntervalSinceDate(collector->times[0]),
+            MapDataReader::kBatchPause - 1e-6);
 }
 
 TEST_F(MapDataReaderTest, StoppingDropsBatchesNotYetDelivered) {
