@@ -1,0 +1,179 @@
+#include "gui_application.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFont>
+#include <QGuiApplication>
+#include <QIcon>
+#include <QQmlApplicationEngine>
+#include <QQmlContext>
+#include <QQuickWindow>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "gui_runtime.h"
+#include "gui_session.h"
+#include "platform/clock.h"
+#include "platform/localization.h"
+#include "shell_adapter.h"
+#include "theme.h"
+
+namespace lumeo::gui {
+
+namespace {
+
+constexpr int kUsageError = 2;
+
+bool hasArgument(int argc, char** argv, const char* name) {
+  for (int i = 1; i < argc; ++i)
+    if (std::strcmp(argv[i], name) == 0) return true;
+  return false;
+}
+
+std::optional<QSize> parseSize(const QString& text) {
+  const QStringList parts = text.toLower().split(QLatin1Char('x'));
+  if (parts.size() != 2) return std::nullopt;
+  bool okW = false, okH = false;
+  const int w = parts[0].toInt(&okW), h = parts[1].toInt(&okH);
+  if (!okW || !okH || w < 320 || h < 320 || w > 4000 || h > 4000) return std::nullopt;
+  return QSize(w, h);
+}
+
+// The moment the screenshots' sample journal ends: fixed, so that the
+// pictures compare against the checked-in references on any day.
+Date screenshotNow() {
+  return Date::fromTimeIntervalSince1970(1795132800.0 + 18 * 3600);
+}  // 2026-11-20 18:00 UTC
+
+int fail(const QString& message, int status) {
+  std::fprintf(stderr, "lumeo-gui: %s\n", message.toLocal8Bit().constData());
+  return status;
+}
+
+}  // namespace
+
+int runGuiApplication(int argc, char** argv) {
+  const bool screenshot = hasArgument(argc, argv, "--screenshot");
+  if (screenshot) {
+    // The same pixels on every machine: no GPU, no display, one font, one
+    // language, one time zone.
+    setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    setenv("QT_QUICK_BACKEND", "software", 1);
+    setenv("TZ", "UTC", 1);
+    setenv("LC_ALL", "C.UTF-8", 1);
+    setenv("LANGUAGE", "en", 1);
+  }
+  Localization::reload();
+  QGuiApplication app(argc, argv);
+  QGuiApplication::setApplicationName(QStringLiteral("lumeo"));
+  QGuiApplication::setApplicationDisplayName(QStringLiteral("Lumeo"));
+  QGuiApplication::setDesktopFileName(QStringLiteral("org.lumeo.Lumeo"));
+  QGuiApplication::setApplicationVersion(QStringLiteral(LUMEO_VERSION));
+  QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/Lumeo/icons/lumeo.svg")));
+
+  QCommandLineParser parser;
+  parser.setApplicationDescription(QStringLiteral("Lumeo, a personal mood journal"));
+  parser.addHelpOption();
+  parser.addVersionOption();
+  QCommandLineOption homeOption(
+      QStringLiteral("home"), QStringLiteral("Keep all of Lumeo's files under DIR."), QStringLiteral("DIR"));
+  QCommandLineOption captureOption(QStringLiteral("capture"), QStringLiteral("Open on the Capture tab."));
+  QCommandLineOption sampleOption(QStringLiteral("sample-journal"),
+                                  QStringLiteral("Open a throwaway journal of sample records."));
+  QCommandLineOption shotOption(
+      QStringLiteral("screenshot"),
+      QStringLiteral("Render a tab of a fixed sample journal to the PNG FILE and quit."),
+      QStringLiteral("FILE"));
+  QCommandLineOption tabOption(QStringLiteral("tab"), QStringLiteral("The tab to render: 0 to 3."),
+                               QStringLiteral("N"), QStringLiteral("0"));
+  QCommandLineOption sizeOption(QStringLiteral("size"), QStringLiteral("The window size, e.g. 420x760."),
+                                QStringLiteral("WxH"), QStringLiteral("420x760"));
+  QCommandLineOption themeOption(QStringLiteral("theme"), QStringLiteral("light or dark."),
+                                 QStringLiteral("THEME"));
+  QCommandLineOption screenOption(QStringLiteral("screen"),
+                                  QStringLiteral("A screen to open before rendering: settings."),
+                                  QStringLiteral("NAME"));
+  parser.addOptions({homeOption, captureOption, sampleOption, shotOption, tabOption, sizeOption, themeOption,
+                     screenOption});
+  parser.process(app);
+
+  GuiOptions options;
+  if (parser.isSet(homeOption)) options.home = parser.value(homeOption);
+  options.capture = parser.isSet(captureOption);
+  options.sampleJournal = parser.isSet(sampleOption);
+  if (parser.isSet(shotOption)) options.screenshot = parser.value(shotOption);
+  bool okTab = false;
+  options.tab = parser.value(tabOption).toInt(&okTab);
+  if (!okTab || options.tab < 0 || options.tab > 3)
+    return fail(QStringLiteral("--tab takes 0, 1, 2 or 3"), kUsageError);
+  auto size = parseSize(parser.value(sizeOption));
+  if (!size) return fail(QStringLiteral("--size takes WIDTHxHEIGHT, each from 320 to 4000"), kUsageError);
+  options.size = *size;
+  options.theme = parser.value(themeOption);
+  if (!options.theme.isEmpty() && options.theme != QLatin1String("light") &&
+      options.theme != QLatin1String("dark"))
+    return fail(QStringLiteral("--theme takes light or dark"), kUsageError);
+  options.screen = parser.value(screenOption);
+  if (!options.screen.isEmpty() && options.screen != QLatin1String("settings"))
+    return fail(QStringLiteral("--screen takes settings"), kUsageError);
+  if (!options.screenshot && (parser.isSet(tabOption) || parser.isSet(screenOption)))
+    return fail(QStringLiteral("--tab and --screen go with --screenshot"), kUsageError);
+
+  // A throwaway journal lives in a temporary folder that goes with the run.
+  std::optional<QTemporaryDir> scratch;
+  std::optional<ScopedSimulatedClock> fixedClock;
+  SessionOptions sessionOptions;
+  if (options.screenshot || options.sampleJournal) {
+    scratch.emplace(QDir::tempPath() + QStringLiteral("/lumeo-sample-XXXXXX"));
+    if (!scratch->isValid()) return fail(QStringLiteral("cannot make a folder for the sample journal"), 1);
+    sessionOptions.home = scratch->path().toStdString();
+    sessionOptions.sampleJournal = true;
+  } else if (options.home) {
+    sessionOptions.home = options.home->toStdString();
+  }
+  if (options.screenshot) {
+    QGuiApplication::setFont(QFont(QStringLiteral("DejaVu Sans"), 10));
+    fixedClock.emplace(screenshotNow());
+  }
+
+  GuiSession session(sessionOptions);
+  const bool launched = session.launch();
+  GuiRuntime runtime(session);
+  if (!options.theme.isEmpty()) runtime.theme().setMode(options.theme);
+
+  QQmlApplicationEngine engine;
+  runtime.attach(engine);
+  engine.rootContext()->setContextProperty(QStringLiteral("appScreenshotMode"), bool(options.screenshot));
+  engine.rootContext()->setContextProperty(QStringLiteral("appSampleJournal"), options.sampleJournal);
+  engine.load(QUrl(QStringLiteral("qrc:/Lumeo/Main.qml")));
+  if (engine.rootObjects().isEmpty()) return fail(QStringLiteral("the window could not be made"), 1);
+  auto* window = qobject_cast<QQuickWindow*>(engine.rootObjects().first());
+  if (!window) return fail(QStringLiteral("the window could not be made"), 1);
+  if (!launched) std::fprintf(stderr, "lumeo-gui: %s\n", session.launchError().c_str());
+
+  if (!options.screenshot) return app.exec();
+
+  // Screenshot: no splash animation, the tab chosen, a few frames to settle.
+  window->resize(options.size);
+  auto* shell = qobject_cast<ShellAdapter*>(runtime.singleton(QStringLiteral("Shell")));
+  shell->splashFaded();
+  if (options.tab != 0 && !shell->selectTab(options.tab))
+    return fail(QStringLiteral("the tab could not be opened"), 1);
+  if (options.screen == QLatin1String("settings")) shell->showSettings();
+  int status = 0;
+  QTimer::singleShot(400, &app, [&] {
+    QImage picture = window->grabWindow();
+    if (picture.isNull() || !picture.save(*options.screenshot, "PNG")) {
+      fail(QStringLiteral("cannot write ") + *options.screenshot, 1);
+      status = 1;
+    }
+    app.quit();
+  });
+  app.exec();
+  return status;
+}
+
+}  // namespace lumeo::gui

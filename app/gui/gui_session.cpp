@@ -1,0 +1,138 @@
+#include "gui_session.h"
+
+#include "capture/mood_capture_view_controller.h"
+#include "capture/mood_levels_presentation.h"
+#include "capture/mood_record_state.h"
+#include "lock/mood_passcode_gate.h"
+#include "objectgraph/managed_object_context.h"
+#include "platform/biometric_authenticator.h"
+#include "platform/dispatch_queue.h"
+#include "platform/linux/fprintd_authenticator.h"
+#include "platform/linux/plist_user_defaults.h"
+#include "platform/linux/secret_service_store.h"
+#include "platform/log.h"
+#include "platform/secret_store.h"
+#include "sample_journal.h"
+#include "shell/mood_app_delegate.h"
+#include "shell/resources_location.h"
+#include "store/journal_store.h"
+
+namespace lumeo::gui {
+
+GuiSession::GuiSession(SessionOptions options) : options_(std::move(options)) {}
+
+GuiSession::~GuiSession() {
+  if (app_) {
+    if (splashDone_ && journalError_.empty()) {
+      // The termination step saves; it does so under the writer lock too.
+      app_->applicationWillTerminate();
+    }
+    capture_.reset();
+    willSave_ = ScopedObserver();
+    app_.reset();
+  }
+  lock_.reset();
+}
+
+std::filesystem::path GuiSession::storePath() const {
+  return directories_.library / kJournalStoreFileName;
+}
+
+bool GuiSession::takeWriterLock() {
+  if (lock_) return true;
+  auto lock = JournalLock::acquire(directories_.library);
+  if (auto* error = std::get_if<Error>(&lock)) {
+    launchError_ = error->description;
+    return false;
+  }
+  lock_ = std::move(std::get<JournalLock>(lock));
+  return true;
+}
+
+bool GuiSession::launch() {
+  if (options_.home) DataDirectories::setHomeOverride(options_.home);
+  directories_ = DataDirectories::current();
+  if (!directories_.create()) {
+    launchError_ = "Lumeo cannot make its folders under " + directories_.library.parent_path().string();
+    return false;
+  }
+  // From the first read of the settings to the end of the launch's writes.
+  if (!takeWriterLock()) return false;
+  defaults_ = PlistUserDefaults::installStandard();
+  MoodLevelTableFiles::setCurrent({directories_.library, resourcesDirectory() / kMoodLevelTableFileName});
+  MoodAppDelegate::setLevelTextProvider([](long level) {
+    auto presentation = MoodLevelsPresentation().presentationForMoodLevel(level);
+    return presentation ? presentation->text : std::to_string(level);
+  });
+  if (options_.desktopServices) {
+    std::error_code ec;
+    auto journal = std::filesystem::weakly_canonical(directories_.library, ec);
+    SecretStore::setShared(std::make_shared<SecretServiceStore>(journal.string()));
+    BiometricAuthenticator::setShared(std::make_shared<FprintdAuthenticator>());
+  }
+  ShellServices services;
+  services.passcode = options_.passcode ? options_.passcode : std::make_shared<MoodPasscodeGate>();
+  ApplicationDirectories appDirs{directories_.library, directories_.documents, resourcesDirectory()};
+  app_ = std::make_unique<MoodAppDelegate>(appDirs, services, defaults_);
+  app_->applicationDidFinishLaunchingWithOptions(LaunchOptions{});
+  capture_ = std::make_shared<MoodCaptureViewController>(RecordStateServices::fromSharedDelegate(),
+                                                         directories_.library, defaults_);
+  app_->setCaptureHooks(capture_);
+  return true;
+}
+
+void GuiSession::splashFinished() {
+  if (!app_ || splashDone_) return;
+  if (!takeWriterLock()) {
+    journalError_ = launchError_;
+    return;
+  }
+  if (options_.sampleJournal) {
+    // The store opens here; a fresh throwaway journal gets its records
+    // before the tabs first look at it.
+    if (app_->store().storeOpenError() == std::nullopt && app_->store().isKnownEmpty())
+      fillSampleJournal(app_->store(), Date::now());
+  }
+  app_->splash()->iconFadeDidFinish();
+  splashDone_ = true;
+  if (auto error = app_->store().storeOpenError()) {
+    journalError_ = error->description;
+  } else {
+    app_->applicationDidBecomeActive();
+  }
+  observeSaves();
+  lock_.reset();
+}
+
+void GuiSession::observeSaves() {
+  // Each save of the main context runs under the writer lock: taken when
+  // the save starts, let go at the end of this turn of the main queue, once
+  // the save and what it triggers (the backup counter) are written.
+  willSave_ =
+      ScopedObserver(NotificationCenter::defaultCenter(), kManagedObjectContextWillSaveNotification, nullptr,
+                     [this](const Notification& notification) {
+                       if (!app_ || notification.sender != app_->managedObjectContext().get()) return;
+                       if (lock_) return;
+                       if (!takeWriterLock()) {
+                         LUMEO_LOG_WARNING("saving without the journal's writer lock: %@", launchError_);
+                         return;
+                       }
+                       DispatchQueue::main().async([this] { lock_.reset(); });
+                     });
+}
+
+void GuiSession::enterBackground() {
+  if (!app_ || !splashDone_ || inBackground_) return;
+  inBackground_ = true;
+  app_->applicationWillResignActive();
+  app_->applicationDidEnterBackground();
+}
+
+void GuiSession::enterForeground() {
+  if (!app_ || !splashDone_ || !inBackground_) return;
+  inBackground_ = false;
+  app_->applicationWillEnterForeground();
+  app_->applicationDidBecomeActive();
+}
+
+}  // namespace lumeo::gui

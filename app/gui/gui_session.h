@@ -1,0 +1,91 @@
+// One run of the desktop application on one journal: the data folders, the
+// application object and its launch sequence, the capture tab's controller,
+// and the journal's writer lock, which the GUI holds only while it launches
+// and while it saves, so the command line and the reminder agent can write
+// between the GUI's saves.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/linux/data_directories.h"
+#include "platform/notification_center.h"
+#include "store/journal_lock.h"
+
+namespace lumeo {
+class MoodAppDelegate;
+class MoodCaptureViewController;
+class PasscodeGate;
+class UserDefaults;
+}  // namespace lumeo
+
+namespace lumeo::gui {
+
+struct SessionOptions {
+  // All files under this folder (--home); otherwise LUMEO_HOME or the XDG
+  // folders.
+  std::optional<std::filesystem::path> home;
+  // Fill an empty journal with sample records at launch (the throwaway
+  // journal of "Explore with sample data" and of the screenshots).
+  bool sampleJournal = false;
+  // The passcode gate; the lock's own (on the shared keychain) when unset.
+  std::shared_ptr<PasscodeGate> passcode;
+  // Put the desktop's keyring (Secret Service) and fingerprint reader
+  // (fprintd) behind the lock. Tests install their own and say false.
+  bool desktopServices = true;
+};
+
+class GuiSession {
+ public:
+  explicit GuiSession(SessionOptions options);
+  ~GuiSession();  // the termination step: saves
+  GuiSession(const GuiSession&) = delete;
+  GuiSession& operator=(const GuiSession&) = delete;
+
+  // The launch up to the splash: folders, settings, application object,
+  // capture tab. False, with launchError(), when the folders cannot be made
+  // or another writer keeps the journal for longer than the wait.
+  bool launch();
+  // The splash's icon has faded in: opens the store, builds the tabs and
+  // resumes an unfinished record. Afterwards journalError() says whether the
+  // store could be opened.
+  void splashFinished();
+  bool splashDone() const { return splashDone_; }
+
+  const std::string& launchError() const { return launchError_; }
+  // Why the journal cannot be opened ("" when it is open): a file that is
+  // not a journal, an unreadable file. Nothing has been written to it.
+  const std::string& journalError() const { return journalError_; }
+
+  MoodAppDelegate& app() { return *app_; }
+  bool launched() const { return app_ != nullptr; }
+  std::shared_ptr<MoodCaptureViewController> capture() const { return capture_; }
+  std::shared_ptr<UserDefaults> defaults() const { return defaults_; }
+  const DataDirectories& directories() const { return directories_; }
+  std::filesystem::path storePath() const;
+
+  // The window was hidden or shown again: the background and foreground
+  // steps (save, lock on the way back).
+  void enterBackground();
+  void enterForeground();
+
+ private:
+  bool takeWriterLock();
+  void observeSaves();
+
+  SessionOptions options_;
+  DataDirectories directories_;
+  std::shared_ptr<UserDefaults> defaults_;
+  std::unique_ptr<MoodAppDelegate> app_;
+  std::shared_ptr<MoodCaptureViewController> capture_;
+  std::optional<JournalLock> lock_;
+  ScopedObserver willSave_;
+  std::string launchError_;
+  std::string journalError_;
+  bool splashDone_ = false;
+  bool inBackground_ = false;
+};
+
+}  // namespace lumeo::gui

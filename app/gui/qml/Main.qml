@@ -1,0 +1,29 @@
+// The window: the shell fills it. Hiding or minimising the window is the
+// desktop's "background": the journal saves and, with a passcode set, locks
+// until the window comes back and the code is entered.
+import QtQuick
+import QtQuick.Controls.Basic
+import Lumeo.Core
+
+ApplicationWindow {
+    id: window
+    width: 420
+    height: 760
+    minimumWidth: 360
+    minimumHeight: 520
+    visible: true
+    title: appSampleJournal ? L10n.tr("Lumeo — sample journal") : "Lumeo"
+    color: Theme.background
+
+    onVisibilityChanged: function (visibility) {
+        if (visibility === Window.Hidden || visibility === Window.Minimized)
+            Shell.windowHidden()
+        else
+            Shell.windowShown()
+    }
+
+    AppShell {
+        anchors.fill: parent
+        screenshotMode: appScreenshotMode
+    }
+}
