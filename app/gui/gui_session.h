@@ -86,6 +86,8 @@ class GuiSession {
   std::string journalError_;
   bool splashDone_ = false;
   bool inBackground_ = false;
+  // Blocks posted to the main queue check it: they may run after the session.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace lumeo::gui
