@@ -38,6 +38,7 @@ GuiFixture::GuiFixture(bool sampleRecords) {
 }
 
 GuiFixture::~GuiFixture() {
+  setParent(nullptr);  // the runtime took this object as a child with the singleton
   runtime_.reset();
   session_.reset();
 }
