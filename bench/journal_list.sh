@@ -3,7 +3,8 @@
 # `lumeo list` (the whole command: launch sequence, store open, fetch, print)
 # against the sqlite3 shell reading the same rows (id, date, level, comment)
 # from the same file. Prints both times and their ratio. Uses hyperfine when
-# it is installed, else a timed loop.
+# it is installed, else a timed loop. JOURNAL_LIST_BASELINE=/path/to/lumeo
+# adds another build of lumeo (an older commit, say) to the same run.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${LUMEO_BUILD_DIR:-$root/build}
@@ -27,16 +28,28 @@ query='SELECT r._pk, r.date, r.moodLevel, d.comment FROM MoodRecord r
 echo "journal of $count records, size $(du -h "$store" | cut -f1), newest 100 listed"
 if command -v hyperfine >/dev/null; then
   json=$(mktemp)
+  baseline=()
+  if [ -n "${JOURNAL_LIST_BASELINE:-}" ]; then
+    "$JOURNAL_LIST_BASELINE" --home "$home" list --limit 100 >/dev/null
+    baseline=(-n "baseline list" "$JOURNAL_LIST_BASELINE --home $home list --limit 100")
+  fi
   hyperfine --warmup 3 --runs "$runs" --export-json "$json" -N \
     -n "lumeo list" "$lumeo --home $home list --limit 100" \
-    -n "sqlite3" "sqlite3 $store \"$(tr '\n' ' ' <<<"$query")\"" >/dev/null
+    -n "sqlite3" "sqlite3 $store \"$(tr '\n' ' ' <<<"$query")\"" "${baseline[@]}" >/dev/null
   python3 - "$json" <<'PY'
 import json, sys
 r = {x["command"]: x for x in json.load(open(sys.argv[1]))["results"]}
-a, b = r["lumeo list"], r["sqlite3"]
-print(f"lumeo list : {a['mean']*1000:8.2f} ms  (sd {a['stddev']*1000:.2f})")
-print(f"sqlite3    : {b['mean']*1000:8.2f} ms  (sd {b['stddev']*1000:.2f})")
-print(f"ratio lumeo/sqlite3: {a['mean']/b['mean']:.2f}")
+peer = r["sqlite3"]
+# CPU time (user + system) is steadier than wall time on a busy machine.
+cpu = lambda x: x["user"] + x["system"]
+for name in ("lumeo list", "baseline list", "sqlite3"):
+    if name in r:
+        x = r[name]
+        print(f"{name:14}: {x['mean']*1000:7.2f} ms wall (sd {x['stddev']*1000:.2f}), {cpu(x)*1000:6.2f} ms cpu")
+for name in ("lumeo list", "baseline list"):
+    if name in r:
+        x = r[name]
+        print(f"ratio {name}/sqlite3: {x['mean']/peer['mean']:.2f} wall, {cpu(x)/cpu(peer):.2f} cpu")
 PY
   rm -f "$json"
 else

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -47,6 +48,62 @@ TEST(DateFormatterTest, PatternsInLocaleAndZone) {
   for (const auto& c : cases) {
     EXPECT_EQ(formatter(c.pattern, c.locale, c.zone).stringFromDate(kEvening), c.text) << c.pattern;
   }
+}
+
+// The POSIX locale's numeric patterns are written without ICU; they must
+// read exactly as ICU writes them (here in en_US, which has the same digits):
+// across daylight-saving changes, half-hour and +14 h zones, local mean time
+// before standard zones, whole and fractional seconds before 1970, and at
+// the ends of the years where the shortcut applies.
+TEST(DateFormatterTest, NumericPatternsInThePosixLocaleReadAsIcuWritesThem) {
+  const std::vector<std::string> patterns = {"yyyy-MM-dd HH:mm", "yyyy-MM-dd'T'HH:mm:ss", "dd.MM.yyyy",
+                                             "HH:mm 'o''clock' yyyy", "yyyyMMdd-HHmmss"};
+  const std::vector<std::string> zones = {"UTC",
+                                          "Europe/Berlin",
+                                          "America/St_Johns",
+                                          "Pacific/Kiritimati",
+                                          "Australia/Lord_Howe",
+                                          "Europe/Amsterdam",
+                                          "America/Los_Angeles"};
+  std::vector<double> seconds = {
+      0,           -0.5,        -1,           -86400.25,    59.999,
+      1679792399,  1679792400,  1698541199.5, 1698541200,   951782400,
+      -2208988800, -2524521600, -12212553600, 253402214400, 253402300799 - 86400 * 2,
+      1e9,         -1e9,        4102444800,   -11676096000, 1719792000.999};
+  // A spread of instants over four centuries, with odd fractions.
+  for (int i = 0; i < 400; ++i) seconds.push_back(-11000000000.0 + i * 34567890.123);
+  for (const auto& zoneName : zones) {
+    auto zone = TimeZone::named(zoneName);
+    ASSERT_TRUE(zone) << zoneName;
+    for (const auto& pattern : patterns) {
+      DateFormatter posix(pattern), icu(pattern);
+      posix.setLocale("en_US_POSIX");
+      icu.setLocale("en_US");
+      posix.setTimeZone(*zone);
+      icu.setTimeZone(*zone);
+      for (double s : seconds) {
+        const Date date = Date::fromTimeIntervalSince1970(s);
+        ASSERT_EQ(posix.stringFromDate(date), icu.stringFromDate(date))
+            << pattern << " in " << zoneName << " at " << s;
+      }
+    }
+  }
+  // Outside the shortcut's years (the Julian calendar before 1583, five-digit
+  // years) and fields, ICU still writes them.
+  for (double s : {-30610224000.0, -12219379200.0, -12219292800.0, 253402300800.0, 316224000000.5}) {
+    DateFormatter posix("yyyy-MM-dd HH:mm:ss"), icu("yyyy-MM-dd HH:mm:ss");
+    posix.setLocale("en_US_POSIX");
+    icu.setLocale("en_US");
+    posix.setTimeZone(TimeZone::gmt());
+    icu.setTimeZone(TimeZone::gmt());
+    EXPECT_EQ(posix.stringFromDate(Date::fromTimeIntervalSince1970(s)),
+              icu.stringFromDate(Date::fromTimeIntervalSince1970(s)))
+        << s;
+  }
+  DateFormatter named("d MMM yyyy");
+  named.setLocale("en_US_POSIX");
+  named.setTimeZone(TimeZone::gmt());
+  EXPECT_EQ(named.stringFromDate(Date::fromTimeIntervalSince1970(0)), "1 Jan 1970");
 }
 
 TEST(DateFormatterTest, StrictParsing) {
