@@ -154,5 +154,34 @@ TEST(ContextEdgeTest, AChildFetchWithALimitCountsItsOwnUnsavedObjects) {
   EXPECT_EQ(stack.context->countForFetchRequest(FetchRequest("MoodTag")), 5u);
 }
 
+// IDs name their entity by address and are plain values that callers keep
+// (a screen's selection, a pending request): one kept after the whole stack
+// is gone must still say what it names, and compare and print as before.
+TEST(ContextEdgeTest, AnIDOutlivesItsContextCoordinatorAndModel) {
+  ManagedObjectID permanent, temporary;
+  std::string uri;
+  std::weak_ptr<ManagedObjectModel> model;
+  {
+    testing::TestStack stack;
+    model = stack.model;
+    auto tag = newTag(*stack.context, "kept");
+    temporary = tag->objectID();
+    ASSERT_FALSE(stack.context->save());
+    permanent = tag->objectID();
+    uri = permanent.URIRepresentation();
+  }
+  // What the IDs point at is still there (before, the model went with the
+  // coordinator and the IDs read freed memory).
+  EXPECT_FALSE(model.expired());
+  EXPECT_EQ(permanent.entityName(), "MoodTag");
+  EXPECT_EQ(permanent.entity().name(), "MoodTag");
+  EXPECT_EQ(temporary.entityName(), "MoodTag");
+  EXPECT_EQ(permanent.URIRepresentation(), uri);
+  const ManagedObjectID copy = permanent;
+  EXPECT_EQ(copy, permanent);
+  EXPECT_NE(temporary, permanent);
+  EXPECT_FALSE(permanent < copy || copy < permanent);
+}
+
 }  // namespace
 }  // namespace lumeo

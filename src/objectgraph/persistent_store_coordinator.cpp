@@ -2,6 +2,10 @@
 // the lock that serialises all use of its connection.
 #include "objectgraph/persistent_store_coordinator.h"
 
+#include <algorithm>
+#include <mutex>
+#include <vector>
+
 #include "objectgraph/object_graph_error.h"
 #include "objectgraph/sqlite_store.h"
 
@@ -11,10 +15,26 @@ Value::Dictionary PersistentStore::metadata() const {
   return metadata_;
 }
 
+namespace {
+
+// Object IDs name their entity by address and are values that callers keep
+// as long as they like, beyond the coordinator that made them. So a model
+// that a coordinator has used lives for the rest of the process: a program
+// makes one or a few, and their descriptions are small.
+void keepForTheProcess(const std::shared_ptr<ManagedObjectModel>& model) {
+  static std::mutex mutex;
+  static std::vector<std::shared_ptr<ManagedObjectModel>> kept;
+  std::lock_guard<std::mutex> lock(mutex);
+  if (std::find(kept.begin(), kept.end(), model) == kept.end()) kept.push_back(model);
+}
+
+}  // namespace
+
 PersistentStoreCoordinator::PersistentStoreCoordinator(std::shared_ptr<ManagedObjectModel> model)
     : model_(std::move(model)) {
   if (!model_) throw std::invalid_argument("a coordinator needs a model");
   model_->finalize();
+  keepForTheProcess(model_);
 }
 
 PersistentStoreCoordinator::~PersistentStoreCoordinator() = default;
