@@ -231,15 +231,34 @@ Image Canvas::image() const {
   const int stride = cairo_image_surface_get_stride(surface_);
   std::vector<std::uint8_t> rgba(static_cast<std::size_t>(width_) * static_cast<std::size_t>(height_) * 4);
   std::uint8_t* out = rgba.data();
+  // A chart is mostly opaque pixels, which need no division; the others
+  // take theirs from a table of every (alpha, channel) pair, made once.
+  static const std::vector<std::uint8_t> table = [] {
+    std::vector<std::uint8_t> t(256 * 256);
+    for (int a = 0; a < 256; ++a) {
+      for (int c = 0; c < 256; ++c) {
+        t[static_cast<std::size_t>(a * 256 + c)] =
+            unpremultiply(static_cast<std::uint8_t>(c), static_cast<std::uint8_t>(a));
+      }
+    }
+    return t;
+  }();
   for (int y = 0; y < height_; ++y) {
     const auto* row = reinterpret_cast<const std::uint32_t*>(data + static_cast<std::ptrdiff_t>(y) * stride);
     for (int x = 0; x < width_; ++x, out += 4) {
       const std::uint32_t p = row[x];
-      const std::uint8_t a = p >> 24;
-      out[0] = unpremultiply((p >> 16) & 0xff, a);
-      out[1] = unpremultiply((p >> 8) & 0xff, a);
-      out[2] = unpremultiply(p & 0xff, a);
-      out[3] = a;
+      const std::uint32_t a = p >> 24;
+      if (a == 255) {
+        out[0] = static_cast<std::uint8_t>(p >> 16);
+        out[1] = static_cast<std::uint8_t>(p >> 8);
+        out[2] = static_cast<std::uint8_t>(p);
+      } else {
+        const std::uint8_t* t = table.data() + a * 256;
+        out[0] = t[(p >> 16) & 0xff];
+        out[1] = t[(p >> 8) & 0xff];
+        out[2] = t[p & 0xff];
+      }
+      out[3] = static_cast<std::uint8_t>(a);
     }
   }
   return Image(width_, height_, std::move(rgba));

@@ -2,8 +2,10 @@
 // back through the canvas itself and through the PNG decoder.
 #include "platform/canvas.h"
 
+#include <cairo.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "platform/atomic_file.h"
@@ -29,6 +31,43 @@ TEST(Canvas, FillsAndReadsPixels) {
   expectColorNear(canvas.pixelAt(15, 5), Color(0, 0, 1, 0.5), 2.0 / 255);
   expectColorNear(canvas.pixelAt(-1, 0), Color(0, 0, 0, 0));
   expectColorNear(canvas.pixelAt(20, 0), Color(0, 0, 0, 0));
+}
+
+// image() unpremultiplies every pixel by rounding c * 255 / a, clamped to
+// 255: every alpha from 0 to 255 with dark, light and saturated channels,
+// compared with what cairo stored.
+TEST(Canvas, ImageUnpremultipliesEveryAlphaExactly) {
+  Canvas canvas(256, 6);
+  const Color colors[] = {Color(1, 1, 1),       Color(0, 0, 0),         Color(1, 0.5, 0),
+                          Color(0.2, 0.4, 0.6), Color(0.99, 0.01, 0.5), Color(0.5, 0.5, 0.5)};
+  for (int y = 0; y < 6; ++y) {
+    for (int a = 0; a < 256; ++a) {
+      Color c = colors[y];
+      c.alpha = a / 255.0;
+      canvas.fillRect(Rect{static_cast<double>(a), static_cast<double>(y), 1, 1}, c);
+    }
+  }
+  const Image image = canvas.image();
+  ASSERT_EQ(image.width(), 256);
+  cairo_surface_t* surface = cairo_get_target(canvas.cairoContext());
+  cairo_surface_flush(surface);
+  const unsigned char* data = cairo_image_surface_get_data(surface);
+  const int stride = cairo_image_surface_get_stride(surface);
+  const std::uint8_t* rgba = image.pixels().data();
+  for (int y = 0; y < 6; ++y) {
+    for (int x = 0; x < 256; ++x) {
+      const std::uint32_t p = reinterpret_cast<const std::uint32_t*>(data + y * stride)[x];
+      const int a = static_cast<int>(p >> 24);
+      const int stored[3] = {static_cast<int>((p >> 16) & 0xff), static_cast<int>((p >> 8) & 0xff),
+                             static_cast<int>(p & 0xff)};
+      const std::uint8_t* got = rgba + (static_cast<std::size_t>(y) * 256 + static_cast<std::size_t>(x)) * 4;
+      ASSERT_EQ(got[3], a) << x << "," << y;
+      for (int i = 0; i < 3; ++i) {
+        const int expected = a == 0 ? 0 : std::min(255, (stored[i] * 255 + a / 2) / a);
+        ASSERT_EQ(got[i], expected) << "channel " << i << " at " << x << "," << y;
+      }
+    }
+  }
 }
 
 TEST(Canvas, TransformsApplyToLaterDrawing) {
