@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "capture_adapter.h"
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "platform/clock.h"
@@ -94,7 +95,7 @@ int runGuiApplication(int argc, char** argv) {
   QCommandLineOption themeOption(QStringLiteral("theme"), QStringLiteral("light or dark."),
                                  QStringLiteral("THEME"));
   QCommandLineOption screenOption(QStringLiteral("screen"),
-                                  QStringLiteral("A screen to open before rendering: settings."),
+                                  QStringLiteral("A screen to open before rendering: settings or editor."),
                                   QStringLiteral("NAME"));
   parser.addOptions({homeOption, captureOption, sampleOption, shotOption, tabOption, sizeOption, themeOption,
                      screenOption});
@@ -117,8 +118,9 @@ int runGuiApplication(int argc, char** argv) {
       options.theme != QLatin1String("dark"))
     return fail(QStringLiteral("--theme takes light or dark"), kUsageError);
   options.screen = parser.value(screenOption);
-  if (!options.screen.isEmpty() && options.screen != QLatin1String("settings"))
-    return fail(QStringLiteral("--screen takes settings"), kUsageError);
+  if (!options.screen.isEmpty() && options.screen != QLatin1String("settings") &&
+      options.screen != QLatin1String("editor"))
+    return fail(QStringLiteral("--screen takes settings or editor"), kUsageError);
   if (!options.screenshot && (parser.isSet(tabOption) || parser.isSet(screenOption)))
     return fail(QStringLiteral("--tab and --screen go with --screenshot"), kUsageError);
 
@@ -163,6 +165,11 @@ int runGuiApplication(int argc, char** argv) {
   if (options.tab != 0 && !shell->selectTab(options.tab))
     return fail(QStringLiteral("the tab could not be opened"), 1);
   if (options.screen == QLatin1String("settings")) shell->showSettings();
+  if (options.screen == QLatin1String("editor")) {
+    auto* capture = qobject_cast<CaptureAdapter*>(runtime.singleton(QStringLiteral("Capture")));
+    if (!capture || !capture->chooseLevel(7))
+      return fail(QStringLiteral("the editor could not be opened"), 1);
+  }
   int status = 0;
   QTimer::singleShot(400, &app, [&] {
     QImage picture = window->grabWindow();

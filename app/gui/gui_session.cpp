@@ -2,6 +2,7 @@
 
 #include "capture/mood_capture_view_controller.h"
 #include "capture/mood_levels_presentation.h"
+#include "capture/mood_record_edit_view_controller.h"
 #include "capture/mood_record_state.h"
 #include "lock/mood_passcode_gate.h"
 #include "objectgraph/managed_object_context.h"
@@ -24,7 +25,10 @@ GuiSession::GuiSession(SessionOptions options) : options_(std::move(options)) {}
 GuiSession::~GuiSession() {
   if (app_) {
     if (splashDone_ && journalError_.empty()) {
-      // The termination step saves; it does so under the writer lock too.
+      // An open editor keeps what was typed, and its record stays "in
+      // creation", so the next start resumes it; the termination step
+      // saves, under the writer lock too.
+      NotificationCenter::defaultCenter().post(kApplicationDidEnterBackgroundNotification);
       app_->applicationWillTerminate();
     }
     capture_.reset();
@@ -125,6 +129,7 @@ void GuiSession::enterBackground() {
   if (!app_ || !splashDone_ || inBackground_) return;
   inBackground_ = true;
   app_->applicationWillResignActive();
+  NotificationCenter::defaultCenter().post(kApplicationDidEnterBackgroundNotification);
   app_->applicationDidEnterBackground();
 }
 

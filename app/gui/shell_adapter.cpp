@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QProcess>
 
+#include "capture/mood_capture_view_controller.h"
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "main_queue_pump.h"
@@ -26,14 +27,25 @@ void collectScreens(Screen* screen, bool isRoot, QList<Screen*>& out) {
     for (std::size_t i = 0; i < stack.size(); ++i) {
       // The main stack's root is the tab bar, shown as the tabs themselves;
       // the passcode stack's root is the entry screen, a screen like others.
-      if (isRoot && i == 0 && stack[i]->className() == "MoodTabBarController") continue;
-      out.append(stack[i].get());
+      if (!(isRoot && i == 0 && stack[i]->className() == "MoodTabBarController")) out.append(stack[i].get());
       if (auto presented = stack[i]->presentedViewController()) collectScreens(presented.get(), false, out);
     }
   } else if (!isRoot) {
     out.append(screen);
   }
   if (auto presented = screen->presentedViewController()) collectScreens(presented.get(), false, out);
+}
+
+// Every screen over the tabs: what the capture tab presented (the editor of
+// a new record) and then the window's chain.
+QList<Screen*> screenChain(GuiSession& session) {
+  QList<Screen*> chain;
+  if (!session.launched()) return chain;
+  if (auto capture = session.capture()) {
+    if (auto presented = capture->presentedViewController()) collectScreens(presented.get(), false, chain);
+  }
+  collectScreens(session.app().window().rootViewController().get(), true, chain);
+  return chain;
 }
 
 }  // namespace
@@ -95,8 +107,7 @@ void ShellAdapter::refresh() {
     for (int i = 0; i < 4; ++i) enabled.append(tabs->isButtonEnabled(i));
     set(tabEnabled_, enabled);
     set(locked_, session.app().isPasscodeScreenRoot());
-    QList<Screen*> chain;
-    collectScreens(session.app().window().rootViewController().get(), true, chain);
+    const QList<Screen*> chain = screenChain(session);
     QVariantList screens;
     for (Screen* screen : chain) {
       const QString name = QString::fromStdString(screen->className());
@@ -110,9 +121,7 @@ void ShellAdapter::refresh() {
 
 Screen* ShellAdapter::findScreen(const QString& className) const {
   auto& session = runtime_.session();
-  if (!session.launched()) return nullptr;
-  QList<Screen*> chain;
-  collectScreens(session.app().window().rootViewController().get(), true, chain);
+  const QList<Screen*> chain = screenChain(session);
   for (auto it = chain.rbegin(); it != chain.rend(); ++it)
     if (QString::fromStdString((*it)->className()) == className) return *it;
   return nullptr;

@@ -78,6 +78,18 @@ QStringList GuiFixture::tagNames() const {
   return out;
 }
 
+bool GuiFixture::editRecordWithComment(const QString& text) {
+  if (!session_->splashDone()) return false;
+  for (const auto& record : session_->app().store().allRecords()) {
+    auto description = record->moodDescription();
+    if (!description || description->comment().value_or("").find(text.toStdString()) == std::string::npos)
+      continue;
+    session_->app().moodEditActivityFinished(record);
+    return true;
+  }
+  return false;
+}
+
 void GuiFixture::drain() const {
   MainLoop::shared().runOnce();
 }

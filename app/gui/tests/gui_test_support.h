@@ -43,6 +43,9 @@ class GuiFixture : public QObject {
   Q_INVOKABLE int recordCount() const;
   // Tag names in the store, most used first.
   Q_INVOKABLE QStringList tagNames() const;
+  // Opens the editor on the first record whose comment contains `text`, as
+  // the share sheet's Edit does. False when there is none.
+  Q_INVOKABLE bool editRecordWithComment(const QString& text);
   // Runs the core's main queue until it is empty.
   Q_INVOKABLE void drain() const;
 
