@@ -1,0 +1,201 @@
+// Archiving and reading back property change values.
+#include "sync/sync_property_change_value.h"
+
+#include "objectgraph/managed_object_model.h"
+#include "platform/log.h"
+#include "sync/sync_error.h"
+#include "sync/sync_event_store.h"
+
+namespace lumeo {
+
+namespace {
+
+Value stringSet(const std::set<std::string>& strings) {
+  Value::Array out;
+  out.reserve(strings.size());
+  for (const auto& s : strings) out.emplace_back(s);
+  return Value(std::move(out));
+}
+
+std::set<std::string> readStringSet(const Value& v, const char* key) {
+  const Value::Array* array = v.asArray();
+  if (!array) throw SyncException(std::string("Property change value field \"") + key + "\" is not an array");
+  std::set<std::string> out;
+  for (const auto& item : *array) {
+    const std::string* s = item.asString();
+    if (!s)
+      throw SyncException(std::string("Property change value field \"") + key + "\" holds a non-string");
+    out.insert(*s);
+  }
+  return out;
+}
+
+const std::string& requireString(const Value& v, const char* key) {
+  const std::string* s = v.asString();
+  if (!s) throw SyncException(std::string("Property change value field \"") + key + "\" is not a string");
+  return *s;
+}
+
+// Whether a value read from an event can stand in an attribute of this type.
+bool fitsAttribute(const Value& v, AttributeType type) {
+  if (v.isNull()) return true;
+  switch (type) {
+    case AttributeType::kString:
+      return v.asString() != nullptr;
+    case AttributeType::kInteger16:
+    case AttributeType::kInteger32:
+    case AttributeType::kInteger64:
+    case AttributeType::kBoolean:
+    case AttributeType::kDouble:
+      return v.isNumber();
+    case AttributeType::kDate:
+      return v.asDate() != nullptr || v.isNumber();
+    case AttributeType::kBinary:
+      return v.asData() != nullptr;
+    case AttributeType::kTransformable:
+      return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+Value SyncPropertyChangeValue::archive() const {
+  Value::Dictionary d;
+  d["classVersion"] = Value(1);
+  d["type"] = Value(type);
+  d["propertyName"] = Value(propertyName);
+  if (!value.isNull()) d["value"] = value;
+  if (filename) d["filename"] = Value(*filename);
+  if (relatedIdentifier) d["relatedIdentifier"] = Value(*relatedIdentifier);
+  if (addedIdentifiers) d["addedIdentifiers"] = stringSet(*addedIdentifiers);
+  if (removedIdentifiers) d["removedIdentifiers"] = stringSet(*removedIdentifiers);
+  if (movedIdentifiersByIndex) {
+    Value::Dictionary moved;
+    for (const auto& [index, identifier] : *movedIdentifiersByIndex)
+      moved[std::to_string(index)] = Value(identifier);
+    d["movedIdentifiersByIndex"] = Value(std::move(moved));
+  }
+  return Value(std::move(d));
+}
+
+SyncPropertyChangeValue SyncPropertyChangeValue::unarchive(const Value& archive) {
+  const Value::Dictionary* d = archive.asDictionary();
+  if (!d) throw SyncException("Property change value is not a dictionary");
+  SyncPropertyChangeValue out;
+  bool hasType = false;
+  bool hasName = false;
+  for (const auto& [key, v] : *d) {
+    if (key == "classVersion") {
+      continue;  // never read: every version so far reads alike
+    } else if (key == "type") {
+      if (v.type() != Value::Type::kInteger)
+        throw SyncException("Property change value type is not an integer");
+      std::int64_t t = v.toInt();
+      if (t < 0 || t > 3)
+        throw SyncException("Property change value type " + std::to_string(t) + " is unknown");
+      out.type = static_cast<int>(t);
+      hasType = true;
+    } else if (key == "propertyName") {
+      out.propertyName = requireString(v, "propertyName");
+      hasName = !out.propertyName.empty();
+    } else if (key == "value") {
+      out.value = v;
+    } else if (key == "filename") {
+      if (!v.isNull()) out.filename = requireString(v, "filename");
+    } else if (key == "relatedIdentifier") {
+      if (!v.isNull()) out.relatedIdentifier = requireString(v, "relatedIdentifier");
+    } else if (key == "addedIdentifiers") {
+      out.addedIdentifiers = readStringSet(v, "addedIdentifiers");
+    } else if (key == "removedIdentifiers") {
+      out.removedIdentifiers = readStringSet(v, "removedIdentifiers");
+    } else if (key == "movedIdentifiersByIndex") {
+      const Value::Dictionary* moved = v.asDictionary();
+      if (!moved)
+        throw SyncException("Property change value field \"movedIdentifiersByIndex\" is not a dictionary");
+      std::map<std::int64_t, std::string> byIndex;
+      for (const auto& [indexText, identifier] : *moved) {
+        std::size_t used = 0;
+        std::int64_t index = -1;
+        try {
+          index = std::stoll(indexText, &used);
+        } catch (const std::exception&) {
+          used = 0;
+        }
+        if (used != indexText.size() || index < 0) {
+          throw SyncException("Property change value has a bad index \"" + indexText + "\"");
+        }
+        byIndex[index] = requireString(identifier, "movedIdentifiersByIndex");
+      }
+      out.movedIdentifiersByIndex = std::move(byIndex);
+    } else {
+      throw SyncException("Property change value has an unknown field \"" + key + "\"");
+    }
+  }
+  if (!hasType || !hasName) throw SyncException("Property change value lacks its type or property name");
+  return out;
+}
+
+Value SyncPropertyChangeValue::archiveArray(const std::vector<SyncPropertyChangeValue>& values) {
+  Value::Array out;
+  out.reserve(values.size());
+  for (const auto& v : values) out.push_back(v.archive());
+  return Value(std::move(out));
+}
+
+std::optional<std::vector<SyncPropertyChangeValue>> SyncPropertyChangeValue::unarchiveArray(
+    const Value& archive) {
+  if (archive.isNull()) return std::nullopt;
+  const Value::Array* array = archive.asArray();
+  if (!array) throw SyncException("Property change values are not an array");
+  std::vector<SyncPropertyChangeValue> out;
+  out.reserve(array->size());
+  for (const auto& item : *array) out.push_back(unarchive(item));
+  return out;
+}
+
+Value SyncPropertyChangeValue::attributeValueForAttributeDescription(const AttributeDescription& attribute,
+                                                                     SyncEventStore* eventStore) const {
+  Value raw = value;
+  if (filename) {
+    std::optional<Value::Data> data = eventStore ? eventStore->dataForFile(*filename) : std::nullopt;
+    raw = data ? Value(std::move(*data)) : Value();
+  }
+  const std::string& transformerName = attribute.valueTransformerName();
+  if (!transformerName.empty()) {
+    if (raw.isNull()) return raw;
+    auto transformer = ValueTransformer::valueTransformerForName(transformerName);
+    if (!transformer || !raw.asData()) {
+      LUMEO_LOG_ERROR("Failed to retrieve value transformer: %@", transformerName);
+      return Value();
+    }
+    return transformer->reverseTransformedValue(*raw.asData());
+  }
+  if (!fitsAttribute(raw, attribute.attributeType())) {
+    throw SyncException("Value of attribute \"" + attribute.name() + "\" of " + attribute.entity().name() +
+                        " has the wrong type");
+  }
+  return attribute.coerce(raw);
+}
+
+void SyncPropertyChangeValue::mergeToManyRelationshipFromSubordinatePropertyChangeValue(
+    const SyncPropertyChangeValue& other) {
+  // This change is the later one: its own additions and removals win over
+  // the subordinate's for the same member.
+  std::set<std::string> added = addedIdentifiers.value_or(std::set<std::string>{});
+  std::set<std::string> removed = removedIdentifiers.value_or(std::set<std::string>{});
+  for (const auto& id : other.addedIdentifiers.value_or(std::set<std::string>{})) {
+    if (!removed.count(id)) added.insert(id);
+  }
+  for (const auto& id : other.removedIdentifiers.value_or(std::set<std::string>{})) {
+    if (!added.count(id)) removed.insert(id);
+  }
+  addedIdentifiers = std::move(added);
+  removedIdentifiers = std::move(removed);
+  if (type == kSyncPropertyChangeTypeOrderedToManyRelationship && !movedIdentifiersByIndex &&
+      other.movedIdentifiersByIndex) {
+    movedIdentifiersByIndex = other.movedIdentifiersByIndex;
+  }
+}
+
+}  // namespace lumeo
