@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <variant>
 
 #include "platform/error.h"
 
@@ -25,6 +26,10 @@ enum SyncErrorCode : long {
   kSyncErrorCodeSaveOccurredDuringMerge = 207,
   kSyncErrorCodeMissingDataFiles = 210,
 };
+
+// A value or the error that kept it from being made.
+template <class T>
+using SyncResult = std::variant<T, Error>;
 
 inline Error syncError(long code, std::string description) {
   return Error(kSyncErrorDomain, code, std::move(description));

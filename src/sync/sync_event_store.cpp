@@ -378,8 +378,9 @@ std::int64_t SyncEventStore::lastMergeRevisionSaved() const {
 
 std::int64_t SyncEventStore::lastRevisionSaved() const {
   return lastRevisionMatching(
-      "persistentStoreIdentifier = %@ AND (storeModificationEvent.type != %@ OR "
-      "storeModificationEventForOtherStores.type != %@)",
+      "persistentStoreIdentifier = %@ AND ((storeModificationEvent != NIL AND storeModificationEvent.type != "
+      "%@) OR "
+      "(storeModificationEventForOtherStores != NIL AND storeModificationEventForOtherStores.type != %@))",
       kSyncEventTypeIncomplete, kSyncEventTypeIncomplete);
 }
 
