@@ -40,6 +40,7 @@ GuiRuntime::GuiRuntime(GuiSession& session, QObject* parent) : QObject(parent), 
   // The presenter object stays the runtime's; the core holds it without
   // owning it.
   MoodViewController::setSharedPresenter(std::shared_ptr<Presenter>(presenter_, [](Presenter*) {}));
+  TextFieldAlertPresenter::setShared(std::shared_ptr<TextFieldAlertPresenter>(presenter_, [](auto*) {}));
   addSingleton("Theme", theme_);
   addSingleton("L10n", new L10n(this));
   addSingleton("Presenter", presenter_);
@@ -51,6 +52,7 @@ GuiRuntime::GuiRuntime(GuiSession& session, QObject* parent) : QObject(parent), 
 
 GuiRuntime::~GuiRuntime() {
   MoodViewController::setSharedPresenter(nullptr);
+  TextFieldAlertPresenter::setShared(nullptr);
   if (gInstance == this) gInstance = nullptr;
 }
 

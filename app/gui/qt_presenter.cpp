@@ -78,6 +78,31 @@ void QtPresenter::presentShareSheet(Screen&, const ShareSheetRequest& request,
   push(std::move(pending));
 }
 
+void QtPresenter::presentTextFieldAlert(Screen&, const TextFieldAlertRequest& request,
+                                        std::function<void(int, const std::string&)> handler) {
+  Pending pending;
+  QVariantList actions;
+  for (const auto& action : request.actions) {
+    actions.append(QVariantMap{
+        {"title", q(action.title)}, {"result", action.result}, {"style", styleName(action.style)}});
+  }
+  QVariantList needsText;
+  for (int result : request.resultsNeedingText) needsText.append(result);
+  pending.view = QVariantMap{{"kind", "textfield"},
+                             {"title", q(request.title)},
+                             {"message", q(request.message)},
+                             {"placeholder", q(request.placeholder)},
+                             {"actions", actions},
+                             {"needsText", needsText}};
+  pending.textHandler = std::move(handler);
+  push(std::move(pending));
+}
+
+void QtPresenter::answerText(int id, int result, const QString& text) {
+  auto pending = takeCurrent(id);
+  if (pending && pending->textHandler) pending->textHandler(result, text.toStdString());
+}
+
 void QtPresenter::endEditing() {
   Q_EMIT editingEnded();
 }

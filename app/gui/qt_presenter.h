@@ -13,11 +13,12 @@
 #include <functional>
 #include <map>
 
+#include "lock/text_field_alert.h"
 #include "shell/presenter.h"
 
 namespace lumeo::gui {
 
-class QtPresenter : public QObject, public Presenter {
+class QtPresenter : public QObject, public Presenter, public TextFieldAlertPresenter {
   Q_OBJECT
   // The request on screen: {id, kind ("alert", "sheet", "share"), title,
   // message, actions: [{title, result, style ("default", "cancel",
@@ -31,6 +32,10 @@ class QtPresenter : public QObject, public Presenter {
   void presentShareSheet(Screen& from, const ShareSheetRequest& request,
                          std::function<void(const std::string& activityType)> completion) override;
   void endEditing() override;
+  // An alert with one text field (the recovery key's); kind "textfield",
+  // with "placeholder" and "needsText" (results enabled only with text).
+  void presentTextFieldAlert(Screen& from, const TextFieldAlertRequest& request,
+                             std::function<void(int result, const std::string& text)> handler) override;
 
   QVariantMap current() const;
   int pendingCount() const { return static_cast<int>(queue_.size()); }
@@ -38,6 +43,8 @@ class QtPresenter : public QObject, public Presenter {
   // The user chose the action with this result (alerts and sheets).
   Q_INVOKABLE void answer(int id, int result);
   // The user chose a share activity ("" when the sheet was closed).
+  // The user chose a button of a text-field alert with this text.
+  Q_INVOKABLE void answerText(int id, int result, const QString& text);
   Q_INVOKABLE void answerShare(int id, const QString& activityType);
   // Carries out one of the desktop's share actions for the request on
   // screen; returns an error text, or "" when it worked. `target` is the file
@@ -55,6 +62,7 @@ class QtPresenter : public QObject, public Presenter {
     QVariantMap view;
     std::function<void(int)> alertHandler;
     std::function<void(const std::string&)> shareHandler;
+    std::function<void(int, const std::string&)> textHandler;
     ShareSheetRequest share;
   };
   void push(Pending pending);

@@ -23,6 +23,10 @@ Item {
         return undefined
     }
     function choose(action) {
+        if (request.kind === "textfield") {
+            Presenter.answerText(request.id, action.result, field.text)
+            return
+        }
         if (isShare) {
             if (action === undefined) {
                 Presenter.answerShare(request.id, "")
@@ -48,6 +52,7 @@ Item {
 
     onRequestChanged: {
         shareError = ""
+        field.text = ""
         if (active)
             panel.forceActiveFocus()
     }
@@ -68,6 +73,12 @@ Item {
         Accessible.name: host.request.title || ""
 
         Keys.onEscapePressed: {
+            if (host.request.kind === "textfield") {
+                var c = host.cancelResult()
+                if (c !== undefined)
+                    Presenter.answerText(host.request.id, c, "")
+                return
+            }
             if (host.isShare) {
                 host.choose(undefined)
                 return
@@ -107,6 +118,14 @@ Item {
                     maximumLineCount: 12
                     elide: Text.ElideRight
                 }
+                TextField {
+                    id: field
+                    objectName: "alertField"
+                    Layout.fillWidth: true
+                    visible: host.request.kind === "textfield"
+                    placeholderText: host.request.placeholder || ""
+                    Accessible.name: host.request.placeholder || host.request.title || ""
+                }
                 Text {
                     Layout.fillWidth: true
                     visible: host.shareError !== ""
@@ -125,6 +144,7 @@ Item {
                             objectName: "alertButton" + index
                             text: modelData.title
                             focus: index === 0
+                            enabled: (host.request.needsText || []).indexOf(modelData.result) < 0 || field.text !== ""
                             width: host.request.kind === "alert" && (host.request.actions || []).length <= 2
                                    ? implicitWidth : parent.width
                             Accessible.name: modelData.title

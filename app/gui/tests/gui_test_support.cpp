@@ -5,6 +5,7 @@
 
 #include "gui_runtime.h"
 #include "gui_session.h"
+#include "lock/mood_passcode_storage.h"
 #include "platform/biometric_authenticator.h"
 #include "platform/dispatch_queue.h"
 #include "platform/secret_store.h"
@@ -88,6 +89,16 @@ bool GuiFixture::editRecordWithComment(const QString& text) {
     return true;
   }
   return false;
+}
+
+void GuiFixture::setPasscode(const QString& code) {
+  if (code.isEmpty()) {
+    session_->app().services().passcode->deletePasscode();
+  } else if (auto error = MoodPasscodeStorage::setPassCode(code.toStdString())) {
+    qFatal("the test passcode could not be stored: %s", error->description.c_str());
+  }
+  MoodPasscodeStorage::setPassCodeUnlocked(false);
+  session_->app().passCodeUnlocked = false;
 }
 
 void GuiFixture::drain() const {

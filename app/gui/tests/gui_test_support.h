@@ -46,6 +46,8 @@ class GuiFixture : public QObject {
   // Opens the editor on the first record whose comment contains `text`, as
   // the share sheet's Edit does. False when there is none.
   Q_INVOKABLE bool editRecordWithComment(const QString& text);
+  // Sets the passcode ("" removes it) and locks the journal again.
+  Q_INVOKABLE void setPasscode(const QString& code);
   // Runs the core's main queue until it is empty.
   Q_INVOKABLE void drain() const;
 
