@@ -1,5 +1,8 @@
 #include "gui_application.h"
 
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <QCommandLineParser>
 #include <QDir>
 #include <QFont>
@@ -8,13 +11,16 @@
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
 #include <QQuickWindow>
+#include <QSocketNotifier>
 #include <QTemporaryDir>
 #include <QTimer>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "capture_adapter.h"
+#include "desktop_activation.h"
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "platform/clock.h"
@@ -25,6 +31,32 @@
 namespace lumeo::gui {
 
 namespace {
+
+// SIGTERM and SIGINT end the event loop like closing the window, so the
+// journal is saved and an open edit is kept: the handler only writes to a
+// socket, which the event loop watches.
+int gSignalSocket[2] = {-1, -1};
+
+void onTerminationSignal(int) {
+  char byte = 1;
+  (void)!::write(gSignalSocket[0], &byte, 1);
+}
+
+void quitOnTerminationSignals(QCoreApplication& app) {
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, gSignalSocket) != 0) return;
+  auto* notifier = new QSocketNotifier(gSignalSocket[1], QSocketNotifier::Read, &app);
+  QObject::connect(notifier, &QSocketNotifier::activated, &app, [&app] {
+    char byte;
+    (void)!::read(gSignalSocket[1], &byte, 1);
+    app.quit();
+  });
+  struct sigaction action {};
+  action.sa_handler = onTerminationSignal;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGTERM, &action, nullptr);
+  sigaction(SIGINT, &action, nullptr);
+}
 
 constexpr int kUsageError = 2;
 
@@ -141,6 +173,12 @@ int runGuiApplication(int argc, char** argv) {
     fixedClock.emplace(screenshotNow());
   }
 
+  // One window per journal: a second start on the desktop brings the first
+  // window forward (or to the capture tab) and ends.
+  DesktopActivation activation;
+  const bool ownsDesktopName = !options.screenshot && !options.sampleJournal && !options.home;
+  if (ownsDesktopName && activation.forwardToRunningInstance(options.capture)) return 0;
+
   GuiSession session(sessionOptions);
   const bool launched = session.launch();
   GuiRuntime runtime(session);
@@ -156,7 +194,24 @@ int runGuiApplication(int argc, char** argv) {
   if (!window) return fail(QStringLiteral("the window could not be made"), 1);
   if (!launched) std::fprintf(stderr, "lumeo-gui: %s\n", session.launchError().c_str());
 
-  if (!options.screenshot) return app.exec();
+  if (!options.screenshot) {
+    quitOnTerminationSignals(app);
+    auto* shell = qobject_cast<ShellAdapter*>(runtime.singleton(QStringLiteral("Shell")));
+    auto bringForward = [window] {
+      window->show();
+      window->raise();
+      window->requestActivate();
+    };
+    QObject::connect(&activation, &DesktopActivation::activated, window, bringForward);
+    QObject::connect(&activation, &DesktopActivation::newRecordRequested, window,
+                     [window, shell, bringForward] {
+                       bringForward();
+                       shell->showCapture();
+                     });
+    if (ownsDesktopName) activation.registerService();
+    if (options.capture) shell->showCapture();
+    return app.exec();
+  }
 
   // Screenshot: no splash animation, the tab chosen, a few frames to settle.
   window->resize(options.size);

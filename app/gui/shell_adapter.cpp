@@ -129,6 +129,10 @@ Screen* ShellAdapter::findScreen(const QString& className) const {
 
 void ShellAdapter::splashFaded() {
   runtime_.session().splashFinished();
+  if (pendingCapture_ && runtime_.session().splashDone()) {
+    pendingCapture_ = false;
+    runtime_.session().app().showMoodCaptureControllerAfterInactiveState(true);
+  }
   if (runtime_.session().launched() && runtime_.session().splashDone()) {
     runtime_.session().app().window().setChangeHandler(
         [this](const std::string&, Screen*, bool) { refresh(); });
@@ -147,6 +151,17 @@ bool ShellAdapter::selectTab(int index) {
 
 void ShellAdapter::showSettings() {
   if (MoodTabBarController* tabs = tabBar()) tabs->showSettings();
+  refresh();
+}
+
+void ShellAdapter::showCapture() {
+  auto& session = runtime_.session();
+  if (!session.launched()) return;
+  if (!session.splashDone()) {
+    pendingCapture_ = true;
+    return;
+  }
+  session.app().showMoodCaptureControllerAfterInactiveState(true);
   refresh();
 }
 

@@ -57,6 +57,9 @@ class ShellAdapter : public QObject {
   // when the tab is shown now.
   Q_INVOKABLE bool selectTab(int index);
   Q_INVOKABLE void showSettings();
+  // A reminder or the desktop's "New record": the capture tab, as a tapped
+  // reminder opens it (an unfinished record is left as it is).
+  Q_INVOKABLE void showCapture();
   // The window was hidden or minimised, or came back.
   Q_INVOKABLE void windowHidden();
   Q_INVOKABLE void windowShown();
@@ -85,6 +88,7 @@ class ShellAdapter : public QObject {
   bool journalEmpty_ = false;
   bool lastSplashDone_ = false;
   QString lastJournalError_;
+  bool pendingCapture_ = false;
 };
 
 }  // namespace lumeo::gui
