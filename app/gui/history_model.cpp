@@ -1,0 +1,128 @@
+#include "history_model.h"
+
+#include "browse/mood_history_view_controller.h"
+#include "store/mood_description.h"
+#include "store/mood_record.h"
+#include "summary_pictures.h"
+
+namespace lumeo::gui {
+
+namespace {
+// A row shows the comment's first line; more is the detail pane's job.
+constexpr qsizetype kPreviewCharacters = 160;
+
+QString preview(const std::optional<std::string>& comment) {
+  if (!comment || comment->empty()) return {};
+  // Only the head of a long comment is converted.
+  const std::size_t head = std::min<std::size_t>(comment->size(), 4 * kPreviewCharacters);
+  QString text = QString::fromUtf8(comment->data(), static_cast<qsizetype>(head));
+  const qsizetype newline = text.indexOf(QLatin1Char('\n'));
+  if (newline >= 0) text.truncate(newline);
+  if (text.size() > kPreviewCharacters) text = text.left(kPreviewCharacters) + QStringLiteral("…");
+  return text;
+}
+}  // namespace
+
+HistoryModel::HistoryModel(MoodHistoryViewController& controller, QObject* parent)
+    : QAbstractListModel(parent), controller_(controller) {
+  timeFormatter_.setDateStyle(DateFormatter::Style::kNone);
+  timeFormatter_.setTimeStyle(DateFormatter::Style::kShort);
+  rows_ = controller_.moodRecords();
+  count_ = static_cast<int>(rows_.size());
+}
+
+int HistoryModel::rowCount(const QModelIndex& parent) const {
+  return parent.isValid() ? 0 : count_;
+}
+
+QVariant HistoryModel::data(const QModelIndex& index, int role) const {
+  if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid)) return {};
+  const auto& record = rows_[static_cast<std::size_t>(index.row())];
+  switch (role) {
+    case Qt::DisplayRole:
+    case LevelRole:
+      return static_cast<int>(record->moodLevel());
+    case LevelTextRole: {
+      auto presentation = levels_.presentationForMoodLevel(record->moodLevel());
+      return presentation ? QString::fromStdString(presentation->text) : QString();
+    }
+    case ColorRole: {
+      auto color = levels_.interpolatedColorForMoodLevel(static_cast<double>(record->moodLevel()));
+      return color ? toQColor(*color) : QColor(Qt::gray);
+    }
+    case TimeRole: {
+      auto date = record->date();
+      return date ? QString::fromStdString(timeFormatter_.stringFromDate(*date)) : QString();
+    }
+    case DayTitleRole: {
+      auto& view = controller_.historyView();
+      auto [section, unused] = view.sectionAndRowForIndex(index.row());
+      (void)unused;
+      return QString::fromStdString(view.sectionHeaderTitle(section));
+    }
+    case FirstOfDayRole: {
+      auto [section, sectionRow] = controller_.historyView().sectionAndRowForIndex(index.row());
+      return section >= 0 && sectionRow == 0;
+    }
+    case CommentRole: {
+      auto description = record->moodDescription();
+      return description ? preview(description->comment()) : QString();
+    }
+    case HasPhotoRole: {
+      auto description = record->moodDescription();
+      return description && !description->photoName().value_or("").empty();
+    }
+    case SelectedRole:
+      return record == controller_.selectedRecord();
+    default:
+      return {};
+  }
+}
+
+QHash<int, QByteArray> HistoryModel::roleNames() const {
+  return {{LevelRole, "level"},     {LevelTextRole, "levelText"}, {ColorRole, "levelColor"},
+          {TimeRole, "time"},       {DayTitleRole, "dayTitle"},   {FirstOfDayRole, "firstOfDay"},
+          {CommentRole, "comment"}, {HasPhotoRole, "hasPhoto"},   {SelectedRole, "selected"}};
+}
+
+void HistoryModel::reset() {
+  beginResetModel();
+  rows_ = controller_.moodRecords();
+  count_ = static_cast<int>(rows_.size());
+  endResetModel();
+  Q_EMIT countChanged();
+}
+
+void HistoryModel::removeRecordAt(long index) {
+  if (index < 0 || index >= count_) {
+    reset();
+    return;
+  }
+  beginRemoveRows({}, static_cast<int>(index), static_cast<int>(index));
+  rows_.erase(rows_.begin() + index);
+  count_ = static_cast<int>(rows_.size());
+  endRemoveRows();
+  // The rows after it may have become the first of their day.
+  if (index < count_)
+    Q_EMIT dataChanged(this->index(static_cast<int>(index)), this->index(static_cast<int>(index)));
+  Q_EMIT countChanged();
+}
+
+void HistoryModel::selectionChanged(long oldIndex, long newIndex) {
+  for (long i : {oldIndex, newIndex}) {
+    if (i >= 0 && i < count_) {
+      const QModelIndex at = index(static_cast<int>(i));
+      Q_EMIT dataChanged(at, at, {SelectedRole});
+    }
+  }
+}
+
+void HistoryModel::refreshLooks() {
+  levels_ = MoodLevelsPresentation();
+  timeFormatter_ = DateFormatter();
+  timeFormatter_.setDateStyle(DateFormatter::Style::kNone);
+  timeFormatter_.setTimeStyle(DateFormatter::Style::kShort);
+  if (count_ > 0) Q_EMIT dataChanged(index(0), index(count_ - 1));
+}
+
+}  // namespace lumeo::gui

@@ -1,0 +1,71 @@
+// The History tab's bars as a list model: one row per record, oldest first,
+// as the history controller holds them. Everything a row shows is read on
+// demand from that row's record (its day's title from the day grouping by a
+// binary search), so a journal of 100,000 records costs nothing until rows
+// are on screen, and flicking touches only the rows that show.
+#pragma once
+
+#include <QAbstractListModel>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "capture/mood_levels_presentation.h"
+#include "platform/date_formatter.h"
+
+namespace lumeo {
+class MoodHistoryViewController;
+class MoodRecord;
+}  // namespace lumeo
+
+namespace lumeo::gui {
+
+class HistoryModel : public QAbstractListModel {
+  Q_OBJECT
+  Q_PROPERTY(int count READ count NOTIFY countChanged)
+
+ public:
+  enum Role {
+    LevelRole = Qt::UserRole + 1,
+    LevelTextRole,
+    ColorRole,
+    TimeRole,
+    DayTitleRole,
+    FirstOfDayRole,
+    CommentRole,
+    HasPhotoRole,
+    SelectedRole,
+  };
+
+  explicit HistoryModel(MoodHistoryViewController& controller, QObject* parent = nullptr);
+
+  int rowCount(const QModelIndex& parent = {}) const override;
+  QVariant data(const QModelIndex& index, int role) const override;
+  QHash<int, QByteArray> roleNames() const override;
+  int count() const { return count_; }
+
+  // The controller's list changed as a whole.
+  void reset();
+  // One row went (the controller's list has already lost it).
+  void removeRecordAt(long index);
+  // The selected row moved.
+  void selectionChanged(long oldIndex, long newIndex);
+  // The level table or the locale changed.
+  void refreshLooks();
+
+ Q_SIGNALS:
+  void countChanged();
+
+ private:
+  MoodHistoryViewController& controller_;
+  // The rows as the view last heard of them: the controller's list loses a
+  // record before it says which row went, and the view must see the old
+  // rows until the removal is announced. Pointers only: the records are
+  // the controller's.
+  std::vector<std::shared_ptr<MoodRecord>> rows_;
+  int count_ = 0;
+  MoodLevelsPresentation levels_;
+  DateFormatter timeFormatter_;
+};
+
+}  // namespace lumeo::gui

@@ -1,0 +1,56 @@
+#include "history_tab.h"
+
+#include "gui_runtime.h"
+#include "gui_session.h"
+#include "history_controller.h"
+#include "shell/mood_app_delegate.h"
+#include "summary_controller.h"
+
+namespace lumeo::gui {
+
+namespace {
+
+bool journalOpen(GuiRuntime& runtime) {
+  GuiSession& session = runtime.session();
+  return session.launched() && session.splashDone() && session.journalError().empty();
+}
+
+const GuiRegistration kTabs(20, [](GuiRuntime& runtime) {
+  runtime.addSingleton("History", new HistoryTab(runtime, &runtime));
+  runtime.addSingleton("Summary", new SummaryTab(runtime, &runtime));
+});
+
+}  // namespace
+
+HistoryTab::HistoryTab(GuiRuntime& runtime, QObject* parent) : QObject(parent), runtime_(runtime) {}
+
+QObject* HistoryTab::controller() const {
+  return controller_;
+}
+
+QObject* HistoryTab::open() {
+  if (!controller_ && journalOpen(runtime_)) {
+    // An empty environment: the running application's journal, share sheet
+    // and capture tab.
+    controller_ = new HistoryController(runtime_.session().app().store(), {}, this);
+    Q_EMIT controllerChanged();
+  }
+  return controller_;
+}
+
+SummaryTab::SummaryTab(GuiRuntime& runtime, QObject* parent) : QObject(parent), runtime_(runtime) {}
+
+QObject* SummaryTab::controller() const {
+  return controller_;
+}
+
+QObject* SummaryTab::open() {
+  if (!controller_ && journalOpen(runtime_)) {
+    controller_ =
+        new SummaryController(runtime_.session().app().store(), runtime_.session().defaults(), this);
+    Q_EMIT controllerChanged();
+  }
+  return controller_;
+}
+
+}  // namespace lumeo::gui

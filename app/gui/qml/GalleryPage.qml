@@ -1,0 +1,140 @@
+// The gallery: one photo a page, sideways. The core decides the current
+// page from the offset, keeps only the pages near it, and hands the page
+// shown back to the list when scrolling stops. A tap shows or hides the
+// panel with the comment, the date and "Back".
+import QtQuick
+import QtQuick.Controls.Basic
+import QtQuick.Layouts
+import Lumeo.Core
+
+FocusScope {
+    id: page
+    objectName: "galleryPage"
+    property var gallery
+    signal back()
+    focus: true
+
+    Component.onDestruction: if (gallery) gallery.close()
+    Keys.onEscapePressed: page.back()
+    Keys.onLeftPressed: pages.decrementCurrentIndex()
+    Keys.onRightPressed: pages.incrementCurrentIndex()
+
+    Rectangle { anchors.fill: parent; color: "black" }
+
+    ListView {
+        id: pages
+        objectName: "galleryPages"
+        anchors.fill: parent
+        orientation: ListView.Horizontal
+        snapMode: ListView.SnapOneItem
+        highlightRangeMode: ListView.StrictlyEnforceRange
+        highlightMoveDuration: 200
+        boundsBehavior: Flickable.StopAtBounds
+        interactive: page.gallery && page.gallery.scrollEnabled
+        model: page.gallery
+        cacheBuffer: 0
+        onWidthChanged: {
+            if (!page.gallery || width <= 0)
+                return
+            page.gallery.setPageWidth(width)
+            positionViewAtIndex(page.gallery.currentIndex, ListView.Beginning)
+            currentIndex = page.gallery.currentIndex
+        }
+        onContentXChanged: if (page.gallery && width > 0) page.gallery.scrolled(contentX - originX)
+        onMovementEnded: page.gallery.scrollEnded()
+        onCurrentIndexChanged: {
+            if (!page.gallery || moving)
+                return
+            page.gallery.scrolled(currentIndex * width)
+            page.gallery.scrollEnded()
+        }
+
+        delegate: Item {
+            required property url photo
+            required property bool ready
+            width: ListView.view.width
+            height: ListView.view.height
+            Image {
+                anchors.fill: parent
+                anchors.margins: 8
+                source: parent.ready ? parent.photo : ""
+                fillMode: Image.PreserveAspectFit
+                asynchronous: true
+                Accessible.role: Accessible.Graphic
+                Accessible.name: L10n.tr("Photo")
+            }
+            BusyIndicator {
+                anchors.centerIn: parent
+                running: !parent.ready
+                visible: running
+            }
+            MouseArea {
+                anchors.fill: parent
+                onClicked: page.gallery.togglePanel()
+            }
+        }
+    }
+
+    // The bottom panel.
+    Rectangle {
+        objectName: "galleryPanel"
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.bottom: parent.bottom
+        height: panel.implicitHeight + 32
+        visible: page.gallery && !page.gallery.panelHidden
+        color: "#cc101014"
+        ColumnLayout {
+            id: panel
+            anchors.fill: parent
+            anchors.margins: 16
+            spacing: 8
+            RowLayout {
+                Layout.fillWidth: true
+                Button {
+                    objectName: "galleryBack"
+                    text: page.gallery ? page.gallery.backTitle : ""
+                    flat: true
+                    palette.buttonText: "white"
+                    onClicked: page.back()
+                }
+                Text {
+                    Layout.fillWidth: true
+                    horizontalAlignment: Text.AlignHCenter
+                    text: page.gallery ? page.gallery.title : ""
+                    color: "white"
+                    font.pointSize: Theme.fontBase
+                    font.weight: Font.DemiBold
+                }
+                Button {
+                    objectName: "galleryShare"
+                    text: L10n.tr("Share")
+                    flat: true
+                    palette.buttonText: "white"
+                    onClicked: page.gallery.share()
+                }
+            }
+            Item {
+                Layout.fillWidth: true
+                Layout.preferredHeight: comment.height
+                readonly property var layout: page.gallery ? page.gallery.comment : null
+                onWidthChanged: if (layout) layout.width = width
+                Image {
+                    id: comment
+                    width: parent.layout ? parent.layout.width : 0
+                    height: parent.layout ? parent.layout.height : 0
+                    source: parent.layout && parent.layout.source !== "" ? "image://lumeo/" + parent.layout.source : ""
+                    cache: false
+                    Accessible.role: Accessible.StaticText
+                    Accessible.name: parent.layout ? parent.layout.text : ""
+                }
+            }
+            Text {
+                objectName: "galleryDate"
+                text: page.gallery ? page.gallery.dateText + (page.gallery.edited ? "  ·  " + L10n.tr("Edited") : "") : ""
+                color: "#d0d0d8"
+                font.pointSize: Theme.fontCaption
+            }
+        }
+    }
+}
