@@ -47,8 +47,8 @@ QVariant CalendarModel::data(const QModelIndex& index, int role) const {
 
 QHash<int, QByteArray> CalendarModel::roleNames() const {
   return {{MonthIndexRole, "monthIndex"},
-          {YRole, "y"},
-          {HeightRole, "height"},
+          {YRole, "monthY"},
+          {HeightRole, "monthHeight"},
           {TitleRole, "title"},
           {DaysRole, "days"}};
 }

@@ -135,6 +135,7 @@ void GraphController::setViewSize(double width, double height) {
 bool GraphController::toggleSeries(const QString& key) {
   if (!graph_->toggleTag(key.toStdString())) return false;
   changed();
+  Q_EMIT seriesChanged();
   return true;
 }
 
@@ -142,6 +143,7 @@ bool GraphController::setSetting(const QString& key, bool on) {
   // The change is announced; the graph hears it and asks to be redrawn.
   if (!settings_->setSwitch(key.toStdString(), on)) return false;
   changed();
+  Q_EMIT seriesChanged();
   return true;
 }
 

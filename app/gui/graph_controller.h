@@ -25,8 +25,8 @@ class GraphController : public QObject {
   Q_OBJECT
   Q_PROPERTY(bool empty READ empty CONSTANT)
   Q_PROPERTY(QString source READ source NOTIFY graphChanged)
-  Q_PROPERTY(QVariantList series READ series NOTIFY graphChanged)
-  Q_PROPERTY(QVariantList settings READ settings NOTIFY graphChanged)
+  Q_PROPERTY(QVariantList series READ series NOTIFY seriesChanged)
+  Q_PROPERTY(QVariantList settings READ settings NOTIFY seriesChanged)
   Q_PROPERTY(QString zoomText READ zoomText NOTIFY zoomChanged)
   Q_PROPERTY(bool zooming READ zooming NOTIFY zoomChanged)
   Q_PROPERTY(int zoomRate READ zoomRate NOTIFY graphChanged)
@@ -67,7 +67,10 @@ class GraphController : public QObject {
   Q_INVOKABLE void close() { deleteLater(); }
 
  Q_SIGNALS:
+  // The picture, its range or the zoom changed.
   void graphChanged();
+  // The chosen series or the settings changed.
+  void seriesChanged();
   void zoomChanged();
 
  private:

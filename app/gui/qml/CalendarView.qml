@@ -107,10 +107,12 @@ Item {
                     required property int monthIndex
                     required property var days
                     required property string title
+                    required property real monthY
+                    required property real monthHeight
                     x: root.gridLeft
-                    y: model.y
+                    y: monthY
                     width: root.gridWidth
-                    height: model.height
+                    height: monthHeight
                     visible: monthIndex >= 0
                     Accessible.role: Accessible.Table
                     Accessible.name: title
@@ -140,6 +142,7 @@ Item {
                             y: modelData.y
                             width: root.calendar.daySize
                             height: root.calendar.daySize
+                            readonly property bool exists: modelData.exists
                             focusPolicy: modelData.exists ? Qt.TabFocus : Qt.NoFocus
                             Accessible.role: Accessible.Button
                             Accessible.name: (modelData.day + 1) + (modelData.exists ? ": " + modelData.levels : "")

@@ -16,8 +16,18 @@ FocusScope {
 
     Component.onDestruction: if (gallery) gallery.close()
     Keys.onEscapePressed: page.back()
-    Keys.onLeftPressed: pages.decrementCurrentIndex()
-    Keys.onRightPressed: pages.incrementCurrentIndex()
+    Keys.onLeftPressed: showPage(gallery.currentIndex - 1)
+    Keys.onRightPressed: showPage(gallery.currentIndex + 1)
+
+    // A whole page at once (the keyboard): the list stands there and the
+    // gallery hears it as a scroll that ended.
+    function showPage(index) {
+        if (!gallery || index < 0 || index >= gallery.count)
+            return
+        pages.positionViewAtIndex(index, ListView.Beginning)
+        gallery.scrolled(index * pages.width)
+        gallery.scrollEnded()
+    }
 
     Rectangle { anchors.fill: parent; color: "black" }
 
@@ -27,25 +37,25 @@ FocusScope {
         anchors.fill: parent
         orientation: ListView.Horizontal
         snapMode: ListView.SnapOneItem
-        highlightRangeMode: ListView.StrictlyEnforceRange
-        highlightMoveDuration: 200
         boundsBehavior: Flickable.StopAtBounds
         interactive: page.gallery && page.gallery.scrollEnabled
         model: page.gallery
         cacheBuffer: 0
-        onWidthChanged: {
+        // Until the list stands on the gallery's page, its offsets say nothing.
+        property bool ready: false
+        function place() {
             if (!page.gallery || width <= 0)
                 return
+            ready = false
             page.gallery.setPageWidth(width)
             positionViewAtIndex(page.gallery.currentIndex, ListView.Beginning)
-            currentIndex = page.gallery.currentIndex
+            ready = true
         }
-        onContentXChanged: if (page.gallery && width > 0) page.gallery.scrolled(contentX - originX)
-        onMovementEnded: page.gallery.scrollEnded()
-        onCurrentIndexChanged: {
-            if (!page.gallery || moving)
-                return
-            page.gallery.scrolled(currentIndex * width)
+        Component.onCompleted: place()
+        onWidthChanged: place()
+        onContentXChanged: if (ready && moving) page.gallery.scrolled(contentX - originX)
+        onMovementEnded: {
+            page.gallery.scrolled(contentX - originX)
             page.gallery.scrollEnded()
         }
 

@@ -8,10 +8,13 @@ import Lumeo.Core
 
 FocusScope {
     id: page
+    objectName: "historyPage"
     property var history
     property bool wide: false
     // A tag's or a day's page: it has a back button and closes its history.
     property bool closable: false
+    readonly property alias periodSheet: periodSheet
+    readonly property alias tagSheet: tagSheet
     signal openHistory(var child)
     signal openGallery(var gallery)
     signal back()

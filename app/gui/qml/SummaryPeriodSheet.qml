@@ -10,6 +10,7 @@ Popup {
     id: sheet
     objectName: "summaryPeriodSheet"
     property var summary
+    readonly property alias rows: rows
     visible: summary ? summary.pickerVisible : false
     modal: true
     focus: true
@@ -36,6 +37,7 @@ Popup {
             Accessible.role: Accessible.Heading
         }
         Repeater {
+            id: rows
             model: sheet.summary ? sheet.summary.periodTitles : []
             ItemDelegate {
                 objectName: "summaryPeriod" + index

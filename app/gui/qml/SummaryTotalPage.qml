@@ -11,6 +11,7 @@ Flickable {
     objectName: "summaryTotalPage"
     property var summary
     property bool wide: false
+    readonly property alias periodSheet: periodSheet
     contentHeight: column.implicitHeight + 32
     clip: true
     boundsBehavior: Flickable.StopAtBounds
@@ -138,6 +139,7 @@ Flickable {
     }
 
     SummaryPeriodSheet {
+        id: periodSheet
         summary: page.summary
     }
 }
