@@ -214,7 +214,8 @@ Item {
     function layoutCalendar() {
         if (!calendar || flick.width <= 0 || flick.height <= 0)
             return
-        calendar.setViewport(flick.width, flick.height)
+        // A margin on either side, as the other cards have.
+        calendar.setViewport(flick.width - 32, flick.height)
         flick.contentY = calendar.contentOffset
     }
     function step(delta) {

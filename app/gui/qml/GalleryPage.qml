@@ -101,11 +101,10 @@ FocusScope {
             spacing: 8
             RowLayout {
                 Layout.fillWidth: true
-                Button {
+                HistoryButton {
                     objectName: "galleryBack"
                     text: page.gallery ? page.gallery.backTitle : ""
-                    flat: true
-                    palette.buttonText: "white"
+                    tone: "white"
                     onClicked: page.back()
                 }
                 Text {
@@ -116,11 +115,10 @@ FocusScope {
                     font.pointSize: Theme.fontBase
                     font.weight: Font.DemiBold
                 }
-                Button {
+                HistoryButton {
                     objectName: "galleryShare"
                     text: L10n.tr("Share")
-                    flat: true
-                    palette.buttonText: "white"
+                    tone: "white"
                     onClicked: page.gallery.share()
                 }
             }

@@ -87,6 +87,8 @@ Card {
                                                  card.comment ? card.comment.height : 0)
                 onWidthChanged: if (card.comment) card.comment.width = width
                 Component.onCompleted: if (card.comment) card.comment.width = width
+                // The comment's text colour follows the theme; tags keep theirs.
+                Binding { target: card.comment; property: "dark"; value: Theme.dark; when: card.comment !== null }
 
                 Image {
                     id: commentImage
@@ -157,23 +159,22 @@ Card {
             RowLayout {
                 Layout.fillWidth: true
                 spacing: 8
-                Button {
+                HistoryButton {
                     objectName: "historyShare"
                     text: L10n.tr("Share")
-                    icon.width: 0
                     onClicked: card.history.share()
                 }
-                Button {
+                HistoryButton {
                     objectName: "historyEdit"
                     text: L10n.tr("Edit")
                     onClicked: card.history.edit()
                 }
                 Item { Layout.fillWidth: true }
-                Button {
+                HistoryButton {
                     objectName: "historyDelete"
                     visible: card.history && card.history.canShowCalendar
                     text: L10n.tr("Delete")
-                    palette.buttonText: Theme.danger
+                    danger: true
                     onClicked: card.history.remove()
                 }
             }

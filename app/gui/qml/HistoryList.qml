@@ -32,6 +32,13 @@ FocusScope {
         focus: true
         model: root.history ? root.history.model : null
         currentIndex: root.history ? root.history.selectedIndex : -1
+        // The chosen row stays in view when the detail pane takes room.
+        onCurrentIndexChanged: if (currentIndex >= 0) Qt.callLater(function () {
+            if (list.currentIndex >= 0) list.positionViewAtIndex(list.currentIndex, ListView.Contain)
+        })
+        onHeightChanged: if (currentIndex >= 0) Qt.callLater(function () {
+            if (list.currentIndex >= 0) list.positionViewAtIndex(list.currentIndex, ListView.Contain)
+        })
         highlightFollowsCurrentItem: false
         boundsBehavior: Flickable.StopAtBounds
         reuseItems: true

@@ -158,9 +158,9 @@ FocusScope {
                     elide: Text.ElideRight
                     font.pointSize: Theme.fontCaption
                 }
-                Button {
+                HistoryButton {
                     objectName: "historyPeriodClear"
-                    flat: true
+                    implicitHeight: 30
                     text: L10n.tr("Clear")
                     onClicked: page.history.clearPeriodFilter()
                 }

@@ -98,7 +98,7 @@ Popup {
         }
         RowLayout {
             Layout.fillWidth: true
-            Button {
+            HistoryButton {
                 objectName: "historyPeriodClearButton"
                 text: L10n.tr("Clear")
                 enabled: sheet.history && sheet.history.filtered
@@ -108,10 +108,10 @@ Popup {
                 }
             }
             Item { Layout.fillWidth: true }
-            Button {
+            HistoryButton {
                 objectName: "historyPeriodDone"
                 text: L10n.tr("Done")
-                highlighted: true
+                prominent: true
                 onClicked: {
                     sheet.take(fromField, true)
                     sheet.take(toField, false)

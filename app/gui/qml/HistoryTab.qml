@@ -14,8 +14,12 @@ Item {
 
     Component.onCompleted: {
         History.open()
-        if (tab.history)
-            tab.history.appear()
+        if (!tab.history)
+            return
+        tab.history.appear()
+        // A screenshot shows a record in the detail pane: the newest.
+        if (typeof appScreenshotMode !== "undefined" && appScreenshotMode && tab.history.selectedIndex < 0)
+            tab.history.select(tab.history.count - 1)
     }
     onVisibleChanged: {
         if (!tab.history)

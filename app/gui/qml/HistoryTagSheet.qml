@@ -57,11 +57,11 @@ Popup {
             text: L10n.tr("No tags yet")
             color: Theme.textSecondary
         }
-        Button {
+        HistoryButton {
             objectName: "historyTagDone"
             Layout.alignment: Qt.AlignRight
             text: L10n.tr("Done")
-            highlighted: true
+            prominent: true
             onClicked: {
                 sheet.history.applyTagFilter()
                 sheet.close()

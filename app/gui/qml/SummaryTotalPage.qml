@@ -40,10 +40,9 @@ Flickable {
                 spacing: 12
                 RowLayout {
                     Layout.fillWidth: true
-                    Button {
+                    HistoryButton {
                         objectName: "summaryPeriodButton"
                         text: page.summary ? page.summary.periodTitle : ""
-                        highlighted: true
                         Accessible.name: L10n.tr("Period") + ": " + text
                         onClicked: page.summary.openPeriodPicker()
                     }

@@ -5,6 +5,7 @@
 #include <QtQml/qqmlextensionplugin.h>
 #include <QtQuickTest/quicktest.h>
 
+#include <QDir>
 #include <QQmlEngine>
 #include <memory>
 
@@ -53,6 +54,14 @@ class TabsFixture : public QObject {
     }
     session_.app().saveContext();
     return done;
+  }
+
+  // Where the tests keep pictures of the screens they drove (the folder of
+  // LUMEO_TABS_ARTEFACTS, made if missing), or "" to keep none.
+  Q_INVOKABLE QString artefactDir() const {
+    const QString dir = qEnvironmentVariable("LUMEO_TABS_ARTEFACTS");
+    if (!dir.isEmpty()) QDir().mkpath(dir);
+    return dir;
   }
 
  private:

@@ -19,4 +19,11 @@ target_link_libraries(gui_tabs_quick_tests PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE
                                                    Qt6::QuickTest)
 target_compile_definitions(gui_tabs_quick_tests PRIVATE QUICK_TEST_SOURCE_DIR="${CMAKE_CURRENT_LIST_DIR}/tabs_quick")
 add_test(NAME gui_tabs_quick COMMAND gui_tabs_quick_tests)
-set_tests_properties(gui_tabs_quick PROPERTIES TIMEOUT 180 ENVIRONMENT "${gui_test_env}")
+set_tests_properties(gui_tabs_quick PROPERTIES TIMEOUT 180
+  ENVIRONMENT "${gui_test_env};LUMEO_TABS_ARTEFACTS=${CMAKE_CURRENT_BINARY_DIR}/tabs_artefacts")
+
+# Screenshots of the two tabs against the checked-in references.
+add_test(NAME gui_tabs_screenshots
+  COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/tabs_screenshots_test.sh $<TARGET_FILE:lumeo-gui>
+          ${CMAKE_CURRENT_LIST_DIR}/tabs_screenshots ${CMAKE_CURRENT_BINARY_DIR}/tabs_screenshots)
+set_tests_properties(gui_tabs_screenshots PROPERTIES TIMEOUT 300)

@@ -21,6 +21,13 @@ Item {
         name: "History"
         when: windowShown
 
+        // Keeps a picture of the screen as a test artefact.
+        function keep(name) {
+            var dir = TabsFixture.artefactDir()
+            if (dir !== "")
+                grabImage(top).save(dir + "/" + name + ".png")
+        }
+
         function init() {
             tryCompare(Shell, "splashDone", true)
             top.width = 420
@@ -58,6 +65,7 @@ Item {
             top.width = 1100
             wait(0)
             tryVerify(function () { return detail.x > view.x + view.width - 1 })
+            keep("history-wide-selected")
         }
 
         function test_b_aPeriodNarrowsTheListAndClearRestoresIt() {
@@ -78,6 +86,7 @@ Item {
             verify(History.controller.filtered)
             verify(list().count > 0 && list().count < all, "a week of " + all + " records: " + list().count)
             verify(findChild(shell, "historyPeriodText").text.indexOf("Today") >= 0)
+            keep("history-period")
             mouseClick(findChild(shell, "historyPeriodClear"))
             verify(!History.controller.filtered)
             compare(list().count, all)
@@ -98,10 +107,12 @@ Item {
                     day = button
             }
             verify(day !== null, "a day with records this month")
+            keep("history-calendar")
             mouseClick(day)
             var stack = findChild(shell, "historyStack")
             tryCompare(stack, "depth", 2)
             verify(stack.currentItem.history.count > 0)
+            keep("history-day")
             mouseClick(findChild(stack.currentItem, "historyBack"))
             tryCompare(stack, "depth", 1)
             // Months farther back come into view and go again: a screenful of
@@ -133,6 +144,7 @@ Item {
             keyClick(Qt.Key_Left)
             keyClick(Qt.Key_Left)
             tryCompare(gallery, "currentIndex", 0)
+            keep("history-gallery")
             // The page shown is selected in the list beneath.
             tryCompare(History.controller, "selectedIndex", view.count - 3)
             mouseClick(findChild(stack.currentItem, "galleryBack"))

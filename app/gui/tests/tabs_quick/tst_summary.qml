@@ -20,6 +20,13 @@ Item {
         name: "Summary"
         when: windowShown
 
+        // Keeps a picture of the screen as a test artefact.
+        function keep(name) {
+            var dir = TabsFixture.artefactDir()
+            if (dir !== "")
+                grabImage(top).save(dir + "/" + name + ".png")
+        }
+
         function init() {
             tryCompare(Shell, "splashDone", true)
             top.width = 420
@@ -46,6 +53,7 @@ Item {
             tryVerify(function () { return !sheet.visible })
             compare(Summary.controller.period, 4)
             compare(button.text, "Last 30 days")
+            keep("summary-30-days")
             Summary.controller.choosePeriod(0)
             compare(button.text, "From first record")
         }
@@ -55,6 +63,7 @@ Item {
             compare(Summary.controller.page, 1)
             var tags = findChild(shell, "summaryPositiveTags")
             tryVerify(function () { return tags.visible && tags.count > 0 })
+            keep("summary-positive")
             var first = tags.itemAtIndex(0)
             mouseClick(first)
             var stack = findChild(shell, "summaryStack")
@@ -81,6 +90,7 @@ Item {
             verify(graph.canMoveLeft)
             mouseClick(findChild(stack.currentItem, "graphLeft"))
             verify(graph.canMoveRight)
+            keep("summary-graph")
             mouseClick(findChild(stack.currentItem, "graphBack"))
             tryCompare(stack, "depth", 1)
         }
