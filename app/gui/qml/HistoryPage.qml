@@ -48,15 +48,18 @@ FocusScope {
         spacing: 0
 
         // --- Header ------------------------------------------------------
-        RowLayout {
+        // Anchored rather than a row layout: the header must hold at any
+        // width from 360 px.
+        Item {
             Layout.fillWidth: true
             Layout.preferredHeight: 56
-            Layout.leftMargin: 12
-            Layout.rightMargin: 12
-            spacing: 8
 
             RoundButton {
+                id: backButton
                 objectName: "historyBack"
+                anchors.left: parent.left
+                anchors.leftMargin: 12
+                anchors.verticalCenter: parent.verticalCenter
                 visible: page.closable
                 flat: true
                 Accessible.name: L10n.tr("Back")
@@ -64,7 +67,11 @@ FocusScope {
                 onClicked: page.back()
             }
             Text {
-                Layout.fillWidth: true
+                anchors.left: backButton.visible ? backButton.right : parent.left
+                anchors.leftMargin: backButton.visible ? 8 : 20
+                anchors.right: tools.left
+                anchors.rightMargin: 8
+                anchors.verticalCenter: parent.verticalCenter
                 text: page.closable && page.history ? page.history.title : ""
                 color: Theme.text
                 elide: Text.ElideRight
@@ -72,11 +79,17 @@ FocusScope {
                 font.weight: Font.DemiBold
                 Accessible.role: Accessible.Heading
             }
+            Row {
+                id: tools
+                anchors.right: parent.right
+                anchors.rightMargin: 12
+                anchors.verticalCenter: parent.verticalCenter
+                spacing: 8
             // List or calendar, as a two-part switch.
             Rectangle {
                 visible: page.history && page.history.canShowCalendar
-                Layout.preferredWidth: 96
-                Layout.preferredHeight: 40
+                width: 96
+                height: 40
                 radius: 20
                 color: Theme.surfaceAlt
                 Row {
@@ -135,6 +148,7 @@ FocusScope {
                     }
                 }
             }
+        }
         }
 
         // --- The period in force -------------------------------------------
