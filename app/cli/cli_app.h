@@ -59,6 +59,7 @@ class CliApp {
   void addStartHook(std::function<void(CliApp&)> hook) { startHooks_.push_back(std::move(hook)); }
   void addStopHook(std::function<void(CliApp&)> hook) { stopHooks_.push_back(std::move(hook)); }
   void runStartHooks();
+  bool startHooksRan() const { return started_; }
 
  private:
   CLI::App app_;

@@ -22,6 +22,7 @@
 #include "capture/tag_extraction.h"
 #include "capture_commands.h"
 #include "cli_app.h"
+#include "map_commands.h"
 #include "objectgraph/managed_object_context.h"
 #include "platform/calendar.h"
 #include "platform/date_formatter.h"
@@ -232,6 +233,7 @@ struct AddOptions {
   std::optional<std::string> at;
   std::optional<std::string> photo;
   std::optional<std::string> place;
+  bool here = false;
 };
 
 void runAdd(CliApp& cli, const AddOptions& options) {
@@ -253,6 +255,7 @@ void runAdd(CliApp& cli, const AddOptions& options) {
   input.comment = comment;
   if (options.photo) input.photo = readPickedPhoto(*options.photo);
   if (options.place) input.place = parsePlace(*options.place);
+  if (options.here) input.place = currentPlace();
   MoodAppDelegate& app = journalSession(cli);
   auto record = captureRecord(app, input);
   if (cli.json()) {
@@ -374,7 +377,10 @@ void registerCommands(CliApp& cli) {
       ->add_option("--at", add->at, "When (default now): 2026-11-22T14:30, 2026-11-22 or your locale's form")
       ->type_name("WHEN");
   addCmd->add_option("--photo", add->photo, "A picture file (JPEG or PNG) to attach")->type_name("FILE");
-  addCmd->add_option("--place", add->place, "Where, as LAT,LON in degrees")->type_name("LAT,LON");
+  CLI::Option* placeOpt =
+      addCmd->add_option("--place", add->place, "Where, as LAT,LON in degrees")->type_name("LAT,LON");
+  addCmd->add_flag("--here", add->here, "Where you are now, from the desktop's location service (GeoClue)")
+      ->excludes(placeOpt);
   addCmd->callback([&cli, add] { runAdd(cli, *add); });
 
   auto list = std::make_shared<ListOptions>();
@@ -476,9 +482,15 @@ nlohmann::json recordJson(const MoodRecord& record) {
 }
 
 MoodAppDelegate& journalSession(CliApp& app) {
-  if (!sessionSlot()) app.runStartHooks();
+  // After closeJournalSession the start hooks (the passcode gate among
+  // them) have run already; only the journal opens again.
+  if (!sessionSlot()) app.startHooksRan() ? launch(app) : app.runStartHooks();
   if (!sessionSlot()) throw CommandError("the journal could not be opened");
   return *sessionSlot();
+}
+
+void closeJournalSession(CliApp& app) {
+  terminate(app);
 }
 
 std::size_t fillDemoJournal(JournalStore& store, int days, std::uint32_t seed) {

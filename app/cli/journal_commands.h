@@ -23,6 +23,11 @@ class CliApp;
 // The running application object; launches it (store open, tabs up) on
 // first use. Throws CommandError when the store file is not a journal.
 MoodAppDelegate& journalSession(CliApp& app);
+// Saves and closes the journal and lets go of its writer lock; the next
+// journalSession() opens it again. A command that runs for long (`watch
+// serve`) holds the journal only while it works on it, so that other
+// commands can write in between.
+void closeJournalSession(CliApp& app);
 
 // A record as every command's --json prints it (add, list, show, edit):
 // id, uri, uniqueIdentifier, date, level, comment, tags, latitude,

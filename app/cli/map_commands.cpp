@@ -2,6 +2,8 @@
 // tab's controller on a headless map of the asked view and prints its pins
 // (or draws them with --png); `locations clear` erases every position, as
 // the map's settings screen does.
+#include "map_commands.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -12,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "capture/location_helper.h"
 #include "capture/mood_levels_presentation.h"
 #include "cli_app.h"
 #include "journal_commands.h"
@@ -22,6 +25,7 @@
 #include "platform/calendar.h"
 #include "platform/canvas.h"
 #include "platform/dispatch_queue.h"
+#include "platform/linux/geoclue_position_source.h"
 #include "platform/localization.h"
 #include "platform/user_date_parser.h"
 #include "shell/mood_app_delegate.h"
@@ -29,6 +33,40 @@
 #include "store/mood_tag.h"
 
 namespace lumeo::cli {
+
+std::pair<double, double> currentPlace() {
+  constexpr double kWaitSeconds = 30;
+  GeoCluePositionSource source("lumeo");
+  std::optional<PositionFix> good;
+  std::optional<PositionFix> coarse;
+  std::optional<Error> failure;
+  source.start(
+      [&](const PositionFix& fix) {
+        const double age = std::fabs(Date::now().timeIntervalSinceDate(fix.timestamp));
+        // The same rule as for a record stamped in the editor.
+        if (fix.horizontalAccuracy >= 0 && fix.horizontalAccuracy < LocationHelper::kAcceptedAccuracy &&
+            age <= LocationHelper::kMaximumFixAge) {
+          good = fix;
+        } else {
+          coarse = fix;
+        }
+      },
+      [&](const Error& error) { failure = error; });
+  MainLoop::shared().runUntil([&] { return good || failure; }, kWaitSeconds);
+  source.stop();
+  const std::string instead = "; give the place with --place LAT,LON instead";
+  if (failure) throw CommandError(failure->description + instead);
+  if (!good) {
+    std::string why = "no position accurate to 100 m came within 30 seconds";
+    if (coarse) {
+      char best[80];
+      std::snprintf(best, sizeof best, " (the last was within %.0f m)", coarse->horizontalAccuracy);
+      why += best;
+    }
+    throw CommandError(why + instead);
+  }
+  return {good->latitude, good->longitude};
+}
 
 namespace {
 
