@@ -16,16 +16,20 @@
 
 #include "capture/location_helper.h"
 #include "capture/mood_levels_presentation.h"
+#include "capture_commands.h"
 #include "cli_app.h"
 #include "journal_commands.h"
 #include "map/headless_map_view.h"
 #include "map/mood_circle_view.h"
 #include "map/mood_map_view_controller.h"
+#include "map/nominatim_place_search.h"
 #include "objectgraph/managed_object_context.h"
 #include "platform/calendar.h"
 #include "platform/canvas.h"
 #include "platform/dispatch_queue.h"
+#include "platform/linux/data_directories.h"
 #include "platform/linux/geoclue_position_source.h"
+#include "platform/linux/plist_user_defaults.h"
 #include "platform/localization.h"
 #include "platform/user_date_parser.h"
 #include "shell/mood_app_delegate.h"
@@ -388,6 +392,120 @@ void runLocationsClear(CliApp& cli, bool yes) {
   }
 }
 
+// --- Places ----------------------------------------------------------------
+
+// The user's settings without opening the journal: a place search reads
+// nothing of it and needs no passcode.
+std::shared_ptr<UserDefaults> placeSettings(CliApp& cli) {
+  if (cli.home()) DataDirectories::setHomeOverride(*cli.home());
+  if (!DataDirectories::current().create()) throw CommandError("cannot make Lumeo's folders");
+  return PlistUserDefaults::installStandard();
+}
+
+std::shared_ptr<NominatimPlaceSearch> placeSearch(CliApp& cli) {
+  NominatimPlaceSearch::Options options;
+  if (auto endpoint = placeSettings(cli)->stringForKey(kPlaceSearchEndpointKey)) options.endpoint = *endpoint;
+  // A terminal user waits longer than a search box would.
+  options.timeoutSeconds = 20;
+  return NominatimPlaceSearch::create(options);
+}
+
+nlohmann::json placeJson(const Place& place) {
+  return {{"name", place.name},
+          {"displayName", place.displayName},
+          {"kind", place.kind},
+          {"latitude", place.coordinate.latitude},
+          {"longitude", place.coordinate.longitude}};
+}
+
+void printPlace(CliApp& cli, const Place& place) {
+  char line[80];
+  std::snprintf(line, sizeof line, "%10.5f,%-11.5f ", place.coordinate.latitude, place.coordinate.longitude);
+  cli.out() << line << oneLine(place.displayName.empty() ? place.name : place.displayName, 100)
+            << (place.kind.empty() ? "" : " (" + place.kind + ")") << "\n";
+}
+
+void runPlaceSearch(CliApp& cli, const std::string& text, const std::optional<std::string>& nearText) {
+  requireUtf8(text, "the search");
+  if (text.find_first_not_of(" \t\r\n") == std::string::npos)
+    throw CommandError("say what to search for", kUsageError);
+  std::optional<CoordinateRegion> near;
+  if (nearText) {
+    auto [latitude, longitude] = parsePlace(*nearText);
+    near = CoordinateRegion{{latitude, longitude}, {1.0, 1.0}};
+  }
+  auto search = placeSearch(cli);
+  std::optional<std::vector<Place>> places;
+  OptionalError failure;
+  search->search(text, near, [&](const std::vector<Place>& found, const OptionalError& error) {
+    places = found;
+    failure = error;
+  });
+  MainLoop::shared().runUntil([&] { return places.has_value(); }, 120);
+  if (!places) throw CommandError("the place search did not finish");
+  if (failure) throw CommandError(failure->description);
+  if (cli.json()) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const auto& place : *places) list.push_back(placeJson(place));
+    cli.printJson({{"query", text}, {"places", list}});
+    return;
+  }
+  if (places->empty()) {
+    cli.out() << "No place found for \"" << text << "\".\n";
+    return;
+  }
+  for (const auto& place : *places) printPlace(cli, place);
+}
+
+void runPlaceReverse(CliApp& cli, const std::string& where) {
+  auto [latitude, longitude] = parsePlace(where);
+  auto search = placeSearch(cli);
+  bool done = false;
+  std::optional<Place> place;
+  OptionalError failure;
+  search->reverse({latitude, longitude}, [&](const std::optional<Place>& found, const OptionalError& error) {
+    place = found;
+    failure = error;
+    done = true;
+  });
+  MainLoop::shared().runUntil([&] { return done; }, 120);
+  if (!done) throw CommandError("the place lookup did not finish");
+  if (failure) throw CommandError(failure->description);
+  if (cli.json()) {
+    cli.printJson({{"place", place ? placeJson(*place) : nlohmann::json(nullptr)}});
+    return;
+  }
+  if (!place) {
+    cli.out() << "No named place at " << where << ".\n";
+    return;
+  }
+  printPlace(cli, *place);
+}
+
+void runPlaceServer(CliApp& cli, const std::optional<std::string>& url, bool reset) {
+  auto settings = placeSettings(cli);
+  if (url && reset) throw CommandError("give a server or --reset, not both", kUsageError);
+  if (url) {
+    if (url->rfind("http://", 0) != 0 && url->rfind("https://", 0) != 0) {
+      throw CommandError("the place server is an http:// or https:// address, not \"" + *url + "\"",
+                         kUsageError);
+    }
+    if (auto error = settings->setString(kPlaceSearchEndpointKey, *url))
+      throw CommandError(error->description);
+  } else if (reset) {
+    if (auto error = settings->removeObjectForKey(kPlaceSearchEndpointKey))
+      throw CommandError(error->description);
+  }
+  settings->synchronize();
+  const std::string current =
+      settings->stringForKey(kPlaceSearchEndpointKey).value_or(kNominatimPublicEndpoint);
+  if (cli.json()) {
+    cli.printJson({{"server", current}});
+  } else {
+    cli.out() << "Places are looked up on " << current << "\n";
+  }
+}
+
 void registerCommands(CliApp& cli) {
   auto map = std::make_shared<MapOptions>();
   CLI::App* m =
@@ -408,6 +526,24 @@ void registerCommands(CliApp& cli) {
   CLI::App* clear = locations.add_subcommand("clear", "Delete the place of every record (records stay)");
   clear->add_flag("--yes", *yes, "Do not ask");
   clear->callback([&cli, yes] { runLocationsClear(cli, *yes); });
+
+  CLI::App& place = cli.noun("place", "Find places by name and name a position (Nominatim)");
+  auto text = std::make_shared<std::string>();
+  auto near = std::make_shared<std::optional<std::string>>();
+  CLI::App* search = place.add_subcommand("search", "Places that match a name or an address");
+  search->add_option("TEXT", *text, "What to look for")->required();
+  search->add_option("--near", *near, "Prefer places around LAT,LON")->type_name("LAT,LON");
+  search->callback([&cli, text, near] { runPlaceSearch(cli, *text, *near); });
+  auto where = std::make_shared<std::string>();
+  CLI::App* reverse = place.add_subcommand("reverse", "The named place at a position");
+  reverse->add_option("POSITION", *where, "The position in degrees")->required()->type_name("LAT,LON");
+  reverse->callback([&cli, where] { runPlaceReverse(cli, *where); });
+  auto url = std::make_shared<std::optional<std::string>>();
+  auto reset = std::make_shared<bool>(false);
+  CLI::App* server = place.add_subcommand("server", "Show or set the Nominatim server places come from");
+  server->add_option("URL", *url, "The server's address, e.g. https://nominatim.example.org");
+  server->add_flag("--reset", *reset, "Back to the public server");
+  server->callback([&cli, url, reset] { runPlaceServer(cli, *url, *reset); });
 }
 
 const CommandRegistration kMapCommands(45, registerCommands);
