@@ -64,6 +64,9 @@ struct GeoCluePositionSource::Impl : std::enable_shared_from_this<Impl> {
   std::thread worker;
   GMainContext* context = nullptr;  // the running start's, while it runs
   std::atomic<bool> stopRequested{false};
+  // A start is under way and has not failed; cleared before a failure is
+  // reported, so that a start made in answer to it begins afresh.
+  std::atomic<bool> active{false};
   std::atomic<std::uint64_t> generation{0};
   FixHandler onFix;
   FailureHandler onFailure;
@@ -77,6 +80,7 @@ struct GeoCluePositionSource::Impl : std::enable_shared_from_this<Impl> {
     });
   }
   void deliverFailure(std::uint64_t startGeneration, const Error& error) {
+    active = false;
     if (error.code == kLocationDenied) availability = Availability::kDenied;
     if (error.code == kLocationNoService) availability = Availability::kNoService;
     std::weak_ptr<Impl> weak = weak_from_this();
@@ -251,18 +255,16 @@ PositionSource::Availability GeoCluePositionSource::availability() const {
 }
 
 void GeoCluePositionSource::start(FixHandler onFix, FailureHandler onFailure) {
-  if (impl_->worker.joinable()) {
-    std::lock_guard<std::mutex> lock(impl_->mutex);
-    if (impl_->context) {  // running: only the handlers change
-      impl_->onFix = std::move(onFix);
-      impl_->onFailure = std::move(onFailure);
-      return;
-    }
+  if (impl_->active) {  // running: only the handlers change
+    impl_->onFix = std::move(onFix);
+    impl_->onFailure = std::move(onFailure);
+    return;
   }
   stop();
   impl_->onFix = std::move(onFix);
   impl_->onFailure = std::move(onFailure);
   impl_->stopRequested = false;
+  impl_->active = true;
   const std::uint64_t generation = ++impl_->generation;
   impl_->worker = std::thread([impl = impl_, generation] { impl->run(generation); });
 }
@@ -270,6 +272,7 @@ void GeoCluePositionSource::start(FixHandler onFix, FailureHandler onFailure) {
 void GeoCluePositionSource::stop() {
   ++impl_->generation;  // nothing reported from here on
   impl_->stopRequested = true;
+  impl_->active = false;
   {
     std::lock_guard<std::mutex> lock(impl_->mutex);
     if (impl_->context) g_main_context_wakeup(impl_->context);
