@@ -64,19 +64,28 @@ QVariant HistoryModel::data(const QModelIndex& index, int role) const {
       auto [section, sectionRow] = controller_.historyView().sectionAndRowForIndex(index.row());
       return section >= 0 && sectionRow == 0;
     }
-    case CommentRole: {
-      auto description = record->moodDescription();
-      return description ? preview(description->comment()) : QString();
-    }
-    case HasPhotoRole: {
-      auto description = record->moodDescription();
-      return description && !description->photoName().value_or("").empty();
-    }
+    case CommentRole:
+      return extras(record.get()).comment;
+    case HasPhotoRole:
+      return extras(record.get()).hasPhoto;
     case SelectedRole:
       return record == controller_.selectedRecord();
     default:
       return {};
   }
+}
+
+const HistoryModel::Extras& HistoryModel::extras(const MoodRecord* record) const {
+  constexpr std::size_t kMaxCached = 512;
+  auto found = extras_.find(record);
+  if (found != extras_.end()) return found->second;
+  if (extras_.size() >= kMaxCached) extras_.clear();
+  Extras extras;
+  if (auto description = record->moodDescription()) {
+    extras.comment = preview(description->comment());
+    extras.hasPhoto = !description->photoName().value_or("").empty();
+  }
+  return extras_.emplace(record, std::move(extras)).first->second;
 }
 
 QHash<int, QByteArray> HistoryModel::roleNames() const {
@@ -87,6 +96,7 @@ QHash<int, QByteArray> HistoryModel::roleNames() const {
 
 void HistoryModel::reset() {
   beginResetModel();
+  extras_.clear();
   rows_ = controller_.moodRecords();
   count_ = static_cast<int>(rows_.size());
   endResetModel();
@@ -99,6 +109,7 @@ void HistoryModel::removeRecordAt(long index) {
     return;
   }
   beginRemoveRows({}, static_cast<int>(index), static_cast<int>(index));
+  extras_.erase(rows_[static_cast<std::size_t>(index)].get());
   rows_.erase(rows_.begin() + index);
   count_ = static_cast<int>(rows_.size());
   endRemoveRows();

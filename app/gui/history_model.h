@@ -8,6 +8,7 @@
 #include <QAbstractListModel>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 #include <vector>
 
 #include "capture/mood_levels_presentation.h"
@@ -63,6 +64,16 @@ class HistoryModel : public QAbstractListModel {
   // rows until the removal is announced. Pointers only: the records are
   // the controller's.
   std::vector<std::shared_ptr<MoodRecord>> rows_;
+  // What a row shows of its record's description, read once per row: each
+  // read of the description is a query on the journal file. Only rows
+  // that were shown are here, and the cache is dropped when it grows past
+  // a few screens or the rows change.
+  struct Extras {
+    QString comment;
+    bool hasPhoto = false;
+  };
+  const Extras& extras(const MoodRecord* record) const;
+  mutable std::unordered_map<const MoodRecord*, Extras> extras_;
   int count_ = 0;
   MoodLevelsPresentation levels_;
   DateFormatter timeFormatter_;
