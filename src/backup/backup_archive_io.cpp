@@ -11,7 +11,9 @@
 #include "backup/backup_journal_reader.h"
 #include "backup/mood_dropbox_helper.h"
 #include "backup/zip_file.h"
+#include "capture/mood_levels_presentation.h"
 #include "platform/file_system.h"
+#include "platform/property_list.h"
 
 namespace lumeo {
 
@@ -46,6 +48,30 @@ OptionalError syncFile(const std::filesystem::path& path) {
 
 }  // namespace
 
+std::variant<bool, Error> presence(const std::filesystem::path& path) {
+  auto status = FileSystem::current()->status(path);
+  if (std::holds_alternative<FileStatus>(status)) return true;
+  const Error& error = std::get<Error>(status);
+  if (error.domain == kPOSIXErrorDomain && error.code == ENOENT) return false;
+  return error;
+}
+
+std::variant<Value::Array, Error> moodTableForBackup(const std::filesystem::path& library,
+                                                     const std::filesystem::path& shippedTable) {
+  const auto userTable = library / "mood.plist";
+  auto present = presence(userTable);
+  if (auto* error = std::get_if<Error>(&present)) return *error;
+  if (std::get<bool>(present)) {
+    auto table = readPropertyListFile(userTable);
+    if (auto* error = std::get_if<Error>(&table)) {
+      if (error->domain != kPropertyListErrorDomain) return *error;
+    } else if (const auto* array = std::get<Value>(table).asArray()) {
+      return *array;
+    }
+  }
+  return moodLevelTable(MoodLevelTableFiles{library, shippedTable});
+}
+
 Error backupWriteError(const std::string& what, const Error& cause) {
   std::string reason = cause.description;
   if (cause.domain == kPOSIXErrorDomain && cause.code == ENOSPC) reason = "the disk is full";
@@ -57,13 +83,21 @@ Error backupWriteError(const std::string& what, const Error& cause) {
 OptionalError moveIntoPlace(const std::filesystem::path& from, const std::filesystem::path& to) {
   auto fs = FileSystem::current();
   if (auto error = fs->rename(from, to)) return error;
-  return fs->syncFolder(to.parent_path());
+  // The file is whole and in place; a folder that cannot be flushed only
+  // risks the rename itself in a crash, which leaves the old file.
+  (void)fs->syncFolder(to.parent_path());
+  return std::nullopt;
 }
 
 OptionalError writeArchive(const std::filesystem::path& path, const ArchiveContents& contents) {
   auto fs = FileSystem::current();
   std::vector<std::string> images;
-  if (!contents.imageFolder.empty() && fs->exists(contents.imageFolder)) {
+  std::variant<bool, Error> hasImages = false;
+  if (!contents.imageFolder.empty()) hasImages = presence(contents.imageFolder);
+  if (auto* error = std::get_if<Error>(&hasImages)) {
+    return backupWriteError("cannot look at the pictures in " + contents.imageFolder.string(), *error);
+  }
+  if (std::get<bool>(hasImages)) {
     auto listing = fs->listFolder(contents.imageFolder);
     if (auto* error = std::get_if<Error>(&listing)) {
       return backupWriteError("cannot list the pictures in " + contents.imageFolder.string(), *error);
@@ -97,14 +131,16 @@ OptionalError writeArchive(const std::filesystem::path& path, const ArchiveConte
       if (failure) break;
       const auto file = contents.imageFolder / name;
       auto status = fs->status(file);
+      if (auto* error = std::get_if<Error>(&status)) {
+        failure = backupWriteError("cannot read the picture " + file.string(), *error);
+        break;
+      }
       auto bytes = fs->readFile(file);
       if (auto* error = std::get_if<Error>(&bytes)) {
         failure = backupWriteError("cannot read the picture " + file.string(), *error);
         break;
       }
-      const Date date = std::holds_alternative<FileStatus>(status)
-                            ? Date::fromTimeIntervalSince1970(std::get<FileStatus>(status).modified)
-                            : now;
+      const Date date = Date::fromTimeIntervalSince1970(std::get<FileStatus>(status).modified);
       const auto& data = std::get<std::vector<std::uint8_t>>(bytes);
       auto stream = zip.writeFileInZipWithName("/imageStore/" + name, date,
                                                contents.storeImagesUncompressed && isJpeg(name) ? 0 : 1);

@@ -14,6 +14,7 @@
 
 #include "backup/zip_archive_scan.h"
 #include "platform/error.h"
+#include "platform/value.h"
 
 namespace lumeo {
 
@@ -31,7 +32,8 @@ struct ArchiveContents {
 // disk. On failure the partial file is removed.
 [[nodiscard]] OptionalError writeArchive(const std::filesystem::path& path, const ArchiveContents& contents);
 
-// Renames `from` over `to` through the seam and flushes the folder.
+// Renames `from` over `to` through the seam, then flushes the folder
+// (a failed flush is no failure: the file is in place).
 [[nodiscard]] OptionalError moveIntoPlace(const std::filesystem::path& from, const std::filesystem::path& to);
 
 struct UnpackedArchive {
@@ -49,6 +51,17 @@ struct UnpackedArchive {
 std::variant<UnpackedArchive, Error> unpackArchive(const std::filesystem::path& archive,
                                                    const ScannedArchive& scan,
                                                    const std::optional<std::filesystem::path>& folder);
+
+// Whether something is at `path`: false only when the system says there is
+// nothing (ENOENT); any other failure of the look-up is an error, never
+// taken for absence.
+std::variant<bool, Error> presence(const std::filesystem::path& path);
+
+// The level table a backup carries: the user's copy in `library` when there
+// is one (a copy that cannot be read is an error: the backup must not
+// quietly carry the shipped table instead), else the shipped one.
+std::variant<Value::Array, Error> moodTableForBackup(const std::filesystem::path& library,
+                                                     const std::filesystem::path& shippedTable);
 
 // A file error as the user reads it ("the disk is full" for ENOSPC).
 Error backupWriteError(const std::string& what, const Error& cause);

@@ -20,6 +20,7 @@
 #include "objectgraph/managed_object_context.h"
 #include "platform/date.h"
 #include "platform/md5.h"
+#include "store/image_store.h"
 #include "store/journal_model.h"
 #include "store/journal_store.h"
 #include "store/mood_description.h"
@@ -56,6 +57,10 @@ inline std::shared_ptr<MoodRecord> addRecord(JournalStore& store, const RecordSp
   description->setLongitude(spec.longitude);
   description->setPhotoName(spec.photoName);
   description->setThumbName(spec.thumbName);
+  // Checksums as the capture path gives them: of the file, "" if missing.
+  ImageStore images(store.storeURL().parent_path());
+  description->setPhotoChecksum(images.checksumForName(spec.photoName));
+  description->setThumbChecksum(images.checksumForName(spec.thumbName));
   description->setWasEdited(spec.wasEdited);
   for (const auto& name : spec.tags) {
     auto tag = store.tagNamed(name);
@@ -108,7 +113,7 @@ inline std::string canonicalDump(const std::filesystem::path& library) {
     if (sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr) == SQLITE_OK) {
       while (sqlite3_step(stmt) == SQLITE_ROW) {
         std::ostringstream line;
-        char number[64];
+        char number[160];
         std::snprintf(number, sizeof number, "%.6f", sqlite3_column_double(stmt, 0));
         line << number << " level=" << sqlite3_column_int64(stmt, 1);
         const char* names[] = {"comment", "thumb", "thumbMD5", "photo", "photoMD5"};
@@ -124,17 +129,6 @@ inline std::string canonicalDump(const std::filesystem::path& library) {
       }
     } else {
       lines.push_back(std::string("unreadable store: ") + sqlite3_errmsg(db));
-    }
-    sqlite3_finalize(stmt);
-    // Tags without records (suggestions) are journal data too.
-    if (sqlite3_prepare_v2(db,
-                           "SELECT quote(tagName), quote(tagUnit), frequency FROM \"MoodTag\" ORDER BY 1, 2",
-                           -1, &stmt, nullptr) == SQLITE_OK) {
-      while (sqlite3_step(stmt) == SQLITE_ROW) {
-        lines.push_back(std::string("~tag ") + reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0)) +
-                        " " + reinterpret_cast<const char*>(sqlite3_column_text(stmt, 1)) + " " +
-                        std::to_string(sqlite3_column_int64(stmt, 2)));
-      }
     }
     sqlite3_finalize(stmt);
   } else {

@@ -110,8 +110,13 @@ std::variant<std::filesystem::path, Error> MoodDropboxHelper::createBackupInFold
   ArchiveContents contents;
   contents.storeImagesUncompressed = environment_.storeImagesUncompressed;
   contents.documents.emplace_back("/backup.json", MoodJSONUtil::jsonCreateFile(*environment_.store));
-  const MoodLevelTableFiles levelFiles{environment_.library, environment_.resources / "mood.plist"};
-  contents.documents.emplace_back("/moods.json", MoodJSONUtil::jsonMoodsFile(moodLevelTable(levelFiles)));
+  auto moodTable = moodTableForBackup(environment_.library, environment_.resources / "mood.plist");
+  if (auto* error = std::get_if<Error>(&moodTable)) {
+    return Error(kBackupErrorDomain, kBackupStoreUnreadable,
+                 "cannot read the level table: " + error->description);
+  }
+  contents.documents.emplace_back("/moods.json",
+                                  MoodJSONUtil::jsonMoodsFile(std::get<Value::Array>(moodTable)));
   auto reminders = MoodJSONUtil::remindersFile(settings.remindersAlarms());
   if (auto* error = std::get_if<Error>(&reminders)) {
     return Error(kBackupErrorDomain, kBackupWriteFailed, "cannot write the reminders: " + error->description);
@@ -126,7 +131,12 @@ std::variant<std::filesystem::path, Error> MoodDropboxHelper::createBackupInFold
     contents.documents.emplace_back("/colors.json", std::get<std::string>(colors));
   }
   const auto emotionsFile = environment_.library / "emotions.plist";
-  if (fs->exists(emotionsFile)) {
+  auto hasEmotions = presence(emotionsFile);
+  if (auto* error = std::get_if<Error>(&hasEmotions)) {
+    return Error(kBackupErrorDomain, kBackupStoreUnreadable,
+                 "cannot read the feeling words: " + error->description);
+  }
+  if (std::get<bool>(hasEmotions)) {
     auto emotions = readPropertyListFile(emotionsFile);
     if (auto* error = std::get_if<Error>(&emotions)) {
       return Error(kBackupErrorDomain, kBackupStoreUnreadable,

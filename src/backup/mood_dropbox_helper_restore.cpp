@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <map>
 
 #include "backup/backup_archive_io.h"
 #include "backup/backup_journal_reader.h"
@@ -137,7 +139,11 @@ std::variant<RestoreResult, Error> MoodDropboxHelper::restore(const std::filesys
 
   // 1. The archive as a whole, before anything is unpacked.
   auto scanned = scanBackupArchive(path);
-  if (auto* error = std::get_if<Error>(&scanned)) return *error;
+  if (auto* error = std::get_if<Error>(&scanned)) {
+    Error e = *error;
+    e.description += "; nothing was changed";
+    return e;
+  }
   const ScannedArchive& scan = std::get<ScannedArchive>(scanned);
   auto has = [&](BackupMemberKind kind) {
     return std::any_of(scan.members.begin(), scan.members.end(), [&](auto& m) { return m.kind == kind; });
@@ -200,14 +206,24 @@ std::variant<RestoreResult, Error> MoodDropboxHelper::restore(const std::filesys
   result.images = archive.images;
   const auto newStore = work / kTemporaryStoreFileName;
   if (const std::string* json = document(BackupMemberKind::kJournalDocument)) {
-    const auto images = work / "imageStore";
+    // The descriptions' checksums, of the pictures as unpacked; a name
+    // without a picture gets "", as the image store gives it.
+    std::map<std::string, std::string> checksums;
+    for (const auto& member : scan.members) {
+      if (member.kind != BackupMemberKind::kImage) continue;
+      auto bytes = fs->readFile(work / member.relativePath);
+      if (auto* error = std::get_if<Error>(&bytes)) {
+        return backupWriteError(
+            "cannot read the unpacked picture " + member.relativePath + "; nothing was changed", *error);
+      }
+      checksums[member.relativePath.substr(std::string("imageStore/").size())] =
+          md5Hash(std::get<std::vector<std::uint8_t>>(bytes));
+    }
     auto read =
         MoodJSONUtil::restoreBackupFromJSON(*json, newStore, [&](const std::optional<std::string>& name) {
           if (!name) return std::optional<std::string>();
-          auto bytes = fs->readFile(images / *name);
-          if (!std::holds_alternative<std::vector<std::uint8_t>>(bytes))
-            return std::optional<std::string>("");
-          return std::optional<std::string>(md5Hash(std::get<std::vector<std::uint8_t>>(bytes)));
+          auto it = checksums.find(*name);
+          return std::optional<std::string>(it == checksums.end() ? "" : it->second);
         });
     if (auto* error = std::get_if<Error>(&read)) {
       Error e = *error;
@@ -224,7 +240,12 @@ std::variant<RestoreResult, Error> MoodDropboxHelper::restore(const std::filesys
       return backupWriteError("cannot prepare the restored journal", *error);
     }
     auto counted = checkStoreFile(newStore);
-    if (auto* error = std::get_if<Error>(&counted)) return *error;
+    if (auto* error = std::get_if<Error>(&counted)) {
+      Error e = *error;
+      if (e.description.find("nothing was changed") == std::string::npos)
+        e.description += "; nothing was changed";
+      return e;
+    }
     if (auto error = openAsJournal(newStore)) {
       return restoreError(kBackupForeignStore, archiveLabel + " carries a store file Lumeo cannot open (" +
                                                    error->description + "); nothing was changed");
@@ -267,7 +288,10 @@ std::variant<RestoreResult, Error> MoodDropboxHelper::restore(const std::filesys
   } else {
     // A backup without feeling words brings back the shipped ones.
     auto shipped = readPropertyListFile(env.resources / "emotions.plist");
-    if (auto* words = std::get_if<Value>(&shipped); words && words->asArray()) emotions = *words->asArray();
+    if (auto* error = std::get_if<Error>(&shipped)) {
+      return backupWriteError("cannot read the shipped feeling words; nothing was changed", *error);
+    }
+    if (const auto* words = std::get<Value>(shipped).asArray()) emotions = *words;
   }
   if (settings.moodTable) {
     if (auto error = writePropertyListFile(work / "mood.plist", Value(*settings.moodTable))) {
@@ -286,8 +310,11 @@ std::variant<RestoreResult, Error> MoodDropboxHelper::restore(const std::filesys
     std::filesystem::remove(beforeRestorePartial, ec);
     ArchiveContents old;
     MoodUserDefaultsOperator current(env.defaults);
-    const MoodLevelTableFiles levelFiles{env.library, env.resources / "mood.plist"};
-    old.documents.emplace_back("/moods.json", MoodJSONUtil::jsonMoodsFile(moodLevelTable(levelFiles)));
+    auto moodTable = moodTableForBackup(env.library, env.resources / "mood.plist");
+    if (auto* error = std::get_if<Error>(&moodTable)) {
+      return backupWriteError("cannot read the current level table; nothing was changed", *error);
+    }
+    old.documents.emplace_back("/moods.json", MoodJSONUtil::jsonMoodsFile(std::get<Value::Array>(moodTable)));
     if (auto xml = MoodJSONUtil::remindersFile(current.remindersAlarms());
         std::holds_alternative<std::string>(xml)) {
       old.documents.emplace_back("/reminders.json", std::get<std::string>(xml));
@@ -298,6 +325,9 @@ std::variant<RestoreResult, Error> MoodDropboxHelper::restore(const std::filesys
         old.documents.emplace_back("/colors.json", std::get<std::string>(xml));
     }
     auto words = readPropertyListFile(env.library / "emotions.plist");
+    if (auto* error = std::get_if<Error>(&words); error && !error->is(kFileErrorDomain, kFileNotFound)) {
+      return backupWriteError("cannot read the current feeling words; nothing was changed", *error);
+    }
     if (auto* value = std::get_if<Value>(&words); value && value->asArray()) {
       auto xml = MoodJSONUtil::emotionsFile(*value->asArray());
       if (std::holds_alternative<std::string>(xml))
@@ -305,7 +335,11 @@ std::variant<RestoreResult, Error> MoodDropboxHelper::restore(const std::filesys
     }
     // Saved changes only: the store file is what the journal is.
     env.store->saveContext();
-    if (fs->exists(env.library / "Model.sqlite")) old.storeFile = env.library / "Model.sqlite";
+    auto hasStore = presence(env.library / "Model.sqlite");
+    if (auto* error = std::get_if<Error>(&hasStore)) {
+      return backupWriteError("cannot read the current journal; nothing was changed", *error);
+    }
+    if (std::get<bool>(hasStore)) old.storeFile = env.library / "Model.sqlite";
     old.imageFolder = env.library / "imageStore";
     if (auto error = writeArchive(beforeRestorePartial, old)) {
       Error e = *error;
@@ -347,8 +381,10 @@ std::variant<RestoreResult, Error> MoodDropboxHelper::restore(const std::filesys
   auto moveAsideAndIn = [&](const std::string& name,
                             const std::optional<std::filesystem::path>& replacement) -> OptionalError {
     const auto live = env.library / name;
-    if (fs->exists(live)) {
-      if (auto error = swap.move(live, aside / name)) return error;
+    // Whatever stands there goes aside; "nothing there" is the one
+    // failure that is no failure.
+    if (auto error = swap.move(live, aside / name)) {
+      if (!(error->domain == kPOSIXErrorDomain && error->code == ENOENT)) return error;
     }
     if (replacement) {
       if (auto error = swap.move(*replacement, live)) return error;

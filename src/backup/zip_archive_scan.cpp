@@ -168,6 +168,22 @@ std::variant<ScannedArchive, Error> scanBackupArchive(const std::filesystem::pat
   const std::uint64_t countHere = u16(end + 8), count = u16(end + 10);
   const std::uint64_t cdSize = u32(end + 12), cdOffset = u32(end + 16);
   if (count == 0xffff || cdSize == 0xffffffff || cdOffset == 0xffffffff) {
+    // The 64-bit end records: read only for the member count they claim.
+    unsigned char locator[20];
+    if (endOffset >= 20 && file.readAt(endOffset - 20, locator, 20) && u32(locator) == 0x07064b50) {
+      std::uint64_t recordOffset = 0;
+      for (int i = 7; i >= 0; --i) recordOffset = (recordOffset << 8) | locator[8 + i];
+      unsigned char record[56];
+      if (recordOffset + 56 <= endOffset && file.readAt(recordOffset, record, 56) &&
+          u32(record) == 0x06064b50) {
+        std::uint64_t total = 0;
+        for (int i = 7; i >= 0; --i) total = (total << 8) | record[32 + i];
+        if (total > kBackupMaxMembers) {
+          return hostile(archive, "it has " + std::to_string(total) + " members, more than the " +
+                                      std::to_string(kBackupMaxMembers) + " a backup may hold");
+        }
+      }
+    }
     return hostile(archive, "it uses the 64-bit zip format, which no journal backup needs");
   }
   if (disk != 0 || cdDisk != 0 || countHere != count) return hostile(archive, "it spans several disks");
@@ -260,6 +276,12 @@ std::variant<ScannedArchive, Error> scanBackupArchive(const std::filesystem::pat
     member->uncompressedSize = uncompressed;
     member->crc32 = crc;
     entries.push_back({*member, method, flags, localOffset});
+  }
+
+  // A directory longer than its members: the count was cut to 16 bits.
+  if (at != cd.size()) {
+    return hostile(archive, "its directory holds more members than it declares (more than " +
+                                std::to_string(count) + ")");
   }
 
   // Local headers: where the data really is. They must tell the same name,
