@@ -39,13 +39,19 @@ struct JournalRow {
   double latitude = -1;
   double longitude = -1;
   bool hasDescription = false;
-  // Indexes into JournalRows::tagNames, in no particular order.
-  std::vector<std::uint32_t> tags;
+};
+
+// Which record holds which tag: indexes into JournalRows::records and
+// JournalRows::tagNames.
+struct JournalTagLink {
+  std::uint32_t record = 0;
+  std::uint32_t tag = 0;
 };
 
 struct JournalRows {
   std::vector<JournalRow> records;    // by date, then by insertion
-  std::vector<std::string> tagNames;  // every name that some record holds, once
+  std::vector<std::string> tagNames;  // every stored tag some record of the range holds, once
+  std::vector<JournalTagLink> links;  // by record
 };
 
 // The records whose date lies in [from, to], with their descriptions and

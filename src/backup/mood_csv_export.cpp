@@ -133,7 +133,9 @@ std::string MoodCSVExport::csvText(const JournalRows& rows) {
   DateColumns dates;
   std::vector<char> marks(names.size());
   out.reserve(out.size() + rows.records.size() * (96 + 2 * names.size()));
-  for (const JournalRow& row : rows.records) {
+  std::size_t link = 0;
+  for (std::size_t index = 0; index < rows.records.size(); ++index) {
+    const JournalRow& row = rows.records[index];
     dates.append(out, row.date);
     out += '"';
     out += std::to_string(row.moodLevel);
@@ -166,7 +168,9 @@ std::string MoodCSVExport::csvText(const JournalRows& rows) {
     if (!names.empty()) {
       out += ',';
       std::fill(marks.begin(), marks.end(), 0);
-      for (std::uint32_t tag : row.tags) marks[columnOfTag[tag]] = 1;
+      for (; link < rows.links.size() && rows.links[link].record == index; ++link) {
+        marks[columnOfTag[rows.links[link].tag]] = 1;
+      }
       for (char mark : marks) out += mark ? "1," : ",";
     }
     out += '\n';

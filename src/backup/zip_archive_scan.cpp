@@ -194,6 +194,11 @@ std::variant<ScannedArchive, Error> scanBackupArchive(const std::filesystem::pat
   if (cdOffset + cdSize > endOffset) {
     return notAnArchive(archive, "the archive is cut short (its directory of members is truncated)");
   }
+  // The directory is read whole; a journal's is far below this bound.
+  if (cdSize > kBackupMaxMembers * 1024) {
+    return hostile(archive, "its directory of members is " + std::to_string(cdSize >> 20) +
+                                " MiB, far more than a backup's");
+  }
   std::vector<unsigned char> cd(cdSize);
   if (cdSize > 0 && !file.readAt(cdOffset, cd.data(), cd.size())) {
     return notAnArchive(archive, "the directory of members cannot be read");
