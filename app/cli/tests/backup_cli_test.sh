@@ -65,6 +65,13 @@ expect "truncated" 1 "cut short" B backup restore "$work/truncated.backup" --yes
 python3 "$(dirname "$0")/../../../testdata/backup/make_hostile_corpus.py" --small "$work/hostile"
 expect "a member with .. is refused" 1 "points outside the backup's folder" B backup restore "$work/hostile/dotdot.zip" --yes
 expect "a symbolic link is refused" 1 "is a symbolic link" B backup verify "$work/hostile/symlink.zip"
+# The large hostile cases within a small memory limit and a time limit: a
+# bomb of 200 MiB and 100,001 real members are refused from their headers.
+python3 "$(dirname "$0")/../../../testdata/backup/make_hostile_corpus.py" "$work/hostile-all"
+bounded() { (ulimit -v 1000000; timeout 60 "$@"); }
+expect "a zip bomb is refused in bounded memory" 1 "zip bomb" bounded "$lumeo" --home "$work/b" backup restore "$work/hostile-all/zip_bomb.zip" --yes
+expect "100,001 members are refused in bounded memory" 1 "1000[0-9]+ members, more than the 100000" bounded "$lumeo" --home "$work/b" backup verify "$work/hostile-all/too_many_members.zip"
+expect "a wrapped member count is refused" 1 "more members than it declares" bounded "$lumeo" --home "$work/b" backup verify "$work/hostile-all/too_many_members_wrapped.zip"
 check "the journal is as it was" [ "$(fingerprint "$work/b")" = "$before" ]
 check "nothing was unpacked outside" [ ! -e "$work/evil.txt" ] && [ ! -e "$work/b/evil.txt" ]
 
