@@ -82,6 +82,9 @@ void MapDataReader::read(std::uint64_t generation) {
     if (!description) continue;
     const double latitude = description->latitude();
     const double longitude = description->longitude();
+    // A value the store cannot read as a number (NULL, text written by
+    // hand) reads as -1, "no place", although the fetch let it through.
+    if (!description->hasPosition()) continue;
     if (!isPlausible(latitude, longitude)) {
       ++skipped_;
       continue;

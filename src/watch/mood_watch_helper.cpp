@@ -171,8 +171,12 @@ std::shared_ptr<MoodRecord> MoodWatchHelper::createRecordFromLevel(
 void MoodWatchHelper::locationHelperStart(const std::shared_ptr<MoodRecord>& record) {
   LocationHelper& helper = LocationHelper::sharedInstance();
   std::weak_ptr<MoodWatchHelper> weak = weak_from_this();
+  awaitingPlace_ = record;
   helper.setTarget([weak] {
-    if (auto self = weak.lock()) self->withJournal([](JournalStore& journal) { journal.saveContext(); });
+    auto self = weak.lock();
+    if (!self) return;
+    self->awaitingPlace_.reset();
+    self->withJournal([](JournalStore& journal) { journal.saveContext(); });
   });
   helper.setRecord(record);
   helper.requestLocation();

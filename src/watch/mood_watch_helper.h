@@ -62,12 +62,18 @@ class MoodWatchHelper : public WatchSessionDelegate, public std::enable_shared_f
   const std::shared_ptr<WatchSession>& session() const { return session_; }
   // The journal records are made in (main thread only). Null: the running
   // application's.
-  void setStore(JournalStore* store) { store_ = store; }
+  void setStore(JournalStore* store) {
+    store_ = store;
+    awaitingPlace_.reset();
+  }
   // Lends the journal for one piece of work (main thread). A long-running
   // process that must not hold the journal between messages opens it for
   // each piece and closes it after. Unset: setStore's journal, as it is.
   using JournalAccess = std::function<void(const std::function<void(JournalStore&)>& work)>;
-  void setJournalAccess(JournalAccess access) { access_ = std::move(access); }
+  void setJournalAccess(JournalAccess access) {
+    access_ = std::move(access);
+    awaitingPlace_.reset();
+  }
 
   bool isPaired() const { return isPaired_; }
   bool skipHashtags() const;
@@ -107,6 +113,9 @@ class MoodWatchHelper : public WatchSessionDelegate, public std::enable_shared_f
   std::shared_ptr<WatchSession> session_;
   JournalStore* store_ = nullptr;
   JournalAccess access_;
+  // The last watch mood waiting for its place; the location helper only
+  // holds it weakly.
+  std::shared_ptr<MoodRecord> awaitingPlace_;
   std::atomic<bool> isPaired_{false};
 };
 

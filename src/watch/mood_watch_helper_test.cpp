@@ -12,6 +12,7 @@
 #include <chrono>
 #include <memory>
 
+#include "capture/location_helper.h"
 #include "objectgraph/managed_object_context.h"
 #include "platform/dispatch_queue.h"
 #include "platform/linux/unix_watch_client.h"
@@ -272,6 +273,36 @@ TEST_F(WatchProtocolTest, TheSocketIsPrivateAndHasOneServer) {
   // The first server still answers.
   Companion watch(session->socketPath());
   EXPECT_TRUE(watch.awaitReply(watch.send({{"command", "request"}})));
+}
+
+// Stands in for the desktop's location service: enabled, with fixes given
+// by the test.
+class TestLocation : public LocationService {
+ public:
+  bool isEnabled() const override { return true; }
+  void startUpdatingLocation() override { ++starts; }
+  int starts = 0;
+};
+
+TEST_F(WatchProtocolTest, AMoodFromTheWatchIsPlacedByTheNextGoodFix) {
+  auto location = std::make_shared<TestLocation>();
+  LocationHelper::sharedInstance().setLocationService(location);
+  Companion watch(session->socketPath());
+  ASSERT_TRUE(
+      watch.awaitReply(watch.send({{"command", "saveMood"}, {"level", 7}, {"tags", Value::Array{}}})));
+  ASSERT_TRUE(watch.awaitReply(watch.send({{"command", "request"}})));
+  auto all = records();
+  ASSERT_EQ(all.size(), 1u);
+  EXPECT_EQ(all[0]->moodDescription()->latitude(), -1) << "the place comes later";
+  EXPECT_GE(location->starts, 1);
+
+  location->deliverFix({46.62, 14.31, 250, Date::now()});  // too coarse
+  EXPECT_EQ(all[0]->moodDescription()->latitude(), -1);
+  location->deliverFix({46.6247, 14.3053, 15, Date::now()});
+  EXPECT_DOUBLE_EQ(all[0]->moodDescription()->latitude(), 46.6247);
+  EXPECT_DOUBLE_EQ(all[0]->moodDescription()->longitude(), 14.3053);
+  EXPECT_FALSE(store->managedObjectContext()->hasChanges()) << "the place is saved";
+  LocationHelper::sharedInstance().setLocationService(nullptr);
 }
 
 TEST_F(WatchProtocolTest, WithoutACompanionSendsGoNowhere) {

