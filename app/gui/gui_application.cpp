@@ -23,8 +23,10 @@
 #include "desktop_activation.h"
 #include "gui_runtime.h"
 #include "gui_session.h"
+#include "lock/mood_passcode_storage.h"
 #include "platform/clock.h"
 #include "platform/localization.h"
+#include "platform/secret_store.h"
 #include "shell_adapter.h"
 #include "theme.h"
 
@@ -126,9 +128,10 @@ int runGuiApplication(int argc, char** argv) {
                                 QStringLiteral("WxH"), QStringLiteral("420x760"));
   QCommandLineOption themeOption(QStringLiteral("theme"), QStringLiteral("light or dark."),
                                  QStringLiteral("THEME"));
-  QCommandLineOption screenOption(QStringLiteral("screen"),
-                                  QStringLiteral("A screen to open before rendering: settings or editor."),
-                                  QStringLiteral("NAME"));
+  QCommandLineOption screenOption(
+      QStringLiteral("screen"),
+      QStringLiteral("A screen to open before rendering: settings, editor or passcode."),
+      QStringLiteral("NAME"));
   parser.addOptions({homeOption, captureOption, sampleOption, shotOption, tabOption, sizeOption, themeOption,
                      screenOption});
   parser.process(app);
@@ -151,8 +154,8 @@ int runGuiApplication(int argc, char** argv) {
     return fail(QStringLiteral("--theme takes light or dark"), kUsageError);
   options.screen = parser.value(screenOption);
   if (!options.screen.isEmpty() && options.screen != QLatin1String("settings") &&
-      options.screen != QLatin1String("editor"))
-    return fail(QStringLiteral("--screen takes settings or editor"), kUsageError);
+      options.screen != QLatin1String("editor") && options.screen != QLatin1String("passcode"))
+    return fail(QStringLiteral("--screen takes settings, editor or passcode"), kUsageError);
   if (!options.screenshot && (parser.isSet(tabOption) || parser.isSet(screenOption)))
     return fail(QStringLiteral("--tab and --screen go with --screenshot"), kUsageError);
 
@@ -169,6 +172,9 @@ int runGuiApplication(int argc, char** argv) {
     sessionOptions.home = options.home->toStdString();
   }
   if (options.screenshot) {
+    // The sample journal's lock lives in memory, never in the desktop's keyring.
+    sessionOptions.desktopServices = false;
+    SecretStore::setShared(std::make_shared<InMemorySecretStore>());
     QGuiApplication::setFont(QFont(QStringLiteral("DejaVu Sans"), 10));
     fixedClock.emplace(screenshotNow());
   }
@@ -220,6 +226,12 @@ int runGuiApplication(int argc, char** argv) {
   if (options.tab != 0 && !shell->selectTab(options.tab))
     return fail(QStringLiteral("the tab could not be opened"), 1);
   if (options.screen == QLatin1String("settings")) shell->showSettings();
+  if (options.screen == QLatin1String("passcode")) {
+    // The entry screen as the tab gate shows it, on a journal with a code.
+    if (auto error = MoodPasscodeStorage::setPassCode("1234"))
+      return fail(QStringLiteral("the sample passcode could not be set"), 1);
+    if (shell->selectTab(1)) return fail(QStringLiteral("the passcode screen did not open"), 1);
+  }
   if (options.screen == QLatin1String("editor")) {
     auto* capture = qobject_cast<CaptureAdapter*>(runtime.singleton(QStringLiteral("Capture")));
     if (!capture || !capture->chooseLevel(7))

@@ -111,7 +111,7 @@ void ShellAdapter::refresh() {
     QVariantList screens;
     for (Screen* screen : chain) {
       const QString name = QString::fromStdString(screen->className());
-      screens.append(QVariantMap{{"className", name}, {"url", runtime_.screenUrl(name)}});
+      screens.append(QVariantMap{{"className", name}, {"url", runtime_.screenUrl(name).toString()}});
     }
     set(screens_, screens);
     set(journalEmpty_, error.isEmpty() && !tabs->isSummaryAvailable());

@@ -17,9 +17,10 @@ AbstractButton {
     Keys.onEnterPressed: clicked()
     background: Rectangle {
         radius: height / 2
-        color: chip.down ? Theme.separator : (chip.hovered ? Theme.surfaceAlt : Theme.surface)
+        color: chip.checked ? Qt.rgba(Theme.accent.r, Theme.accent.g, Theme.accent.b, Theme.dark ? 0.25 : 0.14)
+                            : (chip.down ? Theme.separator : (chip.hovered ? Theme.surfaceAlt : Theme.surface))
         border.width: chip.visualFocus ? 2 : 1
-        border.color: chip.visualFocus ? Theme.focus : Theme.separator
+        border.color: chip.visualFocus ? Theme.focus : (chip.checked ? Theme.accent : Theme.separator)
     }
     contentItem: Item {
         RowLayout {

@@ -27,7 +27,13 @@ Item {
         "check": "M5 12l5 5l9-10",
         "sparkle": "M12 3v5M12 16v5M3 12h5M16 12h5M6 6l3 3M15 15l3 3M18 6l-3 3M9 15l-3 3",
         "backspace": "M9 6h11v12H9l-6-6zM12 9l6 6M18 9l-6 6",
-        "edit": "M4 20h4L19 9l-4-4L4 16zM14 6l4 4"
+        "edit": "M4 20h4L19 9l-4-4L4 16zM14 6l4 4",
+        "export": "M12 3v12M7 8l5-5l5 5M5 14v6h14v-6",
+        "sync": "M4 12a8 8 0 0 1 14-5M20 12a8 8 0 0 1-14 5M18 3v4h-4M6 21v-4h4",
+        "backup": "M4 8h16v12H4zM4 8l2-4h12l2 4M10 13h4",
+        "moods": "M12 21a9 9 0 1 0 0-18a9 9 0 0 0 0 18zM8.5 14.5c1.8 2 5.2 2 7 0M9 9.5h.5M15 9.5h.5",
+        "bell": "M6 16v-5a6 6 0 0 1 12 0v5l2 2H4zM10 21h4",
+        "watch": "M8 6h8v12H8zM9 6l1-3h4l1 3M9 18l1 3h4l1-3"
     })
 
     Shape {

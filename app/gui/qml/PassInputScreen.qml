@@ -120,7 +120,10 @@ FocusScope {
                 model: ["1", "2", "3", "4", "5", "6", "7", "8", "9", "", "0", "back"]
                 AbstractButton {
                     objectName: modelData === "back" ? "keyBack" : (modelData === "" ? "" : "key" + modelData)
-                    visible: modelData !== ""
+                    // The blank keeps its cell, so 0 sits under 8.
+                    opacity: modelData !== "" ? 1 : 0
+                    enabled: modelData !== ""
+                    Accessible.ignored: modelData === ""
                     Layout.preferredWidth: 68
                     Layout.preferredHeight: 68
                     focusPolicy: Qt.NoFocus
@@ -158,6 +161,7 @@ FocusScope {
             Layout.alignment: Qt.AlignHCenter
             text: L10n.tr("Cancel")
             flat: true
+            contentItem: Text { text: parent.text; color: Theme.accent; font.pointSize: Theme.fontBase }
             onClicked: PassInput.cancel()
         }
     }
