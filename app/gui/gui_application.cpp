@@ -27,7 +27,9 @@
 #include "platform/clock.h"
 #include "platform/localization.h"
 #include "platform/secret_store.h"
+#include "platform/user_defaults.h"
 #include "shell_adapter.h"
+#include "store/settings_keys.h"
 #include "theme.h"
 
 namespace lumeo::gui {
@@ -130,7 +132,7 @@ int runGuiApplication(int argc, char** argv) {
                                  QStringLiteral("THEME"));
   QCommandLineOption screenOption(
       QStringLiteral("screen"),
-      QStringLiteral("A screen to open before rendering: settings, editor or passcode."),
+      QStringLiteral("A screen to open before rendering: settings, editor, passcode or welcome."),
       QStringLiteral("NAME"));
   parser.addOptions({homeOption, captureOption, sampleOption, shotOption, tabOption, sizeOption, themeOption,
                      screenOption});
@@ -154,8 +156,9 @@ int runGuiApplication(int argc, char** argv) {
     return fail(QStringLiteral("--theme takes light or dark"), kUsageError);
   options.screen = parser.value(screenOption);
   if (!options.screen.isEmpty() && options.screen != QLatin1String("settings") &&
-      options.screen != QLatin1String("editor") && options.screen != QLatin1String("passcode"))
-    return fail(QStringLiteral("--screen takes settings, editor or passcode"), kUsageError);
+      options.screen != QLatin1String("editor") && options.screen != QLatin1String("passcode") &&
+      options.screen != QLatin1String("welcome"))
+    return fail(QStringLiteral("--screen takes settings, editor, passcode or welcome"), kUsageError);
   if (!options.screenshot && (parser.isSet(tabOption) || parser.isSet(screenOption)))
     return fail(QStringLiteral("--tab and --screen go with --screenshot"), kUsageError);
 
@@ -187,6 +190,9 @@ int runGuiApplication(int argc, char** argv) {
 
   GuiSession session(sessionOptions);
   const bool launched = session.launch();
+  // The welcome of a first start, on the sample journal (which skips it).
+  if (launched && options.screen == QLatin1String("welcome"))
+    (void)session.defaults()->setBool(kTutorialCompleted, false);
   GuiRuntime runtime(session);
   if (!options.theme.isEmpty()) runtime.theme().setMode(options.theme);
 

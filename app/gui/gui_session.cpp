@@ -13,10 +13,12 @@
 #include "platform/linux/secret_service_store.h"
 #include "platform/log.h"
 #include "platform/secret_store.h"
+#include "platform/user_defaults.h"
 #include "sample_journal.h"
 #include "shell/mood_app_delegate.h"
 #include "shell/resources_location.h"
 #include "store/journal_store.h"
+#include "store/settings_keys.h"
 
 namespace lumeo::gui {
 
@@ -63,6 +65,11 @@ bool GuiSession::launch() {
   // From the first read of the settings to the end of the launch's writes.
   if (!takeWriterLock()) return false;
   defaults_ = PlistUserDefaults::installStandard();
+  if (options_.sampleJournal) {
+    // A throwaway journal to look around in: no welcome first.
+    LUMEO_DROP_ERROR(defaults_->setBool(kTutorialCompleted, true));
+    LUMEO_DROP_ERROR(defaults_->setBool(kTutorialSyncCompleted, true));
+  }
   MoodLevelTableFiles::setCurrent({directories_.library, resourcesDirectory() / kMoodLevelTableFileName});
   MoodAppDelegate::setLevelTextProvider([](long level) {
     auto presentation = MoodLevelsPresentation().presentationForMoodLevel(level);

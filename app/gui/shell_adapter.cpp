@@ -7,9 +7,12 @@
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "main_queue_pump.h"
+#include "platform/log.h"
+#include "platform/user_defaults.h"
 #include "shell/mood_app_delegate.h"
 #include "shell/mood_tab_bar_controller.h"
 #include "store/notification_names.h"
+#include "store/settings_keys.h"
 
 namespace lumeo::gui {
 
@@ -52,6 +55,8 @@ QList<Screen*> screenChain(GuiSession& session) {
 
 ShellAdapter::ShellAdapter(GuiRuntime& runtime, QObject* parent) : QObject(parent), runtime_(runtime) {
   connect(&runtime.pump(), &MainQueuePump::drained, this, &ShellAdapter::refresh);
+  runtime.addScreen(QStringLiteral("MoodTutorialViewController"), QStringLiteral("WelcomeScreen.qml"));
+  runtime.addScreen(QStringLiteral("MoodTutorialViewController.sync"), QStringLiteral("WelcomeScreen.qml"));
   if (runtime_.session().launched()) {
     runtime_.session().app().window().setChangeHandler(
         [this](const std::string&, Screen*, bool) { refresh(); });
@@ -192,6 +197,16 @@ void ShellAdapter::closeScreen(const QString& className) {
     screen->dismissViewControllerAnimated(true);
   }
   refresh();
+}
+
+void ShellAdapter::finishTutorial() {
+  auto& session = runtime_.session();
+  if (!session.launched()) return;
+  LUMEO_DROP_ERROR(session.defaults()->setBool(kTutorialCompleted, true));
+  LUMEO_DROP_ERROR(session.defaults()->setBool(kTutorialSyncCompleted, true));
+  (void)session.defaults()->synchronize();
+  for (const char* name : {"MoodTutorialViewController", "MoodTutorialViewController.sync"})
+    closeScreen(QString::fromLatin1(name));
 }
 
 bool ShellAdapter::exploreSampleData() {

@@ -66,6 +66,8 @@ class ShellAdapter : public QObject {
   // Closes the screen of this class (the top one of that class): pops it
   // off its navigation stack or dismisses it from the screen below.
   Q_INVOKABLE void closeScreen(const QString& className);
+  // The welcome screen was read: it does not come again, and closes.
+  Q_INVOKABLE void finishTutorial();
   // Opens a throwaway journal of sample records in a second window.
   Q_INVOKABLE bool exploreSampleData();
   // Reads the core's state again; called after every user action.

@@ -51,5 +51,6 @@ shoot map-narrow-dark --tab 3 --size 420x760 --theme dark
 shoot editor-narrow-light --screen editor --size 420x760 --theme light
 shoot editor-wide-dark --screen editor --size 1200x760 --theme dark
 shoot settings-narrow-light --screen settings --size 420x760 --theme light
+shoot welcome-wide-light --screen welcome --size 1200x760 --theme light
 shoot passcode-narrow-dark --screen passcode --size 420x760 --theme dark
 exit $((failures > 0))
