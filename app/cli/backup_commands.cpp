@@ -117,7 +117,9 @@ void backupCreate(CliApp& cli, const std::optional<std::string>& to) {
   MoodAppDelegate& app = journalSession(cli);
   MoodDropboxHelper helper = helperFor(app, nullptr);
   if (!to) {
-    folder = helper.environment().temporary;
+    // A backup is kept, unlike the phone's, which went to a cloud drive at
+    // once: the documents folder, not the temporary one.
+    folder = DataDirectories::current().documents;
     std::error_code ec;
     std::filesystem::create_directories(folder, ec);
   }
@@ -201,7 +203,7 @@ void registerCommands(CliApp& cli) {
   CLI::App& backup = cli.noun("backup", "Back the journal up to a zip archive, check one, restore from one");
   auto createTo = std::make_shared<std::optional<std::string>>();
   CLI::App* create = backup.add_subcommand("create", "Make a backup archive and print its path");
-  create->add_option("--to", *createTo, "Make it in DIR (default: Lumeo's temporary folder)")
+  create->add_option("--to", *createTo, "Make it in DIR (default: Lumeo's documents folder)")
       ->type_name("DIR");
   create->callback([&cli, createTo] { backupCreate(cli, *createTo); });
   auto restoreFile = std::make_shared<std::string>();

@@ -300,14 +300,4 @@ std::variant<BackupContents, Error> MoodDropboxHelper::verify(const std::filesys
   return contents;
 }
 
-void MoodDropboxHelper::restoreWithBackupFilePath(const std::filesystem::path& path,
-                                                  const RestoreHandler& completionHandler) {
-  auto result = restore(path);
-  if (auto* error = std::get_if<Error>(&result)) {
-    completionHandler(*error);
-  } else {
-    completionHandler(std::nullopt);
-  }
-}
-
 }  // namespace lumeo

@@ -21,6 +21,7 @@
 #include <string>
 #include <variant>
 
+#include "backup/backup_archive_io.h"
 #include "platform/date.h"
 #include "platform/date_formatter.h"
 #include "platform/error.h"
@@ -97,7 +98,15 @@ class MoodDropboxHelper {
   [[nodiscard]] OptionalError addFilesInZip(const std::filesystem::path& directory, ZipFile& zipFile);
 
   using RestoreHandler = std::function<void(OptionalError error)>;
+  // Checks and unpacks the archive, then restores from it
+  // (restoreBackupWithCompletionHandler); the handler gets the error or
+  // nothing, before the working folder is removed.
   void restoreWithBackupFilePath(const std::filesystem::path& path, const RestoreHandler& completionHandler);
+  // The second half: replaces the journal with the unpacked backup. Only
+  // meaningful inside restoreWithBackupFilePath; on its own it reports
+  // that nothing was unpacked.
+  void restoreBackupWithCompletionHandler(const RestoreHandler& completionHandler);
+  // Both halves, with the result.
   std::variant<RestoreResult, Error> restore(const std::filesystem::path& path);
 
   // Opens the archive, checks every member's CRC and parses the documents,
@@ -105,7 +114,18 @@ class MoodDropboxHelper {
   static std::variant<BackupContents, Error> verify(const std::filesystem::path& path);
 
  private:
+  // An archive checked and unpacked into the working folder.
+  struct UnpackedBackup {
+    std::filesystem::path path;
+    ScannedArchive scan;
+    UnpackedArchive archive;
+    std::filesystem::path work;
+  };
+  std::variant<UnpackedBackup, Error> unpackBackup(const std::filesystem::path& path);
+  std::variant<RestoreResult, Error> restoreUnpacked(const UnpackedBackup& unpacked);
+
   BackupEnvironment environment_;
+  std::optional<UnpackedBackup> pending_;
 };
 
 }  // namespace lumeo

@@ -131,7 +131,8 @@ class Swap {
 
 }  // namespace
 
-std::variant<RestoreResult, Error> MoodDropboxHelper::restore(const std::filesystem::path& path) {
+std::variant<MoodDropboxHelper::UnpackedBackup, Error> MoodDropboxHelper::unpackBackup(
+    const std::filesystem::path& path) {
   const BackupEnvironment& env = environment_;
   if (!env.store) return restoreError(kBackupStoreUnreadable, "no journal is open");
   auto fs = FileSystem::current();
@@ -180,9 +181,12 @@ std::variant<RestoreResult, Error> MoodDropboxHelper::restore(const std::filesys
   // system, so that the swap is made of renames.
   const std::filesystem::path work = home / "Backup";
   removeTree(work);
+  // Removed again on every failure; on success the caller removes it.
   struct Cleanup {
     std::filesystem::path path;
-    ~Cleanup() { removeTree(path); }
+    ~Cleanup() {
+      if (!path.empty()) removeTree(path);
+    }
   } cleanup{work};
   if (auto error = fs->makeFolder(work, kPrivateFolderMode))
     return backupWriteError("cannot make the folder " + work.string(), *error);
@@ -195,7 +199,18 @@ std::variant<RestoreResult, Error> MoodDropboxHelper::restore(const std::filesys
     e.description += "; nothing was changed";
     return e;
   }
-  UnpackedArchive& archive = std::get<UnpackedArchive>(unpacked);
+  cleanup.path.clear();
+  return UnpackedBackup{path, scan, std::move(std::get<UnpackedArchive>(unpacked)), work};
+}
+
+std::variant<RestoreResult, Error> MoodDropboxHelper::restoreUnpacked(const UnpackedBackup& unpacked) {
+  const BackupEnvironment& env = environment_;
+  auto fs = FileSystem::current();
+  const std::string archiveLabel = unpacked.path.filename().string();
+  const ScannedArchive& scan = unpacked.scan;
+  const UnpackedArchive& archive = unpacked.archive;
+  const std::filesystem::path& work = unpacked.work;
+  const std::filesystem::path home = env.library.parent_path();
   auto document = [&](BackupMemberKind kind) -> const std::string* {
     auto it = archive.documents.find(kind);
     return it == archive.documents.end() ? nullptr : &it->second;
@@ -447,6 +462,42 @@ std::variant<RestoreResult, Error> MoodDropboxHelper::restore(const std::filesys
   NotificationCenter::defaultCenter().post(MoodBackupWasLoadedNotification);
   NotificationCenter::defaultCenter().post(MoodModelHasChangedNotification);
   return result;
+}
+
+std::variant<RestoreResult, Error> MoodDropboxHelper::restore(const std::filesystem::path& path) {
+  auto unpacked = unpackBackup(path);
+  if (auto* error = std::get_if<Error>(&unpacked)) return *error;
+  pending_ = std::move(std::get<UnpackedBackup>(unpacked));
+  auto result = restoreUnpacked(*pending_);
+  removeTree(pending_->work);
+  pending_.reset();
+  return result;
+}
+
+void MoodDropboxHelper::restoreWithBackupFilePath(const std::filesystem::path& path,
+                                                  const RestoreHandler& completionHandler) {
+  auto unpacked = unpackBackup(path);
+  if (auto* error = std::get_if<Error>(&unpacked)) {
+    completionHandler(*error);
+    return;
+  }
+  pending_ = std::move(std::get<UnpackedBackup>(unpacked));
+  restoreBackupWithCompletionHandler(completionHandler);
+  removeTree(pending_->work);
+  pending_.reset();
+}
+
+void MoodDropboxHelper::restoreBackupWithCompletionHandler(const RestoreHandler& completionHandler) {
+  if (!pending_) {
+    completionHandler(restoreError(kBackupNoDocuments, "no backup has been unpacked to restore from"));
+    return;
+  }
+  auto result = restoreUnpacked(*pending_);
+  if (auto* error = std::get_if<Error>(&result)) {
+    completionHandler(*error);
+  } else {
+    completionHandler(std::nullopt);
+  }
 }
 
 }  // namespace lumeo

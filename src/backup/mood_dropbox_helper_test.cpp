@@ -46,6 +46,7 @@ struct Home {
   std::filesystem::path library;
   std::shared_ptr<UserDefaults> defaults;
   std::unique_ptr<JournalStore> store;
+  int reminderPasses = 0;  // reschedules the restore asked for
 
   explicit Home(const std::filesystem::path& folder) : root(folder), library(folder / "Library") {
     std::filesystem::create_directories(library);
@@ -63,6 +64,7 @@ struct Home {
     environment.store = store.get();
     environment.defaults = defaults;
     environment.deviceName = device;
+    environment.reschedule = [this] { ++reminderPasses; };
     return MoodDropboxHelper(environment);
   }
 
@@ -315,6 +317,8 @@ TEST_F(BackupTest, MissingRemindersAndColoursBringBackTheFactoryRemindersAndTurn
   ASSERT_TRUE(std::holds_alternative<RestoreResult>(b.helper().restore(archive)));
   EXPECT_FALSE(b.defaults->persistentDomain().count(kAlarm));
   EXPECT_FALSE(settings.gradientColorEnabled());
+  // The notifications follow the restored reminders.
+  EXPECT_EQ(b.reminderPasses, 1);
 }
 
 TEST_F(BackupTest, AnArchiveWithoutRecordsLeavesTheJournalAsItIs) {
@@ -398,6 +402,7 @@ TEST_F(BackupTest, BadArchivesAndDocumentsAreRefusedAndTheJournalStays) {
     auto verified = MoodDropboxHelper::verify(c.archive);
     EXPECT_TRUE(std::holds_alternative<Error>(verified)) << c.archive;
   }
+  EXPECT_EQ(b.reminderPasses, 0);
 }
 
 // The corpus of hostile archives, made by the script in testdata/backup.
