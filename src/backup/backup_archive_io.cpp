@@ -247,6 +247,12 @@ std::variant<UnpackedArchive, Error> unpackArchive(const std::filesystem::path& 
       if (toMemory) result.documents[member.kind] = std::move(text);
     } while (zip.goToNextFileInZip());
     zip.close();
+    // The unpacked pictures' names must survive a crash as well as their
+    // data: the folder is moved into the journal as it is.
+    if (folder) {
+      if (auto error = fs->syncFolder(*folder / "imageStore"))
+        return backupWriteError("cannot unpack the pictures", *error);
+    }
   } catch (const ZipException& exception) {
     return zipError(archive, exception);
   }
