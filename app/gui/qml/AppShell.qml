@@ -231,6 +231,21 @@ FocusScope {
                 root.showTab(0)
         }
     }
+    // Alt+1..4 choose a tab (through the gate, as a click does).
+    Repeater {
+        model: 4
+        Item {
+            Shortcut {
+                sequence: "Alt+" + (index + 1)
+                enabled: root.mainInterfaceUp && !root.screenOpen
+                onActivated: root.showTab(index)
+            }
+        }
+    }
+    Shortcut {
+        sequence: StandardKey.Quit
+        onActivated: Qt.quit()
+    }
     Keys.onPressed: function (event) {
         if (!root.mainInterfaceUp || root.screenOpen || Shell.currentTab !== 0)
             return
