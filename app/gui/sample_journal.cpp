@@ -70,25 +70,4 @@ std::size_t fillSampleJournal(JournalStore& store, Date end, int days, std::uint
   return made;
 }
 
-std::size_t fillLargeJournal(JournalStore& store, Date end, std::size_t count, std::uint32_t seed) {
-  std::mt19937 random(seed);
-  // Three records a day, going back from `end`.
-  const double step = 8 * 3600.0;
-  std::size_t made = 0;
-  while (made < count) {
-    const std::size_t batch = std::min<std::size_t>(5000, count - made);
-    for (std::size_t i = 0; i < batch; ++i, ++made) {
-      const SampleComment& comment = kComments[random() % std::size(kComments)];
-      auto record = store.insertRecordWithDescription();
-      if (!record) return made;
-      record->setMoodLevel(std::clamp<long>(5 + comment.lean + static_cast<long>(random() % 3) - 1, 1, 10));
-      record->setDate(end.dateByAddingTimeInterval(-step * static_cast<double>(made)));
-      record->moodDescription()->setComment(comment.text);
-      MoodRecordState::applyCommentTags(store, record, comment.text);
-    }
-    store.saveContext();
-  }
-  return made;
-}
-
 }  // namespace lumeo::gui

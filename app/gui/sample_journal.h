@@ -19,8 +19,4 @@ namespace lumeo::gui {
 // #sleep:7h), saved in one transaction. Returns how many were made.
 std::size_t fillSampleJournal(JournalStore& store, Date end, int days = 42, std::uint32_t seed = 11);
 
-// `count` records spread evenly over the years before `end`, saved in
-// batches: the large journal of the benchmarks.
-std::size_t fillLargeJournal(JournalStore& store, Date end, std::size_t count, std::uint32_t seed = 5);
-
 }  // namespace lumeo::gui
