@@ -64,3 +64,34 @@ assert len(match) == 1, records
 assert "sleep" in [t if isinstance(t, str) else t.get("name") for t in match[0]["tags"]], match[0]
 print("ok   lumeo list shows the record with its tag")
 '
+
+# A journal file that is not a journal: the window says so, offers nothing
+# that writes, and the file is left exactly as it was.
+bad=$(mktemp -d)
+trap 'rm -rf "$home" "$bad"' EXIT
+mkdir -p "$bad/Library"
+head -c 4096 /dev/urandom >"$bad/Library/Model.sqlite"
+before=$(md5sum <"$bad/Library/Model.sqlite")
+export BAD_HOME=$bad
+xvfb-run -a -s "-screen 0 1280x900x24" bash -euo pipefail -c '
+  unset DBUS_SESSION_BUS_ADDRESS WAYLAND_DISPLAY
+  export QT_QPA_PLATFORM=xcb QT_QUICK_BACKEND=software
+  "$LUMEO_GUI" --home "$BAD_HOME" 2>>"$OUT/e2e.log" &
+  pid=$!
+  wid=""
+  for _ in $(seq 1 100); do
+    wid=$(xdotool search --onlyvisible --name "^Lumeo" 2>/dev/null | head -1 || true)
+    [ -n "$wid" ] && break
+    sleep 0.1
+  done
+  [ -n "$wid" ] || { echo "not ok: no window on a bad journal"; kill $pid; exit 1; }
+  xdotool windowactivate --sync "$wid" 2>/dev/null || xdotool windowfocus --sync "$wid"
+  sleep 1.5
+  import -window "$wid" "$OUT/e2e-bad-journal.png"
+  xdotool key --window "$wid" 7 2>/dev/null || true
+  xdotool key --window "$wid" ctrl+q 2>/dev/null || true
+  for _ in $(seq 1 100); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
+  wait "$pid" || { echo "not ok: exit status $? on a bad journal"; exit 1; }
+'
+[ "$(md5sum <"$bad/Library/Model.sqlite")" = "$before" ] || { echo "not ok: the bad journal file was changed"; exit 1; }
+echo "ok   a file that is not a journal is left as it was"
