@@ -378,7 +378,11 @@ void ContextCore::addToMany(ManagedObject& object, const RelationshipDescription
     }
     if (r.isOrdered()) tm.reordered = true;
   }
-  if (!tm.removed.remove(member) && !(tm.loaded && tm.committed.contains(member))) tm.added.add(member);
+  // A removal cancels out only when the member is known to be in the file:
+  // one removed from a set that was not loaded may never have been a member,
+  // and then the addition must still reach the file.
+  const bool wasRemoved = tm.removed.remove(member);
+  if (wasRemoved ? !tm.loaded : !(tm.loaded && tm.committed.contains(member))) tm.added.add(member);
   markChanged(s);
   if (!maintainInverse) return;
   const RelationshipDescription* inv = r.inverseRelationship();

@@ -166,5 +166,30 @@ TEST_F(ContextScaleTest, ARemovalAfterAddingAnAlreadySavedMemberReachesTheFile) 
   EXPECT_EQ(sqlCount(path(), "SELECT COUNT(*) FROM MoodRecord_moodTags"), 0);
 }
 
+// Adding, removing and adding again a member that the file does not hold,
+// through the side of the pair whose set is not loaded, must leave it a
+// member in the file (a sync merge does this when events add and remove one
+// tag of a record in turn).
+TEST_F(ContextScaleTest, AnAdditionAfterARemovalFromAnUnloadedSetReachesTheFile) {
+  TestStack stack(path());
+  auto tag = stack.context->insertNewObjectForEntityForName("MoodTag");
+  tag->setValueForKey("tagName", "walk");
+  auto record = stack.context->insertNewObjectForEntityForName("MoodRecord");
+  record->setValueForKey("date", minute(1));
+  ASSERT_FALSE(stack.context->save());
+
+  auto context = stack.newContext();
+  auto tags = context->executeFetchRequest(FetchRequest("MoodTag"));
+  auto records = context->executeFetchRequest(FetchRequest("MoodRecord"));
+  ASSERT_EQ(tags.size(), 1u);
+  ASSERT_EQ(records.size(), 1u);
+  tags[0]->addObjectForKey("moodRecords", records[0]);
+  tags[0]->removeObjectForKey("moodRecords", records[0]);
+  tags[0]->addObjectForKey("moodRecords", records[0]);
+  EXPECT_EQ(tags[0]->countForKey("moodRecords"), 1u);
+  ASSERT_FALSE(context->save());
+  EXPECT_EQ(sqlCount(path(), "SELECT COUNT(*) FROM MoodRecord_moodTags"), 1);
+}
+
 }  // namespace
 }  // namespace lumeo

@@ -342,9 +342,15 @@ class Applier {
           std::unordered_map<std::string, ManagedObjectPtr>& objects)
       : context_(context), model_(model), eventStore_(eventStore), objects_(objects) {}
 
+  // An object inserted by this merge and deleted again leaves the context
+  // without looking deleted: the merge keeps track of it itself.
+  bool isLive(const ManagedObjectPtr& object) const {
+    return isAlive(object) && !deleted_.count(object.get());
+  }
+
   ManagedObjectPtr lookup(const std::string& entity, const std::string& identifier) const {
     auto it = objects_.find(objectKey(entity, identifier));
-    if (it == objects_.end() || !isAlive(it->second)) return nullptr;
+    if (it == objects_.end() || !isLive(it->second)) return nullptr;
     return it->second;
   }
 
@@ -372,7 +378,7 @@ class Applier {
   }
 
   OptionalError nullifyRelationshipsAndDeleteObject(const ManagedObjectPtr& object) {
-    if (!isAlive(object)) return std::nullopt;
+    if (!isLive(object)) return std::nullopt;
     for (const RelationshipDescription* relationship : object->entity().relationships()) {
       if (relationship->isToMany()) {
         if (object->countForKey(relationship->name()) > 0)
@@ -381,6 +387,7 @@ class Applier {
         object->setObjectForKey(relationship->name(), nullptr);
       }
     }
+    deleted_.insert(object.get());
     return context_.deleteObject(object);
   }
 
@@ -488,6 +495,7 @@ class Applier {
   const ManagedObjectModel& model_;
   SyncEventStore& eventStore_;
   std::unordered_map<std::string, ManagedObjectPtr>& objects_;
+  std::unordered_set<const ManagedObject*> deleted_;
 };
 
 }  // namespace
@@ -676,7 +684,7 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
       FetchResults results = mergeContext.executeFetchRequest(request, error);
       if (error) return error;
       for (const auto& object : results) {
-        if (!vouched.count(object.get())) {
+        if (!vouched.count(object.get()) && applier.isLive(object)) {
           if (OptionalError deleteError = applier.nullifyRelationshipsAndDeleteObject(object))
             return deleteError;
         }
@@ -687,13 +695,13 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
   // New objects get their rows now; the rows point at them from here on.
   std::vector<ManagedObjectPtr> fresh;
   for (const auto& [object, row] : state.inserted) {
-    if (isAlive(object)) fresh.push_back(object);
+    if (applier.isLive(object)) fresh.push_back(object);
   }
   if (!fresh.empty()) {
     if (OptionalError error = mergeContext.obtainPermanentIDsForObjects(fresh)) return error;
   }
   for (const auto& [object, row] : state.inserted) {
-    if (isAlive(object) && row) row->setStoreURI(object->objectID().URIRepresentation());
+    if (applier.isLive(object) && row) row->setStoreURI(object->objectID().URIRepresentation());
   }
   return std::nullopt;
 }

@@ -2,6 +2,7 @@
 #include "sync/sync_revision_manager.h"
 
 #include <algorithm>
+#include <limits>
 #include <unordered_set>
 
 #include "objectgraph/fetch_request.h"
@@ -109,15 +110,30 @@ SyncResult<std::vector<SyncEventPtr>> SyncRevisionManager::fetchStoreModificatio
   if (events.empty()) return std::vector<SyncEventPtr>{};
   std::vector<SyncEventPtr> result;
   perform([&] {
-    SyncRevisionSet minimum;
-    bool first = true;
-    for (const auto& e : events) {
-      SyncRevisionSet s = e->revisionSet();
-      minimum = first ? s : minimum.revisionSetByTakingStoreWiseMinimumWithRevisionSet(s);
-      first = false;
-    }
+    // What all the events knew, store by store. A store an event does not
+    // name was unknown to it beyond the baseline: it counts as the
+    // baseline's number (or -1), not as "no opinion", or events of that
+    // store that the event never saw would be left out of the replay.
     SyncEventPtr baseline =
         SyncStoreModificationEvent::fetchMostRecentBaselineStoreModificationEvent(*context_);
+    SyncRevisionSet baselineSet = baseline ? baseline->revisionSet() : SyncRevisionSet();
+    std::set<std::string> stores = SyncEventRevision::fetchPersistentStoreIdentifiers(*context_);
+    std::vector<SyncRevisionSet> sets;
+    for (const auto& e : events) {
+      sets.push_back(e->revisionSet());
+      for (const auto& id : sets.back().persistentStoreIdentifiers()) stores.insert(id);
+    }
+    SyncRevisionSet minimum;
+    for (const auto& store : stores) {
+      const SyncRevision* b = baselineSet.revisionForPersistentStoreIdentifier(store);
+      std::int64_t unknown = b ? b->revisionNumber() : -1;
+      std::int64_t lowest = std::numeric_limits<std::int64_t>::max();
+      for (const auto& set : sets) {
+        const SyncRevision* r = set.revisionForPersistentStoreIdentifier(store);
+        lowest = std::min(lowest, r ? r->revisionNumber() : unknown);
+      }
+      minimum.addRevision(SyncRevision(store, lowest));
+    }
     std::vector<SyncEventPtr> all = events;
     std::unordered_set<const void*> seen;
     for (const auto& e : events) seen.insert(e.get());

@@ -83,7 +83,15 @@ void SyncSaveMonitor::contextWillSave(const Notification& notification) {
         if (!list.empty()) values[object->objectID()] = std::move(list);
       });
   std::lock_guard lock(mutex_);
-  changedValuesByContext_[&context] = std::move(values);
+  PendingSave& pending = changedValuesByContext_[&context];
+  pending.values = std::move(values);
+  // Registered before the journal is written, not after: a crash between
+  // the journal's commit and the event must leave this mark behind. A save
+  // that failed before keeps its mark for the retry.
+  if (pending.eventIdentifier.empty()) {
+    pending.eventIdentifier = globallyUniqueString();
+    eventStore_->registerIncompleteEventIdentifier(pending.eventIdentifier, true);
+  }
 }
 
 void SyncSaveMonitor::contextDidSave(const Notification& notification) {
@@ -98,20 +106,24 @@ void SyncSaveMonitor::contextDidSave(const Notification& notification) {
 
   LUMEO_LOG_VERBOSE("Storing changes post-save");
   SyncPropertyChangeValuesByObjectID preSave;
+  std::string eventIdentifier;
   {
     std::lock_guard lock(mutex_);
     auto it = changedValuesByContext_.find(&context);
     if (it != changedValuesByContext_.end()) {
-      preSave = std::move(it->second);
+      preSave = std::move(it->second.values);
+      eventIdentifier = std::move(it->second.eventIdentifier);
       changedValuesByContext_.erase(it);
     }
   }
-  if (info->insertedObjects.empty() && info->updatedObjects.empty() && info->deletedObjects.empty()) return;
-
-  // Registered before anything else: a crash from here on leaves a save that
-  // may have no event, and the identifier says so at the next start.
-  std::string eventIdentifier = globallyUniqueString();
-  eventStore_->registerIncompleteEventIdentifier(eventIdentifier, true);
+  if (eventIdentifier.empty()) {
+    eventIdentifier = globallyUniqueString();
+    eventStore_->registerIncompleteEventIdentifier(eventIdentifier, true);
+  }
+  if (info->insertedObjects.empty() && info->updatedObjects.empty() && info->deletedObjects.empty()) {
+    eventStore_->deregisterIncompleteEventIdentifier(eventIdentifier);
+    return;
+  }
 
   auto builder = std::make_shared<SyncEventBuilder>(*eventStore_);
   builder->setEnsemble(ensemble_);

@@ -59,7 +59,11 @@ class SyncSaveMonitor {
   const SyncEnsembleHooks* ensemble_ = nullptr;
   std::weak_ptr<SyncEventIntegrator> integrator_;
   std::mutex mutex_;
-  std::map<const ManagedObjectContext*, SyncPropertyChangeValuesByObjectID> changedValuesByContext_;
+  struct PendingSave {
+    std::string eventIdentifier;
+    SyncPropertyChangeValuesByObjectID values;
+  };
+  std::map<const ManagedObjectContext*, PendingSave> changedValuesByContext_;
   ScopedObserver willSaveObserver_;
   ScopedObserver didSaveObserver_;
 };
