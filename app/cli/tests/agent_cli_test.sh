@@ -34,7 +34,7 @@ py=/usr/bin/python3
 start_mock() {
   $py -m dbusmock --template notification_daemon >/dev/null 2>&1 &
   mock=$!
-  for _ in $(seq 100); do
+  for _ in $(seq 600); do
     gdbus call --session --dest org.freedesktop.DBus --object-path /org/freedesktop/DBus \
       --method org.freedesktop.DBus.NameHasOwner org.freedesktop.Notifications 2>/dev/null | grep -q true && return 0
     sleep 0.05
@@ -66,7 +66,8 @@ at() {
   local t
   t=$(date -d "TZ=\"Europe/Berlin\" $1" +%s)
   echo "$t" >"$clock"
-  for _ in $(seq 200); do
+  # Generous: under a loaded machine the agent may look only seconds later.
+  for _ in $(seq 1500); do
     grep -q "^checked $t\$" "$out" && return 0
     sleep 0.02
   done
@@ -89,7 +90,7 @@ check "body is the notification message" grep -q "^How are you feeling right now
 check "sound is the shipped file" grep -q "|.*/Doorbell.mp3|" <<<"$(shown)"
 check "action button" grep -q "CAPTURE_ACTION,Record my mood" <<<"$(shown)"
 emit_action 1 CAPTURE_ACTION
-for _ in $(seq 100); do [ "$(setting kReminderTemplateKey)" = "#walk " ] && break; sleep 0.05; done
+for _ in $(seq 600); do [ "$(setting kReminderTemplateKey)" = "#walk " ] && break; sleep 0.05; done
 check "the action hands the template over" [ "$(setting kReminderTemplateKey)" = "#walk " ]
 
 # Rewritten while the agent waits.
