@@ -96,6 +96,14 @@ void HistoryController::connectView() {
   controller_->historyView().setUpdates(std::move(updates));
 }
 
+QString HistoryController::title() const {
+  if (auto* tag = dynamic_cast<MoodTagHistoryViewController*>(controller_.get()))
+    return QString::fromStdString(tag->title());
+  if (auto* day = dynamic_cast<MoodDateHistoryViewController*>(controller_.get()))
+    return QString::fromStdString(day->title());
+  return title_;
+}
+
 QObject* HistoryController::model() const {
   return model_;
 }
@@ -242,9 +250,12 @@ QObject* HistoryController::openTag(const QString& name) {
   if (!tag) return nullptr;
   auto screen = std::dynamic_pointer_cast<MoodHistoryViewController>(
       controller_->taggedTextViewDidSelectTag(name.toStdString()));
-  if (!screen) return nullptr;
-  auto* history = new HistoryController(
-      store_, screen, QStringLiteral("#") + QString::fromStdString(tag->tagName()), false, this);
+  if (!screen) {
+    // A tag's list takes the other tag itself.
+    Q_EMIT titleChanged();
+    return nullptr;
+  }
+  auto* history = new HistoryController(store_, screen, {}, false, this);
   Q_EMIT historyOpened(history);
   return history;
 }
@@ -252,9 +263,7 @@ QObject* HistoryController::openTag(const QString& name) {
 void HistoryController::openDay(long year, long month, long day, bool exist) {
   auto screen = controller_->didCalendarViewPressed(year, month, day, exist);
   if (!screen) return;
-  const QString title = QLocale().toString(
-      QDate(static_cast<int>(year), static_cast<int>(month), static_cast<int>(day)), QLocale::LongFormat);
-  auto* history = new HistoryController(store_, screen, title, false, this);
+  auto* history = new HistoryController(store_, screen, {}, false, this);
   Q_EMIT historyOpened(history);
 }
 
@@ -264,10 +273,6 @@ QObject* HistoryController::openGallery() {
   auto* model = new GalleryModel(gallery, this);
   Q_EMIT galleryOpened(model);
   return model;
-}
-
-double HistoryController::autoscrollSpeed(double fraction, double maximumSpeed) const {
-  return MoodHistoryView::autoscrollSpeedForTrackFraction(fraction, maximumSpeed);
 }
 
 void HistoryController::showDetail(const MoodHistoryDetail& detail) {

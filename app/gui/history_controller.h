@@ -27,7 +27,7 @@ class TaggedTextLayout;
 
 class HistoryController : public QObject, public MoodHistoryViewControllerView {
   Q_OBJECT
-  Q_PROPERTY(QString title READ title CONSTANT)
+  Q_PROPERTY(QString title READ title NOTIFY titleChanged)
   Q_PROPERTY(QObject* model READ model CONSTANT)
   Q_PROPERTY(int count READ count NOTIFY countChanged)
   Q_PROPERTY(int selectedIndex READ selectedIndex WRITE setSelectedIndex NOTIFY selectionChanged)
@@ -63,7 +63,8 @@ class HistoryController : public QObject, public MoodHistoryViewControllerView {
 
   MoodHistoryViewController& core() { return *controller_; }
 
-  QString title() const { return title_; }
+  // The tab's title, or the core's title of a tag's or a day's list.
+  QString title() const;
   QObject* model() const;
   int count() const;
   int selectedIndex() const { return static_cast<int>(controller_->selectedMoodRecordIndex()); }
@@ -119,8 +120,6 @@ class HistoryController : public QObject, public MoodHistoryViewControllerView {
   Q_INVOKABLE QObject* openGallery();
   // The page that showed this history closed: it goes (a tag's or a day's).
   Q_INVOKABLE void close() { deleteLater(); }
-  // The slider: how fast to scroll for a touch at a fraction of its track.
-  Q_INVOKABLE double autoscrollSpeed(double fraction, double maximumSpeed) const;
 
   // MoodHistoryViewControllerView.
   void showDetail(const MoodHistoryDetail& detail) override;
@@ -132,6 +131,7 @@ class HistoryController : public QObject, public MoodHistoryViewControllerView {
 
  Q_SIGNALS:
   void countChanged();
+  void titleChanged();
   void selectionChanged();
   void modeChanged();
   void filterChanged();

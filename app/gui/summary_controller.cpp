@@ -78,8 +78,7 @@ struct SummaryController::Bridge : MoodSummaryTotalViewDelegate,
     environment.store = &owner->store_;
     environment.defaults = owner->defaults_;
     auto screen = std::make_shared<MoodTagHistoryViewController>(tag, environment);
-    auto* history = new HistoryController(
-        owner->store_, screen, QStringLiteral("#") + QString::fromStdString(tag->tagName()), false, owner);
+    auto* history = new HistoryController(owner->store_, screen, {}, false, owner);
     owner->pending_ = history;
     Q_EMIT owner->historyOpened(history);
   }

@@ -79,6 +79,13 @@ TEST_F(HistoryControllerTest, RowsFollowTheRecordsWithTheirDaysAndTheSelectionFi
   ASSERT_NE(tagHistory, nullptr);
   EXPECT_EQ(tagHistory->count(), 1);
   EXPECT_EQ(tagHistory->title(), QStringLiteral("#dog"));
+  // On a tag's list another tag takes its place on the same page.
+  QSignalSpy retitled(tagHistory, &HistoryController::titleChanged);
+  EXPECT_EQ(tagHistory->openTag(QStringLiteral("sleep")), nullptr);
+  EXPECT_EQ(retitled.count(), 1);
+  EXPECT_EQ(tagHistory->title(), QStringLiteral("#sleep"));
+  EXPECT_EQ(tagHistory->count(), 1);
+  EXPECT_EQ(role(*tagHistory, 0, HistoryModel::LevelRole).toInt(), 4);
   EXPECT_EQ(h->openTag(QStringLiteral("nosuchtag")), nullptr);
 }
 
