@@ -66,6 +66,19 @@ Canvas::Canvas(int width, int height) : width_(std::max(0, width)), height_(std:
   cr_ = cairo_create(surface_);
 }
 
+Canvas Canvas::onSurface(cairo_surface_t* surface, int width, int height) {
+  Canvas canvas;
+  canvas.width_ = std::max(0, width);
+  canvas.height_ = std::max(0, height);
+  canvas.surface_ = cairo_surface_reference(surface);
+  canvas.cr_ = cairo_create(canvas.surface_);
+  return canvas;
+}
+
+bool Canvas::hasPixels() const {
+  return surface_ && cairo_surface_get_type(surface_) == CAIRO_SURFACE_TYPE_IMAGE;
+}
+
 Canvas::~Canvas() {
   if (cr_) cairo_destroy(cr_);
   if (surface_) cairo_surface_destroy(surface_);
@@ -212,7 +225,7 @@ void Canvas::strokePath(const Path& path, const Color& color, double lineWidth, 
 }
 
 Color Canvas::pixelAt(int x, int y) const {
-  if (x < 0 || y < 0 || x >= width_ || y >= height_) return Color(0, 0, 0, 0);
+  if (x < 0 || y < 0 || x >= width_ || y >= height_ || !hasPixels()) return Color(0, 0, 0, 0);
   cairo_surface_flush(surface_);
   const unsigned char* data = cairo_image_surface_get_data(surface_);
   const int stride = cairo_image_surface_get_stride(surface_);
@@ -226,6 +239,7 @@ Color Canvas::pixelAt(int x, int y) const {
 }
 
 Image Canvas::image() const {
+  if (!hasPixels()) return Image();
   cairo_surface_flush(surface_);
   const unsigned char* data = cairo_image_surface_get_data(surface_);
   const int stride = cairo_image_surface_get_stride(surface_);
@@ -266,6 +280,7 @@ Image Canvas::image() const {
 
 OrError<std::vector<std::uint8_t>> Canvas::pngData() const {
   std::vector<std::uint8_t> png;
+  if (!hasPixels()) return Error(kImageErrorDomain, kImageEncodeFailed, "the canvas has no pixels to encode");
   cairo_surface_flush(surface_);
   const cairo_status_t status = cairo_surface_write_to_png_stream(surface_, appendToVector, &png);
   if (status != CAIRO_STATUS_SUCCESS) {

@@ -84,6 +84,11 @@ class Canvas {
  public:
   // A transparent canvas. Negative sizes count as 0.
   Canvas(int width, int height);
+  // A canvas drawing onto another cairo surface (a page of a PDF) of
+  // `width` × `height` units; it holds a reference to the surface. The pixel
+  // readers (pixelAt, image, pngData, writePNG) have nothing to read on such
+  // a surface and return a transparent pixel, an empty image or an error.
+  static Canvas onSurface(cairo_surface_t* surface, int width, int height);
   ~Canvas();
   Canvas(Canvas&& other) noexcept;
   Canvas& operator=(Canvas&& other) noexcept;
@@ -138,6 +143,9 @@ class Canvas {
   OptionalError writePNG(const std::filesystem::path& path) const;
 
  private:
+  Canvas() = default;
+  bool hasPixels() const;
+
   int width_ = 0;
   int height_ = 0;
   cairo_surface_t* surface_ = nullptr;

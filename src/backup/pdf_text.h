@@ -1,0 +1,118 @@
+// Text of the PDF report, set with pango: the report's font roles, blocks of
+// wrapped and justified text that know where their lines fall, and the
+// split of a long comment into the pieces that fill successive pages.
+// Layouts use 72 units per inch and unhinted metrics, so that a point of
+// text is a point of the page and a comment measures the same on every
+// machine that has the fonts. Not thread-safe: one typesetter per thread.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/canvas.h"
+#include "platform/color.h"
+
+typedef struct _PangoContext PangoContext;
+typedef struct _PangoLayout PangoLayout;
+
+namespace lumeo {
+
+// A face of the report: a fontconfig family with weight and slant. The
+// families are free look-alikes of the report's design faces, embedded in
+// every PDF (see docs/pdf-report.md).
+struct PdfFont {
+  std::string family;
+  int weight = 400;  // CSS weights: 100 thin, 300 light, 400 regular, 700 bold
+  bool italic = false;
+  double size = 12;
+
+  PdfFont withSize(double newSize) const {
+    PdfFont f = *this;
+    f.size = newSize;
+    return f;
+  }
+  // The report's roles.
+  static PdfFont recordDate();      // 14, thin italic
+  static PdfFont comment();         // 12, regular; set justified
+  static PdfFont levelNumber();     // 32, bold
+  static PdfFont levelText();       // 14 and smaller, bold
+  static PdfFont titlePeriod();     // 24, light italic
+  static PdfFont summaryHeading();  // 16, bold
+  static PdfFont explanation();     // 8, regular
+  static PdfFont tagRow();          // 12, bold
+};
+
+enum class PdfWrap {
+  kSingleLineTruncatingTail,  // one line, cut with "…" at the rect's width
+  kWordWrap,                  // lines broken between words (inside a word only if it must)
+};
+
+struct PdfLayoutDeleter {
+  void operator()(PangoLayout* layout) const;
+};
+using PdfLayoutPtr = std::unique_ptr<PangoLayout, PdfLayoutDeleter>;
+
+// One laid-out text. Byte offsets refer to text(), which is the input with
+// invalid UTF-8 replaced by U+FFFD.
+class PdfTextBlock {
+ public:
+  struct Line {
+    std::size_t start = 0;  // byte offset of the line's first character
+    double top = 0;         // from the block's top, in points
+    double bottom = 0;
+  };
+
+  const std::string& text() const { return text_; }
+  double width() const { return width_; }
+  double height() const { return height_; }
+  const std::vector<Line>& lines() const { return lines_; }
+  PangoLayout* layout() const { return layout_.get(); }
+
+ private:
+  friend class PdfTypesetter;
+  std::string text_;
+  double width_ = 0;
+  double height_ = 0;
+  std::vector<Line> lines_;
+  PdfLayoutPtr layout_;
+};
+
+class PdfTypesetter {
+ public:
+  PdfTypesetter();
+  ~PdfTypesetter();
+  PdfTypesetter(const PdfTypesetter&) = delete;
+  PdfTypesetter& operator=(const PdfTypesetter&) = delete;
+
+  // Lays `text` out at `width` points (wrapping and, with `justify`, set
+  // flush on both sides except each paragraph's last line); a width of 0 or
+  // less lays it out on one line per paragraph.
+  PdfTextBlock layout(const std::string& text, const PdfFont& font, double width,
+                      TextAlignment alignment = TextAlignment::kLeft, bool justify = false,
+                      PdfWrap wrap = PdfWrap::kWordWrap) const;
+  // The size the text needs; its natural width for one line.
+  Size measure(const std::string& text, const PdfFont& font, double width = 0) const;
+
+  // Draws a block with its top left at `origin`.
+  void draw(Canvas& canvas, const PdfTextBlock& block, Point origin, const Color& color) const;
+  // One line in `rect`, aligned horizontally and centred vertically; with
+  // kSingleLineTruncatingTail it is cut to the rect's width.
+  void drawInRect(Canvas& canvas, const std::string& text, const Rect& rect, const PdfFont& font,
+                  const Color& color, TextAlignment alignment,
+                  PdfWrap wrap = PdfWrap::kSingleLineTruncatingTail) const;
+
+ private:
+  PangoContext* context_ = nullptr;
+};
+
+// How a laid-out text divides into pages: the byte length of each page's
+// piece, the first piece filling `firstHeight` points and every later one
+// `nextHeight`. Pieces end at line starts, so each piece laid out again at
+// the same width breaks into the same lines. A line taller than a whole
+// page still gets a page of its own. An empty text gives no pieces; when
+// not even one line fits into `firstHeight`, the first piece is empty (0).
+std::vector<std::size_t> pageSplits(const PdfTextBlock& block, double firstHeight, double nextHeight);
+
+}  // namespace lumeo
