@@ -274,7 +274,7 @@ class MoodPDFExport::Writer {
     const bool center = thumb && !comment.empty() && thumbH <= capped;
     const double free = L::kContentBottom - y_ - (firstOnPage_ ? 0 : L::kSeparatorBlock);
 
-    if (height <= free) {
+    if (height <= free && (comment.empty() || block.layout())) {
       separateFromPrevious();
       drawRecord(head, y_, comment.empty() ? nullptr : &block, height, thumb ? &*thumb : nullptr, center);
       y_ += height;
@@ -380,9 +380,12 @@ class MoodPDFExport::Writer {
     const std::vector<std::size_t> pieces = pageSplits(block, firstHeight, nextHeight);
     std::size_t offset = 0;
     for (std::size_t i = 0; i < pieces.size(); ++i) {
-      const bool whole = pieces.size() == 1;
-      const std::string piece = block.text().substr(offset, pieces[i]);
+      const bool whole = pieces.size() == 1 && block.layout();
+      std::string piece = block.text().substr(offset, pieces[i]);
       offset += pieces[i];
+      // The line break that ends a piece would add an empty last line.
+      if (!piece.empty() && piece.back() == '\n') piece.pop_back();
+      if (!piece.empty() && piece.back() == '\r') piece.pop_back();
       std::optional<PdfTextBlock> pieceBlock;
       if (!whole && !piece.empty()) {
         pieceBlock =

@@ -114,7 +114,12 @@ class PdfJournalTest : public JournalTest {
     DateFormatter formatter;
     formatter.setDateStyle(DateFormatter::Style::kLong);
     formatter.setTimeStyle(DateFormatter::Style::kShort);
-    return formatter.stringFromDate(date);
+    // pdftotext gives the narrow space before "AM" as a plain one.
+    std::string text = formatter.stringFromDate(date);
+    for (std::size_t at = text.find("\u202f"); at != std::string::npos; at = text.find("\u202f")) {
+      text.replace(at, 3, " ");
+    }
+    return text;
   }
 
   std::shared_ptr<ImageStore> imageStore_;

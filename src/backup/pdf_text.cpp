@@ -5,6 +5,7 @@
 #include <pango/pangocairo.h>
 
 #include <algorithm>
+#include <cstdint>
 
 namespace lumeo {
 
@@ -78,12 +79,11 @@ PdfTypesetter::~PdfTypesetter() {
   g_object_unref(context_);
 }
 
-PdfTextBlock PdfTypesetter::layout(const std::string& text, const PdfFont& font, double width,
-                                   TextAlignment alignment, bool justify, PdfWrap wrap) const {
-  PdfTextBlock block;
-  block.text_ = validUtf8(text);
-  block.layout_.reset(pango_layout_new(context_));
-  PangoLayout* layout = block.layout_.get();
+PdfLayoutPtr PdfTypesetter::makeLayout(const char* text, std::size_t length, const PdfFont& font,
+                                       double width, TextAlignment alignment, bool justify,
+                                       PdfWrap wrap) const {
+  PdfLayoutPtr owner(pango_layout_new(context_));
+  PangoLayout* layout = owner.get();
   PangoFontDescription* description = describe(font);
   pango_layout_set_font_description(layout, description);
   pango_font_description_free(description);
@@ -102,23 +102,77 @@ PdfTextBlock PdfTypesetter::layout(const std::string& text, const PdfFont& font,
                                      : alignment == TextAlignment::kRight ? PANGO_ALIGN_RIGHT
                                                                           : PANGO_ALIGN_LEFT);
   pango_layout_set_justify(layout, justify ? TRUE : FALSE);
-  pango_layout_set_text(layout, block.text_.data(), static_cast<int>(block.text_.size()));
+  pango_layout_set_text(layout, text, static_cast<int>(length));
+  return owner;
+}
 
-  PangoRectangle logical;
-  pango_layout_get_extents(layout, nullptr, &logical);
-  block.width_ = static_cast<double>(logical.width) / PANGO_SCALE;
-  block.height_ = static_cast<double>(logical.height) / PANGO_SCALE;
+namespace {
 
+// The lines of a layout, shifted by a byte offset and a height.
+double appendLines(PangoLayout* layout, std::size_t byteOffset, double yOffset,
+                   std::vector<PdfTextBlock::Line>& lines, std::size_t keep) {
   PangoLayoutIter* iter = pango_layout_get_iter(layout);
+  double bottom = yOffset;
+  std::size_t count = 0;
   do {
+    if (count++ == keep) break;
     int y0 = 0;
     int y1 = 0;
     pango_layout_iter_get_line_yrange(iter, &y0, &y1);
     PangoLayoutLine* line = pango_layout_iter_get_line_readonly(iter);
-    block.lines_.push_back({static_cast<std::size_t>(line->start_index),
-                            static_cast<double>(y0) / PANGO_SCALE, static_cast<double>(y1) / PANGO_SCALE});
+    lines.push_back({byteOffset + static_cast<std::size_t>(line->start_index),
+                     yOffset + static_cast<double>(y0) / PANGO_SCALE,
+                     yOffset + static_cast<double>(y1) / PANGO_SCALE});
+    bottom = lines.back().bottom;
   } while (pango_layout_iter_next_line(iter));
   pango_layout_iter_free(iter);
+  return bottom;
+}
+
+// Pango measures in 32-bit units of 1/1024 point: a paragraph of a few
+// hundred thousand characters overflows them and comes back as one line.
+// Longer wrapped texts are therefore laid out in pieces of this many bytes,
+// each ending with its last complete line.
+constexpr std::size_t kLayoutChunk = 16 * 1024;
+
+}  // namespace
+
+PdfTextBlock PdfTypesetter::layout(const std::string& text, const PdfFont& font, double width,
+                                   TextAlignment alignment, bool justify, PdfWrap wrap) const {
+  PdfTextBlock block;
+  block.text_ = validUtf8(text);
+  const std::string& valid = block.text_;
+  if (valid.size() <= kLayoutChunk || width <= 0 || wrap != PdfWrap::kWordWrap) {
+    block.layout_ = makeLayout(valid.data(), valid.size(), font, width, alignment, justify, wrap);
+    PangoRectangle logical;
+    pango_layout_get_extents(block.layout_.get(), nullptr, &logical);
+    block.width_ = static_cast<double>(logical.width) / PANGO_SCALE;
+    block.height_ = static_cast<double>(logical.height) / PANGO_SCALE;
+    appendLines(block.layout_.get(), 0, 0, block.lines_, SIZE_MAX);
+    return block;
+  }
+  // Line breaking is greedy, so a piece that starts where a line starts
+  // breaks into the same lines as the whole text would.
+  std::size_t offset = 0;
+  double y = 0;
+  while (offset < valid.size()) {
+    std::size_t end = std::min(valid.size(), offset + kLayoutChunk);
+    while (end < valid.size() && end > offset && (static_cast<unsigned char>(valid[end]) & 0xC0) == 0x80)
+      --end;
+    PdfLayoutPtr piece =
+        makeLayout(valid.data() + offset, end - offset, font, width, alignment, justify, wrap);
+    const int count = pango_layout_get_line_count(piece.get());
+    if (end == valid.size() || count < 2) {
+      y = appendLines(piece.get(), offset, y, block.lines_, SIZE_MAX);
+      offset = end;
+      continue;
+    }
+    const PangoLayoutLine* last = pango_layout_get_line_readonly(piece.get(), count - 1);
+    y = appendLines(piece.get(), offset, y, block.lines_, static_cast<std::size_t>(count - 1));
+    offset += static_cast<std::size_t>(last->start_index);
+  }
+  block.width_ = width;
+  block.height_ = y;
   return block;
 }
 
@@ -128,7 +182,7 @@ Size PdfTypesetter::measure(const std::string& text, const PdfFont& font, double
 }
 
 void PdfTypesetter::draw(Canvas& canvas, const PdfTextBlock& block, Point origin, const Color& color) const {
-  if (block.text().empty()) return;
+  if (block.text().empty() || !block.layout()) return;
   cairo_t* cr = canvas.cairoContext();
   cairo_save(cr);
   cairo_set_source_rgba(cr, color.red, color.green, color.blue, color.alpha);

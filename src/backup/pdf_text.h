@@ -68,6 +68,8 @@ class PdfTextBlock {
   double width() const { return width_; }
   double height() const { return height_; }
   const std::vector<Line>& lines() const { return lines_; }
+  // The pango layout; null for a text too long to lay out in one (see
+  // PdfTypesetter::layout), which is drawn page by page instead.
   PangoLayout* layout() const { return layout_.get(); }
 
  private:
@@ -88,14 +90,16 @@ class PdfTypesetter {
 
   // Lays `text` out at `width` points (wrapping and, with `justify`, set
   // flush on both sides except each paragraph's last line); a width of 0 or
-  // less lays it out on one line per paragraph.
+  // less lays it out on one line per paragraph. A wrapped text of more than
+  // 16 KB is measured piece by piece and has lines but no layout to draw.
   PdfTextBlock layout(const std::string& text, const PdfFont& font, double width,
                       TextAlignment alignment = TextAlignment::kLeft, bool justify = false,
                       PdfWrap wrap = PdfWrap::kWordWrap) const;
   // The size the text needs; its natural width for one line.
   Size measure(const std::string& text, const PdfFont& font, double width = 0) const;
 
-  // Draws a block with its top left at `origin`.
+  // Draws a block with its top left at `origin` (nothing for a block
+  // without a layout).
   void draw(Canvas& canvas, const PdfTextBlock& block, Point origin, const Color& color) const;
   // One line in `rect`, aligned horizontally and centred vertically; with
   // kSingleLineTruncatingTail it is cut to the rect's width.
@@ -104,6 +108,9 @@ class PdfTypesetter {
                   PdfWrap wrap = PdfWrap::kSingleLineTruncatingTail) const;
 
  private:
+  PdfLayoutPtr makeLayout(const char* text, std::size_t length, const PdfFont& font, double width,
+                          TextAlignment alignment, bool justify, PdfWrap wrap) const;
+
   PangoContext* context_ = nullptr;
 };
 
