@@ -604,13 +604,16 @@ std::vector<std::uint8_t> MoodPDFExport::pdf(const std::vector<RankedTag>& posit
   const MoodRecord* last = records.empty() ? nullptr : records.back().get();
   writer.drawTitlePage(first, last, records.size());
   writer.beginRecordPage();
-  for (const auto& record : records) {
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    const auto& record = records[i];
+    if (progressHandler_) progressHandler_(i, records.size());
     if (checkCancel()) return {};
     auto description = record->moodDescription();
     writer.addRecord(*record, description);
     // Pictures and comments are not kept for the whole journal.
     if (description) context->refreshObject(description, false);
   }
+  if (progressHandler_) progressHandler_(records.size(), records.size());
   const std::vector<ChartRecord> chartRecords = chartRecordsFrom(records);
   if (!writer.drawSummaryPage(chartRecords, first, positive, negative)) return {};
   return writer.finish();

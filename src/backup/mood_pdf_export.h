@@ -115,7 +115,14 @@ class MoodPDFExport {
   // and the height free for text): the byte length of each page's piece.
   static std::vector<std::size_t> findPagesSplits(const std::string& text, Size size, const PdfFont& font);
 
-  // Test hooks: called at each cancel check with its running number (1 is
+  // Called before each record with the records done and their number, and
+  // once more with both equal before the summary page; a handler may
+  // cancel.
+  void setProgressHandler(std::function<void(std::size_t done, std::size_t total)> handler) {
+    progressHandler_ = std::move(handler);
+  }
+
+  // Test hook: called at each cancel check with its running number (1 is
   // the one after the fetch), so that a test can cancel at every stage.
   void setCancelCheckObserver(std::function<void(int check)> observer) {
     cancelCheckObserver_ = std::move(observer);
@@ -135,6 +142,7 @@ class MoodPDFExport {
   bool cancelled_ = false;
   int cancelChecks_ = 0;
   std::function<void(int)> cancelCheckObserver_;
+  std::function<void(std::size_t, std::size_t)> progressHandler_;
   std::size_t embeddedPhotos_ = 0;
   std::size_t skippedPhotos_ = 0;
 };
