@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <map>
 
 #include "backup/pdf_text.h"
 #include "capture/mood_levels_presentation.h"
@@ -166,7 +167,7 @@ std::string capitalizedString(const std::string& text) {
   gchar* lower = g_utf8_strdown(text.data(), static_cast<gssize>(text.size()));
   std::string out;
   bool wordStart = true;
-  for (const gchar* p = lower; *p; p = g_utf8_next_char(p)) {
+  for (const gchar* p = lower; p && *p; p = g_utf8_find_next_char(p, nullptr)) {
     gunichar c = g_utf8_get_char(p);
     const bool letter = g_unichar_isalnum(c);
     if (letter && wordStart) c = g_unichar_totitle(c);
@@ -444,20 +445,38 @@ class MoodPDFExport::Writer {
     cairo_restore(c);
   }
 
+  // The two lines of a level block, laid out once per level and drawn as
+  // often as records have that level.
+  struct LevelBlock {
+    std::optional<PdfTextBlock> number;
+    std::optional<PdfTextBlock> text;
+  };
+
   void drawLevelNumberAndDescriptionWithRecord(const RecordHead& head, const Rect& rect) {
     const Color color = head.level ? head.level->baseColor : Color(0, 0, 0, 1);
-    type_.drawInRect(*canvas_, stringWithFormat("%ld", head.levelNumber),
-                     Rect{rect.x, rect.y, rect.width, L::kLevelNumberHeight}, PdfFont::levelNumber(), color,
-                     TextAlignment::kCenter);
-    if (!head.level || head.level->text.empty()) return;
-    // From 14 points down in steps of 0.1 until the label fits its box.
-    PdfFont font = PdfFont::levelText();
-    while (font.size > 1 && type_.measure(head.level->text, font).width > rect.width) {
-      font = font.withSize(font.size - 0.1);
+    LevelBlock& block = levelBlocks_[head.levelNumber];
+    if (!block.number) {
+      block.number =
+          type_.layout(stringWithFormat("%ld", head.levelNumber), PdfFont::levelNumber(), rect.width,
+                       TextAlignment::kCenter, false, PdfWrap::kSingleLineTruncatingTail);
+      if (head.level && !head.level->text.empty()) {
+        // From 14 points down in steps of 0.1 until the label fits its box.
+        PdfFont font = PdfFont::levelText();
+        while (font.size > 1 && type_.measure(head.level->text, font).width > rect.width) {
+          font = font.withSize(font.size - 0.1);
+        }
+        block.text = type_.layout(head.level->text, font, rect.width, TextAlignment::kCenter, false,
+                                  PdfWrap::kSingleLineTruncatingTail);
+      }
     }
-    type_.drawInRect(*canvas_, head.level->text,
-                     Rect{rect.x, rect.y + L::kLevelNumberHeight, rect.width, L::kLevelTextHeight}, font,
-                     color, TextAlignment::kCenter);
+    type_.draw(*canvas_, *block.number,
+               Point{rect.x, rect.y + (L::kLevelNumberHeight - block.number->height()) / 2}, color);
+    if (block.text) {
+      type_.draw(
+          *canvas_, *block.text,
+          Point{rect.x, rect.y + L::kLevelNumberHeight + (L::kLevelTextHeight - block.text->height()) / 2},
+          color);
+    }
   }
 
   void drawChartCard(ChartKind kind, const std::vector<ChartRecord>& records, const Rect& card,
@@ -543,6 +562,7 @@ class MoodPDFExport::Writer {
   PdfTypesetter type_;
   std::optional<DateFormatter> recordFormatter_;
   std::optional<DateFormatter> periodFormatter_;
+  std::map<long, LevelBlock> levelBlocks_;
   std::vector<std::uint8_t> data_;
   cairo_surface_t* surface_ = nullptr;
   std::optional<Canvas> canvas_;
