@@ -120,18 +120,21 @@ void MoodSummaryTotalViewController::setChartType(long type) {
 void MoodSummaryTotalViewController::reloadMoodRecords() {
   const long type = chartType();
   const Date now = Date::now();
-  std::vector<std::shared_ptr<MoodRecord>> fetched;
+  // Only dates and levels: the charts and averages need nothing else, and
+  // a large journal is read much faster without making its records.
+  std::vector<JournalStore::DatedLevel> fetched;
   if (auto bounds = summaryPeriodBounds(type, now)) {
     firstRecordDate_ = bounds->from;
     lastRecordDate_ = bounds->to;
-    fetched = store_.recordsFrom(bounds->from, bounds->to);
-  } else if (type == kSummaryFromFirstRecord) {
-    fetched = store_.recordsSortedByDate();
+    fetched = store_.datedLevels(bounds->from, bounds->to);
   } else {
-    // An unknown period applies no predicate and keeps the previous dates.
-    fetched = store_.recordsSortedByDate();
+    // From the first record; an unknown period too, which applies no
+    // predicate and keeps the previous dates.
+    fetched = store_.datedLevels();
   }
-  records_ = chartRecordsFrom(fetched);
+  records_.clear();
+  records_.reserve(fetched.size());
+  for (const auto& f : fetched) records_.push_back({f.date, f.moodLevel});
   recordCount_ = records_.size();
 
   const Size size = frameForFirstChart();

@@ -113,6 +113,17 @@ class JournalStore {
   // Inclusive range, by date; the form of the predicate differs by caller
   // only in spelling.
   std::vector<std::shared_ptr<MoodRecord>> recordsFrom(Date from, Date to);
+  // The date and level of every dated record, oldest first; with bounds,
+  // of those in the inclusive range. What charts and averages read: when the
+  // context holds no unsaved change the file is read in one query without
+  // making objects, else the records are fetched so that the changes count.
+  struct DatedLevel {
+    Date date;
+    long moodLevel = 0;
+    friend bool operator==(const DatedLevel&, const DatedLevel&) = default;
+  };
+  std::vector<DatedLevel> datedLevels(std::optional<Date> from = std::nullopt,
+                                      std::optional<Date> to = std::nullopt);
   // The newest `limit` records in the range (limit 0: all), newest first.
   std::vector<std::shared_ptr<MoodRecord>> newestRecordsFrom(Date from, Date to, std::size_t limit);
   std::vector<std::shared_ptr<MoodRecord>> recordsFromWithAnyTag(

@@ -225,6 +225,37 @@ TEST_F(JournalStoreTest, DateFetchesAreInclusiveAndOrdered) {
   EXPECT_TRUE(store_->hasAnyRecord());
 }
 
+// The charts' reading: the same dates and levels whether they come from the
+// file in one query (nothing unsaved) or through the records (something
+// unsaved, which must count): inclusive bounds, oldest first, undated
+// records left out.
+TEST_F(JournalStoreTest, DatedLevelsReadTheSavedFileAndCountUnsavedChanges) {
+  using DL = JournalStore::DatedLevel;
+  for (int i = 5; i >= 0; --i) add(i + 1, day(i));
+  add(9, day(2)).get()->setDate(std::nullopt);
+  store_->saveContext();
+  ASSERT_FALSE(store_->managedObjectContext()->hasChanges());
+  const std::vector<DL> all = {{day(0), 1}, {day(1), 2}, {day(2), 3}, {day(3), 4}, {day(4), 5}, {day(5), 6}};
+  EXPECT_EQ(store_->datedLevels(), all);
+  EXPECT_EQ(store_->datedLevels(day(1), day(3)), (std::vector<DL>{{day(1), 2}, {day(2), 3}, {day(3), 4}}));
+  EXPECT_TRUE(store_->datedLevels(day(6), day(9)).empty());
+
+  // Unsaved: a new record, a changed level, a deleted record.
+  add(10, day(1, 18));
+  auto records = store_->recordsFrom(day(0), day(5));
+  ASSERT_EQ(records.size(), 7u);
+  records[0]->setMoodLevel(7);
+  ASSERT_FALSE(store_->managedObjectContext()->deleteObject(records[6]));
+  ASSERT_TRUE(store_->managedObjectContext()->hasChanges());
+  const std::vector<DL> changed = {{day(0), 7}, {day(1), 2}, {day(1, 18), 10},
+                                   {day(2), 3}, {day(3), 4}, {day(4), 5}};
+  EXPECT_EQ(store_->datedLevels(), changed);
+  store_->saveContext();
+  EXPECT_EQ(store_->datedLevels(), changed);
+  reopen();
+  EXPECT_EQ(store_->datedLevels(), changed);
+}
+
 TEST_F(JournalStoreTest, TagAndPhotoAndPlaceFetches) {
   auto a = add(3, day(0), {"work"});
   auto b = add(8, day(1), {"walk", "sun"});
