@@ -6,6 +6,7 @@
 
 #include <sqlite3.h>
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -124,6 +125,10 @@ class ContextCore {
 
   // --- Fetch (context_fetch.cpp).
   [[nodiscard]] FetchResults fetch(const FetchRequest& request, OptionalError& error);
+  // The saved values of the request's properties, row by row (see
+  // ManagedObjectContext::forEachFetchedRow).
+  [[nodiscard]] OptionalError forEachRow(const FetchRequest& request,
+                                         const std::function<void(const std::vector<Value>&)>& row);
   [[nodiscard]] std::size_t count(const FetchRequest& request, OptionalError& error);
   // Matching IDs in order, or, when `objects` is given, the matching objects
   // in order there and `ids` left empty (the objects carry their IDs, and a
@@ -144,8 +149,11 @@ class ContextCore {
   void remapReferences(const IdTable<ManagedObjectID>& map, bool fromTemporary);
   [[nodiscard]] bool prefetch(const std::vector<ManagedObjectPtr>& objects, const std::string& keyPath,
                               std::vector<ManagedObjectPtr>& keepAlive, OptionalError& error);
-  [[nodiscard]] FetchResults fetchDictionaries(const FetchRequest& request, const EntityDescription& entity,
-                                               OptionalError& error);
+  // With `row`, each row's values go to it (in the order of the fetched
+  // properties and expressions) instead of into dictionaries.
+  [[nodiscard]] FetchResults fetchDictionaries(
+      const FetchRequest& request, const EntityDescription& entity, OptionalError& error,
+      const std::function<void(const std::vector<Value>&)>* row = nullptr);
 
   [[nodiscard]] bool loadForDeletion(ManagedObject& object, std::unordered_set<const ManagedObject*>& visited,
                                      OptionalError& error);

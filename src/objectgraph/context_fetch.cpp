@@ -273,8 +273,19 @@ std::size_t ContextCore::count(const FetchRequest& request, OptionalError& error
   return ids.size();
 }
 
+OptionalError ContextCore::forEachRow(const FetchRequest& request,
+                                      const std::function<void(const std::vector<Value>&)>& row) {
+  const ManagedObjectModel* m = model();
+  const EntityDescription* entity = m ? m->entityNamed(request.entityName()) : nullptr;
+  if (!entity) return objectGraphError(kFetchRequestError, "no entity named " + request.entityName());
+  OptionalError error;
+  (void)fetchDictionaries(request, *entity, error, &row);
+  return error;
+}
+
 FetchResults ContextCore::fetchDictionaries(const FetchRequest& request, const EntityDescription& entity,
-                                            OptionalError& error) {
+                                            OptionalError& error,
+                                            const std::function<void(const std::vector<Value>&)>* row) {
   // Dictionary results read what is saved, as the platform's do.
   PersistentStoreCoordinator* coordinator = rootCoordinator();
   SQLiteStore* store = coordinator ? coordinator->sqliteStore() : nullptr;
@@ -337,10 +348,10 @@ FetchResults ContextCore::fetchDictionaries(const FetchRequest& request, const E
   }
   if (request.fetchLimit()) text += " LIMIT " + std::to_string(request.fetchLimit());
   std::vector<Value::Dictionary> rows;
+  std::vector<Value> values(columns.size());
   const bool ok = store->query(
       text, sql.bindings,
       [&](sqlite3_stmt* s) {
-        Value::Dictionary row;
         for (std::size_t i = 0; i < columns.size(); ++i) {
           const int col = static_cast<int>(i);
           Value v;
@@ -363,9 +374,17 @@ FetchResults ContextCore::fetchDictionaries(const FetchRequest& request, const E
                 v = sqlite3_column_double(s, col);
             }
           }
-          if (!v.isNull()) row[columns[i].name] = std::move(v);
+          values[i] = std::move(v);
         }
-        rows.push_back(std::move(row));
+        if (row) {
+          (*row)(values);
+          return true;
+        }
+        Value::Dictionary dictionary;
+        for (std::size_t i = 0; i < columns.size(); ++i) {
+          if (!values[i].isNull()) dictionary[columns[i].name] = std::move(values[i]);
+        }
+        rows.push_back(std::move(dictionary));
         return true;
       },
       error);

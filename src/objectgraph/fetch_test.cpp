@@ -121,6 +121,26 @@ TEST_F(FetchTest, ObjectIDAndDictionaryResults) {
   EXPECT_EQ(rows[0]["uniqueIdentifier"].toString(), "r7");
   EXPECT_EQ(rows[0]["moodDescription.latitude"].toDouble(), 93.0);
 
+  // Row by row: the same values in the order asked for, null where a row
+  // has none, without a dictionary per row.
+  columns.setFetchLimit(0);
+  auto all = context->executeFetchRequest(columns).dictionaries();
+  std::size_t seen = 0;
+  ASSERT_FALSE(context->forEachFetchedRow(columns, [&](const std::vector<Value>& row) {
+    ASSERT_EQ(row.size(), 2u);
+    ASSERT_LT(seen, all.size());
+    EXPECT_EQ(row[0], all[seen]["uniqueIdentifier"]);
+    EXPECT_EQ(row[1], all[seen]["moodDescription.latitude"]);
+    ++seen;
+  }));
+  EXPECT_EQ(seen, all.size());
+  FetchRequest unknown("MoodRecord");
+  unknown.setPropertiesToFetch({"noSuchAttribute"});
+  auto rowError = context->forEachFetchedRow(unknown, [](const std::vector<Value>&) {});
+  ASSERT_TRUE(rowError);
+  EXPECT_EQ(rowError->code, kFetchRequestError);
+  EXPECT_TRUE(context->forEachFetchedRow(FetchRequest("NoSuchEntity"), [](const std::vector<Value>&) {}));
+
   OptionalError error;
   context->executeFetchRequest(FetchRequest("NoSuchEntity"), error);
   ASSERT_TRUE(error);

@@ -169,6 +169,12 @@ FetchResults ManagedObjectContext::executeFetchRequest(const FetchRequest& reque
   return results;
 }
 
+OptionalError ManagedObjectContext::forEachFetchedRow(
+    const FetchRequest& request, const std::function<void(const std::vector<Value>&)>& row) {
+  std::lock_guard<std::recursive_mutex> lock(core_->mutex_);
+  return core_->forEachRow(request, row);
+}
+
 std::size_t ManagedObjectContext::countForFetchRequest(const FetchRequest& request, OptionalError& error) {
   std::lock_guard<std::recursive_mutex> lock(core_->mutex_);
   return core_->count(request, error);

@@ -132,6 +132,13 @@ class ManagedObjectContext : public std::enable_shared_from_this<ManagedObjectCo
   // forms without `error` log it at debug level.
   FetchResults executeFetchRequest(const FetchRequest& request, OptionalError& error);
   FetchResults executeFetchRequest(const FetchRequest& request);
+  // The saved values of the request's properties to fetch (and
+  // expressions), row by row in the request's order, as dictionary results
+  // would hold them but without making a dictionary per row: `row` gets one
+  // value per property, null where the row has none. Like dictionary
+  // results, it reads the store and does not see unsaved changes.
+  [[nodiscard]] OptionalError forEachFetchedRow(const FetchRequest& request,
+                                                const std::function<void(const std::vector<Value>&)>& row);
   // Count of matching objects; SIZE_MAX with `error` set on failure.
   std::size_t countForFetchRequest(const FetchRequest& request, OptionalError& error);
   std::size_t countForFetchRequest(const FetchRequest& request);

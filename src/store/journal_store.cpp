@@ -295,18 +295,15 @@ std::vector<JournalStore::DatedLevel> JournalStore::datedLevels(std::optional<Da
     }
     return out;
   }
-  // A 100,000-record journal is read about four times faster this way: no
-  // object, no snapshot, no registry entry per record.
-  request.setResultType(FetchRequestResultType::kDictionary);
+  // A 100,000-record journal is read several times faster this way: no
+  // object, snapshot, registry entry or dictionary per record.
   request.setPropertiesToFetch({"date", "moodLevel"});
-  const FetchResults results = executeFetch(request);
-  out.reserve(results.dictionaries().size());
-  for (const auto& row : results.dictionaries()) {
-    auto date = row.find("date");
-    if (date == row.end() || !date->second.asDate()) continue;
-    auto level = row.find("moodLevel");
-    out.push_back(
-        {*date->second.asDate(), level == row.end() ? 0 : static_cast<long>(level->second.toInt())});
+  auto error = context->forEachFetchedRow(request, [&](const std::vector<Value>& row) {
+    if (const Date* date = row[0].asDate()) out.push_back({*date, static_cast<long>(row[1].toInt())});
+  });
+  if (error) {
+    LUMEO_LOG_DEBUG("reading dates and levels failed: %@", error->toString());
+    out.clear();
   }
   return out;
 }
