@@ -12,7 +12,7 @@ export TZ=UTC LANG=en_US.UTF-8
 fail=0
 source "$(dirname "$0")/checks.sh"
 L() { "$lumeo" --home "$home" "$@"; }
-lazy='libcairo|libpango|libglib|libgio|libgobject|libsecret|libcrypto|libturbojpeg'
+lazy='libcairo|libpango|libglib|libgio|libgobject|libsecret|libcrypto|libturbojpeg|libminizip'
 
 needed=$(readelf -d "$lumeo" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
 check "libsqlite3 is a start-up dependency" grep -q libsqlite3 <<<"$needed"
