@@ -172,6 +172,11 @@ OptionalError PosixFileSystem::removeFile(const std::filesystem::path& path) {
   return std::nullopt;
 }
 
+OptionalError PosixFileSystem::removeFolder(const std::filesystem::path& path) {
+  if (::rmdir(path.c_str()) != 0) return posixError(errno, "Cannot remove the folder", path);
+  return std::nullopt;
+}
+
 FileResult<std::vector<FolderEntry>> PosixFileSystem::listFolder(const std::filesystem::path& path) {
   DIR* dir = ::opendir(path.c_str());
   if (!dir) return posixError(errno, "Cannot list", path);
@@ -334,6 +339,12 @@ OptionalError FaultInjectingFileSystem::rename(const std::filesystem::path& from
 OptionalError FaultInjectingFileSystem::removeFile(const std::filesystem::path& path) {
   if (auto err = countOperation("remove " + path.string())) return posixError(*err, "Cannot remove", path);
   return FileSystemWrapper::removeFile(path);
+}
+
+OptionalError FaultInjectingFileSystem::removeFolder(const std::filesystem::path& path) {
+  if (auto err = countOperation("rmdir " + path.string()))
+    return posixError(*err, "Cannot remove the folder", path);
+  return FileSystemWrapper::removeFolder(path);
 }
 
 FileResult<std::vector<FolderEntry>> FaultInjectingFileSystem::listFolder(const std::filesystem::path& path) {

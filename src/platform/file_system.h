@@ -78,6 +78,9 @@ class FileSystem {
   virtual OptionalError rename(const std::filesystem::path& from, const std::filesystem::path& to) = 0;
   // Removes a file (ENOENT when there is none; folders are not removed).
   virtual OptionalError removeFile(const std::filesystem::path& path) = 0;
+  // Removes an empty folder (ENOTEMPTY when it holds anything, ENOTDIR for
+  // a file).
+  virtual OptionalError removeFolder(const std::filesystem::path& path) = 0;
   // The entries of a folder in no particular order.
   virtual FileResult<std::vector<FolderEntry>> listFolder(const std::filesystem::path& path) = 0;
   // Makes one folder (not its parents) with exactly `mode`, whatever the
@@ -119,6 +122,7 @@ class PosixFileSystem : public FileSystem {
   FileResult<std::vector<std::uint8_t>> readFile(const std::filesystem::path& path) override;
   OptionalError rename(const std::filesystem::path& from, const std::filesystem::path& to) override;
   OptionalError removeFile(const std::filesystem::path& path) override;
+  OptionalError removeFolder(const std::filesystem::path& path) override;
   FileResult<std::vector<FolderEntry>> listFolder(const std::filesystem::path& path) override;
   OptionalError makeFolder(const std::filesystem::path& path, mode_t mode) override;
   OptionalError syncFolder(const std::filesystem::path& path) override;
@@ -144,6 +148,9 @@ class FileSystemWrapper : public FileSystem {
     return target_->rename(from, to);
   }
   OptionalError removeFile(const std::filesystem::path& path) override { return target_->removeFile(path); }
+  OptionalError removeFolder(const std::filesystem::path& path) override {
+    return target_->removeFolder(path);
+  }
   FileResult<std::vector<FolderEntry>> listFolder(const std::filesystem::path& path) override {
     return target_->listFolder(path);
   }
@@ -187,6 +194,7 @@ class FaultInjectingFileSystem : public FileSystemWrapper {
   FileResult<std::vector<std::uint8_t>> readFile(const std::filesystem::path& path) override;
   OptionalError rename(const std::filesystem::path& from, const std::filesystem::path& to) override;
   OptionalError removeFile(const std::filesystem::path& path) override;
+  OptionalError removeFolder(const std::filesystem::path& path) override;
   FileResult<std::vector<FolderEntry>> listFolder(const std::filesystem::path& path) override;
   OptionalError makeFolder(const std::filesystem::path& path, mode_t mode) override;
   OptionalError syncFolder(const std::filesystem::path& path) override;

@@ -20,11 +20,16 @@ enum SyncErrorCode : long {
   kSyncErrorCodeUnknown = -1,
   kSyncErrorCodeCancelled = 101,
   kSyncErrorCodeMultipleErrors = 102,
+  kSyncErrorCodeFileCoordinatorTimedOut = 106,  // the cloud did not answer in time
+  kSyncErrorCodeFileAccessFailed = 107,         // a file could not be read, moved, copied or removed
   kSyncErrorCodeDiscontinuousRevisions = 200,
   kSyncErrorCodeMissingDependencies = 201,
   kSyncErrorCodeUnknownModelVersion = 204,
   kSyncErrorCodeSaveOccurredDuringMerge = 207,
   kSyncErrorCodeMissingDataFiles = 210,
+  kSyncErrorCodeServerError = 1001,                // the cloud service failed or is not there
+  kSyncErrorCodeCloudNotConnected = 1002,          // an operation before connect, or signed out
+  kSyncErrorCodeCloudAuthenticationFailed = 1003,  // the cloud does not know or refused the user
 };
 
 // A value or the error that kept it from being made.
