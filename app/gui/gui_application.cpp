@@ -5,6 +5,7 @@
 
 #include <QCommandLineParser>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFont>
 #include <QGuiApplication>
 #include <QIcon>
@@ -244,14 +245,27 @@ int runGuiApplication(int argc, char** argv) {
       return fail(QStringLiteral("the editor could not be opened"), 1);
   }
   int status = 0;
-  QTimer::singleShot(400, &app, [&] {
+  const auto grab = [&] {
     QImage picture = window->grabWindow();
     if (picture.isNull() || !picture.save(*options.screenshot, "PNG")) {
       fail(QStringLiteral("cannot write ") + *options.screenshot, 1);
       status = 1;
     }
     app.quit();
+  };
+  // A tab that fills in over time (the map's pins and tiles) says when it is
+  // complete through "screenshotReady" on its singleton; at most 15 s.
+  QObject* map = options.tab == 3 ? runtime.singleton(QStringLiteral("MapTab")) : nullptr;
+  QElapsedTimer waited;
+  waited.start();
+  QTimer poll;
+  QObject::connect(&poll, &QTimer::timeout, &app, [&] {
+    if (!map || map->property("screenshotReady").toBool() || waited.elapsed() > 15000) {
+      poll.stop();
+      QTimer::singleShot(map ? 150 : 0, &app, grab);
+    }
   });
+  QTimer::singleShot(400, &app, [&] { poll.start(50); });
   app.exec();
   return status;
 }

@@ -5,10 +5,12 @@
 #include "capture/mood_record_edit_view_controller.h"
 #include "capture/mood_record_state.h"
 #include "lock/mood_passcode_gate.h"
+#include "map/position_location_service.h"
 #include "objectgraph/managed_object_context.h"
 #include "platform/biometric_authenticator.h"
 #include "platform/dispatch_queue.h"
 #include "platform/linux/fprintd_authenticator.h"
+#include "platform/linux/geoclue_position_source.h"
 #include "platform/linux/plist_user_defaults.h"
 #include "platform/linux/secret_service_store.h"
 #include "platform/log.h"
@@ -83,6 +85,11 @@ bool GuiSession::launch() {
   }
   ShellServices services;
   services.passcode = options_.passcode ? options_.passcode : std::make_shared<MoodPasscodeGate>();
+  // Where the user is: GeoClue, which names the application to the user's
+  // agent by its desktop file.
+  if (options_.desktopServices)
+    services.location =
+        std::make_shared<PositionLocationService>(std::make_shared<GeoCluePositionSource>("org.lumeo.Lumeo"));
   ApplicationDirectories appDirs{directories_.library, directories_.documents, resourcesDirectory()};
   app_ = std::make_unique<MoodAppDelegate>(appDirs, services, defaults_);
   app_->applicationDidFinishLaunchingWithOptions(LaunchOptions{});

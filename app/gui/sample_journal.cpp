@@ -36,6 +36,20 @@ constexpr SampleComment kComments[] = {
     {"Called mum #family", 1},
 };
 
+// Places in and around one city, so the map has pins to show: home, work,
+// the park by the river, friends, the gym, a weekend by the lake. Chosen
+// from the record's number, not from the random stream, so the records'
+// levels and comments stay what they always were.
+struct SamplePlace {
+  double latitude;
+  double longitude;
+};
+
+constexpr SamplePlace kPlaces[] = {
+    {52.5200, 13.4050}, {52.5163, 13.3777}, {52.5145, 13.3501}, {52.4990, 13.4180},
+    {52.5380, 13.4240}, {52.4500, 13.2300}, {52.5200, 13.4050}, {52.5075, 13.4590},
+};
+
 }  // namespace
 
 std::size_t fillSampleJournal(JournalStore& store, Date end, int days, std::uint32_t seed) {
@@ -63,6 +77,12 @@ std::size_t fillSampleJournal(JournalStore& store, Date end, int days, std::uint
       record->setDate(when);
       record->moodDescription()->setComment(comment.text);
       MoodRecordState::applyCommentTags(store, record, comment.text);
+      // Most records have a place; every fifth has none.
+      if (made % 5 != 4) {
+        const SamplePlace& place = kPlaces[(made * 7 + made / 3) % std::size(kPlaces)];
+        record->moodDescription()->setLatitude(place.latitude);
+        record->moodDescription()->setLongitude(place.longitude);
+      }
       ++made;
     }
   }
