@@ -27,6 +27,7 @@
 #include "store/journal_store.h"
 #include "store/mood_tag.h"
 #include "store/mood_user_defaults_operator.h"
+#include "store/notification_names.h"
 #include "tile_layer.h"
 
 namespace lumeo::gui {
@@ -140,12 +141,35 @@ bool MapTabAdapter::open() {
   view_ = std::make_shared<View>(*this);
   controller_->setView(view_);
   controller_->viewDidLoad();
+  modelChanged_ = ScopedObserver(NotificationCenter::defaultCenter(), MoodModelHasChangedNotification,
+                                 nullptr, [this](const Notification&) {
+                                   stale_ = true;
+                                   if (visible_) appear();
+                                 });
+  visible_ = true;
   LocationHelper::sharedInstance().startUpdatingLocation();
   updateLocation();
   Q_EMIT readyChanged();
   Q_EMIT filterChanged();
   runtime_.pump().drain();
   return true;
+}
+
+void MapTabAdapter::appear() {
+  visible_ = true;
+  if (!controller_ || !stale_) return;
+  stale_ = false;
+  // Later on the main queue: the save that changed the journal is still
+  // running when it says so.
+  QMetaObject::invokeMethod(
+      this,
+      [this] {
+        if (!controller_) return;
+        controller_->refreshMap();
+        Q_EMIT filterChanged();
+        runtime_.pump().drain();
+      },
+      Qt::QueuedConnection);
 }
 
 void MapTabAdapter::drained() {

@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "map_viewport.h"
+#include "platform/notification_center.h"
 #include "tile_source.h"
 
 namespace lumeo {
@@ -61,6 +62,11 @@ class MapTabAdapter : public QObject {
 
   // Makes the controller on the open journal the first time the tab shows.
   Q_INVOKABLE bool open();
+  // The tab shows: reads the pins again if the journal changed meanwhile
+  // (a record saved, every place deleted). While it shows, a change reads
+  // them again at once.
+  Q_INVOKABLE void appear();
+  Q_INVOKABLE void disappear() { visible_ = false; }
   bool ready() const { return controller_ != nullptr; }
   QObject* viewport() { return &viewport_; }
   QObject* tiles();
@@ -123,6 +129,9 @@ class MapTabAdapter : public QObject {
   QString locationProblem_;
   bool wasSettled_ = false;
   bool fitted_ = false;
+  bool stale_ = false;
+  bool visible_ = false;
+  ScopedObserver modelChanged_;
 };
 
 class MapSettingsAdapter : public QObject {

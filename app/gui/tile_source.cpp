@@ -299,7 +299,7 @@ void TileSource::finished(QNetworkReply* reply, const TileKey& key) {
     } else {
       why = QStringLiteral("%1 cannot be reached").arg(hostOf(template_));
     }
-    setProblem(QStringLiteral("Map tiles cannot be loaded: %1. Your pins are still shown.").arg(why));
+    setProblem(QStringLiteral("Map tiles cannot be loaded: %1. The map works without them.").arg(why));
   }
   pump();
 }

@@ -12,6 +12,9 @@ FocusScope {
     property var tiles
     // Pins and marks go here, over the tiles.
     default property alias content: overlay.data
+    // What the bottom of the map holds (attribution, the tiles' trouble), so
+    // that content can keep clear of it.
+    readonly property real bottomInset: attribution.height + (problem.visible ? problem.height + 12 : 0)
     signal clickedAt(real x, real y)
 
     activeFocusOnTab: true
@@ -118,6 +121,7 @@ FocusScope {
 
     // The tile server's trouble, plainly; the map keeps working without tiles.
     Rectangle {
+        id: problem
         objectName: "mapTileProblem"
         visible: surface.tiles && surface.tiles.problem !== ""
         anchors.left: parent.left

@@ -15,8 +15,27 @@ Item {
     readonly property var viewport: MapTab.viewport
     // The pin clicked last, for the card with its moods.
     property var details: null
+    property alias filterSheet: filterSheet
+
+    // [2, 2, 7] → [{level: 2, count: 2}, {level: 7, count: 1}]
+    function tally(levels) {
+        var out = []
+        for (var i = 0; i < levels.length; ++i) {
+            if (out.length > 0 && out[out.length - 1].level === levels[i])
+                out[out.length - 1].count += 1
+            else
+                out.push({ level: levels[i], count: 1 })
+        }
+        return out
+    }
+    // A new reading of the pins: the card of an old pin goes.
+    Connections {
+        target: MapTab
+        function onFilterChanged() { tab.details = null }
+    }
 
     Component.onCompleted: MapTab.open()
+    onVisibleChanged: visible ? MapTab.appear() : MapTab.disappear()
     Timer {
         // The journal opens after the splash; the tab may be made before.
         interval: 100
@@ -94,7 +113,10 @@ Item {
                     objectName: "mapLocationButton"
                     iconName: "place"
                     text: L10n.tr("My location")
-                    onClicked: MapTab.showMyLocation()
+                    onClicked: {
+                        locationHint.shown = true
+                        MapTab.showMyLocation()
+                    }
                 }
             }
         }
@@ -179,10 +201,11 @@ Item {
             Rectangle {
                 objectName: "mapLocationProblem"
                 visible: MapTab.locationProblem !== "" && locationHint.shown
-                anchors.top: parent.top
+                anchors.bottom: parent.bottom
                 anchors.left: parent.left
                 anchors.margins: 12
-                width: Math.min(parent.width - 24, 420)
+                anchors.bottomMargin: map.bottomInset + 12
+                width: Math.min(parent.width - 80, 420)
                 height: locationText.implicitHeight + 16
                 radius: 8
                 color: Theme.surface
@@ -204,10 +227,9 @@ Item {
                 objectName: "mapPinDetails"
                 visible: tab.details !== null && tab.details.title !== undefined
                 anchors.left: parent.left
-                anchors.bottom: parent.bottom
+                anchors.top: parent.top
                 anchors.margins: 12
-                anchors.bottomMargin: 32
-                width: Math.min(parent.width - 80, 360)
+                width: Math.min(parent.width - 24, 360)
                 height: detailColumn.implicitHeight + 24
                 ColumnLayout {
                     id: detailColumn
@@ -232,21 +254,32 @@ Item {
                             onClicked: tab.details = null
                         }
                     }
+                    Text {
+                        Layout.fillWidth: true
+                        visible: text !== ""
+                        text: tab.details && tab.details.unique ? L10n.tr("One place") : ""
+                        color: Theme.textSecondary
+                        font.pointSize: Theme.fontCaption
+                    }
+                    // Its moods, ascending: each level with how often.
                     Flow {
                         Layout.fillWidth: true
                         spacing: 4
                         Repeater {
                             objectName: "mapPinLevels"
-                            model: tab.details ? tab.details.levels : []
+                            model: tab.tally(tab.details ? tab.details.levels : [])
                             Rectangle {
-                                width: 28
-                                height: 24
+                                width: levelLabel.implicitWidth + 14
+                                height: 26
                                 radius: 6
-                                color: Theme.levelColor(modelData)
+                                color: Theme.levelColor(modelData.level)
+                                Accessible.name: Theme.levelText(modelData.level) + " × " + modelData.count
                                 Text {
+                                    id: levelLabel
                                     anchors.centerIn: parent
-                                    text: modelData
-                                    color: Theme.readableOn(Theme.levelColor(modelData))
+                                    text: modelData.count > 1 ? modelData.level + "  ×" + modelData.count
+                                                              : String(modelData.level)
+                                    color: Theme.readableOn(Theme.levelColor(modelData.level))
                                     font.weight: Font.Bold
                                 }
                             }

@@ -80,7 +80,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
             return
         if self.server.log:
             with open(self.server.log, "a") as log:
-                log.write("%d/%d/%d %s\n" % (z, x, y, self.headers.get("User-Agent", "")))
+                log.write("%d/%d/%d inm=%s %s\n" % (z, x, y, self.headers.get("If-None-Match", "-"),
+                                                     self.headers.get("User-Agent", "")))
         etag = '"%d-%d-%d"' % (z, x, y)
         if self.headers.get("If-None-Match") == etag:
             self.send_response(304)

@@ -1,0 +1,68 @@
+// The Quick Test binary of the Map tab, its settings screen and the
+// editor's place chooser: every tst_*.qml in map_quick/ drives the real QML
+// on a real sample journal (offscreen, software renderer). `MapFixture`
+// runs the real command line on the same journal, so a test can check what
+// the GUI wrote the way a user would (`lumeo show --json`).
+#include <QtQml/qqmlextensionplugin.h>
+#include <QtQuickTest/quicktest.h>
+
+#include <QDir>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QQmlEngine>
+#include <memory>
+
+#include "gui_runtime.h"
+#include "gui_session.h"
+#include "gui_test_support.h"
+
+Q_IMPORT_QML_PLUGIN(LumeoPlugin)
+
+namespace {
+
+class MapFixture : public QObject {
+  Q_OBJECT
+ public:
+  explicit MapFixture(lumeo::gui::GuiSession& session) : session_(session) {}
+
+  // `lumeo --home HOME ARGS... --json` on the test's journal: its answer as
+  // JSON, or {"error": why} when it failed.
+  Q_INVOKABLE QVariant lumeo(const QStringList& args) const {
+    const QString home = QString::fromStdString(session_.directories().library.parent_path().string());
+    QProcess process;
+    process.start(QStringLiteral(LUMEO_CLI), QStringList{"--home", home} + args + QStringList{"--json"});
+    if (!process.waitForFinished(60000) || process.exitCode() != 0) {
+      return QVariantMap{{"error", QString::fromUtf8(process.readAllStandardError())}};
+    }
+    return QJsonDocument::fromJson(process.readAllStandardOutput()).toVariant();
+  }
+
+  Q_INVOKABLE QString artefactDir() const {
+    const QString dir = qEnvironmentVariable("LUMEO_MAP_ARTEFACTS");
+    if (!dir.isEmpty()) QDir().mkpath(dir);
+    return dir;
+  }
+
+ private:
+  lumeo::gui::GuiSession& session_;
+};
+
+}  // namespace
+
+class Setup : public QObject {
+  Q_OBJECT
+ public Q_SLOTS:
+  void applicationAvailable() {
+    fixture_ = std::make_unique<lumeo::gui::testing::GuiFixture>();
+    fixture_->runtime().addSingleton("MapFixture", new MapFixture(fixture_->session()));
+  }
+  void qmlEngineAvailable(QQmlEngine* engine) { fixture_->attach(*engine); }
+  void cleanupTestCase() { fixture_.reset(); }
+
+ private:
+  std::unique_ptr<lumeo::gui::testing::GuiFixture> fixture_;
+};
+
+QUICK_TEST_MAIN_WITH_SETUP(gui_map_quick, Setup)
+
+#include "gui_map_quick_tests.moc"
