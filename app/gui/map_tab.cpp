@@ -124,6 +124,9 @@ class MapTabAdapter::View : public MoodMapView {
 
 MapTabAdapter::MapTabAdapter(GuiRuntime& runtime, QObject* parent) : QObject(parent), runtime_(runtime) {
   connect(&runtime_.pump(), &MainQueuePump::drained, this, &MapTabAdapter::drained);
+  recheck_.setSingleShot(true);
+  recheck_.setInterval(40);
+  connect(&recheck_, &QTimer::timeout, this, &MapTabAdapter::drained);
 }
 
 MapTabAdapter::~MapTabAdapter() {
@@ -176,6 +179,9 @@ void MapTabAdapter::drained() {
   if (!controller_) return;
   viewport_.refreshPins();
   const bool now = controller_->isSettled();
+  // The clustering's last step may end on its own queue after the main
+  // queue ran: look again shortly rather than wait for the next turn.
+  if (!now && !recheck_.isActive()) recheck_.start();
   if (now != wasSettled_) {
     wasSettled_ = now;
     // The first complete read decides the opening view: every located record.
@@ -355,7 +361,7 @@ void MapTabAdapter::fitAll() {
   const double w = std::max(maxX - minX, 20000.0), h = std::max(maxY - minY, 20000.0);
   const MapRect rect =
       MapRectMake((minX + maxX) / 2 - w * 0.7, (minY + maxY) / 2 - h * 0.7, w * 1.4, h * 1.4);
-  viewport_.mapView()->setVisibleMapRect(rect, false);
+  viewport_.mapView()->fitMapRect(rect);
   runtime_.pump().drain();
 }
 

@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QStringList>
+#include <QTimer>
 #include <QVariantList>
 #include <memory>
 
@@ -132,6 +133,7 @@ class MapTabAdapter : public QObject {
   bool stale_ = false;
   bool visible_ = false;
   ScopedObserver modelChanged_;
+  QTimer recheck_;
 };
 
 class MapSettingsAdapter : public QObject {

@@ -72,10 +72,20 @@ void QtMapView::setSize(double width, double height) {
   const double cx = rect_.midX(), cy = rect_.midY();
   width_ = width;
   height_ = height;
+  if (fit_) {
+    fitMapRect(*fit_);
+    return;
+  }
   setVisibleMapRect(MapRectMake(cx - width * s / 2, cy - height * s / 2, width * s, height * s), false);
 }
 
+void QtMapView::fitMapRect(MapRect rect) {
+  setVisibleMapRect(rect, false);
+  fit_ = rect;
+}
+
 void QtMapView::setVisibleMapRect(MapRect rect, bool animated, bool notify) {
+  fit_.reset();
   const MapRect next = fitted(rect);
   if (next == rect_) return;
   auto delegate = notify ? delegate_.lock() : nullptr;

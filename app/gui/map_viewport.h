@@ -17,6 +17,7 @@
 #include <QTimer>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -32,8 +33,12 @@ class QtMapView : public lumeo::MapView {
 
   QtMapView();
 
-  // The item's size in points; keeps the centre and the scale.
+  // The item's size in points; keeps the centre and the scale, or, after
+  // fitMapRect and before any other move, fits that rectangle again.
   void setSize(double width, double height);
+  // Shows all of `rect`, also after the map's size changes (the window
+  // still laying itself out), until the map is moved otherwise.
+  void fitMapRect(MapRect rect);
   // Shows this rectangle (scaled to the map's aspect around its centre).
   // `notify` false changes it without telling the delegate (a gesture in
   // progress, which tells it itself).
@@ -82,6 +87,7 @@ class QtMapView : public lumeo::MapView {
   double width_ = 400;
   double height_ = 400;
   MapRect rect_;
+  std::optional<MapRect> fit_;
   MapAnnotationList annotations_;
   std::unordered_map<MapAnnotation*, AnnotationViewPtr> views_;
   MapAnnotationList selected_;

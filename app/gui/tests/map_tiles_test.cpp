@@ -311,6 +311,28 @@ class MapTilesTests : public QObject {
     QCOMPARE(viewport.zoom(), zoom);
   }
 
+  void aFitSurvivesTheWindowLayingItselfOut() {
+    MapViewport viewport;
+    viewport.setSize(800, 600);
+    const MapRect places = MapRectMake(140000000, 85000000, 300000, 100000);
+    const auto contains = [&](const MapRect& shown) {
+      return shown.minX() <= places.minX() && shown.maxX() >= places.maxX() &&
+             shown.minY() <= places.minY() && shown.maxY() >= places.maxY();
+    };
+    viewport.mapView()->fitMapRect(places);
+    QVERIFY(contains(viewport.mapView()->visibleMapRect()));
+    // Narrower and taller: still every place.
+    viewport.setSize(300, 700);
+    QVERIFY(contains(viewport.mapView()->visibleMapRect()));
+    QCOMPARE(viewport.mapView()->visibleMapRect().size.width, places.size.width);
+    // Once the user moved the map, a resize keeps the scale instead.
+    viewport.panBy(10, 0);
+    viewport.settle();
+    const double scale = viewport.scale();
+    viewport.setSize(900, 700);
+    QCOMPARE(viewport.scale(), scale);
+  }
+
   void thePinModelFollowsTheMap() {
     MapViewport viewport;
     QAbstractItemModelTester tester(
