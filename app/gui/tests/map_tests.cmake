@@ -22,7 +22,7 @@ target_compile_definitions(gui_map_quick_tests PRIVATE QUICK_TEST_SOURCE_DIR="${
 add_dependencies(gui_map_quick_tests lumeo)
 add_test(NAME gui_map_quick COMMAND gui_map_quick_tests)
 set_tests_properties(gui_map_quick PROPERTIES TIMEOUT 240
-  ENVIRONMENT "${gui_test_env};LUMEO_TILE_URL=http://127.0.0.1:9/{z}/{x}/{y}.png;LUMEO_MAP_ARTEFACTS=${CMAKE_CURRENT_BINARY_DIR}/map_artefacts")
+  ENVIRONMENT "${gui_test_env};LUMEO_MAP_ARTEFACTS=${CMAKE_CURRENT_BINARY_DIR}/map_artefacts")
 
 add_test(NAME gui_map_screenshots
   COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/map_screenshots_test.sh $<TARGET_FILE:lumeo-gui> ${map_tile_server}
