@@ -13,6 +13,9 @@
 #include "sync/sync_cloud_file_system_test_support.h"
 #include "sync/sync_error.h"
 #include "sync/sync_local_cloud_file_system.h"
+#include "sync/sync_shared_folder.h"
+#include "sync/sync_webdav.h"
+#include "sync/sync_webdav_test_servers.h"
 #include "testing/temp_dir.h"
 
 namespace lumeo {
@@ -43,6 +46,43 @@ class LocalBackend : public CloudBackend {
  private:
   TempDir dir_;
   int next_ = 0;
+};
+
+class SharedFolderBackend : public CloudBackend {
+ public:
+  std::unique_ptr<SyncCloudFileSystem> makeFileSystem() override {
+    auto root = dir_.path() / ("Nextcloud " + std::to_string(next_++)) / "Lumeo";
+    std::filesystem::create_directories(root);
+    return std::make_unique<SyncSharedFolderFileSystem>(root);
+  }
+
+ private:
+  TempDir dir_;
+  int next_ = 0;
+};
+
+// One server of each kind for the whole run, a new folder on it per test.
+template <class Server>
+class WebDavBackend : public CloudBackend {
+ public:
+  std::string unavailableReason() override { return server().unavailableReason(); }
+  std::unique_ptr<SyncCloudFileSystem> makeFileSystem() override {
+    auto& s = server();
+    auto url = s.makeFolder("test " + std::to_string(next()));
+    auto secrets = std::make_shared<InMemorySecretStore>();
+    if (!s.user().empty()) (void)secrets->add(syncWebDavCredentialKey(url, s.user()), "test", s.password());
+    return std::make_unique<SyncWebDavFileSystem>(url, s.user(), SyncWebDavFileSystem::Options(), secrets);
+  }
+
+ private:
+  static Server& server() {
+    static Server instance;
+    return instance;
+  }
+  static int next() {
+    static int n = 0;
+    return n++;
+  }
 };
 
 struct BackendParam {
@@ -238,6 +278,9 @@ TEST_P(CloudConformanceTest, PathsThatLeaveTheRootAreRefused) {
 std::vector<BackendParam> backends() {
   return {
       {"Local", [] { return std::make_unique<LocalBackend>(); }},
+      {"SharedFolder", [] { return std::make_unique<SharedFolderBackend>(); }},
+      {"ApacheWebDav", [] { return std::make_unique<WebDavBackend<testing::ApacheDavServer>>(); }},
+      {"RcloneWebDav", [] { return std::make_unique<WebDavBackend<testing::RcloneDavServer>>(); }},
   };
 }
 
