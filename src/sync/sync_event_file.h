@@ -37,7 +37,6 @@ inline constexpr char kSyncEventFileExtension[] = ".syncevent";
 
 // Codes of the sync domain used by event files and transfers.
 inline constexpr long kSyncErrorCodeFileWriteFailed = 105;
-inline constexpr long kSyncErrorCodeFileAccessFailed = 107;
 inline constexpr long kSyncErrorCodeNoSnapshot = 208;
 
 class SyncEventFile {

@@ -64,6 +64,7 @@ class SyncReplica {
   SyncEventStore& events() { return *events_; }
   std::shared_ptr<SyncEventStore> eventsPtr() { return events_; }
   SyncEventIntegrator& integrator() { return *integrator_; }
+  std::shared_ptr<SyncEventIntegrator> integratorPtr() { return integrator_; }
   SyncEnsembleHooks& hooks() { return hooks_; }
   ImageStore& images() { return *images_; }
   const std::filesystem::path& home() const { return home_; }
