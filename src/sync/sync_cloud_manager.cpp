@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <fstream>
 #include <mutex>
 #include <system_error>
 
@@ -289,12 +290,35 @@ OptionalError SyncCloudManager::importNewEvents(const std::vector<int>& allowedT
   syncSortFilenamesByGlobalCount(wanted);
   if (OptionalError error = transferRemoteFiles(wanted, remoteDirectory)) return error;
 
+  // Each file is read and checked on its own (a bad one is skipped); the
+  // good ones go into the event store together, a few thousand events to a
+  // save.
   SyncEventMigrator migrator(eventStore_);
   auto context = eventStore_->managedObjectContext();
+  bool baselineDirectory =
+      std::find(allowedTypes.begin(), allowedTypes.end(), int(kSyncEventTypeBaseline)) != allowedTypes.end();
+  std::vector<SyncEventFileContents> batch;
+  std::size_t batchEvents = 0;
+  auto flush = [&]() -> OptionalError {
+    if (batch.empty()) return std::nullopt;
+    std::vector<const SyncEventFileContents*> files;
+    for (const auto& contents : batch) files.push_back(&contents);
+    if (OptionalError error = migrator.importContents(files)) {
+      LUMEO_LOG_ERROR("Failed to migrate modification events: %@", static_cast<const Error&>(*error));
+      return error;
+    }
+    imported += batch.size();
+    batch.clear();
+    batchEvents = 0;
+    return std::nullopt;
+  };
   for (const auto& name : wanted) {
     fs::path local = localDownloadDirectory() / name;
     auto file = SyncEventFile::fromFilename(name);
     if (!file) continue;  // not ours: left in "download" until the next emptying
+    // A name of the wrong kind for its directory is another device's
+    // mistake or debris; it is not imported here.
+    if (file->isBaseline() != baselineDirectory) continue;
     bool exists = false;
     context->performBlockAndWait([&] {
       FetchRequest request(kSyncStoreModificationEventEntity);
@@ -307,22 +331,21 @@ OptionalError SyncCloudManager::importNewEvents(const std::vector<int>& allowedT
       fs::remove(local, ec);
       continue;
     }
-    // A name of the wrong kind for its directory is another device's
-    // mistake or debris; it is not imported here.
-    bool baselineDirectory = std::find(allowedTypes.begin(), allowedTypes.end(),
-                                       int(kSyncEventTypeBaseline)) != allowedTypes.end();
-    if (file->isBaseline() != baselineDirectory) continue;
-    OptionalError error = migrator.migrateEventsInFromFiles({local});
+    auto read = SyncEventMigrator::readEventFile(local);
     fs::remove(local, ec);
-    if (error) {
-      LUMEO_LOG_WARNING("Skipping event file %@: %@", name, static_cast<const Error&>(*error));
+    if (auto* error = std::get_if<Error>(&read)) {
+      LUMEO_LOG_WARNING("Skipping event file %@: %@", name, *error);
       failedToImport_.insert(name);
       skipped_.emplace_back(name, *error);
       continue;
     }
-    ++imported;
+    batch.push_back(std::get<SyncEventFileContents>(std::move(read)));
+    batchEvents += batch.back().events.size();
+    if (batchEvents >= 2000) {
+      if (OptionalError error = flush()) return error;
+    }
   }
-  return std::nullopt;
+  return flush();
 }
 
 OptionalError SyncCloudManager::importNewBaselineEvents() {
@@ -464,24 +487,43 @@ OptionalError SyncCloudManager::exportEvents(const std::vector<int>& allowedType
   }
   syncSortFilenamesByGlobalCount(names);
   if (OptionalError error = removeFilesInDirectory(localUploadDirectory())) return error;
-  SyncEventMigrator migrator(eventStore_);
-  for (const auto& name : names) {
-    fs::path path = localUploadDirectory() / name;
-    std::error_code ec;
-    fs::remove(path, ec);
-    auto file = SyncEventFile::fromFilename(name);
-    if (!file) continue;
-    if (file->isBaseline()) {
-      if (OptionalError error = migrator.migrateLocalBaselineWithUniqueIdentifier(
-              file->uniqueIdentifier().value_or(""), file->globalCount(), file->persistentStorePrefix(),
-              path))
-        LUMEO_LOG_ERROR("Error migrating out baseline: %@", static_cast<const Error&>(*error));
-    } else {
-      if (OptionalError error =
-              migrator.migrateLocalEventWithRevision(file->revisionNumber(), path, allowedTypes))
-        LUMEO_LOG_ERROR("Error migrating out events: %@", static_cast<const Error&>(*error));
+  // The events to send are read in one fetch and each written to its file
+  // in the transit cache (scratch space: no flush to disk there; the cloud
+  // file system makes the upload durable).
+  std::set<std::string> wanted(names.begin(), names.end());
+  auto context = eventStore_->managedObjectContext();
+  context->performBlockAndWait([&] {
+    FetchRequest request(kSyncStoreModificationEventEntity);
+    request.setPredicate(SyncStoreModificationEvent::predicateForAllowedTypes(allowedTypes, store));
+    request.setRelationshipKeyPathsForPrefetching({"eventRevision", "eventRevisionsOfOtherStores",
+                                                   "objectChanges", "objectChanges.globalIdentifier",
+                                                   "objectChanges.dataFiles"});
+    OptionalError error;
+    FetchResults events = context->executeFetchRequest(request, error);
+    if (error) {
+      LUMEO_LOG_ERROR("Error migrating out events: %@", static_cast<const Error&>(*error));
+      return;
     }
-  }
+    for (const auto& object : events) {
+      auto event = std::dynamic_pointer_cast<SyncStoreModificationEvent>(object);
+      if (!event) continue;
+      std::string name = SyncEventFile(*event).preferredFilename();
+      if (!wanted.count(name)) continue;
+      try {
+        std::vector<std::uint8_t> bytes =
+            syncEncodeEventFile(SyncEventMigrator::contentsForStoreModificationEvents({event}, false));
+        std::ofstream out(localUploadDirectory() / name, std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        out.close();
+        if (!out) throw SyncException("Could not write " + name + " into the transit cache");
+      } catch (const SyncException& e) {
+        std::error_code ec;
+        fs::remove(localUploadDirectory() / name, ec);
+        LUMEO_LOG_ERROR("Error migrating out events: %@", e.reason());
+      }
+    }
+    context->reset();
+  });
   std::set<std::string>* target =
       remoteDirectory == remoteBaselinesDirectory() ? &*snapshotBaselines_ : &*snapshotEvents_;
   return transferFilesInTransitCacheToRemoteDirectory(remoteDirectory, target);

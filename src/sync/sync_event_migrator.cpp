@@ -23,18 +23,21 @@ SyncEventMigrator::SyncEventMigrator(std::shared_ptr<SyncEventStore> eventStore)
     : eventStore_(std::move(eventStore)) {}
 
 SyncEventFileContents SyncEventMigrator::contentsForStoreModificationEvents(
-    const std::vector<EventPtr>& events) {
+    const std::vector<EventPtr>& events, bool prefetch) {
   SyncEventFileContents contents;
   if (events.empty()) return contents;
-  ManagedObjectContext& context = *events.front()->managedObjectContext();
-  FetchRequest request(kSyncStoreModificationEventEntity);
-  request.setPredicate(Predicate::predicateWithFormat("SELF IN %@", events));
-  request.setRelationshipKeyPathsForPrefetching({"eventRevision", "eventRevisionsOfOtherStores",
-                                                 "objectChanges", "objectChanges.globalIdentifier",
-                                                 "objectChanges.dataFiles"});
-  OptionalError prefetchError;
-  (void)context.executeFetchRequest(request, prefetchError);
-  if (prefetchError) throw SyncException("Could not read the events to export: " + prefetchError->toString());
+  if (prefetch) {
+    ManagedObjectContext& context = *events.front()->managedObjectContext();
+    FetchRequest request(kSyncStoreModificationEventEntity);
+    request.setPredicate(Predicate::predicateWithFormat("SELF IN %@", events));
+    request.setRelationshipKeyPathsForPrefetching({"eventRevision", "eventRevisionsOfOtherStores",
+                                                   "objectChanges", "objectChanges.globalIdentifier",
+                                                   "objectChanges.dataFiles"});
+    OptionalError prefetchError;
+    (void)context.executeFetchRequest(request, prefetchError);
+    if (prefetchError)
+      throw SyncException("Could not read the events to export: " + prefetchError->toString());
+  }
 
   std::map<std::pair<std::string, std::string>, std::uint32_t> identifierIndexes;
   contents.events.reserve(events.size());
@@ -192,7 +195,7 @@ bool isChangeType(int type) {
 
 // Everything that can be checked without the store, so that a bad file
 // is refused before a row is inserted.
-void checkContents(const SyncEventFileContents& contents) {
+void checkFileContents(const SyncEventFileContents& contents) {
   for (const auto& identifier : contents.globalIdentifiers) {
     if (identifier.globalIdentifier.empty() || identifier.nameOfEntity.empty())
       throw SyncException("The event file holds an empty global identifier");
@@ -221,22 +224,48 @@ void checkContents(const SyncEventFileContents& contents) {
 }  // namespace
 
 OptionalError SyncEventMigrator::importContents(const SyncEventFileContents& contents) {
+  return importContents(std::vector<const SyncEventFileContents*>{&contents});
+}
+
+OptionalError SyncEventMigrator::checkContents(const SyncEventFileContents& contents) {
+  try {
+    checkFileContents(contents);
+  } catch (const SyncException& e) {
+    return errorForSyncException(e.reason());
+  }
+  return std::nullopt;
+}
+
+SyncResult<SyncEventFileContents> SyncEventMigrator::readEventFile(const fs::path& file) {
+  auto read = syncReadEventFile(file);
+  if (auto* error = std::get_if<Error>(&read)) return *error;
+  if (OptionalError invalid = checkContents(std::get<SyncEventFileContents>(read))) {
+    Error error = *invalid;
+    error.description =
+        "The event file \"" + file.filename().string() + "\" is malformed: " + error.description;
+    return error;
+  }
+  return read;
+}
+
+OptionalError SyncEventMigrator::importContents(const std::vector<const SyncEventFileContents*>& files) {
   auto context = eventStore_->managedObjectContext();
   if (!context) return syncError(kSyncErrorCodeUnknown, "The event store holds no event data");
   OptionalError result;
-  std::vector<std::string> registered;
+  // All rows go in with one save, one SQLite transaction: a crash leaves all
+  // of them or none, so no incomplete event needs registering.
   context->performBlockAndWait([&] {
     try {
-      checkContents(contents);
+      for (const SyncEventFileContents* contents : files) checkFileContents(*contents);
 
       // Global identifiers by value: the local row where there is one.
       std::vector<std::string> strings;
       std::vector<std::string> entities;
-      strings.reserve(contents.globalIdentifiers.size());
-      entities.reserve(contents.globalIdentifiers.size());
-      for (const auto& identifier : contents.globalIdentifiers) {
-        strings.push_back(identifier.globalIdentifier);
-        entities.push_back(identifier.nameOfEntity);
+      for (const SyncEventFileContents* contents : files) {
+        for (const auto& identifier : contents->globalIdentifiers) {
+          strings.push_back(identifier.globalIdentifier);
+          entities.push_back(identifier.nameOfEntity);
+        }
       }
       auto rows =
           SyncGlobalIdentifier::fetchGlobalIdentifiersForIdentifierStrings(strings, entities, *context);
@@ -253,57 +282,56 @@ OptionalError SyncEventMigrator::importContents(const SyncEventFileContents& con
         rows[i] = row;
       }
 
-      std::vector<EventPtr> inserted;
-      inserted.reserve(contents.events.size());
-      for (const auto& event : contents.events) {
-        // Registered while the rows are incomplete: a crash in between
-        // leaves only rows that the next start removes.
-        eventStore_->registerIncompleteEventIdentifier(event.uniqueIdentifier, false);
-        registered.push_back(event.uniqueIdentifier);
-        auto row = context->insertNewObject<SyncStoreModificationEvent>(kSyncStoreModificationEventEntity);
-        row->setUniqueIdentifier(event.uniqueIdentifier);
-        row->setType(kSyncEventTypeIncomplete);
-        row->setGlobalCount(event.globalCount);
-        row->setTimestamp(event.timestamp);
-        row->setModelVersion(event.modelVersion);
-        auto own = SyncEventRevision::makeEventRevisionForPersistentStoreIdentifier(
-            event.eventRevision.persistentStoreIdentifier, event.eventRevision.revisionNumber, *context);
-        row->setObjectForKey("eventRevision", own);
-        if (!event.eventRevisionsOfOtherStores.empty()) {
-          std::vector<ManagedObjectPtr> others;
-          others.reserve(event.eventRevisionsOfOtherStores.size());
-          for (const auto& revision : event.eventRevisionsOfOtherStores) {
-            others.push_back(SyncEventRevision::makeEventRevisionForPersistentStoreIdentifier(
-                revision.persistentStoreIdentifier, revision.revisionNumber, *context));
+      std::vector<std::pair<EventPtr, std::int16_t>> inserted;
+      std::size_t firstRow = 0;
+      for (const SyncEventFileContents* contents : files) {
+        for (const auto& event : contents->events) {
+          auto row = context->insertNewObject<SyncStoreModificationEvent>(kSyncStoreModificationEventEntity);
+          row->setUniqueIdentifier(event.uniqueIdentifier);
+          row->setType(kSyncEventTypeIncomplete);
+          row->setGlobalCount(event.globalCount);
+          row->setTimestamp(event.timestamp);
+          row->setModelVersion(event.modelVersion);
+          auto own = SyncEventRevision::makeEventRevisionForPersistentStoreIdentifier(
+              event.eventRevision.persistentStoreIdentifier, event.eventRevision.revisionNumber, *context);
+          row->setObjectForKey("eventRevision", own);
+          if (!event.eventRevisionsOfOtherStores.empty()) {
+            std::vector<ManagedObjectPtr> others;
+            others.reserve(event.eventRevisionsOfOtherStores.size());
+            for (const auto& revision : event.eventRevisionsOfOtherStores) {
+              others.push_back(SyncEventRevision::makeEventRevisionForPersistentStoreIdentifier(
+                  revision.persistentStoreIdentifier, revision.revisionNumber, *context));
+            }
+            row->setObjectsForKey("eventRevisionsOfOtherStores", others);
           }
-          row->setObjectsForKey("eventRevisionsOfOtherStores", others);
-        }
-        for (const auto& change : event.objectChanges) {
-          auto changeRow = context->insertNewObject<SyncObjectChange>(kSyncObjectChangeEntity);
-          changeRow->setType(change.type);
-          changeRow->setNameOfEntity(change.nameOfEntity);
-          changeRow->setGlobalIdentifier(rows[change.globalIdentifierIndex]);
-          changeRow->setValueForKey("propertyChangeValues", change.propertyChangeValues);
-          for (const auto& name : change.dataFiles) {
-            auto file = context->insertNewObject<SyncDataFile>(kSyncDataFileEntity);
-            file->setFilename(name);
-            file->setObjectForKey("objectChange", changeRow);
+          for (const auto& change : event.objectChanges) {
+            auto changeRow = context->insertNewObject<SyncObjectChange>(kSyncObjectChangeEntity);
+            changeRow->setType(change.type);
+            changeRow->setNameOfEntity(change.nameOfEntity);
+            changeRow->setGlobalIdentifier(rows[firstRow + change.globalIdentifierIndex]);
+            changeRow->setValueForKey("propertyChangeValues", change.propertyChangeValues);
+            for (const auto& name : change.dataFiles) {
+              auto file = context->insertNewObject<SyncDataFile>(kSyncDataFileEntity);
+              file->setFilename(name);
+              file->setObjectForKey("objectChange", changeRow);
+            }
+            changeRow->setStoreModificationEvent(row);
           }
-          changeRow->setStoreModificationEvent(row);
+          inserted.emplace_back(row, event.type);
         }
-        inserted.push_back(row);
+        firstRow += contents->globalIdentifiers.size();
       }
-      for (std::size_t i = 0; i < inserted.size(); ++i) inserted[i]->setType(contents.events[i].type);
+      for (auto& [row, type] : inserted) row->setType(type);
       if (OptionalError saveError = context->save()) {
         context->rollback();
         result = saveError;
       }
+      context->reset();
     } catch (const SyncException& e) {
       context->rollback();
       result = errorForSyncException(e.reason());
     }
   });
-  for (const auto& identifier : registered) eventStore_->deregisterIncompleteEventIdentifier(identifier);
   return result;
 }
 

@@ -53,11 +53,19 @@ class SyncEventMigrator {
   void migrateEventsInFromFilesWithCompletion(std::vector<std::filesystem::path> files,
                                               std::function<void(OptionalError)> completion);
 
-  // The rows of the events (on the event context's queue).
+  // The rows of the events (on the event context's queue); `prefetch` loads
+  // their rows first (leave it to callers that fetched them already).
   static SyncEventFileContents contentsForStoreModificationEvents(
-      const std::vector<std::shared_ptr<SyncStoreModificationEvent>>& events);
+      const std::vector<std::shared_ptr<SyncStoreModificationEvent>>& events, bool prefetch = true);
   // Adds the rows to the store with one save; nothing on failure.
   OptionalError importContents(const SyncEventFileContents& contents);
+  // The rows of several files with one save: all or nothing.
+  OptionalError importContents(const std::vector<const SyncEventFileContents*>& files);
+  // What can be checked without the store (types, archives, data file
+  // names): code -1 with the reason.
+  static OptionalError checkContents(const SyncEventFileContents& contents);
+  // Reads, decodes and checks one file.
+  static SyncResult<SyncEventFileContents> readEventFile(const std::filesystem::path& file);
 
  private:
   std::shared_ptr<SyncEventStore> eventStore_;

@@ -1,0 +1,285 @@
+// Event files: how fast events become files and files become events again,
+// and a whole fetch-and-integrate from a cloud folder. The events are the
+// replay benchmark's stream (bench/sync_replay_bench.cpp, same seed): 40%
+// inserts of a description with 6 properties, 50% updates of one property,
+// 10% deletes, one event each.
+//
+//   sync_files_bench --events N [--fetch M] [--dir DIR]
+//
+// Prints, for N events: the format alone (encode and decode in memory, bytes
+// per event), the export from an event store into files of 1,000 events and
+// the import of those files into an empty store; then, for M events (each
+// its own file, as devices publish them), a fetch of every file from the
+// folder, their import and one merge into an empty journal.
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "objectgraph/fetch_request.h"
+#include "objectgraph/managed_object_context.h"
+#include "objectgraph/persistent_store_coordinator.h"
+#include "store/journal_model.h"
+#include "sync/sync_cloud_manager.h"
+#include "sync/sync_event_entities.h"
+#include "sync/sync_event_file.h"
+#include "sync/sync_event_integrator.h"
+#include "sync/sync_event_migrator.h"
+#include "sync/sync_event_store.h"
+#include "sync/sync_local_cloud_file_system.h"
+
+using namespace lumeo;
+namespace fs = std::filesystem;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+double since(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+[[noreturn]] void fail(const std::string& what) {
+  std::fprintf(stderr, "sync_files_bench: %s\n", what.c_str());
+  std::exit(1);
+}
+
+struct Operation {
+  int kind;  // 0 insert, 1 update, 2 delete
+  std::string id;
+  std::string property;
+  Value value;
+};
+
+std::vector<Operation> makeStream(int count) {
+  std::mt19937_64 rng(18);
+  std::vector<Operation> ops;
+  std::vector<std::string> live;
+  int serial = 0;
+  for (int i = 0; i < count; ++i) {
+    int roll = int(rng() % 100);
+    if (live.empty() || roll < 40) {
+      Operation op{0, "obj-" + std::to_string(serial++), "", Value()};
+      live.push_back(op.id);
+      ops.push_back(op);
+    } else if (roll < 90) {
+      const std::string& id = live[rng() % live.size()];
+      if (rng() % 2) {
+        ops.push_back({1, id, "comment", Value("comment " + std::to_string(i))});
+      } else {
+        ops.push_back({1, id, "latitude", Value(double(rng() % 18000) / 100.0 - 90.0)});
+      }
+    } else {
+      std::size_t k = rng() % live.size();
+      ops.push_back({2, live[k], "", Value()});
+      live[k] = live.back();
+      live.pop_back();
+    }
+  }
+  return ops;
+}
+
+std::vector<SyncPropertyChangeValue> insertValues(const std::string& id) {
+  std::vector<SyncPropertyChangeValue> values;
+  auto add = [&](const char* name, Value v) {
+    SyncPropertyChangeValue value(kSyncPropertyChangeTypeAttribute, name);
+    value.value = std::move(v);
+    values.push_back(std::move(value));
+  };
+  add("uniqueIdentifier", Value(id));
+  add("comment", Value("new " + id));
+  add("latitude", Value(48.1));
+  add("longitude", Value(11.5));
+  add("wasEdited", Value(false));
+  add("thumbChecksum", Value("d41d8cd98f00b204e9800998ecf8427e"));
+  return values;
+}
+
+// The stream as events of the store's own identifier, revisions 0, 1, ...
+void writeEvents(SyncEventStore& store, const std::vector<Operation>& ops) {
+  std::string self = *store.persistentStoreIdentifier();
+  auto context = store.managedObjectContext();
+  context->performBlockAndWait([&] {
+    std::map<std::string, std::shared_ptr<SyncGlobalIdentifier>> rows;
+    for (std::size_t i = 0; i < ops.size(); ++i) {
+      const Operation& op = ops[i];
+      auto event = context->insertNewObject<SyncStoreModificationEvent>(kSyncStoreModificationEventEntity);
+      event->setType(kSyncEventTypeSave);
+      event->setGlobalCount(std::int64_t(i));
+      event->setTimestamp(double(i));
+      SyncRevisionSet set;
+      set.addRevision(SyncRevision(self, std::int64_t(i)));
+      event->setRevisionSet(set, self);
+      auto& row = rows[op.id];
+      if (!row) {
+        row = context->insertNewObject<SyncGlobalIdentifier>(kSyncGlobalIdentifierEntity);
+        row->setGlobalIdentifier(op.id);
+        row->setNameOfEntity("MoodDescription");
+      }
+      auto change = context->insertNewObject<SyncObjectChange>(kSyncObjectChangeEntity);
+      change->setNameOfEntity("MoodDescription");
+      change->setGlobalIdentifier(row);
+      change->setStoreModificationEvent(event);
+      if (op.kind == 0) {
+        change->setType(kSyncObjectChangeTypeInsert);
+        change->setPropertyChangeValues(insertValues(op.id));
+      } else if (op.kind == 1) {
+        change->setType(kSyncObjectChangeTypeUpdate);
+        SyncPropertyChangeValue value(kSyncPropertyChangeTypeAttribute, op.property);
+        value.value = op.value;
+        change->setPropertyChangeValues(std::vector<SyncPropertyChangeValue>{value});
+      } else {
+        change->setType(kSyncObjectChangeTypeDelete);
+      }
+      if (i % 1000 == 999) {
+        if (auto error = context->save()) fail("saving events: " + error->toString());
+      }
+    }
+    if (auto error = context->save()) fail("saving events: " + error->toString());
+    context->reset();
+  });
+}
+
+std::shared_ptr<SyncEventStore> newStore(const fs::path& root) {
+  auto store = std::make_shared<SyncEventStore>("MainStore", root);
+  if (auto error = store->prepareNewEventStore()) fail(error->toString());
+  return store;
+}
+
+std::vector<std::shared_ptr<SyncStoreModificationEvent>> allEvents(SyncEventStore& store) {
+  std::vector<std::shared_ptr<SyncStoreModificationEvent>> events;
+  auto context = store.managedObjectContext();
+  context->performBlockAndWait(
+      [&] { events = SyncStoreModificationEvent::fetchNonBaselineEvents(*context); });
+  return events;
+}
+
+std::uintmax_t folderBytes(const fs::path& folder) {
+  std::uintmax_t total = 0;
+  for (const auto& entry : fs::directory_iterator(folder)) total += entry.file_size();
+  return total;
+}
+
+// Awaits a cloud call on this (main) thread.
+OptionalError await(SyncCloudManager& manager, const std::function<void(SyncCloudCompletion)>& start) {
+  return manager.awaitCloud(start);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int count = 100000;
+  int fetch = 10000;
+  fs::path dir;
+  for (int i = 1; i + 1 < argc; i += 2) {
+    std::string arg = argv[i];
+    if (arg == "--events") count = std::atoi(argv[i + 1]);
+    if (arg == "--fetch") fetch = std::atoi(argv[i + 1]);
+    if (arg == "--dir") dir = argv[i + 1];
+  }
+  bool ownDir = dir.empty();
+  if (ownDir) {
+    std::string pattern = (fs::temp_directory_path() / "lumeo-sync-files-XXXXXX").string();
+    if (!mkdtemp(pattern.data())) return 1;
+    dir = pattern;
+  }
+
+  // --- N events: the format, then export and import through files.
+  {
+    auto source = newStore(dir / "source");
+    writeEvents(*source, makeStream(count));
+    auto events = allEvents(*source);
+    SyncEventFileContents contents;
+    auto context = source->managedObjectContext();
+    auto start = Clock::now();
+    context->performBlockAndWait(
+        [&] { contents = SyncEventMigrator::contentsForStoreModificationEvents(events); });
+    double gather = since(start);
+    start = Clock::now();
+    std::vector<std::uint8_t> bytes = syncEncodeEventFile(contents);
+    double encode = since(start);
+    start = Clock::now();
+    auto decoded = syncDecodeEventFile(bytes.data(), bytes.size());
+    double decode = since(start);
+    if (std::holds_alternative<Error>(decoded)) fail(std::get<Error>(decoded).toString());
+    std::printf(
+        "format: %d events, %.1f bytes/event; encode %.3f s (%.0f events/s), decode %.3f s (%.0f events/s)\n",
+        count, double(bytes.size()) / count, encode, count / encode, decode, count / decode);
+
+    fs::path files = dir / "files";
+    fs::create_directories(files);
+    SyncEventMigrator exporter(source);
+    std::vector<fs::path> paths;
+    start = Clock::now();
+    for (std::size_t first = 0; first < events.size(); first += 1000) {
+      std::vector<std::shared_ptr<SyncStoreModificationEvent>> slice(
+          events.begin() + first, events.begin() + std::min(events.size(), first + 1000));
+      char name[32];
+      std::snprintf(name, sizeof name, "%06zu.syncevent", first);
+      paths.push_back(files / name);
+      if (auto error = exporter.migrateStoreModificationEvents(slice, paths.back())) fail(error->toString());
+    }
+    double exported = since(start);
+    std::uintmax_t total = folderBytes(files);
+    std::printf(
+        "write: %d events into %zu files from the event store in %.2f s: %.0f events/s, %.1f bytes/event "
+        "(reading the store's rows alone %.2f s)\n",
+        count, paths.size(), exported, count / exported, double(total) / count, gather);
+
+    auto target = newStore(dir / "target");
+    SyncEventMigrator importer(target);
+    start = Clock::now();
+    if (auto error = importer.migrateEventsInFromFiles(paths)) fail(error->toString());
+    double imported = since(start);
+    std::printf("read: %d events from %zu files into an empty event store in %.2f s: %.0f events/s\n", count,
+                paths.size(), imported, count / imported);
+  }
+
+  // --- M events published one file each, fetched and integrated.
+  {
+    fs::path cloudRoot = dir / "cloud";
+    fs::create_directories(cloudRoot);
+    auto cloud = std::make_shared<SyncLocalCloudFileSystem>(cloudRoot);
+    auto publisher = newStore(dir / "publisher");
+    writeEvents(*publisher, makeStream(fetch));
+    SyncCloudManager out(publisher, cloud);
+    if (auto error = out.createRemoteDirectoryStructure()) fail(error->toString());
+    if (auto error = out.snapshotRemoteFiles()) fail(error->toString());
+    auto start = Clock::now();
+    if (auto error = out.exportNewLocalNonBaselineEvents()) fail(error->toString());
+    double published = since(start);
+    std::uintmax_t total = folderBytes(cloudRoot / "MainStore" / "events");
+
+    auto receiver = newStore(dir / "receiver");
+    fs::path journal = dir / "Model.sqlite";
+    auto model = makeJournalModel();
+    {
+      auto coordinator = std::make_shared<PersistentStoreCoordinator>(model);
+      coordinator->addPersistentStoreWithType(kSQLiteStoreType, journal);
+    }
+    SyncCloudManager in(receiver, cloud);
+    start = Clock::now();
+    if (auto error = in.snapshotRemoteFiles()) fail(error->toString());
+    if (auto error = in.importNewRemoteNonBaselineEvents()) fail(error->toString());
+    double fetched = since(start);
+    auto integrator = std::make_shared<SyncEventIntegrator>(journal, model, receiver);
+    auto mergeStart = Clock::now();
+    SyncMergeResult result = integrator->mergeEvents();
+    double merged = since(mergeStart);
+    double whole = since(start);
+    if (!result.succeeded || result.error) fail(result.error ? result.error->toString() : "merge failed");
+    if (in.counts().eventsImported != std::size_t(fetch) || !in.skippedFiles().empty())
+      fail("not every file arrived: " + std::to_string(in.counts().eventsImported));
+    (void)await;
+    std::printf("publish: %d events as %d files in %.2f s: %.0f events/s, %.1f bytes/event on disk\n", fetch,
+                fetch, published, fetch / published, double(total) / fetch);
+    std::printf(
+        "fetch-and-integrate: %d events: fetch and import %.2f s, merge %.2f s, whole %.2f s: %.0f "
+        "events/s\n",
+        fetch, fetched, merged, whole, fetch / whole);
+  }
+  if (ownDir) fs::remove_all(dir);
+  return 0;
+}
