@@ -12,9 +12,12 @@
 #include <QQmlEngine>
 #include <memory>
 
+#include "capture/location_helper.h"
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "gui_test_support.h"
+#include "map/position_location_service.h"
+#include "platform/linux/geoclue_position_source.h"
 
 Q_IMPORT_QML_PLUGIN(LumeoPlugin)
 
@@ -37,6 +40,9 @@ class MapFixture : public QObject {
     return QJsonDocument::fromJson(process.readAllStandardOutput()).toVariant();
   }
 
+  // "fix" or "deny" under map_geoclue_test.sh, "" otherwise.
+  Q_INVOKABLE QString geoClueMode() const { return qEnvironmentVariable("LUMEO_TEST_GEOCLUE"); }
+
   Q_INVOKABLE QString artefactDir() const {
     const QString dir = qEnvironmentVariable("LUMEO_MAP_ARTEFACTS");
     if (!dir.isEmpty()) QDir().mkpath(dir);
@@ -54,6 +60,12 @@ class Setup : public QObject {
  public Q_SLOTS:
   void applicationAvailable() {
     fixture_ = std::make_unique<lumeo::gui::testing::GuiFixture>();
+    // Run by map_geoclue_test.sh: GeoClue on the private bus it names.
+    if (!qEnvironmentVariableIsEmpty("LUMEO_TEST_GEOCLUE")) {
+      lumeo::LocationHelper::sharedInstance().setLocationService(
+          std::make_shared<lumeo::PositionLocationService>(
+              std::make_shared<lumeo::GeoCluePositionSource>("org.lumeo.Lumeo")));
+    }
     fixture_->runtime().addSingleton("MapFixture", new MapFixture(fixture_->session()));
   }
   void qmlEngineAvailable(QQmlEngine* engine) { fixture_->attach(*engine); }

@@ -28,3 +28,8 @@ add_test(NAME gui_map_screenshots
   COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/map_screenshots_test.sh $<TARGET_FILE:lumeo-gui> ${map_tile_server}
           ${CMAKE_CURRENT_LIST_DIR}/map_screenshots ${CMAKE_CURRENT_BINARY_DIR}/map_screenshots)
 set_tests_properties(gui_map_screenshots PROPERTIES TIMEOUT 240)
+
+# The own position through GeoClue: a fake GeoClue on a private bus.
+add_test(NAME gui_map_geoclue
+  COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/map_geoclue_test.sh $<TARGET_FILE:gui_map_quick_tests> ${PROJECT_SOURCE_DIR})
+set_tests_properties(gui_map_geoclue PROPERTIES TIMEOUT 120 ENVIRONMENT "${gui_test_env}")
