@@ -17,14 +17,19 @@
 #include "map/mood_map_settings_view_controller.h"
 #include "map/mood_map_view_controller.h"
 #include "map/nominatim_place_search.h"
+#include "objectgraph/fetch_request.h"
 #include "picture_provider.h"
 #include "platform/calendar.h"
+#include "platform/date_formatter.h"
 #include "platform/localization.h"
 #include "platform/log.h"
 #include "platform/user_date_parser.h"
 #include "platform/user_defaults.h"
 #include "shell/mood_app_delegate.h"
+#include "store/journal_model.h"
 #include "store/journal_store.h"
+#include "store/mood_description.h"
+#include "store/mood_record.h"
 #include "store/mood_tag.h"
 #include "store/mood_user_defaults_operator.h"
 #include "store/notification_names.h"
@@ -169,6 +174,7 @@ void MapTabAdapter::appear() {
       [this] {
         if (!controller_) return;
         controller_->refreshMap();
+        pinRecords_.clear();
         Q_EMIT filterChanged();
         runtime_.pump().drain();
       },
@@ -279,6 +285,61 @@ QVariantMap MapTabAdapter::pinDetails(int row) const {
           {QStringLiteral("subtitle"), q(cluster->subtitle())},
           {QStringLiteral("levels"), levels},
           {QStringLiteral("unique"), cluster->isUniqueLocation()}};
+}
+
+QVariantList MapTabAdapter::pinRecords(int row) {
+  constexpr std::size_t kMaximumRows = 100;
+  pinRecords_.clear();
+  QVariantList rows;
+  auto cluster = std::dynamic_pointer_cast<GeoMapClusterAnnotation>(viewport_.pinModel().annotationAt(row));
+  auto members = cluster ? cluster->annotations() : nullptr;
+  if (!controller_ || !members || members->empty() || !journalOpen(runtime_)) return rows;
+  // The pin knows places, not records: the records of the tab's filter at
+  // exactly those places.
+  std::set<std::pair<double, double>> places;
+  double south = 90, north = -90, west = 180, east = -180;
+  for (const auto& member : *members) {
+    const LocationCoordinate2D c = member->coordinate();
+    places.insert({c.latitude, c.longitude});
+    south = std::min(south, c.latitude);
+    north = std::max(north, c.latitude);
+    west = std::min(west, c.longitude);
+    east = std::max(east, c.longitude);
+  }
+  FetchRequest request(kMoodRecordEntity);
+  request.setPredicate(Predicate::andPredicateWithSubpredicates(
+      {controller_->dataReader().predicate(),
+       Predicate::predicateWithFormat("moodDescription.latitude >= %@ AND moodDescription.latitude <= %@ AND "
+                                      "moodDescription.longitude >= %@ AND moodDescription.longitude <= %@",
+                                      south, north, west, east)}));
+  request.setSortDescriptors({SortDescriptor{"date", false}});
+  DateFormatter formatter;
+  formatter.setDateStyle(DateFormatter::Style::kMedium);
+  formatter.setTimeStyle(DateFormatter::Style::kShort);
+  for (const auto& object : runtime_.session().app().store().executeFetch(request)) {
+    auto record = std::dynamic_pointer_cast<MoodRecord>(object);
+    auto description = record ? record->moodDescription() : nullptr;
+    if (!description || !places.count({description->latitude(), description->longitude()})) continue;
+    std::string text = description->comment().value_or("");
+    if (const auto newline = text.find('\n'); newline != std::string::npos) text.resize(newline);
+    rows.append(QVariantMap{
+        {QStringLiteral("level"), static_cast<int>(record->moodLevel())},
+        {QStringLiteral("date"), record->date() ? q(formatter.stringFromDate(*record->date())) : QString()},
+        {QStringLiteral("text"), q(text).left(120)}});
+    pinRecords_.push_back(record);
+    if (pinRecords_.size() == kMaximumRows) break;
+  }
+  return rows;
+}
+
+bool MapTabAdapter::openRecord(int index) {
+  if (index < 0 || static_cast<std::size_t>(index) >= pinRecords_.size() || !journalOpen(runtime_))
+    return false;
+  auto record = pinRecords_[static_cast<std::size_t>(index)];
+  if (!record || record->isDeleted()) return false;
+  runtime_.session().app().moodEditActivityFinished(record);
+  runtime_.pump().drain();
+  return true;
 }
 
 QString MapTabAdapter::setDates(const QString& from, const QString& to) {

@@ -20,6 +20,7 @@
 
 namespace lumeo {
 class MoodMapViewController;
+class MoodRecord;
 class MoodMapSettingsViewController;
 class MoodLocationViewController;
 class NominatimPlaceSearch;
@@ -95,6 +96,12 @@ class MapTabAdapter : public QObject {
   // The moods of a pin, ascending, with its title and subtitle:
   // {title, subtitle, levels: [..], unique}.
   Q_INVOKABLE QVariantMap pinDetails(int row) const;
+  // The records of a pin, newest first (at most 100): [{level, date, text}].
+  // They are what openRecord's index counts.
+  Q_INVOKABLE QVariantList pinRecords(int row);
+  // Opens the editor on one of the records pinRecords gave, as History's
+  // Edit does.
+  Q_INVOKABLE bool openRecord(int index);
   // The dates as YYYY-MM-DD (or the locale's form); an empty end is open.
   // "" when applied, else why not (nothing changes then).
   Q_INVOKABLE QString setDates(const QString& from, const QString& to);
@@ -134,6 +141,7 @@ class MapTabAdapter : public QObject {
   bool visible_ = false;
   ScopedObserver modelChanged_;
   QTimer recheck_;
+  std::vector<std::shared_ptr<lumeo::MoodRecord>> pinRecords_;
 };
 
 class MapSettingsAdapter : public QObject {

@@ -15,6 +15,8 @@ Item {
     readonly property var viewport: MapTab.viewport
     // The pin clicked last, for the card with its moods.
     property var details: null
+    // Its records, newest first; a click opens one in the editor.
+    property var records: []
     property alias filterSheet: filterSheet
 
     // [2, 2, 7] → [{level: 2, count: 2}, {level: 7, count: 1}]
@@ -31,7 +33,10 @@ Item {
     // A new reading of the pins: the card of an old pin goes.
     Connections {
         target: MapTab
-        function onFilterChanged() { tab.details = null }
+        function onFilterChanged() {
+            tab.details = null
+            tab.records = []
+        }
     }
 
     Component.onCompleted: MapTab.open()
@@ -155,6 +160,7 @@ Item {
                         cursorShape: Qt.PointingHandCursor
                         onClicked: {
                             tab.details = MapTab.pinDetails(index)
+                            tab.records = MapTab.pinRecords(index)
                             MapTab.pinClicked(index)
                         }
                     }
@@ -281,6 +287,53 @@ Item {
                                                               : String(modelData.level)
                                     color: Theme.readableOn(Theme.levelColor(modelData.level))
                                     font.weight: Font.Bold
+                                }
+                            }
+                        }
+                    }
+                    ListView {
+                        id: recordList
+                        objectName: "mapPinRecords"
+                        Layout.fillWidth: true
+                        Layout.preferredHeight: Math.min(contentHeight, tab.height * 0.35)
+                        clip: true
+                        model: tab.records
+                        boundsBehavior: Flickable.StopAtBounds
+                        delegate: ItemDelegate {
+                            objectName: "mapPinRecord" + index
+                            width: recordList.width
+                            height: 44
+                            Accessible.name: Theme.levelText(modelData.level) + ", " + modelData.date + ", " + modelData.text
+                            onClicked: MapTab.openRecord(index)
+                            contentItem: Row {
+                                spacing: 8
+                                Rectangle {
+                                    anchors.verticalCenter: parent.verticalCenter
+                                    width: 24
+                                    height: 24
+                                    radius: 6
+                                    color: Theme.levelColor(modelData.level)
+                                    Text {
+                                        anchors.centerIn: parent
+                                        text: modelData.level
+                                        color: Theme.readableOn(Theme.levelColor(modelData.level))
+                                        font.weight: Font.Bold
+                                    }
+                                }
+                                Column {
+                                    anchors.verticalCenter: parent.verticalCenter
+                                    width: recordList.width - 40
+                                    Text {
+                                        text: modelData.date
+                                        color: Theme.textSecondary
+                                        font.pointSize: Theme.fontCaption
+                                    }
+                                    Text {
+                                        width: parent.width
+                                        text: modelData.text
+                                        color: Theme.text
+                                        elide: Text.ElideRight
+                                    }
                                 }
                             }
                         }

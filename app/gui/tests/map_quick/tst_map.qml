@@ -121,6 +121,21 @@ Item {
             var details = findChild(shell, "mapPinDetails")
             verify(details.visible)
             verify(findChild(shell, "mapPinTitle").text.indexOf("annotations") > 0)
+            // Its records, newest first; one opens in the editor.
+            var records = findChild(shell, "mapPinRecords")
+            compare(records.count, Math.min(members, 100))
+            var row = null
+            tryVerify(function () { row = findChild(records, "mapPinRecord0"); return row !== null })
+            var shownLevel = records.model[0].level
+            mouseClick(row)
+            tryCompare(Editor, "active", true)
+            compare(Editor.isNew, false)
+            compare(Editor.level, shownLevel)
+            Editor.cancel()
+            if (Presenter.current.id !== undefined)
+                answerAlert("Yes")
+            tryCompare(Editor, "active", false)
+            Shell.selectTab(3)
             keep("map-cluster-fitted")
             // Zooming out with the keyboard and the button goes back.
             var map = findChild(shell, "mapSurface")
