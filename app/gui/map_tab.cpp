@@ -406,6 +406,15 @@ void MapTabAdapter::showMyLocation() {
   runtime_.pump().drain();
 }
 
+QString MapTabAdapter::progress() {
+  if (!controller_) return QStringLiteral("not open");
+  return QStringLiteral("reading %1, clustering operations %2, pins read %3, pins shown %4")
+      .arg(controller_->dataReader().isReading())
+      .arg(controller_->clusterController().pendingOperationCount())
+      .arg(controller_->allAnnotations().size())
+      .arg(viewport_.pinCount());
+}
+
 void MapTabAdapter::fitAll() {
   if (!controller_) return;
   const auto& all = controller_->allAnnotations();

@@ -116,6 +116,8 @@ class MapTabAdapter : public QObject {
   Q_INVOKABLE void showMyLocation();
   // Fits every located record on screen (the view the tab opens with).
   Q_INVOKABLE void fitAll();
+  // What the tab waits for, in words (for tests that time out).
+  Q_INVOKABLE QString progress();
 
  Q_SIGNALS:
   void readyChanged();

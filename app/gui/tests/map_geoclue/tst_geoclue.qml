@@ -24,11 +24,11 @@ Item {
         function test_ownPosition() {
             tryCompare(Shell, "splashDone", true)
             Shell.selectTab(3)
-            tryVerify(function () { return MapTab.ready }, 5000)
-            tryVerify(function () { Fixture.drain(); return MapTab.settled && MapTab.viewport.pinCount > 0 }, 10000)
+            tryVerify(function () { return MapTab.ready }, 30000)
+            tryVerify(function () { Fixture.drain(); return MapTab.settled && MapTab.viewport.pinCount > 0 }, 30000)
             var mode = MapFixture.geoClueMode()
             if (mode === "fix") {
-                tryVerify(function () { Fixture.drain(); return MapTab.hasOwnLocation }, 10000)
+                tryVerify(function () { Fixture.drain(); return MapTab.hasOwnLocation }, 30000)
                 compare(MapTab.locationProblem, "")
                 verify(Math.abs(MapTab.ownLatitude - 47.0707) < 1e-6)
                 verify(Math.abs(MapTab.ownLongitude - 15.4395) < 1e-6)
@@ -39,13 +39,13 @@ Item {
                     Fixture.drain()
                     return Math.abs(MapTab.viewport.centerLatitude - 47.0707) < 1e-4
                            && Math.abs(MapTab.viewport.centerLongitude - 15.4395) < 1e-4
-                }, 5000)
+                }, 30000)
                 var dot = findChild(shell, "mapOwnLocation")
                 verify(dot.visible)
                 var map = findChild(shell, "mapSurface")
                 verify(Math.abs(dot.x + dot.width / 2 - map.width / 2) < 1.5, dot.x)
             } else {
-                tryVerify(function () { Fixture.drain(); return MapTab.locationProblem !== "" }, 10000)
+                tryVerify(function () { Fixture.drain(); return MapTab.locationProblem !== "" }, 30000)
                 verify(MapTab.locationProblem.indexOf("Location is denied") === 0, MapTab.locationProblem)
                 compare(MapTab.hasOwnLocation, false)
                 mouseClick(findChild(shell, "mapLocationButton"))

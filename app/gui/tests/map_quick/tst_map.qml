@@ -37,17 +37,28 @@ Item {
                 answerAlert("Yes")
             }
             Shell.selectTab(3)
-            tryVerify(function () { return MapTab.ready }, 5000)
+            tryVerify(function () { return MapTab.ready }, 30000)
             settle()
         }
 
         // Reading done, the last gesture over, the clustering shown.
         function settle() {
             MapTab.viewport.settle()
-            tryVerify(function () { Fixture.drain(); return MapTab.settled }, 10000)
+            waitSettled()
             wait(50)
-            Fixture.drain()
-            tryVerify(function () { Fixture.drain(); return MapTab.settled }, 10000)
+            waitSettled()
+        }
+        function waitSettled() {
+            var timer = new Date().getTime()
+            while (true) {
+                Fixture.drain()
+                if (MapTab.settled)
+                    return
+                if (new Date().getTime() - timer > 30000)
+                    break
+                wait(20)
+            }
+            fail("the map did not settle in 30 s: " + MapTab.progress())
         }
 
         function pins() {
@@ -87,7 +98,7 @@ Item {
             verify(cli.located > 10, JSON.stringify(cli))
             compare(MapTab.locatedCount, cli.located)
             // The tab opens on every located record: the pins hold them all.
-            tryVerify(function () { return pinTotal() === cli.located }, 5000)
+            tryVerify(function () { return pinTotal() === cli.located }, 30000)
             verify(pins().length >= 2)
             // Each pin is the core's picture of its moods.
             var first = pins()[0]
@@ -95,7 +106,7 @@ Item {
             tryCompare(first, "status", Image.Ready)
             // The tile server is down: said plainly, the pins stay.
             var problem = findChild(shell, "mapTileProblem")
-            tryVerify(function () { return problem.visible }, 10000)
+            tryVerify(function () { return problem.visible }, 30000)
             verify(MapTab.tiles.problem.indexOf("cannot be reached") > 0, MapTab.tiles.problem)
             compare(findChild(shell, "mapAttribution").text, "© OpenStreetMap contributors")
             // No location service in the test: the tab says so.
@@ -117,7 +128,7 @@ Item {
             verify(MapTab.viewport.zoom > before + 0.1, MapTab.viewport.zoom + " after " + before)
             // All its records are on screen, their places apart now, and the
             // card lists its moods.
-            tryVerify(function () { return MapTab.viewport.pinCount >= 2 && pinTotal() >= members }, 5000)
+            tryVerify(function () { return MapTab.viewport.pinCount >= 2 && pinTotal() >= members }, 30000)
             var details = findChild(shell, "mapPinDetails")
             verify(details.visible)
             verify(findChild(shell, "mapPinTitle").text.indexOf("annotations") > 0)
@@ -166,12 +177,12 @@ Item {
             var cli = MapFixture.lumeo(["map", "--tag", "work"])
             compare(MapTab.locatedCount, cli.located)
             verify(cli.located > 0 && cli.located < all)
-            tryVerify(function () { return pinTotal() === cli.located }, 5000)
+            tryVerify(function () { return pinTotal() === cli.located }, 30000)
             keep("map-filtered")
             mouseClick(findChild(shell, "mapClearFilter"))
             settle()
             compare(MapTab.filtered, false)
-            tryVerify(function () { return pinTotal() === all }, 5000)
+            tryVerify(function () { return pinTotal() === all }, 30000)
         }
 
         function test_d_aPeriodWithBadDatesIsRefused() {
