@@ -28,6 +28,7 @@ bool CaptureAdapter::chooseLevel(int level) {
   const auto& tiles = capture->tiles();
   for (std::size_t i = 0; i < tiles.size(); ++i) {
     if (tiles[i].level != level) continue;
+    (void)runtime_.session().prepareToWrite();
     capture->selectMenu(static_cast<int>(i));
     if (shell) shell->refresh();
     return true;

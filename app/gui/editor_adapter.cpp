@@ -17,6 +17,7 @@
 #include "store/mood_description.h"
 #include "store/mood_record.h"
 #include "store/mood_tag.h"
+#include "text_positions.h"
 
 namespace lumeo::gui {
 
@@ -24,18 +25,6 @@ namespace {
 
 QString q(const std::string& text) {
   return QString::fromStdString(text);
-}
-
-// Byte offset in the UTF-8 form of `text` of the UTF-16 position `position`.
-std::size_t utf8Offset(const QString& text, int position) {
-  position = std::clamp(position, 0, static_cast<int>(text.size()));
-  return static_cast<std::size_t>(QStringView(text).left(position).toUtf8().size());
-}
-
-// The UTF-16 position of the byte offset `offset` of `utf8`.
-int utf16Position(const std::string& utf8, std::size_t offset) {
-  offset = std::min(offset, utf8.size());
-  return static_cast<int>(QString::fromUtf8(utf8.data(), static_cast<qsizetype>(offset)).size());
 }
 
 QDateTime toQDateTime(Date date) {
@@ -110,6 +99,16 @@ class EditorView : public MoodRecordEditView {
 };
 
 namespace {
+
+void refreshShell(GuiRuntime& runtime) {
+  if (auto* shell = qobject_cast<ShellAdapter*>(runtime.singleton(QStringLiteral("Shell")))) shell->refresh();
+}
+
+// Actions that write the journal first take its writer lock and read again
+// what another process changed since the editor opened (see GuiSession).
+void prepareToWrite(GuiRuntime& runtime) {
+  (void)runtime.session().prepareToWrite();
+}
 
 // Opens an editor the core made: it gets its view and runs its appearance
 // steps in the order a screen appears.
@@ -283,15 +282,10 @@ void EditorAdapter::chooseCompletion(int row) {
   Q_EMIT changed();
 }
 
-namespace {
-void refreshShell(GuiRuntime& runtime) {
-  if (auto* shell = qobject_cast<ShellAdapter*>(runtime.singleton(QStringLiteral("Shell")))) shell->refresh();
-}
-}  // namespace
-
 void EditorAdapter::done() {
   auto editor = editor_.lock();
   if (!editor) return;
+  prepareToWrite(runtime_);
   editor->done();
   if (!active()) editor->viewDidDisappear();
   Q_EMIT changed();
@@ -301,6 +295,7 @@ void EditorAdapter::done() {
 void EditorAdapter::cancel() {
   auto editor = editor_.lock();
   if (!editor) return;
+  prepareToWrite(runtime_);
   editor->cancel();
   Q_EMIT changed();
   refreshShell(runtime_);
@@ -325,6 +320,7 @@ bool EditorAdapter::photoChosen(const QString& fileUrl) {
     (void)error;
     return false;
   }
+  prepareToWrite(runtime_);
   editor->imagePicked(std::get<Image>(image));
   ++thumbRevision_;
   Q_EMIT changed();
@@ -340,6 +336,7 @@ bool EditorAdapter::placeChosen(double latitude, double longitude) {
   auto editor = editor_.lock();
   if (!editor || !(latitude >= -90 && latitude <= 90) || !(longitude >= -180 && longitude <= 180))
     return false;
+  prepareToWrite(runtime_);
   editor->didMoodLocationViewControllerLocationChanged(latitude, longitude);
   Q_EMIT changed();
   return true;
@@ -354,6 +351,7 @@ void EditorAdapter::pickerChanged(const QDateTime& date) {
 }
 
 void EditorAdapter::pickerDone(const QDateTime& date) {
+  prepareToWrite(runtime_);
   if (auto editor = editor_.lock()) editor->timePickerDone(fromQDateTime(date));
   Q_EMIT changed();
 }
@@ -369,6 +367,7 @@ void EditorAdapter::openTag(const QString& name) {
 }
 
 void EditorAdapter::tagPanelDone(const QString& name, const QString& unit) {
+  prepareToWrite(runtime_);
   if (auto editor = editor_.lock()) editor->tagEditDone(name.toStdString(), unit.toStdString());
   Q_EMIT changed();
 }
@@ -386,6 +385,7 @@ void EditorAdapter::tagUnitButton(int index) {
 void EditorAdapter::tagPanelDelete() {
   auto editor = editor_.lock();
   if (!editor || !runtime_.session().launched()) return;
+  prepareToWrite(runtime_);
   if (auto tag = runtime_.session().app().store().tagNamed(tagPanelName_.toStdString()))
     editor->tagDelete(tag);
 }

@@ -119,24 +119,48 @@ void GuiSession::splashFinished() {
     app_->applicationDidBecomeActive();
   }
   observeSaves();
+  if (journalError_.empty()) {
+    if (auto context = app_->managedObjectContext()) catchUp_.remember(*context);
+  }
   lock_.reset();
 }
 
 void GuiSession::observeSaves() {
-  // Each save of the main context runs under the writer lock: taken when
-  // the save starts, let go at the end of this turn of the main queue, once
-  // the save and what it triggers (the backup counter) are written.
+  // Each save of the main context runs under the writer lock, on objects
+  // read again under it when another process wrote in between: taken when
+  // the save starts (unless the action that leads to it took it already),
+  // let go at the end of this turn of the main queue, once the save and
+  // what it triggers (the backup counter) are written.
   willSave_ =
       ScopedObserver(NotificationCenter::defaultCenter(), kManagedObjectContextWillSaveNotification, nullptr,
                      [this](const Notification& notification) {
                        if (!app_ || notification.sender != app_->managedObjectContext().get()) return;
                        if (lock_) return;
-                       if (!takeWriterLock()) {
+                       if (!holdWriterLockForThisTurn())
                          LUMEO_LOG_WARNING("saving without the journal's writer lock: %@", launchError_);
-                         return;
-                       }
-                       DispatchQueue::main().async([this] { lock_.reset(); });
                      });
+}
+
+bool GuiSession::holdWriterLockForThisTurn() {
+  if (lock_) return true;
+  if (!takeWriterLock()) return false;
+  std::weak_ptr<bool> alive = alive_;
+  DispatchQueue::main().async([this, alive] {
+    if (alive.lock()) lock_.reset();
+  });
+  if (auto context = app_->managedObjectContext()) {
+    if (catchUp_.catchUp(*context)) LUMEO_LOG_VERBOSE("read the journal again: another process wrote to it");
+  }
+  return true;
+}
+
+bool GuiSession::prepareToWrite() {
+  if (!app_ || !splashDone_ || !journalError_.empty()) return false;
+  if (!holdWriterLockForThisTurn()) {
+    LUMEO_LOG_WARNING("cannot take the journal's writer lock: %@", launchError_);
+    return false;
+  }
+  return true;
 }
 
 void GuiSession::enterBackground() {

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "journal_catch_up.h"
 #include "platform/linux/data_directories.h"
 #include "platform/notification_center.h"
 #include "store/journal_lock.h"
@@ -66,6 +67,14 @@ class GuiSession {
   const DataDirectories& directories() const { return directories_; }
   std::filesystem::path storePath() const;
 
+  // A user's action is about to change the journal: takes the writer lock
+  // until the end of this turn of the main queue and, if another process
+  // wrote since the GUI last held it, reads the main context's objects
+  // again, so the change starts from what the file holds and its save is
+  // not refused. False (and nothing taken) without an open journal or when
+  // another writer keeps the lock for the whole wait.
+  bool prepareToWrite();
+
   // The window was hidden or shown again: the background and foreground
   // steps (save, lock on the way back).
   void enterBackground();
@@ -73,6 +82,9 @@ class GuiSession {
 
  private:
   bool takeWriterLock();
+  // The lock for the rest of this turn of the main queue, the context read
+  // again if the file moved.
+  bool holdWriterLockForThisTurn();
   void observeSaves();
 
   SessionOptions options_;
@@ -81,6 +93,7 @@ class GuiSession {
   std::unique_ptr<MoodAppDelegate> app_;
   std::shared_ptr<MoodCaptureViewController> capture_;
   std::optional<JournalLock> lock_;
+  JournalCatchUp catchUp_;
   ScopedObserver willSave_;
   std::string launchError_;
   std::string journalError_;
