@@ -29,6 +29,7 @@
 #include "platform/localization.h"
 #include "platform/secret_store.h"
 #include "platform/user_defaults.h"
+#include "settings_adapter.h"
 #include "shell_adapter.h"
 #include "store/settings_keys.h"
 #include "theme.h"
@@ -86,6 +87,25 @@ Date screenshotNow() {
   return Date::fromTimeIntervalSince1970(1795132800.0 + 18 * 3600);
 }  // 2026-11-20 18:00 UTC
 
+// The settings screens that --screen opens, by the key of their menu row.
+const char* settingsRowOfScreen(const QString& screen) {
+  if (screen == QLatin1String("levels")) return "kMoodsRow";
+  if (screen == QLatin1String("template")) return "kTemplateRow";
+  return nullptr;
+}
+
+bool openSettingsRow(GuiRuntime& runtime, const char* key) {
+  auto* settings = qobject_cast<SettingsAdapter*>(runtime.singleton(QStringLiteral("Settings")));
+  if (!settings) return false;
+  const QVariantList rows = settings->rows();
+  for (int i = 0; i < rows.size(); ++i) {
+    if (rows[i].toMap().value(QStringLiteral("key")).toString() != QLatin1String(key)) continue;
+    settings->selectRow(i);
+    return true;
+  }
+  return false;
+}
+
 int fail(const QString& message, int status) {
   std::fprintf(stderr, "lumeo-gui: %s\n", message.toLocal8Bit().constData());
   return status;
@@ -133,7 +153,8 @@ int runGuiApplication(int argc, char** argv) {
                                  QStringLiteral("THEME"));
   QCommandLineOption screenOption(
       QStringLiteral("screen"),
-      QStringLiteral("A screen to open before rendering: settings, editor, passcode or welcome."),
+      QStringLiteral(
+          "A screen to open before rendering: settings, editor, passcode, welcome, levels or template."),
       QStringLiteral("NAME"));
   parser.addOptions({homeOption, captureOption, sampleOption, shotOption, tabOption, sizeOption, themeOption,
                      screenOption});
@@ -158,8 +179,9 @@ int runGuiApplication(int argc, char** argv) {
   options.screen = parser.value(screenOption);
   if (!options.screen.isEmpty() && options.screen != QLatin1String("settings") &&
       options.screen != QLatin1String("editor") && options.screen != QLatin1String("passcode") &&
-      options.screen != QLatin1String("welcome"))
-    return fail(QStringLiteral("--screen takes settings, editor, passcode or welcome"), kUsageError);
+      options.screen != QLatin1String("welcome") && !settingsRowOfScreen(options.screen))
+    return fail(QStringLiteral("--screen takes settings, editor, passcode, welcome, levels or template"),
+                kUsageError);
   if (!options.screenshot && (parser.isSet(tabOption) || parser.isSet(screenOption)))
     return fail(QStringLiteral("--tab and --screen go with --screenshot"), kUsageError);
 
@@ -233,6 +255,12 @@ int runGuiApplication(int argc, char** argv) {
   if (options.tab != 0 && !shell->selectTab(options.tab))
     return fail(QStringLiteral("the tab could not be opened"), 1);
   if (options.screen == QLatin1String("settings")) shell->showSettings();
+  if (auto row = settingsRowOfScreen(options.screen)) {
+    // A settings screen, opened through its row of the menu.
+    shell->showSettings();
+    if (!openSettingsRow(runtime, row))
+      return fail(QStringLiteral("the settings screen could not be opened"), 1);
+  }
   if (options.screen == QLatin1String("passcode")) {
     // The entry screen as the tab gate shows it, on a journal with a code.
     if (auto error = MoodPasscodeStorage::setPassCode("1234"))

@@ -10,6 +10,7 @@
 #include "calendar_model.h"
 #include "capture/mood_levels_presentation.h"
 #include "gallery_model.h"
+#include "gui_runtime.h"
 #include "history_model.h"
 #include "history_tag_filter_model.h"
 #include "shell/mood_app_delegate.h"
@@ -17,6 +18,7 @@
 #include "store/mood_tag.h"
 #include "summary_pictures.h"
 #include "tagged_text_layout.h"
+#include "theme.h"
 
 namespace lumeo::gui {
 
@@ -56,6 +58,9 @@ HistoryController::HistoryController(JournalStore& store,
     connect(calendar_, &CalendarModel::dayPressed, this,
             [this](int year, int month, int day, bool exist) { openDay(year, month, day, exist); });
   }
+  // New level texts or colours (the level editor) redraw the rows.
+  if (GuiRuntime* runtime = GuiRuntime::instance())
+    connect(&runtime->theme(), &Theme::levelsChanged, model_, &HistoryModel::refreshLooks);
   connectView();
   controller_->viewDidLoad();
   controller_->reloadMoodRecords(false);

@@ -226,6 +226,20 @@ void MoodCaptureEditViewController::startGradient() {
   gradient({defaults_.fromColor(), defaults_.toColor()});
 }
 
+void MoodCaptureEditViewController::setGradientMode(bool enabled) {
+  if (enabled) {
+    selectColor(selectedTag_);
+    return;
+  }
+  LUMEO_DROP_ERROR(defaults_.setGradientColorEnabled(false));
+  // The rows' colours are what "Done" writes, so they are now the table's.
+  isEdit_ = true;
+}
+
+bool MoodCaptureEditViewController::gradientMode() const {
+  return defaults_.gradientColorEnabled();
+}
+
 void MoodCaptureEditViewController::setColorPanelRange(double colorViewMin, double colorViewMax) {
   colorViewMin_ = std::min(colorViewMin, colorViewMax);
   colorViewMax_ = std::max(colorViewMin, colorViewMax);

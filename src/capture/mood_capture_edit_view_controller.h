@@ -122,6 +122,13 @@ class MoodCaptureEditViewController {
   void gradient(const std::vector<Color>& colors);
   // After a reset: a gradient over the from and to colours, if the mode is on.
   void startGradient();
+  // A switch for the gradient mode, for front ends that show it as one. On
+  // is what choosing the selected colour button does: the mode starts and
+  // the rows take the gradient's colours. Off ends the mode and leaves every
+  // row with the colour it shows now, which "Done" then keeps; the next
+  // colour chosen starts the mode again.
+  void setGradientMode(bool enabled);
+  bool gradientMode() const;
 
   // Dragging the panel by its handle. The panel moves between
   // `colorViewMin` (open) and `colorViewMax` (closed); a drag must begin

@@ -201,6 +201,39 @@ TEST_F(LevelEditorTest, ColourPanelTurnsTheModeOnOnlyOnceInitialised) {
   EXPECT_EQ(editor->selectedColorTag(), 0);
 }
 
+TEST_F(LevelEditorTest, GradientSwitchStartsTheModeAndOffKeepsTheSampledColours) {
+  auto editor = open();
+  const Color shippedTop = editor->rows()[0].levelColor;
+  editor->selectColor(0);
+  editor->colorPickerDidChangeSelection(Color(0, 0, 1));
+  editor->setGradientMode(false);
+  EXPECT_FALSE(editor->gradientMode());
+  EXPECT_FALSE(operator_->gradientColorEnabled());
+  const Color sampledTop = editor->rows()[0].levelColor;
+  ASSERT_NE(sampledTop, shippedTop);
+  // Another colour while the mode is off starts it again and recomputes.
+  editor->colorPickerDidChangeSelection(Color(0, 0.5, 0));
+  EXPECT_TRUE(editor->gradientMode());
+  EXPECT_GT(editor->rows()[0].levelColor.green, 0.45);
+  editor->setGradientMode(false);
+  const Color keptTop = editor->rows()[0].levelColor;
+  editor->done();
+  EXPECT_EQ(modelChanged_, 1);
+
+  // The mode stays off on the next open, and the rows show what was kept.
+  auto again = open();
+  EXPECT_FALSE(again->gradientMode());
+  EXPECT_NEAR(again->rows()[0].levelColor.green, keptTop.green, 1e-9);
+  EXPECT_FALSE(again->isEdit());
+  // Switching it on is choosing the selected (middle) button.
+  again->setGradientMode(true);
+  EXPECT_TRUE(operator_->gradientColorEnabled());
+  EXPECT_EQ(again->selectedColorTag(), 1);
+  EXPECT_TRUE(again->isEdit());
+  again->done();
+  EXPECT_TRUE(open()->gradientMode());
+}
+
 TEST_F(LevelEditorTest, ModeOffOnOpenResetsThePanelColours) {
   EXPECT_FALSE(operator_->setFromColor(Color(0, 0, 0)));
   auto editor = open();

@@ -207,8 +207,9 @@ FocusScope {
                                 text: "#" + modelData.name
                                 subtle: modelData.used
                                 onClicked: {
-                                    Editor.chooseCompletion(index)
+                                    // Taking the offer ends this button: focus first.
                                     comment.forceActiveFocus()
+                                    Editor.chooseCompletion(index)
                                 }
                             }
                         }

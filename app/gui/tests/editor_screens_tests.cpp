@@ -1,0 +1,262 @@
+// The level editor's and the template screen's adapters on a launched
+// application with a real journal in a temporary folder (the level rows
+// under QAbstractItemModelTester), and saves from the GUI's long-lived
+// session after the real `lumeo` command line wrote to the same journal in
+// between: nothing is lost and no save is refused.
+#include <QAbstractItemModelTester>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QtTest>
+
+#include "capture/mood_capture_edit_view_controller.h"
+#include "capture/mood_capture_view_controller.h"
+#include "capture/mood_levels_presentation.h"
+#include "capture/mood_record_edit_view_controller.h"
+#include "capture/mood_template_view_controller.h"
+#include "capture_adapter.h"
+#include "gui_runtime.h"
+#include "gui_session.h"
+#include "gui_test_support.h"
+#include "level_editor_adapter.h"
+#include "level_tile_model.h"
+#include "platform/dispatch_queue.h"
+#include "platform/user_defaults.h"
+#include "shell/mood_app_delegate.h"
+#include "shell_adapter.h"
+#include "store/journal_store.h"
+#include "store/mood_description.h"
+#include "store/mood_record.h"
+#include "store/mood_tag.h"
+#include "store/mood_user_defaults_operator.h"
+#include "template_adapter.h"
+
+using namespace lumeo;
+using namespace lumeo::gui;
+
+namespace {
+
+QString levelTextOfTile(GuiRuntime& runtime, int level) {
+  auto* capture = qobject_cast<CaptureAdapter*>(runtime.singleton(QStringLiteral("Capture")));
+  QAbstractListModel* tiles = capture->tiles();
+  for (int row = 0; row < tiles->rowCount(); ++row) {
+    const QModelIndex at = tiles->index(row, 0);
+    if (tiles->data(at, LevelTileModel::kLevelRole).toInt() == level)
+      return tiles->data(at, LevelTileModel::kTextRole).toString();
+  }
+  return {};
+}
+
+QColor colorOfTile(GuiRuntime& runtime, int level) {
+  auto* capture = qobject_cast<CaptureAdapter*>(runtime.singleton(QStringLiteral("Capture")));
+  QAbstractListModel* tiles = capture->tiles();
+  for (int row = 0; row < tiles->rowCount(); ++row) {
+    const QModelIndex at = tiles->index(row, 0);
+    if (tiles->data(at, LevelTileModel::kLevelRole).toInt() == level)
+      return tiles->data(at, LevelTileModel::kColorRole).value<QColor>();
+  }
+  return {};
+}
+
+// Runs the command line on the fixture's journal, as another process.
+QString runLumeo(const QString& home, const QStringList& arguments) {
+  QProcess process;
+  process.setProcessChannelMode(QProcess::MergedChannels);
+  process.start(QStringLiteral(LUMEO_CLI_BINARY), QStringList{QStringLiteral("--home"), home} + arguments);
+  if (!process.waitForFinished(60000)) qFatal("lumeo did not finish");
+  const QString output = QString::fromUtf8(process.readAll());
+  if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
+    qFatal("lumeo %s failed: %s", qPrintable(arguments.join(' ')), qPrintable(output));
+  return output;
+}
+
+}  // namespace
+
+class EditorScreensTests : public QObject {
+  Q_OBJECT
+ private Q_SLOTS:
+  void init() {
+    fixture_ = std::make_unique<testing::GuiFixture>();
+    fixture_->session().splashFinished();
+    QVERIFY(fixture_->session().journalError().empty());
+  }
+  void cleanup() { fixture_.reset(); }
+
+  void levelRowsFollowTheControllerAndDoneReachesTheTiles() {
+    auto* editor = adapter<LevelEditorAdapter>("LevelEditor");
+    QAbstractItemModelTester tester(editor->rows(), QAbstractItemModelTester::FailureReportingMode::QtTest);
+    editor->open();
+    QVERIFY(editor->active());
+    QAbstractItemModel* rows = editor->rows();
+    QCOMPARE(rows->rowCount(), 10);
+    QCOMPARE(rows->data(rows->index(0, 0), LevelEditorRowModel::kLevelRole).toInt(), 10);
+    QCOMPARE(rows->data(rows->index(9, 0), LevelEditorRowModel::kLevelRole).toInt(), 1);
+    QVERIFY(!editor->gradientMode());
+    QCOMPARE(editor->buttonColors().size(), 3);
+
+    // Typing renames level 7 (position 3) in the rows at once.
+    editor->startEdit(3);
+    editor->editRow(3, QStringLiteral("Bright enough"));
+    QCOMPARE(rows->data(rows->index(3, 0), LevelEditorRowModel::kTextRole).toString(),
+             QStringLiteral("Bright enough"));
+    QCOMPARE(editor->currentEdit(), 3);
+    QVERIFY(editor->previousEnabled() && editor->nextEnabled());
+    QSignalSpy focus(editor, &LevelEditorAdapter::focusRowRequested);
+    editor->nextRow();
+    QCOMPARE(focus.count(), 1);
+    QCOMPARE(focus.first().first().toInt(), 4);
+
+    // A colour on the middle button recolours the rows in place: no reset.
+    QSignalSpy resets(rows, &QAbstractItemModel::modelReset);
+    QSignalSpy recoloured(rows, &QAbstractItemModel::dataChanged);
+    const QColor before = rows->data(rows->index(5, 0), LevelEditorRowModel::kColorRole).value<QColor>();
+    editor->chooseColorButton(1);
+    editor->pickColor(QColor(20, 60, 220));
+    QVERIFY(editor->gradientMode());
+    QCOMPARE(resets.count(), 0);
+    QVERIFY(recoloured.count() >= 1);
+    const QColor after = rows->data(rows->index(5, 0), LevelEditorRowModel::kColorRole).value<QColor>();
+    QVERIFY(after != before);
+    QVERIFY(after.blue() > after.red());
+
+    // Done writes the table, closes, and the capture tiles follow at once.
+    editor->done();
+    QVERIFY(!editor->active());
+    QCOMPARE(levelTextOfTile(fixture_->runtime(), 7), QStringLiteral("Bright enough"));
+    const QColor tile = colorOfTile(fixture_->runtime(), 5);
+    QVERIFY2(std::abs(tile.red() - after.red()) <= 1 && std::abs(tile.blue() - after.blue()) <= 1,
+             qPrintable(tile.name() + " against " + after.name()));
+    QCOMPARE(QString::fromStdString(MoodLevelsPresentation().presentationForMoodLevel(7)->text),
+             QStringLiteral("Bright enough"));
+
+    // The mode is still on at the next open; switched off it stays off.
+    editor->open();
+    QVERIFY(editor->gradientMode());
+    editor->setGradientMode(false);
+    editor->done();
+    editor->open();
+    QVERIFY(!editor->gradientMode());
+    editor->back();
+  }
+
+  void leavingWithoutDoneKeepsTheOldTable() {
+    auto* editor = adapter<LevelEditorAdapter>("LevelEditor");
+    const std::string shipped = MoodLevelsPresentation().presentationForMoodLevel(2)->text;
+    editor->open();
+    editor->startEdit(8);
+    editor->editRow(8, QStringLiteral("Not kept"));
+    editor->back();
+    QVERIFY(!editor->active());
+    QCOMPARE(MoodLevelsPresentation().presentationForMoodLevel(2)->text, shipped);
+    QCOMPARE(levelTextOfTile(fixture_->runtime(), 2), QString::fromStdString(shipped));
+  }
+
+  void templateOffersSuggestionsAndUnitsAndIsKeptOnBack() {
+    auto* screen = adapter<TemplateAdapter>("TemplateEditor");
+    screen->open();
+    QVERIFY(screen->active());
+    QCOMPARE(screen->placeholder(), QStringLiteral("Enter your template for moods"));
+
+    // A feeling word that no record used yet is offered, marked as such;
+    // a real tag is offered as a tag.
+    QSignalSpy replaced(screen, &TemplateAdapter::textReplaced);
+    screen->textEdited(QStringLiteral("#gra"), 4);
+    QVariantList offers = screen->completions();
+    QVERIFY(!offers.isEmpty());
+    QCOMPARE(offers.first().toMap().value("name").toString(), QStringLiteral("grateful"));
+    QVERIFY(offers.first().toMap().value("suggestion").toBool());
+    screen->chooseCompletion(0);
+    QCOMPARE(screen->text(), QStringLiteral("#grateful"));
+    QCOMPARE(replaced.count(), 1);
+    QCOMPARE(replaced.last().at(1).toInt(), 9);
+    QVERIFY(screen->completions().isEmpty());
+
+    screen->textEdited(QStringLiteral("#grateful #wa"), 13);
+    offers = screen->completions();
+    QVERIFY(!offers.isEmpty());
+    QCOMPARE(offers.first().toMap().value("name").toString(), QStringLiteral("walk"));
+    QVERIFY(!offers.first().toMap().value("suggestion").toBool());
+
+    // "#sleep:" gets the tag's unit behind the caret.
+    screen->textEdited(QStringLiteral("#grateful #sleep:"), 17);
+    QCOMPARE(screen->text(), QStringLiteral("#grateful #sleep:h"));
+    QCOMPARE(replaced.last().at(1).toInt(), 17);
+    screen->textEdited(QStringLiteral("#grateful #sleep:8h"), 18);
+
+    // Back keeps it, and the next new record starts from it.
+    screen->back();
+    QVERIFY(!screen->active());
+    QCOMPARE(QString::fromStdString(
+                 MoodUserDefaultsOperator(fixture_->session().defaults()).templateText().value_or("")),
+             QStringLiteral("#grateful #sleep:8h"));
+    fixture_->session().capture()->selectMenu(2);
+    auto editor = fixture_->session().capture()->editor();
+    QVERIFY(editor);
+    editor->viewDidLoad();
+    QCOMPARE(QString::fromStdString(editor->text()), QStringLiteral("#grateful #sleep:8h"));
+    editor->done();
+    // The suggested word became a real tag with that first record.
+    QVERIFY(fixture_->session().app().store().tagNamed("grateful") != nullptr);
+  }
+
+  // The GUI keeps its session open for hours; `lumeo add` and `lumeo edit`
+  // write the same journal between two of its saves.
+  void aSaveAfterAnotherProcessWroteIsNeitherRefusedNorLost() {
+    GuiSession& session = fixture_->session();
+    JournalStore& store = session.app().store();
+    auto sleep = store.tagNamed("sleep");
+    QVERIFY(sleep);
+    const long sleepBefore = sleep->frequency();
+
+    session.capture()->selectMenu(3);  // level 7, saved at once
+    auto editor = session.capture()->editor();
+    QVERIFY(editor);
+    editor->viewDidLoad();
+    editor->viewWillAppear();
+    // Typing "#sle" reads the tag into the GUI's context as an offer.
+    editor->textViewDidChange("Good night #sle", 15);
+    QVERIFY(!editor->completionOptions().empty());
+    QCOMPARE(editor->completionOptions().front()->tagName(), std::string("sleep"));
+    fixture_->drain();  // the capture's save lets go of the writer lock
+
+    // Meanwhile, from a terminal: another record with the same tag, and
+    // the record open in the editor changed under it.
+    const QString home = QString::fromStdString(session.directories().library.parent_path().string());
+    runLumeo(home, {"add", "4", "--comment", "Short night #sleep:5h #late"});
+    const auto rowOfEdited = editor->recordInEdit()->objectID().primaryKey();
+    runLumeo(home, {"edit", QString::number(rowOfEdited), "--level", "2", "--comment", "from the terminal"});
+
+    // The editor's text goes on and is saved.
+    editor->textViewDidChange("Good night #sleep:9h", 20);
+    QVERIFY(session.prepareToWrite());
+    editor->done();
+    QVERIFY2(!store.lastSaveError(), store.lastSaveError() ? store.lastSaveError()->toString().c_str() : "");
+    fixture_->drain();
+
+    // What a fresh reader of the file sees: both records, the GUI's edit
+    // on its own record, and the tag counted for each.
+    JournalStore fresh({session.directories().library, session.directories().documents}, session.defaults());
+    auto freshSleep = fresh.tagNamed("sleep");
+    QVERIFY(freshSleep);
+    QCOMPARE(freshSleep->frequency(), sleepBefore + 2);
+    QCOMPARE(static_cast<long>(fresh.recordsWithTag(freshSleep).size()), sleepBefore + 2);
+    QVERIFY(fresh.tagNamed("late"));
+    auto mine = fresh.recordWithRowNumber(rowOfEdited);
+    QVERIFY(mine);
+    QCOMPARE(mine->moodDescription()->comment().value_or(""), std::string("Good night #sleep:9h"));
+    // The editor's save came last and writes its whole working copy.
+    QCOMPARE(mine->moodLevel(), 7);
+  }
+
+ private:
+  template <class T>
+  T* adapter(const char* name) {
+    auto* object = qobject_cast<T*>(fixture_->runtime().singleton(QString::fromLatin1(name)));
+    if (!object) qFatal("no %s", name);
+    return object;
+  }
+
+  std::unique_ptr<testing::GuiFixture> fixture_;
+};
+
+QTEST_MAIN(EditorScreensTests)
+#include "editor_screens_tests.moc"
