@@ -11,6 +11,7 @@
 #include <QIcon>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
+#include <QQuickItem>
 #include <QQuickWindow>
 #include <QSocketNotifier>
 #include <QTemporaryDir>
@@ -104,6 +105,16 @@ bool openSettingsRow(GuiRuntime& runtime, const char* key) {
     return true;
   }
   return false;
+}
+
+// The item of this objectName in the visual tree (delegates of repeaters
+// and loaders have no QObject parent, so findChild does not see them).
+QQuickItem* findItem(QQuickItem* item, const QString& name) {
+  if (!item) return nullptr;
+  if (item->objectName() == name) return item;
+  for (QQuickItem* child : item->childItems())
+    if (QQuickItem* found = findItem(child, name)) return found;
+  return nullptr;
 }
 
 int fail(const QString& message, int status) {
@@ -271,6 +282,20 @@ int runGuiApplication(int argc, char** argv) {
     auto* capture = qobject_cast<CaptureAdapter*>(runtime.singleton(QStringLiteral("Capture")));
     if (!capture || !capture->chooseLevel(7))
       return fail(QStringLiteral("the editor could not be opened"), 1);
+  }
+  if (options.screen == QLatin1String("template")) {
+    // A template being written, with the offers for the tag being typed:
+    // typed into the text area once it is there.
+    QTimer::singleShot(150, &app, [window] {
+      if (QQuickItem* area = findItem(window->contentItem(), QStringLiteral("templateText"))) {
+        // The last letter is typed at the caret, as a key would.
+        const QString text = QStringLiteral("Slept #sleep:7h\nMorning #walk, feeling #");
+        area->setProperty("text", text);
+        area->setProperty("cursorPosition", text.size());
+        QMetaObject::invokeMethod(area, "insert", Q_ARG(int, static_cast<int>(text.size())),
+                                  Q_ARG(QString, QStringLiteral("h")));
+      }
+    });
   }
   int status = 0;
   const auto grab = [&] {

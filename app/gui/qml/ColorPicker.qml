@@ -37,7 +37,6 @@ ColumnLayout {
         Layout.fillWidth: true
         Layout.preferredHeight: 132
         radius: 10
-        clip: true
         activeFocusOnTab: true
         border.width: activeFocus ? 2 : 0
         border.color: Theme.focus
@@ -56,6 +55,7 @@ ColumnLayout {
         // Less saturation downwards, then the brightness over all of it.
         Rectangle {
             anchors.fill: parent
+            radius: field.radius
             gradient: Gradient {
                 GradientStop { position: 0; color: "#00ffffff" }
                 GradientStop { position: 1; color: "#ffffffff" }
@@ -63,6 +63,7 @@ ColumnLayout {
         }
         Rectangle {
             anchors.fill: parent
+            radius: field.radius
             color: "black"
             opacity: 1 - picker.brightness
         }

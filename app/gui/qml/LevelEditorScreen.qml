@@ -115,20 +115,22 @@ FocusScope {
                 }
             }
 
-            GridLayout {
+            // Rows and panel: side by side when wide, the panel under the
+            // rows when narrow.
+            Item {
+                id: body
                 Layout.fillWidth: true
                 Layout.fillHeight: true
-                columns: screen.wide ? 2 : 1
-                columnSpacing: 16
-                rowSpacing: 12
+                readonly property int gap: 16
 
                 // The ten levels, level 10 first.
                 ListView {
                     id: rowList
                     objectName: "levelRows"
-                    Layout.fillWidth: true
-                    Layout.fillHeight: true
-                    Layout.minimumHeight: 120
+                    x: 0
+                    y: 0
+                    width: screen.wide ? body.width - panel.width - body.gap : body.width
+                    height: screen.wide ? body.height : Math.max(120, body.height - panel.height - body.gap)
                     clip: true
                     spacing: 6
                     model: LevelEditor.rows
@@ -202,12 +204,12 @@ FocusScope {
                 Card {
                     id: panel
                     objectName: "colorPanel"
-                    Layout.fillWidth: !screen.wide
-                    Layout.preferredWidth: screen.wide ? 340 : -1
-                    Layout.fillHeight: screen.wide
-                    Layout.alignment: Qt.AlignTop
                     readonly property bool open: screen.wide || LevelEditor.panelOpen
-                    Layout.preferredHeight: screen.wide ? -1 : panelContent.implicitHeight + 24
+                    x: screen.wide ? body.width - width : 0
+                    y: screen.wide ? 0 : body.height - height
+                    width: screen.wide ? 340 : body.width
+                    height: screen.wide ? Math.min(body.height, panelContent.implicitHeight + 24)
+                                        : Math.min(panelContent.implicitHeight + 24, body.height - 120 - body.gap)
                     clip: true
 
                     ColumnLayout {

@@ -56,4 +56,8 @@ shoot editor-wide-dark --screen editor --size 1200x760 --theme dark
 shoot settings-narrow-light --screen settings --size 420x760 --theme light
 shoot welcome-wide-light --screen welcome --size 1200x760 --theme light
 shoot passcode-narrow-dark --screen passcode --size 420x760 --theme dark
+shoot levels-narrow-light --screen levels --size 420x760 --theme light
+shoot levels-wide-dark --screen levels --size 1200x760 --theme dark
+shoot template-narrow-dark --screen template --size 420x760 --theme dark
+shoot template-wide-light --screen template --size 1200x760 --theme light
 exit $((failures > 0))
