@@ -30,6 +30,8 @@ std::atomic<double> gScreenScale{1.0};
 // keep x inside the scale.
 constexpr double kTrendOriginMargin = 0.009999999776482582;
 constexpr double kTrendSpanMargin = 0.019999999552965164;
+// Labels keep this far from the picture's left and right edges.
+constexpr double kTrendLabelInset = 4.0;
 constexpr int kMaximumTicks = 20000;
 
 // Rounds down to a multiple of `step` in single precision, as the grid does.
@@ -419,10 +421,14 @@ long MoodDrawChart::drawAlltimeChart(Canvas& canvas, const std::vector<ChartReco
     const double x = W * tick->timeIntervalSinceDate(first) / span;
     canvas.fillRect(Rect{x, 0, 0.1, H}, Color(0, 0, 0, 1));
     // The label names the period ending at this tick: centred between the
-    // previous tick (or the left edge) and this one.
+    // previous tick (or the left edge) and this one, and kept a little
+    // inside the picture, so that a first tick near the left edge does not
+    // cut it.
     const std::string label = trendTickLabel(*tick, unit);
     const Size labelSize = canvas.textSize(label, font);
-    const Rect labelRect{(previousX + x - labelSize.width) / 2, H - 20, labelSize.width, 20};
+    const double labelX = std::max(kTrendLabelInset, std::min((previousX + x - labelSize.width) / 2,
+                                                              W - kTrendLabelInset - labelSize.width));
+    const Rect labelRect{labelX, H - 20, labelSize.width, 20};
     previousX = x;
     if (title.empty() ? false : overlapWidth(labelRect, titleRect) > 2.0) continue;
     if (previous && overlapWidth(labelRect, *previous) > 2.0) continue;

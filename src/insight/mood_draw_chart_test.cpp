@@ -169,6 +169,32 @@ TEST_F(ChartEnvironment, DegenerateJournalsGiveAPictureAndNoCrash) {
   EXPECT_FALSE(MoodDrawChart::drawChartImage(ChartKind::kTrend, cases[0], {1e7, 200}, false, {}, 1));
 }
 
+// A journal that starts just before a tick puts the first label's centre
+// near the left edge; the label moves right rather than being cut there.
+TEST_F(ChartEnvironment, TrendLabelNearTheLeftEdgeStaysWhole) {
+  std::vector<ChartRecord> records;
+  for (int day = 0; day <= 41; ++day) {
+    // Levels 4 to 8 only: no white dot of a record reaches the label band.
+    records.push_back({utc("2026-10-10T12:00").dateByAddingTimeInterval(day * 86400.0), 4 + day % 5});
+  }
+  const double W = 300, H = 200;
+  auto image = MoodDrawChart::drawChartImage(ChartKind::kTrend, records, {W, H}, false, {}, 1);
+  ASSERT_TRUE(image);
+  auto isText = [](const Color& c) {
+    return c.alpha > 0.5 && c.red > 0.55 && c.green > 0.55 && c.blue > 0.35;
+  };
+  int textAtEdge = 0, textInBand = 0;
+  for (int y = static_cast<int>(H) - 20; y < static_cast<int>(H); ++y) {
+    for (int x = 0; x < static_cast<int>(W); ++x) {
+      if (!isText(image->pixelAt(x, y))) continue;
+      ++textInBand;
+      if (x < 2) ++textAtEdge;
+    }
+  }
+  EXPECT_GT(textInBand, 50) << "the labels are drawn";
+  EXPECT_EQ(textAtEdge, 0) << "a label runs into the left edge";
+}
+
 // --- Pictures ---------------------------------------------------------------
 
 Image cardImage(ChartKind kind, const std::vector<ChartRecord>& records, Size size, bool pdf = false) {
