@@ -4,12 +4,14 @@
 // input leaves the journal as it was.
 #include "capture_commands.h"
 
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <variant>
 
 #include "capture/emotions_list.h"
 #include "capture/hashtag_grammar.h"
+#include "capture/mood_capture_edit_view_controller.h"
 #include "capture/mood_levels_presentation.h"
 #include "capture/mood_record_edit_view_controller.h"
 #include "capture/mood_record_state.h"
@@ -411,6 +413,11 @@ void printLevels(CliApp& cli) {
     std::snprintf(line, sizeof line, "%3ld  %s  %s\n", level, p->baseColor.toHex().c_str(), p->text.c_str());
     cli.out() << line;
   }
+  MoodUserDefaultsOperator defaults(UserDefaults::standard());
+  if (defaults.gradientColorEnabled()) {
+    cli.out() << "Gradient on: " << defaults.fromColor().toHex() << " " << defaults.middleColor().toHex()
+              << " " << defaults.toColor().toHex() << "\n";
+  }
 }
 
 void runLevelsSet(CliApp& cli, const std::string& levelText, const std::optional<std::string>& text,
@@ -440,10 +447,54 @@ void runLevelsSet(CliApp& cli, const std::string& levelText, const std::optional
 
 void runLevelsReset(CliApp& cli) {
   journalSession(cli);
-  MoodLevelTableFiles files = MoodLevelTableFiles::current();
-  if (auto error = writeMoodLevelTable(files, shippedMoodLevelTable(files))) {
-    throw CommandError("could not write the level table: " + error->description);
+  // The level editor's reset: the user's table goes, and so does the
+  // gradient mode.
+  MoodUserDefaultsOperator defaults(UserDefaults::standard());
+  MoodCaptureEditViewController editor(MoodLevelTableFiles::current(), defaults);
+  editor.viewDidLoad();
+  editor.resetToShippedLevels();
+  if (std::filesystem::exists(MoodLevelTableFiles::current().applicationNewCaptionURL()))
+    throw CommandError("could not remove the level table");
+  printLevels(cli);
+}
+
+// The level editor's gradient: the three colours (level 10, the middle,
+// level 1) colour all ten levels, as choosing them on the screen does.
+struct GradientOptions {
+  std::optional<std::string> from, middle, to;
+  bool off = false;
+};
+
+void runLevelsGradient(CliApp& cli, const GradientOptions& options) {
+  const std::array<const std::optional<std::string>*, 3> given = {&options.from, &options.middle,
+                                                                  &options.to};
+  std::array<std::optional<Color>, 3> colors;
+  for (std::size_t i = 0; i < given.size(); ++i) {
+    if (!*given[i]) continue;
+    colors[i] = Color::fromHex(**given[i]);
+    if (!colors[i])
+      throw CommandError("a colour is written #RRGGBB, not \"" + **given[i] + "\"", kUsageError);
   }
+  journalSession(cli);
+  MoodUserDefaultsOperator defaults(UserDefaults::standard());
+  MoodCaptureEditViewController editor(MoodLevelTableFiles::current(), defaults);
+  editor.viewDidLoad();
+  if (options.off) {
+    editor.setGradientMode(false);
+  } else {
+    bool chosen = false;
+    for (int tag = 0; tag < 3; ++tag) {
+      if (!colors[static_cast<std::size_t>(tag)]) continue;
+      editor.selectColor(tag);
+      editor.colorPickerDidChangeSelection(*colors[static_cast<std::size_t>(tag)]);
+      chosen = true;
+    }
+    if (!chosen) editor.setGradientMode(true);
+  }
+  editor.done();
+  if (!std::filesystem::exists(MoodLevelTableFiles::current().applicationNewCaptionURL()))
+    throw CommandError("could not write the level table");
+  if (!cli.json() && !defaults.gradientColorEnabled()) cli.out() << "Gradient off\n";
   printLevels(cli);
 }
 
@@ -521,6 +572,18 @@ void registerCommands(CliApp& cli) {
     runLevelsSet(cli, *levelNumber, *levelText, *levelColor);
   });
   levels.add_subcommand("reset", "Go back to the shipped levels")->callback([&cli] { runLevelsReset(cli); });
+  auto gradient = std::make_shared<GradientOptions>();
+  CLI::App* gradientCmd = levels.add_subcommand(
+      "gradient", "Colour the ten levels from three colours (level 10, middle, level 1)");
+  auto* fromOpt =
+      gradientCmd->add_option("--from", gradient->from, "Level 10's colour")->type_name("#RRGGBB");
+  auto* middleOpt =
+      gradientCmd->add_option("--middle", gradient->middle, "The middle colour")->type_name("#RRGGBB");
+  auto* toOpt = gradientCmd->add_option("--to", gradient->to, "Level 1's colour")->type_name("#RRGGBB");
+  auto* offOpt = gradientCmd->add_flag("--off", gradient->off,
+                                       "End the gradient; the levels keep the colours they have");
+  offOpt->excludes(fromOpt)->excludes(middleOpt)->excludes(toOpt);
+  gradientCmd->callback([&cli, gradient] { runLevelsGradient(cli, *gradient); });
 }
 
 const CommandRegistration kCaptureCommands(20, registerCommands);

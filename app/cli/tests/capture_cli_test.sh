@@ -73,6 +73,18 @@ expect "template set" 0 "Template set" L template set "Today #sleep:"
 expect "template show" 0 "^Today #sleep:$" L template show
 expect "level text" 0 "^ +10 +#10A040 +Wonderful day" L levels set 10 --text "Wonderful day" --color "#10a040"
 expect "levels reset" 0 "^ +10 " L levels reset
+expect "gradient from three colours" 0 "^ +10 +#F[EF]0[01]00 " L levels gradient --from "#ff0000" --middle "#00ff00" --to "#0000ff"
+expect "the middle levels take the middle colour" 0 "^ +5 +#[0-3][0-9A-F][C-F][0-9A-F][0-3][0-9A-F] " L levels show
+expect "gradient mode kept" 0 "^Gradient on: #FF0000 #00FF00 #0000FF$" L levels gradient
+expect "gradient off keeps the colours" 0 "^Gradient off$" L levels gradient --off
+expect "colours stay after off" 0 "^ +10 +#F[EF]0[01]00 " L levels show
+expect "gradient colour must be a colour" 2 "#RRGGBB" L levels gradient --from red
+expect "off excludes colours" 2 "excludes" L levels gradient --off --to "#000000"
+expect "gradient on again" 0 "^Gradient on" L levels gradient
+expect "levels show tells the gradient (from the default colours after off)" 0 "^Gradient on: #E93700" L levels show
+expect "levels reset after the gradient" 0 "^ +10 " L levels reset
+levels_after_reset=$(L levels show)
+check "reset ends the gradient" test -z "$(grep Gradient <<<"$levels_after_reset")"
 
 # --- Bad input changes nothing.
 printf 'not a picture' > "$home/fake.jpg"
