@@ -12,6 +12,18 @@ desktop-file-validate "$src/resources/org.lumeo.Lumeo.desktop" || fail "desktop-
 echo "ok   desktop file valid"
 appstreamcli validate --no-net "$src/resources/org.lumeo.Lumeo.metainfo.xml" || fail "appstreamcli validate"
 echo "ok   metainfo valid"
+# Its screenshots are the repository's docs/screenshots/, at the size it says.
+shots=0
+while read -r width height url; do
+  file="$src/docs/screenshots/${url##*/docs/screenshots/}"
+  [ "$url" != "${url##*/docs/screenshots/}" ] || fail "screenshot $url is not under docs/screenshots/"
+  [ -f "$file" ] || fail "screenshot $url: no $file"
+  [ "$(identify -format '%w %h' "$file")" = "$width $height" ] || fail "screenshot $file is not $width x $height"
+  shots=$((shots + 1))
+done < <(sed -n 's|.*<image type="source" width="\([0-9]*\)" height="\([0-9]*\)">\([^<]*\)</image>.*|\1 \2 \3|p' \
+           "$src/resources/org.lumeo.Lumeo.metainfo.xml")
+[ "$shots" -gt 0 ] || fail "no screenshots in the metainfo"
+echo "ok   $shots screenshots in docs/screenshots"
 
 prefix=$(mktemp -d)
 trap 'rm -rf "$prefix"' EXIT
