@@ -17,6 +17,8 @@
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "gui_test_support.h"
+#include "history_controller.h"
+#include "history_model.h"
 #include "level_editor_adapter.h"
 #include "level_tile_model.h"
 #include "platform/dispatch_queue.h"
@@ -82,6 +84,21 @@ class EditorScreensTests : public QObject {
   void cleanup() { fixture_.reset(); }
 
   void levelRowsFollowTheControllerAndDoneReachesTheTiles() {
+    // The History tab is open underneath, as it stays on the desktop.
+    HistoryController history(fixture_->session().app().store());
+    history.appear();
+    auto* historyRows = qobject_cast<QAbstractItemModel*>(history.model());
+    QVERIFY(historyRows->rowCount() > 0);
+    auto historyColorOfLevel = [historyRows](int level) {
+      for (int row = 0; row < historyRows->rowCount(); ++row) {
+        const QModelIndex at = historyRows->index(row, 0);
+        if (historyRows->data(at, HistoryModel::LevelRole).toInt() == level)
+          return historyRows->data(at, HistoryModel::ColorRole).value<QColor>();
+      }
+      return QColor();
+    };
+    QVERIFY(historyColorOfLevel(5).isValid());
+
     auto* editor = adapter<LevelEditorAdapter>("LevelEditor");
     QAbstractItemModelTester tester(editor->rows(), QAbstractItemModelTester::FailureReportingMode::QtTest);
     editor->open();
@@ -127,6 +144,10 @@ class EditorScreensTests : public QObject {
              qPrintable(tile.name() + " against " + after.name()));
     QCOMPARE(QString::fromStdString(MoodLevelsPresentation().presentationForMoodLevel(7)->text),
              QStringLiteral("Bright enough"));
+    // The History rows take the new colour without being opened again.
+    const QColor inHistory = historyColorOfLevel(5);
+    QVERIFY2(std::abs(inHistory.red() - after.red()) <= 1 && std::abs(inHistory.blue() - after.blue()) <= 1,
+             qPrintable(inHistory.name() + " against " + after.name()));
 
     // The mode is still on at the next open; switched off it stays off.
     editor->open();
