@@ -89,7 +89,10 @@ LevelEditorAdapter::~LevelEditorAdapter() = default;
 
 void LevelEditorAdapter::open() {
   if (!runtime_.session().launched()) return;
+  // A screen that went without Done or Back (the window was hidden) left
+  // its controller: it goes before the settings it reads.
   retired_.reset();
+  controller_.reset();
   defaults_ = std::make_unique<MoodUserDefaultsOperator>(runtime_.session().defaults());
   auto watch = runtime_.session().app().services().watch;
   controller_ =
