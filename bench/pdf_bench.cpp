@@ -6,8 +6,7 @@
 //                                   DIR/content.json for the peer, with the
 //                                   charts as PNG files
 //   pdf_bench --run DIR [RUNS]      times the report RUNS times (default 7)
-//                                   and prints "lumeo_ms", "decode_ms" (the
-//                                   thumbnails' decoding alone), "pages" and
+//                                   and prints "lumeo_ms", "pages" and
 //                                   "bytes" lines; writes DIR/lumeo.pdf
 #include <algorithm>
 #include <chrono>
@@ -211,19 +210,6 @@ int run(const std::filesystem::path& dir, int runs) {
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
     if (data.empty()) return 1;
   }
-  // The thumbnails' decoding alone, as the report does it (read and decode).
-  std::vector<double> decodes;
-  for (int r = 0; r < runs; ++r) {
-    const auto start = std::chrono::steady_clock::now();
-    for (const auto& record : store.recordsFrom(from, to)) {
-      auto file = j.images->imageURLForName(record->moodDescription()->thumbName());
-      if (!file) continue;
-      auto bytes = readFileBytes(*file);
-      if (auto* b = std::get_if<std::vector<std::uint8_t>>(&bytes)) (void)Image::decode(*b);
-    }
-    decodes.push_back(
-        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
-  }
   if (writeFileAtomically(dir / "lumeo.pdf", data, FileAccess::kUserDefault)) return 1;
   const std::string text(data.begin(), data.end());
   std::size_t pages = 0;
@@ -232,7 +218,6 @@ int run(const std::filesystem::path& dir, int runs) {
     ++pages;
   }
   std::cout << "lumeo_ms " << median(times) << "\n"
-            << "decode_ms " << median(decodes) << "\n"
             << "pages " << pages << "\n"
             << "bytes " << data.size() << "\n";
   return 0;

@@ -11,7 +11,11 @@ const [dir, fontsJson, runsArg] = process.argv.slice(2);
 const content = JSON.parse(fs.readFileSync(path.join(dir, 'content.json'), 'utf8'));
 const fonts = JSON.parse(fontsJson);
 const runs = Number(runsArg || 7);
-const res = (name) => path.join(content.resources, name + '@2x.png');
+// The same image files as the report: the bands as JPEG, the icon as PNG.
+const res = (name) => {
+  const jpeg = path.join(content.resources, name + '@2x.jpg');
+  return fs.existsSync(jpeg) ? jpeg : path.join(content.resources, name + '@2x.png');
+};
 
 function build() {
   return new Promise((resolve) => {

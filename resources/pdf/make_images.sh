@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Draws the report's images: the title band, the two page header bands, the
 # icon and the summary card gradient, all at twice their size in points
-# (the @2x files). Run it again after changing a colour or a word; the
-# PNG files are committed, so neither building nor testing needs this.
+# (the @2x files; the bands as JPEG, which the report embeds as they are).
+# Run it again after changing a colour or a word; the
+# files are committed, so neither building nor testing needs this.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -26,12 +27,12 @@ band() {  # file width height word x
     -composite \
     -font "$bold" -pointsize $((h * 30 / 100)) -fill white -gravity west \
     -annotate "+${x}+0" "$word" \
-    -strip "PNG24:$file"
+    -strip -quality 92 "JPEG:$file"
 }
 
-band title7@2x.png 1224 226 'Mood Report' 380
-band titleRecords7@2x.png 1224 166 'Records' 200
-band titleSummary7@2x.png 1224 166 'Summary' 200
+band title7@2x.jpg 1224 226 'Mood Report' 380
+band titleRecords7@2x.jpg 1224 166 'Records' 200
+band titleSummary7@2x.jpg 1224 166 'Summary' 200
 
 # The icon: a white rounded tile with a warm sun that smiles.
 convert -size 260x260 xc:none \

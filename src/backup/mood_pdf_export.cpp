@@ -42,24 +42,67 @@ struct SurfaceDeleter {
   void operator()(cairo_surface_t* s) const { cairo_surface_destroy(s); }
 };
 
-MoodPDFImage loadImage(const std::filesystem::path& folder, const char* name) {
-  const std::filesystem::path file = folder / (std::string(name) + "@2x.png");
-  MoodPDFImage image;
-  auto bytes = readFileBytes(file);
-  if (std::holds_alternative<Error>(bytes)) {
-    LUMEO_LOG_DEBUG("pdf: no image " + file.string());
-    return image;
-  }
-  cairo_surface_t* surface = cairo_image_surface_create_from_png(file.c_str());
+bool looksLikeJPEG(const std::vector<std::uint8_t>& bytes) {
+  return bytes.size() > 3 && bytes[0] == 0xFF && bytes[1] == 0xD8 && bytes[2] == 0xFF;
+}
+
+// A JPEG as a cairo surface of its size that carries the file's data: the
+// PDF surface embeds the data as it is, so the pixels are never decoded.
+// Null when the data is not a whole JPEG (no end marker: cut short).
+cairo_surface_t* jpegSurface(const std::vector<std::uint8_t>& bytes, const ImageInfo& info) {
+  const std::size_t n = bytes.size();
+  if (!looksLikeJPEG(bytes) || n < 4 || bytes[n - 2] != 0xFF || bytes[n - 1] != 0xD9) return nullptr;
+  cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, info.width, info.height);
   if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS) {
-    LUMEO_LOG_DEBUG("pdf: unreadable image " + file.string());
     cairo_surface_destroy(surface);
-    return image;
+    return nullptr;
   }
+  auto* copy = static_cast<unsigned char*>(std::malloc(n));
+  if (!copy || cairo_surface_set_mime_data(surface, CAIRO_MIME_TYPE_JPEG, copy, n, std::free, copy) !=
+                   CAIRO_STATUS_SUCCESS) {
+    std::free(copy);
+    cairo_surface_destroy(surface);
+    return nullptr;
+  }
+  std::memcpy(copy, bytes.data(), n);
+  return surface;
+}
+
+// "name@2x.jpg" (embedded as it is) or "name@2x.png".
+MoodPDFImage loadImage(const std::filesystem::path& folder, const char* name) {
+  MoodPDFImage image;
+  cairo_surface_t* surface = nullptr;
+  const std::filesystem::path jpeg = folder / (std::string(name) + "@2x.jpg");
+  auto read = readFileBytes(jpeg);
+  if (auto* bytes = std::get_if<std::vector<std::uint8_t>>(&read)) {
+    auto info = Image::probe(*bytes);
+    if (auto* i = std::get_if<ImageInfo>(&info)) surface = jpegSurface(*bytes, *i);
+    if (!surface) LUMEO_LOG_DEBUG("pdf: unreadable image " + jpeg.string());
+  } else {
+    const std::filesystem::path png = folder / (std::string(name) + "@2x.png");
+    surface = cairo_image_surface_create_from_png(png.c_str());
+    if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS) {
+      LUMEO_LOG_DEBUG("pdf: no image " + png.string());
+      cairo_surface_destroy(surface);
+      surface = nullptr;
+    }
+  }
+  if (!surface) return image;
   image.surface.reset(surface, SurfaceDeleter());
   image.size =
       Size{cairo_image_surface_get_width(surface) / 2.0, cairo_image_surface_get_height(surface) / 2.0};
   return image;
+}
+
+// An image's size in points, read from its header.
+std::optional<Size> imageSize(const std::filesystem::path& file) {
+  auto bytes = readFileBytes(file);
+  auto* data = std::get_if<std::vector<std::uint8_t>>(&bytes);
+  if (!data) return std::nullopt;
+  auto info = Image::probe(*data);
+  auto* i = std::get_if<ImageInfo>(&info);
+  if (!i || i->width <= 0 || i->height <= 0) return std::nullopt;
+  return Size{i->width / 2.0, i->height / 2.0};
 }
 
 void paintSurface(cairo_t* cr, cairo_surface_t* surface, const Rect& rect) {
@@ -97,16 +140,12 @@ void roundedRect(cairo_t* cr, const Rect& r, double radius) {
   cairo_close_path(cr);
 }
 
-// A record's thumbnail, ready to draw: the decoded pixels (for any viewer
-// that rasterises) with the file's own JPEG data attached, which the PDF
-// surface embeds as it is.
+// A record's thumbnail, ready to draw: a surface of the picture's size
+// carrying the file's own JPEG data, which the PDF surface embeds as it is
+// (or, for a picture stored sideways, the turned pixels).
 struct Thumbnail {
   std::unique_ptr<cairo_surface_t, SurfaceDeleter> surface;
 };
-
-bool looksLikeJPEG(const std::vector<std::uint8_t>& bytes) {
-  return bytes.size() > 3 && bytes[0] == 0xFF && bytes[1] == 0xD8 && bytes[2] == 0xFF;
-}
 
 std::optional<Thumbnail> loadThumbnail(const std::optional<std::string>& name) {
   if (!name || name->empty()) return std::nullopt;
@@ -124,19 +163,33 @@ std::optional<Thumbnail> loadThumbnail(const std::optional<std::string>& name) {
     LUMEO_LOG_DEBUG("pdf: thumbnail " + path->string() + " left out: not a JPEG");
     return std::nullopt;
   }
+  // The header gives the size and the orientation; an upright picture goes
+  // in as its file, never decoded.
+  auto probed = Image::probe(bytes);
+  auto* info = std::get_if<ImageInfo>(&probed);
+  if (!info || info->width <= 0 || info->height <= 0) {
+    LUMEO_LOG_DEBUG("pdf: thumbnail " + path->string() + " left out: no JPEG header");
+    return std::nullopt;
+  }
+  Thumbnail thumb;
+  if (info->orientation == ImageOrientation::kUp) {
+    thumb.surface.reset(jpegSurface(bytes, *info));
+    if (!thumb.surface) {
+      LUMEO_LOG_DEBUG("pdf: thumbnail " + path->string() + " left out: cut short");
+      return std::nullopt;
+    }
+    return thumb;
+  }
+  // A picture stored sideways is decoded and turned; its file would show
+  // it sideways.
   auto decoded = Image::decode(bytes);
   if (auto* error = std::get_if<Error>(&decoded)) {
     LUMEO_LOG_DEBUG("pdf: thumbnail " + path->string() + " left out: " + error->description);
     return std::nullopt;
   }
-  Image image = std::get<Image>(std::move(decoded));
-  const bool upright = image.orientation() == ImageOrientation::kUp;
-  // A picture stored sideways is turned here; its JPEG data would show it
-  // sideways, so only an upright one goes in as is.
-  if (!upright) image = imageByScalingToSize(image, image.orientedWidth(), image.orientedHeight());
+  Image image = imageByScalingToSize(std::get<Image>(decoded), std::get<Image>(decoded).orientedWidth(),
+                                     std::get<Image>(decoded).orientedHeight());
   if (image.empty()) return std::nullopt;
-
-  Thumbnail thumb;
   thumb.surface.reset(cairo_image_surface_create(CAIRO_FORMAT_RGB24, image.width(), image.height()));
   if (cairo_surface_status(thumb.surface.get()) != CAIRO_STATUS_SUCCESS) return std::nullopt;
   cairo_surface_flush(thumb.surface.get());
@@ -151,14 +204,6 @@ std::optional<Thumbnail> loadThumbnail(const std::optional<std::string>& name) {
     }
   }
   cairo_surface_mark_dirty(thumb.surface.get());
-  if (upright) {
-    auto* copy = static_cast<unsigned char*>(std::malloc(bytes.size()));
-    if (copy) {
-      std::memcpy(copy, bytes.data(), bytes.size());
-      cairo_surface_set_mime_data(thumb.surface.get(), CAIRO_MIME_TYPE_JPEG, copy, bytes.size(), std::free,
-                                  copy);
-    }
-  }
   return thumb;
 }
 
@@ -188,8 +233,8 @@ MoodPDFImages MoodPDFImages::load() {
   images.titleRecords = loadImage(folder, "titleRecords7");
   images.titleSummary = loadImage(folder, "titleSummary7");
   images.icon = loadImage(folder, "icon7");
-  images.summaryGradient = loadImage(folder, "moodSummaryGradient");
-  if (!images.summaryGradient.surface) images.summaryGradient.size = Size{312, 125};
+  // The gradient is drawn as one; its picture only gives the charts' size.
+  images.summaryGradient.size = imageSize(folder / "moodSummaryGradient@2x.png").value_or(Size{312, 125});
   return images;
 }
 
@@ -275,7 +320,7 @@ class MoodPDFExport::Writer {
     const bool center = thumb && !comment.empty() && thumbH <= capped;
     const double free = L::kContentBottom - y_ - (firstOnPage_ ? 0 : L::kSeparatorBlock);
 
-    if (height <= free && (comment.empty() || block.layout())) {
+    if (height <= free && (comment.empty() || block.drawable())) {
       separateFromPrevious();
       drawRecord(head, y_, comment.empty() ? nullptr : &block, height, thumb ? &*thumb : nullptr, center);
       y_ += height;
@@ -381,7 +426,7 @@ class MoodPDFExport::Writer {
     const std::vector<std::size_t> pieces = pageSplits(block, firstHeight, nextHeight);
     std::size_t offset = 0;
     for (std::size_t i = 0; i < pieces.size(); ++i) {
-      const bool whole = pieces.size() == 1 && block.layout();
+      const bool whole = pieces.size() == 1 && block.drawable();
       std::string piece = block.text().substr(offset, pieces[i]);
       offset += pieces[i];
       // The line break that ends a piece would add an empty last line.

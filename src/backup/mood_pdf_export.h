@@ -68,9 +68,10 @@ struct MoodPDFLayout {
   static constexpr double kDescriptionWidth = kContentX + kContentWidth - kDescriptionX;
 };
 
-// Resource images of the report: PNG files at twice their size in points
-// ("title7@2x.png"), shared by every page that shows them so that each is
-// in the file once.
+// Resource images of the report at twice their size in points: the bands
+// as JPEG files embedded as they are ("title7@2x.jpg"), the icon as PNG
+// ("icon7@2x.png"). Each is shared by every page that shows it, so that it
+// is in the file once.
 struct MoodPDFImage {
   std::shared_ptr<cairo_surface_t> surface;  // null when the file is missing or unreadable
   Size size;                                 // in points
@@ -80,7 +81,7 @@ struct MoodPDFImages {
   MoodPDFImage titleRecords;     // "titleRecords7": the record pages' header
   MoodPDFImage titleSummary;     // "titleSummary7": the summary page's header
   MoodPDFImage icon;             // "icon7"
-  MoodPDFImage summaryGradient;  // "moodSummaryGradient": its size is the charts' size
+  MoodPDFImage summaryGradient;  // "moodSummaryGradient": only its size, the charts' size
   // From resourcesDirectory()/pdf. An image that cannot be read is left
   // out of the pages; the charts then take 312 × 125 points.
   static MoodPDFImages load();

@@ -7,8 +7,10 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/canvas.h"
@@ -16,6 +18,7 @@
 
 typedef struct _PangoContext PangoContext;
 typedef struct _PangoLayout PangoLayout;
+typedef struct _cairo_scaled_font cairo_scaled_font_t;
 
 namespace lumeo {
 
@@ -68,9 +71,26 @@ class PdfTextBlock {
   double width() const { return width_; }
   double height() const { return height_; }
   const std::vector<Line>& lines() const { return lines_; }
-  // The pango layout; null for a text too long to lay out in one (see
-  // PdfTypesetter::layout), which is drawn page by page instead.
-  PangoLayout* layout() const { return layout_.get(); }
+  // Whether draw() can show the block in one piece: false for a text too
+  // long for pango to lay out in one (see PdfTypesetter::layout), which is
+  // drawn page by page instead.
+  bool drawable() const { return layout_ != nullptr || set_ != nullptr; }
+  // Whether the block was set from cached words rather than by pango.
+  bool setFromWords() const { return set_ != nullptr; }
+
+  // Lines set from shaped words: the glyphs of each line with their text
+  // and clusters, so that the PDF keeps the text for search and copy.
+  struct SetLine {
+    std::string text;
+    std::vector<double> x;  // per glyph, from the block's left edge
+    std::vector<unsigned> glyphs;
+    std::vector<std::pair<int, int>> clusters;  // bytes, glyphs
+    double baseline = 0;
+  };
+  struct Set {
+    cairo_scaled_font_t* font = nullptr;  // owned by the typesetter's font
+    std::vector<SetLine> lines;
+  };
 
  private:
   friend class PdfTypesetter;
@@ -79,6 +99,7 @@ class PdfTextBlock {
   double height_ = 0;
   std::vector<Line> lines_;
   PdfLayoutPtr layout_;
+  std::shared_ptr<const Set> set_;
 };
 
 class PdfTypesetter {
@@ -87,6 +108,13 @@ class PdfTypesetter {
   ~PdfTypesetter();
   PdfTypesetter(const PdfTypesetter&) = delete;
   PdfTypesetter& operator=(const PdfTypesetter&) = delete;
+
+  // Plain text (Latin letters, digits, punctuation, spaces, line breaks)
+  // is set from words shaped once and kept, which gives the lines, widths
+  // and justification pango gives at a fraction of its cost; anything else
+  // goes through pango. False sends everything through pango (for tests
+  // that compare the two).
+  void setWordCache(bool enabled) { wordCache_ = enabled; }
 
   // Lays `text` out at `width` points (wrapping and, with `justify`, set
   // flush on both sides except each paragraph's last line); a width of 0 or
@@ -111,7 +139,16 @@ class PdfTypesetter {
   PdfLayoutPtr makeLayout(const char* text, std::size_t length, const PdfFont& font, double width,
                           TextAlignment alignment, bool justify, PdfWrap wrap) const;
 
+  struct Face;
+  struct Word;
+  Face* face(const PdfFont& font) const;
+  const Word* word(Face& face, const char* text, std::size_t length) const;
+  bool setFromWords(PdfTextBlock& block, const PdfFont& font, double width, TextAlignment alignment,
+                    bool justify, PdfWrap wrap) const;
+
   PangoContext* context_ = nullptr;
+  bool wordCache_ = true;
+  mutable std::map<std::string, std::unique_ptr<Face>> faces_;
 };
 
 // How a laid-out text divides into pages: the byte length of each page's
