@@ -92,6 +92,8 @@ Date screenshotNow() {
 const char* settingsRowOfScreen(const QString& screen) {
   if (screen == QLatin1String("levels")) return "kMoodsRow";
   if (screen == QLatin1String("template")) return "kTemplateRow";
+  if (screen == QLatin1String("export")) return "kExportRow";
+  if (screen == QLatin1String("backup")) return "kBackupRow";
   return nullptr;
 }
 
@@ -164,8 +166,8 @@ int runGuiApplication(int argc, char** argv) {
                                  QStringLiteral("THEME"));
   QCommandLineOption screenOption(
       QStringLiteral("screen"),
-      QStringLiteral(
-          "A screen to open before rendering: settings, editor, passcode, welcome, levels or template."),
+      QStringLiteral("A screen to open before rendering: settings, editor, passcode, welcome, levels, "
+                     "template, export or backup."),
       QStringLiteral("NAME"));
   parser.addOptions({homeOption, captureOption, sampleOption, shotOption, tabOption, sizeOption, themeOption,
                      screenOption});
@@ -191,8 +193,10 @@ int runGuiApplication(int argc, char** argv) {
   if (!options.screen.isEmpty() && options.screen != QLatin1String("settings") &&
       options.screen != QLatin1String("editor") && options.screen != QLatin1String("passcode") &&
       options.screen != QLatin1String("welcome") && !settingsRowOfScreen(options.screen))
-    return fail(QStringLiteral("--screen takes settings, editor, passcode, welcome, levels or template"),
-                kUsageError);
+    return fail(
+        QStringLiteral("--screen takes settings, editor, passcode, welcome, levels, template, export or "
+                       "backup"),
+        kUsageError);
   if (!options.screenshot && (parser.isSet(tabOption) || parser.isSet(screenOption)))
     return fail(QStringLiteral("--tab and --screen go with --screenshot"), kUsageError);
 
