@@ -80,16 +80,17 @@ ExportAdapter::ExportAdapter(GuiRuntime& runtime, QObject* parent)
 
 ExportAdapter::~ExportAdapter() = default;
 
-bool ExportAdapter::openScreen(GuiRuntime& runtime) {
+bool ExportAdapter::openScreen(GuiRuntime& runtime, const QString& rowKey) {
   auto* shell = qobject_cast<ShellAdapter*>(runtime.singleton(QStringLiteral("Shell")));
   auto* settings = qobject_cast<SettingsAdapter*>(runtime.singleton(QStringLiteral("Settings")));
   if (!shell || !settings) return false;
   shell->showSettings();
   const QVariantList rows = settings->rows();
   for (int i = 0; i < rows.size(); ++i) {
-    if (rows[i].toMap().value(QStringLiteral("key")).toString() == QLatin1String("kExportRow")) {
+    if (rows[i].toMap().value(QStringLiteral("key")).toString() == rowKey) {
+      const int before = shell->screens().size();
       settings->selectRow(i);
-      return shell->findScreen(QStringLiteral("MoodExportViewController")) != nullptr;
+      return shell->screens().size() > before;
     }
   }
   return false;
@@ -98,8 +99,8 @@ bool ExportAdapter::openScreen(GuiRuntime& runtime) {
 void ExportAdapter::appear() {
   if (!controller_ && journalOpen(runtime_)) {
     GuiSession& session = runtime_.session();
-    controller_ = std::make_shared<MoodExportViewController>(session.app().store(),
-                                                             session.directories().documents, session.defaults());
+    controller_ = std::make_shared<MoodExportViewController>(
+        session.app().store(), session.directories().documents, session.defaults());
     controller_->setDelegate(delegate_);
   }
   if (controller_) controller_->viewDidLoad();
@@ -169,24 +170,24 @@ void ExportAdapter::exportPhotos(const QUrl& folder) {
   file_.clear();
   photoSummary_.clear();
   std::weak_ptr<MoodExportViewController> weak = controller_;
-  controller_->doExportPhotos(folder.toLocalFile().toStdString(), [this, weak](const PhotoExportResult& result) {
-    auto controller = weak.lock();
-    if (!controller) return;
-    if (result.error) {
-      controller->showAlert(localized("The photos could not be exported"), result.error->description,
-                            localized("OK"));
-    }
-    if (result.cancelled) {
-      photoSummary_ = q(localized("Export cancelled"));
-    } else if (!result.sent.empty() || !result.replaced.empty()) {
-      photoSummary_ =
-          q(localizedStringWithFormat("%ld copied, %ld replaced, %ld already there",
-                                      static_cast<long>(result.sent.size()), static_cast<long>(result.replaced.size()),
-                                      static_cast<long>(result.skipped.size())));
-    }
-    indicator_.clear();
-    Q_EMIT changed();
-  });
+  controller_->doExportPhotos(
+      folder.toLocalFile().toStdString(), [this, weak](const PhotoExportResult& result) {
+        auto controller = weak.lock();
+        if (!controller) return;
+        if (result.error) {
+          controller->showAlert(localized("The photos could not be exported"), result.error->description,
+                                localized("OK"));
+        }
+        if (result.cancelled) {
+          photoSummary_ = q(localized("Export cancelled"));
+        } else if (!result.sent.empty() || !result.replaced.empty()) {
+          photoSummary_ = q(localizedStringWithFormat(
+              "%ld copied, %ld replaced, %ld already there", static_cast<long>(result.sent.size()),
+              static_cast<long>(result.replaced.size()), static_cast<long>(result.skipped.size())));
+        }
+        indicator_.clear();
+        Q_EMIT changed();
+      });
   Q_EMIT changed();
 }
 
@@ -235,8 +236,9 @@ QString ExportAdapter::saveTo(const QUrl& target) {
   auto bytes = readFileBytes(file_.toStdString());
   if (auto* error = std::get_if<Error>(&bytes)) return q(error->description);
   // Written whole or not at all: an unwritable place gets a message and no file.
-  if (auto error = writeFileAtomically(target.toLocalFile().toStdString(),
-                                       std::get<std::vector<std::uint8_t>>(bytes), FileAccess::kUserDefault)) {
+  if (auto error =
+          writeFileAtomically(target.toLocalFile().toStdString(), std::get<std::vector<std::uint8_t>>(bytes),
+                              FileAccess::kUserDefault)) {
     return q(localized("The file could not be saved there: ") + error->description);
   }
   return {};
@@ -244,16 +246,20 @@ QString ExportAdapter::saveTo(const QUrl& target) {
 
 QString ExportAdapter::openFile() {
   if (file_.isEmpty()) return q(localized("There is no file to open."));
-  // xdg-open on a desktop, the OpenURI portal inside a sandbox.
-  if (!QDesktopServices::openUrl(QUrl::fromLocalFile(file_)))
-    return q(localized("No application opens this file."));
-  return {};
+  // Inside a Flatpak sandbox Qt asks the OpenURI portal; on a desktop
+  // xdg-open finds the default application, whatever the desktop.
+  if (QFileInfo::exists(QStringLiteral("/.flatpak-info"))) {
+    if (QDesktopServices::openUrl(QUrl::fromLocalFile(file_))) return {};
+  } else if (QProcess::startDetached(QStringLiteral("xdg-open"), {file_})) {
+    return {};
+  }
+  return q(localized("No application opens this file."));
 }
 
 QString ExportAdapter::emailFile() {
   if (file_.isEmpty()) return q(localized("There is no file to send."));
-  const QStringList arguments{QStringLiteral("--subject"), q(localized("Mood report")), QStringLiteral("--attach"),
-                              file_};
+  const QStringList arguments{QStringLiteral("--subject"), q(localized("Mood report")),
+                              QStringLiteral("--attach"), file_};
   if (!QProcess::startDetached(QStringLiteral("xdg-email"), arguments))
     return q(localized("No e-mail program is set up (xdg-email is missing)."));
   return {};

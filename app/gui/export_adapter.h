@@ -79,9 +79,10 @@ class ExportAdapter : public QObject {
   Q_INVOKABLE QString openFile();
   Q_INVOKABLE QString emailFile();
 
-  // Opens the export screen as the settings menu's Export row does (for
-  // `lumeo-gui --screenshot --screen export`). False when it did not open.
-  static bool openScreen(GuiRuntime& runtime);
+  // Opens a settings row's screen as a click on it does ("kExportRow" for
+  // `lumeo-gui --screenshot --screen export`, "kBackupRow" for backup).
+  // False when it did not open.
+  static bool openScreen(GuiRuntime& runtime, const QString& rowKey);
 
   // For the delegate.
   void showIndicator(const QString& text, bool cancellable);

@@ -38,6 +38,13 @@ QObject* HistoryTab::open() {
   return controller_;
 }
 
+void HistoryTab::reset() {
+  if (!controller_) return;
+  controller_->deleteLater();
+  controller_ = nullptr;
+  Q_EMIT controllerChanged();
+}
+
 SummaryTab::SummaryTab(GuiRuntime& runtime, QObject* parent) : QObject(parent), runtime_(runtime) {}
 
 QObject* SummaryTab::controller() const {
@@ -51,6 +58,13 @@ QObject* SummaryTab::open() {
     Q_EMIT controllerChanged();
   }
   return controller_;
+}
+
+void SummaryTab::reset() {
+  if (!controller_) return;
+  controller_->deleteLater();
+  controller_ = nullptr;
+  Q_EMIT controllerChanged();
 }
 
 }  // namespace lumeo::gui

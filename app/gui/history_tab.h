@@ -21,6 +21,9 @@ class HistoryTab : public QObject {
   QObject* controller() const;
   // Makes the adapter when the journal is open; returns it (or null).
   Q_INVOKABLE QObject* open();
+  // Drops the adapter (a restore replaced the journal); the next open()
+  // makes a new one.
+  void reset();
 
  Q_SIGNALS:
   void controllerChanged();
@@ -38,6 +41,7 @@ class SummaryTab : public QObject {
   SummaryTab(GuiRuntime& runtime, QObject* parent = nullptr);
   QObject* controller() const;
   Q_INVOKABLE QObject* open();
+  void reset();
 
  Q_SIGNALS:
   void controllerChanged();

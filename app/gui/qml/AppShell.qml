@@ -38,6 +38,17 @@ FocusScope {
         }
     }
 
+    // A restore replaced the journal: the tabs are made again on the new one.
+    Connections {
+        target: Backup
+        function onAboutToReplaceJournal() { root.visited = [false, false, false, false] }
+        function onJournalReplaced() {
+            var v = [false, false, false, false]
+            v[Shell.currentTab] = true
+            root.visited = v
+        }
+    }
+
     Rectangle {
         anchors.fill: parent
         color: Theme.background

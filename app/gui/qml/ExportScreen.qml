@@ -79,18 +79,23 @@ FocusScope {
                     anchors.fill: parent
                     anchors.margins: 4
                     spacing: 0
-                    Repeater {
-                        model: [{ key: "from", title: Export.rows[0], value: Export.fromText },
-                                { key: "to", title: Export.rows[1], value: Export.toText }]
-                        ExportRow {
-                            objectName: "exportRow_" + modelData.key
-                            Layout.fillWidth: true
-                            iconName: "date"
-                            title: modelData.title
-                            value: modelData.value
-                            enabled: Export.ready && !Export.busy
-                            onClicked: dateDialog.open_(modelData.key)
-                        }
+                    ExportRow {
+                        objectName: "exportRow_from"
+                        Layout.fillWidth: true
+                        iconName: "date"
+                        title: Export.rows[0]
+                        value: Export.fromText
+                        enabled: Export.ready && !Export.busy
+                        onClicked: dateDialog.open_("from")
+                    }
+                    ExportRow {
+                        objectName: "exportRow_to"
+                        Layout.fillWidth: true
+                        iconName: "date"
+                        title: Export.rows[1]
+                        value: Export.toText
+                        enabled: Export.ready && !Export.busy
+                        onClicked: dateDialog.open_("to")
                     }
                 }
             }

@@ -61,7 +61,7 @@ Item {
             tryCompare(Shell.screens, "length", 2)
             compare(Shell.screens[1].className, "MoodExportViewController")
             var back = null
-            tryVerify(function () { back = findChild(shell, "unavailableBack"); return back !== null && back.visible })
+            tryVerify(function () { back = findChild(shell, "exportBack"); return back !== null && back.visible })
             mouseClick(back)
             tryCompare(Shell.screens, "length", 1)
             mouseClick(findChild(shell, "settingsBack"))
