@@ -238,6 +238,12 @@ bool plainCharacter(gunichar c) {
          c == 0x202F;
 }
 
+// The length of the UTF-8 sequence a lead byte starts (the text is valid).
+std::size_t utf8Length(char lead) {
+  const auto b = static_cast<unsigned char>(lead);
+  return b < 0x80 ? 1 : b < 0xE0 ? 2 : b < 0xF0 ? 3 : 4;
+}
+
 // A break may follow a hyphen between two letters ("well-|known"), as pango
 // allows there.
 bool breakAfterHyphen(const std::string& text, std::size_t at) {
@@ -362,7 +368,9 @@ bool PdfTypesetter::setFromWords(PdfTextBlock& block, const PdfFont& font, doubl
   if (!single && (width <= 0 || alignment != TextAlignment::kLeft)) return false;
   if (single && justify) return false;
   // Only plain text: one font, left to right, breaks at spaces.
-  for (const char* p = text.data(); p < text.data() + text.size(); p = g_utf8_next_char(p)) {
+  // (Not g_utf8_next_char: it reads a table of GLib's, which would make
+  // GLib a start-up dependency of the command line.)
+  for (const char* p = text.data(); p < text.data() + text.size(); p += utf8Length(*p)) {
     const gunichar c = g_utf8_get_char(p);
     if (c == ' ' || (c == '\n' && !single)) continue;
     if (!plainCharacter(c)) return false;
