@@ -15,9 +15,7 @@
 #include "platform/atomic_file.h"
 #include "platform/date_formatter.h"
 #include "platform/localization.h"
-#include "settings_adapter.h"
 #include "shell/mood_app_delegate.h"
-#include "shell_adapter.h"
 
 namespace lumeo::gui {
 
@@ -79,22 +77,6 @@ ExportAdapter::ExportAdapter(GuiRuntime& runtime, QObject* parent)
 }
 
 ExportAdapter::~ExportAdapter() = default;
-
-bool ExportAdapter::openScreen(GuiRuntime& runtime, const QString& rowKey) {
-  auto* shell = qobject_cast<ShellAdapter*>(runtime.singleton(QStringLiteral("Shell")));
-  auto* settings = qobject_cast<SettingsAdapter*>(runtime.singleton(QStringLiteral("Settings")));
-  if (!shell || !settings) return false;
-  shell->showSettings();
-  const QVariantList rows = settings->rows();
-  for (int i = 0; i < rows.size(); ++i) {
-    if (rows[i].toMap().value(QStringLiteral("key")).toString() == rowKey) {
-      const int before = shell->screens().size();
-      settings->selectRow(i);
-      return shell->screens().size() > before;
-    }
-  }
-  return false;
-}
 
 void ExportAdapter::appear() {
   if (!controller_ && journalOpen(runtime_)) {

@@ -79,11 +79,6 @@ class ExportAdapter : public QObject {
   Q_INVOKABLE QString openFile();
   Q_INVOKABLE QString emailFile();
 
-  // Opens a settings row's screen as a click on it does ("kExportRow" for
-  // `lumeo-gui --screenshot --screen export`, "kBackupRow" for backup).
-  // False when it did not open.
-  static bool openScreen(GuiRuntime& runtime, const QString& rowKey);
-
   // For the delegate.
   void showIndicator(const QString& text, bool cancellable);
   void setProgress(double fraction);
