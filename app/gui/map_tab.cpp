@@ -568,11 +568,14 @@ QStringList PlaceChooserAdapter::mapTypeTitles() const {
 }
 
 void PlaceChooserAdapter::begin(double latitude, double longitude) {
-  if (!search_) {
-    NominatimPlaceSearch::Options options;
-    if (auto defaults = runtime_.session().defaults()) {
-      if (auto endpoint = defaults->stringForKey(kPlaceSearchEndpointKey)) options.endpoint = *endpoint;
-    }
+  // The server may have changed since (`lumeo place server`): a new client
+  // for a new server, the same one (and its cache) otherwise.
+  NominatimPlaceSearch::Options options;
+  if (auto defaults = runtime_.session().defaults()) {
+    if (auto endpoint = defaults->stringForKey(kPlaceSearchEndpointKey)) options.endpoint = *endpoint;
+  }
+  if (!search_ || options.endpoint != searchEndpoint_) {
+    searchEndpoint_ = options.endpoint;
     search_ = NominatimPlaceSearch::create(options);
   }
   // A fresh controller each time the chooser opens, as the editor presents

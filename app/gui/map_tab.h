@@ -223,6 +223,7 @@ class PlaceChooserAdapter : public QObject {
   GuiRuntime& runtime_;
   MapViewport viewport_;
   std::shared_ptr<NominatimPlaceSearch> search_;
+  std::string searchEndpoint_;
   std::shared_ptr<MoodLocationViewController> controller_;
   std::shared_ptr<Bridge> bridge_;
   bool resultsShown_ = false;

@@ -99,12 +99,25 @@ CoordinateRegion QtMapView::region() const {
   return CoordinateRegionForMapRect(rect_);
 }
 
+// A region's centre stays its centre: on Mercator's plane the middle of
+// its corners lies a little off it, which would move a chosen place.
+namespace {
+MapRect centredOn(MapRect rect, LocationCoordinate2D center) {
+  const MapPoint point = MapPointForCoordinate(center);
+  return MapRectMake(point.x - rect.size.width / 2, point.y - rect.size.height / 2, rect.size.width,
+                     rect.size.height);
+}
+}  // namespace
+
 CoordinateRegion QtMapView::regionThatFits(CoordinateRegion region) const {
-  return CoordinateRegionForMapRect(fitted(MapRectForCoordinateRegion(region)));
+  CoordinateRegion fits = CoordinateRegionForMapRect(fitted(MapRectForCoordinateRegion(region)));
+  fits.center = region.center;
+  return fits;
 }
 
 void QtMapView::setRegion(CoordinateRegion region, bool animated) {
-  setVisibleMapRect(MapRectForCoordinateRegion(region), animated);
+  if (!std::isfinite(region.center.latitude) || !std::isfinite(region.center.longitude)) return;
+  setVisibleMapRect(centredOn(MapRectForCoordinateRegion(region), region.center), animated);
 }
 
 LocationCoordinate2D QtMapView::centerCoordinate() const {

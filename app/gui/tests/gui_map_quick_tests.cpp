@@ -10,14 +10,18 @@
 #include <QJsonDocument>
 #include <QProcess>
 #include <QQmlEngine>
+#include <QTemporaryDir>
+#include <QThread>
 #include <memory>
 
 #include "capture/location_helper.h"
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "gui_test_support.h"
+#include "map/nominatim_place_search.h"
 #include "map/position_location_service.h"
 #include "platform/linux/geoclue_position_source.h"
+#include "platform/user_defaults.h"
 
 Q_IMPORT_QML_PLUGIN(LumeoPlugin)
 
@@ -40,6 +44,41 @@ class MapFixture : public QObject {
     return QJsonDocument::fromJson(process.readAllStandardOutput()).toVariant();
   }
 
+  ~MapFixture() override {
+    if (places_.state() != QProcess::NotRunning) {
+      places_.kill();
+      places_.waitForFinished(5000);
+    }
+  }
+
+  // The place chooser's server: "" a closed local port, "recorded" a local
+  // server answering Nominatim with the recorded answers of testdata/map/.
+  // Tests never ask the public server.
+  Q_INVOKABLE bool usePlaceServer(const QString& which) {
+    QString endpoint = QStringLiteral("http://127.0.0.1:9");
+    if (which == QLatin1String("recorded")) {
+      if (places_.state() == QProcess::NotRunning) {
+        const QString portFile = dir_.path() + "/port";
+        places_.start(QStringLiteral("python3"),
+                      {QStringLiteral(MAP_TILE_SERVER), "--port-file", portFile, "--log",
+                       dir_.path() + "/places.log", "--places", QStringLiteral(MAP_PLACES_DIR)});
+        if (!places_.waitForStarted(10000)) return false;
+        for (int i = 0; i < 400 && !QFile::exists(portFile); ++i) QThread::msleep(25);
+        QFile file(portFile);
+        if (!file.open(QIODevice::ReadOnly)) return false;
+        placesPort_ = file.readAll().toInt();
+      }
+      endpoint = QStringLiteral("http://127.0.0.1:%1").arg(placesPort_);
+    }
+    return !session_.defaults()->setString(lumeo::kPlaceSearchEndpointKey, endpoint.toStdString());
+  }
+  // What the local place server was asked: one line per request.
+  Q_INVOKABLE QStringList placeRequests() const {
+    QFile file(dir_.path() + "/places.log");
+    if (!file.open(QIODevice::ReadOnly)) return {};
+    return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
+  }
+
   // "fix" or "deny" under map_geoclue_test.sh, "" otherwise.
   Q_INVOKABLE QString geoClueMode() const { return qEnvironmentVariable("LUMEO_TEST_GEOCLUE"); }
 
@@ -51,6 +90,9 @@ class MapFixture : public QObject {
 
  private:
   lumeo::gui::GuiSession& session_;
+  QTemporaryDir dir_;
+  QProcess places_;
+  int placesPort_ = 0;
 };
 
 }  // namespace
@@ -66,7 +108,10 @@ class Setup : public QObject {
           std::make_shared<lumeo::PositionLocationService>(
               std::make_shared<lumeo::GeoCluePositionSource>("org.lumeo.Lumeo")));
     }
-    fixture_->runtime().addSingleton("MapFixture", new MapFixture(fixture_->session()));
+    auto* map = new MapFixture(fixture_->session());
+    fixture_->runtime().addSingleton("MapFixture", map);
+    // Never the public place server, whatever a test forgets.
+    map->usePlaceServer(QString());
   }
   void qmlEngineAvailable(QQmlEngine* engine) { fixture_->attach(*engine); }
   void cleanupTestCase() { fixture_.reset(); }

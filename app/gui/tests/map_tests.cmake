@@ -18,7 +18,9 @@ target_include_directories(gui_map_quick_tests PRIVATE ${CMAKE_CURRENT_LIST_DIR}
 target_link_libraries(gui_map_quick_tests PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,lumeo-gui-lib>" lumeo-gui-qmlplugin
                                                   Qt6::QuickTest)
 target_compile_definitions(gui_map_quick_tests PRIVATE QUICK_TEST_SOURCE_DIR="${CMAKE_CURRENT_LIST_DIR}/map_quick"
-                                                       LUMEO_CLI="$<TARGET_FILE:lumeo>")
+                                                       LUMEO_CLI="$<TARGET_FILE:lumeo>"
+                                                       MAP_TILE_SERVER="${map_tile_server}"
+                                                       MAP_PLACES_DIR="${PROJECT_SOURCE_DIR}/testdata/map/nominatim")
 add_dependencies(gui_map_quick_tests lumeo)
 add_test(NAME gui_map_quick COMMAND gui_map_quick_tests)
 set_tests_properties(gui_map_quick PROPERTIES TIMEOUT 240

@@ -5,11 +5,14 @@ zoom level and a river-like line, so that a parent tile scaled up is told
 from a real one), with Cache-Control, ETag and Last-Modified as a public
 server sends them, and honours If-None-Match with 304.
 
-  map_tile_server.py --port-file FILE [--log FILE] [--max-age SECONDS]
+  map_tile_server.py --port-file FILE [--log FILE] [--max-age SECONDS] [--places DIR]
 
 It listens on 127.0.0.1 at a free port, writes the port to FILE once it
 listens, and appends every tile request (z/x/y and the User-Agent) to the log.
 Anything but a tile path in the scheme is 404; a tile outside the world, 400.
+With --places DIR it also answers Nominatim's /search and /reverse with the
+recorded answers in DIR (search_graz.json, reverse_graz.json), so the place
+chooser can be tested without the internet.
 """
 import argparse
 import http.server
@@ -70,6 +73,19 @@ class Handler(http.server.BaseHTTPRequestHandler):
         pass
 
     def do_GET(self):
+        if self.server.places and (self.path.startswith("/search") or self.path.startswith("/reverse")):
+            name = "search_graz.json" if self.path.startswith("/search") else "reverse_graz.json"
+            if self.server.log:
+                with open(self.server.log, "a") as log:
+                    log.write("%s %s\n" % (self.path, self.headers.get("User-Agent", "")))
+            with open(os.path.join(self.server.places, name), "rb") as answer:
+                body = answer.read()
+            self.send_response(200)
+            self.send_header("Content-Type", "application/json; charset=utf-8")
+            self.send_header("Content-Length", str(len(body)))
+            self.end_headers()
+            self.wfile.write(body)
+            return
         match = PATH.match(self.path)
         if not match:
             self.answer(404, b"not a tile")
@@ -113,10 +129,12 @@ def main():
     parser.add_argument("--port-file", required=True)
     parser.add_argument("--log")
     parser.add_argument("--max-age", type=int, default=7 * 24 * 3600)
+    parser.add_argument("--places")
     args = parser.parse_args()
     server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
     server.log = args.log
     server.max_age = args.max_age
+    server.places = args.places
     temporary = args.port_file + ".part"
     with open(temporary, "w") as out:
         out.write(str(server.server_address[1]))

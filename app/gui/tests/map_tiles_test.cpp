@@ -333,6 +333,18 @@ class MapTilesTests : public QObject {
     QCOMPARE(viewport.scale(), scale);
   }
 
+  void aRegionKeepsItsCentre() {
+    MapViewport viewport;
+    viewport.setSize(600, 400);
+    const LocationCoordinate2D graz{47.0779419, 15.4213516};
+    for (double span : {0.01, 0.3, 20.0}) {
+      CoordinateRegion region{graz, {span, span}};
+      viewport.mapView()->setRegion(viewport.mapView()->regionThatFits(region), false);
+      QVERIFY2(qAbs(viewport.centerLatitude() - graz.latitude) < 1e-9, qPrintable(QString::number(span)));
+      QVERIFY(qAbs(viewport.centerLongitude() - graz.longitude) < 1e-9);
+    }
+  }
+
   void thePinModelFollowsTheMap() {
     MapViewport viewport;
     QAbstractItemModelTester tester(

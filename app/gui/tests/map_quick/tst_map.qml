@@ -260,7 +260,62 @@ Item {
             verify(Math.abs(shown.longitude - chosen.longitude) < 1e-6, JSON.stringify(shown))
         }
 
+        function test_g_searchFindsPlacesAndMovesTheMap() {
+            verify(MapFixture.usePlaceServer("recorded"))
+            Shell.selectTab(0)
+            shell.forceActiveFocus()
+            keyClick(Qt.Key_8)
+            tryCompare(Editor, "active", true)
+            var placeButton = null
+            tryVerify(function () { placeButton = findChild(shell, "editorPlace"); return placeButton !== null })
+            mouseClick(placeButton)
+            var dialog = findChild(shell, "editorScreen").placeDialog
+            tryVerify(function () { return dialog.opened })
+            // Somewhere in the region already, at a town's zoom.
+            PlaceChooser.viewport.centerOn(47.2, 15.6, 11)
+            var zoom = PlaceChooser.viewport.zoom
+            var field = findChild(dialog.contentItem, "placeSearch")
+            field.forceActiveFocus()
+            for (var c of "Graz")
+                keyClick(c)
+            // Typing alone asks nothing; Enter asks once.
+            compare(MapFixture.placeRequests().length, 0)
+            keyClick(Qt.Key_Return)
+            tryVerify(function () { Fixture.drain(); return PlaceChooser.results.length > 0 }, 30000)
+            compare(MapFixture.placeRequests().length, 1)
+            verify(MapFixture.placeRequests()[0].indexOf("q=Graz") > 0, MapFixture.placeRequests()[0])
+            verify(MapFixture.placeRequests()[0].indexOf("Lumeo/") > 0, MapFixture.placeRequests()[0])
+            compare(PlaceChooser.results[0].displayName, "Graz, Steiermark, Österreich")
+            var row = null
+            tryVerify(function () { row = findChild(dialog.contentItem, "placeResult1"); return row !== null })
+            waitForRendering(row)
+            keep("place-results")
+            mouseClick(row)
+            Fixture.drain()
+            // The list closes, the map moves there and keeps its zoom.
+            tryCompare(PlaceChooser, "resultsShown", false)
+            verify(Math.abs(PlaceChooser.viewport.centerLatitude - 47.0779419) < 1e-6, PlaceChooser.viewport.centerLatitude)
+            verify(Math.abs(PlaceChooser.viewport.centerLongitude - 15.4213516) < 1e-6, PlaceChooser.viewport.centerLongitude)
+            // (The core keeps the span in degrees: on Mercator's plane the
+            // zoom moves by a hair.)
+            verify(Math.abs(PlaceChooser.viewport.zoom - zoom) < 0.01, PlaceChooser.viewport.zoom + " " + zoom)
+            var chosen = { latitude: PlaceChooser.viewport.centerLatitude,
+                           longitude: PlaceChooser.viewport.centerLongitude }
+            keep("place-search")
+            mouseClick(findChild(dialog.contentItem, "placeDone"))
+            tryVerify(function () { return !dialog.visible })
+            mouseClick(findChild(shell, "editorDone"))
+            tryCompare(Editor, "active", false)
+            Fixture.drain()
+            var newest = MapFixture.lumeo(["list", "--limit", "1"])
+            var shown = MapFixture.lumeo(["show", String(newest[0].id)])
+            compare(shown.level, 8)
+            verify(Math.abs(shown.latitude - chosen.latitude) < 1e-6, JSON.stringify(shown))
+            verify(Math.abs(shown.longitude - chosen.longitude) < 1e-6, JSON.stringify(shown))
+        }
+
         function test_g_searchWithTheServerDownSaysWhy() {
+            verify(MapFixture.usePlaceServer(""))
             Shell.selectTab(0)
             shell.forceActiveFocus()
             keyClick(Qt.Key_5)
