@@ -12,6 +12,7 @@
 #include "objectgraph/object_graph_error.h"
 #include "objectgraph/persistent_store_coordinator.h"
 #include "objectgraph/predicate.h"
+#include "objectgraph/sqlite_store.h"
 #include "platform/log.h"
 #include "store/mood_record.h"
 #include "sync/sync_error.h"
@@ -64,12 +65,20 @@ void setValueIfChanged(ManagedObject& object, const std::string& key, const Valu
 
 }  // namespace
 
+// A global identifier row as the merge uses it.
+struct IdentifierRow {
+  ManagedObjectID id;
+  std::string entity;  // its nameOfEntity
+  std::string globalIdentifier;
+  std::optional<std::string> storeURI;
+};
+
 // One change as the merge uses it, decoded once.
 struct IntegratedChange {
   std::int16_t type = 0;
   std::string entity;
   std::string globalIdentifier;
-  std::shared_ptr<SyncGlobalIdentifier> row;
+  ManagedObjectID row;  // of its global identifier
   std::optional<std::vector<SyncPropertyChangeValue>> values;
 };
 
@@ -80,7 +89,7 @@ struct SyncEventIntegrator::MergeState {
   // Every object the merge knows, by entity and global identifier.
   std::unordered_map<std::string, ManagedObjectPtr> objects;
   // New objects and the rows that will point at them.
-  std::vector<std::pair<ManagedObjectPtr, std::shared_ptr<SyncGlobalIdentifier>>> inserted;
+  std::vector<std::pair<ManagedObjectPtr, ManagedObjectID>> inserted;
   std::map<std::string, std::unordered_set<const ManagedObject*>> vouchedByEntity;
   SyncRevisionSet integrated;
 };
@@ -302,30 +311,29 @@ bool SyncEventIntegrator::needsFullIntegration(SyncRevisionManager& revisionMana
 }
 
 OptionalError SyncEventIntegrator::checkPredecessorsOfStoreModificationEvents(
-    const std::vector<SyncEventPtr>& events) {
+    SyncRevisionManager& revisionManager, const std::vector<SyncEventPtr>& events) {
   // A store's run of events must follow on from what is here: its first
   // event's predecessor is present, or folded into the baseline. Events that
   // arrive out of order wait until the gap is filled.
   auto context = eventStore_->managedObjectContext();
   auto baseline = SyncStoreModificationEvent::fetchMostRecentBaselineStoreModificationEvent(*context);
-  SyncRevisionSet baselineSet = baseline ? baseline->revisionSet() : SyncRevisionSet();
+  SyncRevisionSet baselineSet =
+      baseline ? revisionManager.factsForEvent(baseline).revisionSet : SyncRevisionSet();
   std::map<std::string, std::int64_t> firstByStore;
   for (const auto& event : events) {
-    int type = event->type();
+    const SyncEventFacts facts = revisionManager.factsForEvent(event);
+    int type = facts.type;
     if (type == kSyncEventTypeBaseline || type == kSyncEventTypeIncomplete) continue;
-    auto own = event->eventRevision();
-    if (!own) continue;
-    auto [it, fresh] = firstByStore.emplace(own->persistentStoreIdentifier(), own->revisionNumber());
-    if (!fresh) it->second = std::min(it->second, own->revisionNumber());
+    if (!facts.ownRevision) continue;
+    std::int64_t number = facts.ownRevision->revisionNumber();
+    auto [it, fresh] = firstByStore.emplace(facts.persistentStoreIdentifier, number);
+    if (!fresh) it->second = std::min(it->second, number);
   }
   for (const auto& [store, first] : firstByStore) {
     if (first <= 0) continue;
     const SyncRevision* b = baselineSet.revisionForPersistentStoreIdentifier(store);
     if (b && b->revisionNumber() >= first - 1) continue;
-    if (SyncStoreModificationEvent::fetchNonBaselineEventForPersistentStoreIdentifier(store, first - 1,
-                                                                                      *context)) {
-      continue;
-    }
+    if (revisionManager.hasNonBaselineEventForPersistentStoreIdentifier(store, first - 1)) continue;
     return syncError(kSyncErrorCodeDiscontinuousRevisions, "Events of store " + store + " before revision " +
                                                                std::to_string(first) + " are missing");
   }
@@ -500,6 +508,151 @@ class Applier {
 
 }  // namespace
 
+namespace {
+
+IdentifierRow identifierRowOf(const SyncGlobalIdentifier& row) {
+  return IdentifierRow{row.objectID(), row.nameOfEntity(), row.globalIdentifier(), row.storeURI()};
+}
+
+using ChangeSink = std::function<void(std::size_t, IntegratedChange, IdentifierRow)>;
+
+// The changes of the events with their global identifier rows, by plain
+// queries on the event store's tables in slices of events, each value as
+// the entity accessors would give it. False when the context is not a
+// plain one on an SQLite store; throws SyncException when a read fails.
+bool readChangeRows(ManagedObjectContext& context, const std::vector<SyncEventPtr>& events,
+                    const ChangeSink& sink) {
+  if (context.parentContext()) return false;
+  auto coordinator = context.persistentStoreCoordinator();
+  SQLiteStore* store = coordinator ? coordinator->sqliteStore() : nullptr;
+  if (!store) return false;
+  const ManagedObjectModel& model = store->model();
+  const EntityDescription* changeEntity = model.entityNamed(kSyncObjectChangeEntity);
+  const EntityDescription* globalEntity = model.entityNamed(kSyncGlobalIdentifierEntity);
+  if (!changeEntity || !globalEntity) return false;
+  const RelationshipDescription* ofEvent = changeEntity->relationshipNamed("storeModificationEvent");
+  const RelationshipDescription* ofGlobal = changeEntity->relationshipNamed("globalIdentifier");
+  const AttributeDescription* type = changeEntity->attributeNamed("type");
+  const AttributeDescription* entity = changeEntity->attributeNamed("nameOfEntity");
+  const AttributeDescription* values = changeEntity->attributeNamed("propertyChangeValues");
+  const AttributeDescription* identifier = globalEntity->attributeNamed("globalIdentifier");
+  const AttributeDescription* rowEntity = globalEntity->attributeNamed("nameOfEntity");
+  const AttributeDescription* storeURI = globalEntity->attributeNamed("storeURI");
+  if (!ofEvent || !ofGlobal || !type || !entity || !values || !identifier || !rowEntity || !storeURI)
+    return false;
+  std::unordered_map<std::int64_t, std::size_t> eventIndex;
+  for (std::size_t i = 0; i < events.size(); ++i) {
+    const ManagedObjectID& id = events[i]->objectID();
+    if (id.isTemporaryID()) return false;
+    eventIndex.emplace(id.primaryKey(), i);
+  }
+  auto column = [&](const std::string& alias, const PropertyDescription& property) {
+    return alias + "." + store->columnFor(property);
+  };
+  std::string filter = store->entityFilter(*changeEntity, true, "t0");
+  const std::string text =
+      "SELECT " + column("t0", *ofEvent) + ", " + column("t0", *type) + ", " + column("t0", *entity) + ", " +
+      column("t0", *values) + ", g._pk, g._ent, " + column("g", *identifier) + ", " +
+      column("g", *rowEntity) + ", " + column("g", *storeURI) + " FROM " + store->tableFor(*changeEntity) +
+      " t0 LEFT JOIN " + store->tableFor(*globalEntity) + " g ON g._pk = " + column("t0", *ofGlobal) +
+      " WHERE " + column("t0", *ofEvent) + " IN (SELECT value FROM json_each(?))" +
+      (filter.empty() ? "" : " AND " + filter) + " ORDER BY t0._pk";
+  struct Row {
+    std::size_t event = 0;
+    IntegratedChange change;
+    Value archive;
+    bool hasRow = false;
+    IdentifierRow row;
+  };
+  inSlices(events, [&](const std::vector<SyncEventPtr>& slice) {
+    std::string keys = "[";
+    for (const auto& event : slice) {
+      if (keys.size() > 1) keys += ',';
+      keys += std::to_string(event->objectID().primaryKey());
+    }
+    keys += ']';
+    // Rows are copied out under the coordinator's lock; decoding, which may
+    // throw, happens after the statement is done with.
+    std::vector<Row> rows;
+    OptionalError error;
+    {
+      std::lock_guard<std::recursive_mutex> lock(coordinator->mutex());
+      bool ok = store->query(
+          text, {Value(keys)},
+          [&](sqlite3_stmt* s) {
+            auto at = eventIndex.find(sqlite3_column_int64(s, 0));
+            if (at == eventIndex.end()) return true;
+            Row r;
+            r.event = at->second;
+            r.change.type = static_cast<std::int16_t>(store->readAttributeColumn(*type, s, 1).toInt());
+            r.change.entity = store->readAttributeColumn(*entity, s, 2).toString();
+            r.archive = store->readAttributeColumn(*values, s, 3);
+            if (sqlite3_column_type(s, 4) != SQLITE_NULL) {
+              r.hasRow = true;
+              r.row.id = store->makeID(*globalEntity, sqlite3_column_int(s, 5), sqlite3_column_int64(s, 4));
+              r.row.globalIdentifier = store->readAttributeColumn(*identifier, s, 6).toString();
+              r.row.entity = store->readAttributeColumn(*rowEntity, s, 7).toString();
+              Value uri = store->readAttributeColumn(*storeURI, s, 8);
+              if (const std::string* u = uri.asString()) r.row.storeURI = *u;
+            }
+            rows.push_back(std::move(r));
+            return true;
+          },
+          error);
+      if (!ok) throw SyncException("Could not fetch object changes: " + (error ? error->toString() : ""));
+    }
+    for (auto& r : rows) {
+      if (!r.hasRow) {
+        LUMEO_LOG_WARNING("Object change without a global identifier. Skipping.");
+        continue;
+      }
+      r.change.globalIdentifier = r.row.globalIdentifier;
+      r.change.row = r.row.id;
+      r.change.values = SyncPropertyChangeValue::unarchiveArray(r.archive);
+      sink(r.event, std::move(r.change), std::move(r.row));
+    }
+  });
+  return true;
+}
+
+// The same through the object graph, which also sees unsaved changes of
+// the event store's context.
+void readChangeObjects(ManagedObjectContext& context, const std::vector<SyncEventPtr>& events,
+                       const ChangeSink& sink) {
+  std::unordered_map<ManagedObjectID, std::size_t> eventIndex;
+  for (std::size_t i = 0; i < events.size(); ++i) eventIndex[events[i]->objectID()] = i;
+  inSlices(events, [&](const std::vector<SyncEventPtr>& slice) {
+    FetchRequest request(kSyncObjectChangeEntity);
+    request.setPredicate(Predicate::predicateWithFormat("storeModificationEvent IN %@", slice));
+    request.setRelationshipKeyPathsForPrefetching({"globalIdentifier"});
+    OptionalError error;
+    FetchResults results = context.executeFetchRequest(request, error);
+    if (error) throw SyncException("Could not fetch object changes: " + error->toString());
+    for (const auto& object : results) {
+      auto change = std::dynamic_pointer_cast<SyncObjectChange>(object);
+      if (!change) continue;
+      auto eventID = change->objectIDForKey("storeModificationEvent");
+      if (!eventID) continue;
+      auto at = eventIndex.find(*eventID);
+      if (at == eventIndex.end()) continue;
+      IntegratedChange c;
+      c.type = change->type();
+      c.entity = change->nameOfEntity();
+      auto row = change->globalIdentifier();
+      if (!row) {
+        LUMEO_LOG_WARNING("Object change without a global identifier. Skipping.");
+        continue;
+      }
+      c.globalIdentifier = row->globalIdentifier();
+      c.row = row->objectID();
+      c.values = change->propertyChangeValues();
+      sink(at->second, std::move(c), identifierRowOf(*row));
+    }
+  });
+}
+
+}  // namespace
+
 OptionalError SyncEventIntegrator::integrate(MergeState& state) {
   LUMEO_LOG_VERBOSE("Integrating new events into main context");
   auto eventContext = eventStore_->managedObjectContext();
@@ -507,6 +660,10 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
   SyncRevisionManager revisionManager(*eventStore_, eventContext);
   if (ensemble_) revisionManager.setModelVersions(ensemble_->allModelVersions());
   state.full = needsFullIntegration(revisionManager);
+  // Choosing, ordering and checking read every event's revisions many
+  // times: read them once. The event store does not change until the
+  // merge event is made, after this.
+  revisionManager.takeEventSnapshot();
 
   std::vector<SyncEventPtr> events;
   if (state.full) {
@@ -528,72 +685,45 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
   if (events.empty()) return std::nullopt;
 
   if (OptionalError error = revisionManager.checkIntegrationPrequisitesForEvents(events)) return error;
-  if (OptionalError error = checkPredecessorsOfStoreModificationEvents(events)) return error;
+  if (OptionalError error = checkPredecessorsOfStoreModificationEvents(revisionManager, events)) return error;
 
   std::string store = eventStore_->persistentStoreIdentifier().value_or("");
   if (!state.full && std::all_of(events.begin(), events.end(), [&](const SyncEventPtr& e) {
-        return e->persistentStoreIdentifier() == store;
+        return revisionManager.factsForEvent(e).persistentStoreIdentifier == store;
       })) {
     return std::nullopt;
   }
 
   // Every change of every event, decoded once and grouped by event.
-  std::unordered_map<ManagedObjectID, std::size_t> eventIndex;
-  for (std::size_t i = 0; i < events.size(); ++i) eventIndex[events[i]->objectID()] = i;
   state.changesByEvent.assign(events.size(), {});
   std::set<std::string> relatedStrings;
+  std::unordered_map<std::string, IdentifierRow> rowsByKey;
   std::size_t changeCount = 0;
-  std::vector<std::pair<std::string, std::shared_ptr<SyncGlobalIdentifier>>> ownRows;
-  inSlices(events, [&](const std::vector<SyncEventPtr>& slice) {
-    FetchRequest request(kSyncObjectChangeEntity);
-    request.setPredicate(Predicate::predicateWithFormat("storeModificationEvent IN %@", slice));
-    request.setRelationshipKeyPathsForPrefetching({"globalIdentifier"});
-    OptionalError error;
-    FetchResults results = eventContext->executeFetchRequest(request, error);
-    if (error) throw SyncException("Could not fetch object changes: " + error->toString());
-    for (const auto& object : results) {
-      auto change = std::dynamic_pointer_cast<SyncObjectChange>(object);
-      if (!change) continue;
-      auto eventID = change->objectIDForKey("storeModificationEvent");
-      if (!eventID) continue;
-      auto at = eventIndex.find(*eventID);
-      if (at == eventIndex.end()) continue;
-      IntegratedChange c;
-      c.type = change->type();
-      c.entity = change->nameOfEntity();
-      c.row = change->globalIdentifier();
-      if (!c.row) {
-        LUMEO_LOG_WARNING("Object change without a global identifier. Skipping.");
-        continue;
-      }
-      c.globalIdentifier = c.row->globalIdentifier();
-      c.values = change->propertyChangeValues();
-      if (c.type != kSyncObjectChangeTypeDelete && !c.values) {
-        throw SyncException("An object change of " + c.entity +
-                            " other than a delete has no property values");
-      }
-      if (c.values) {
-        for (const auto& v : *c.values) {
-          if (v.relatedIdentifier) relatedStrings.insert(*v.relatedIdentifier);
-          if (v.addedIdentifiers)
-            relatedStrings.insert(v.addedIdentifiers->begin(), v.addedIdentifiers->end());
-          if (v.removedIdentifiers)
-            relatedStrings.insert(v.removedIdentifiers->begin(), v.removedIdentifiers->end());
-          if (v.movedIdentifiersByIndex) {
-            for (const auto& [index, s] : *v.movedIdentifiersByIndex) relatedStrings.insert(s);
-          }
+  auto addChange = [&](std::size_t eventIndex, IntegratedChange c, IdentifierRow row) {
+    if (c.type != kSyncObjectChangeTypeDelete && !c.values) {
+      throw SyncException("An object change of " + c.entity + " other than a delete has no property values");
+    }
+    if (c.values) {
+      for (const auto& v : *c.values) {
+        if (v.relatedIdentifier) relatedStrings.insert(*v.relatedIdentifier);
+        if (v.addedIdentifiers) relatedStrings.insert(v.addedIdentifiers->begin(), v.addedIdentifiers->end());
+        if (v.removedIdentifiers)
+          relatedStrings.insert(v.removedIdentifiers->begin(), v.removedIdentifiers->end());
+        if (v.movedIdentifiersByIndex) {
+          for (const auto& [index, s] : *v.movedIdentifiersByIndex) relatedStrings.insert(s);
         }
       }
-      ownRows.emplace_back(objectKey(c.entity, c.globalIdentifier), c.row);
-      state.changesByEvent[at->second].push_back(std::move(c));
-      ++changeCount;
     }
-  });
+    rowsByKey.emplace(objectKey(c.entity, c.globalIdentifier), std::move(row));
+    state.changesByEvent[eventIndex].push_back(std::move(c));
+    ++changeCount;
+  };
+  if (eventContext->hasChanges() || !readChangeRows(*eventContext, events, addChange)) {
+    readChangeObjects(*eventContext, events, addChange);
+  }
   if (changeCount == 0) return std::nullopt;
 
   // Rows of every object the events name, and the journal objects they point at.
-  std::unordered_map<std::string, std::shared_ptr<SyncGlobalIdentifier>> rowsByKey;
-  for (auto& [key, row] : ownRows) rowsByKey.emplace(key, row);
   std::vector<std::string> strings(relatedStrings.begin(), relatedStrings.end());
   inSlices(strings, [&](const std::vector<std::string>& slice) {
     FetchRequest request(kSyncGlobalIdentifierEntity);
@@ -606,13 +736,14 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
     }
     for (const auto& object : results) {
       auto row = std::dynamic_pointer_cast<SyncGlobalIdentifier>(object);
-      if (row) rowsByKey.emplace(objectKey(row->nameOfEntity(), row->globalIdentifier()), row);
+      if (row)
+        rowsByKey.emplace(objectKey(row->nameOfEntity(), row->globalIdentifier()), identifierRowOf(*row));
     }
   });
   auto coordinator = mergeContext.persistentStoreCoordinator();
   std::map<std::string, std::vector<std::pair<ManagedObjectID, std::string>>> idsByEntity;
   for (const auto& [key, row] : rowsByKey) {
-    auto uri = row->storeURI();
+    const auto& uri = row.storeURI;
     if (!uri) continue;
     auto id = coordinator->managedObjectIDForURIRepresentation(*uri);
     if (!id || !model_->entityNamed(id->entityName())) continue;
@@ -653,8 +784,8 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
       if (!object) {
         object = mergeContext.insertNewObjectForEntityForName(change.entity);
         state.objects[key] = object;
-        auto row = rowsByKey.count(key) ? rowsByKey[key] : change.row;
-        state.inserted.emplace_back(object, row);
+        auto known = rowsByKey.find(key);
+        state.inserted.emplace_back(object, known != rowsByKey.end() ? known->second.id : change.row);
       }
       if (state.full) state.vouchedByEntity[change.entity].insert(object.get());
     }
@@ -669,9 +800,10 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
         if (OptionalError error = applier.nullifyRelationshipsAndDeleteObject(object)) return error;
       }
     }
-    if (events[i]->type() != kSyncEventTypeBaseline) {
+    SyncEventFacts facts = revisionManager.factsForEvent(events[i]);
+    if (facts.type != kSyncEventTypeBaseline) {
       state.integrated =
-          state.integrated.revisionSetByTakingStoreWiseMaximumWithRevisionSet(events[i]->revisionSet());
+          state.integrated.revisionSetByTakingStoreWiseMaximumWithRevisionSet(facts.revisionSet);
     }
   }
 
@@ -700,8 +832,27 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
   if (!fresh.empty()) {
     if (OptionalError error = mergeContext.obtainPermanentIDsForObjects(fresh)) return error;
   }
+  // The rows are read in bulk, not one fault at a time.
+  std::vector<ManagedObjectID> rowIDs;
   for (const auto& [object, row] : state.inserted) {
-    if (applier.isLive(object) && row) row->setStoreURI(object->objectID().URIRepresentation());
+    if (applier.isLive(object) && row) rowIDs.push_back(row);
+  }
+  std::unordered_map<ManagedObjectID, std::shared_ptr<SyncGlobalIdentifier>> rows;
+  std::vector<ManagedObjectPtr> keepRows;
+  inSlices(rowIDs, [&](const std::vector<ManagedObjectID>& slice) {
+    FetchRequest request(kSyncGlobalIdentifierEntity);
+    request.setPredicate(Predicate::predicateWithFormat("SELF IN %@", slice));
+    OptionalError error;
+    FetchResults results = eventContext->executeFetchRequest(request, error);
+    if (error) throw SyncException("Could not fetch global identifiers: " + error->toString());
+    for (const auto& object : results) {
+      if (auto row = std::dynamic_pointer_cast<SyncGlobalIdentifier>(object)) rows[row->objectID()] = row;
+    }
+  });
+  for (const auto& [object, row] : state.inserted) {
+    if (!applier.isLive(object) || !row) continue;
+    auto it = rows.find(row);
+    if (it != rows.end()) it->second->setStoreURI(object->objectID().URIRepresentation());
   }
   return std::nullopt;
 }

@@ -73,7 +73,8 @@ class SyncEventIntegrator : public std::enable_shared_from_this<SyncEventIntegra
   OptionalError saveContext();
   SyncMergeResult fail(OptionalError error, bool succeeded = false);
   bool needsFullIntegration(SyncRevisionManager& revisionManager);
-  OptionalError checkPredecessorsOfStoreModificationEvents(const std::vector<SyncEventPtr>& events);
+  OptionalError checkPredecessorsOfStoreModificationEvents(SyncRevisionManager& revisionManager,
+                                                           const std::vector<SyncEventPtr>& events);
   void contextSaving(const Notification& notification);
 
   std::filesystem::path storeURL_;

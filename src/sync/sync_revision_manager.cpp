@@ -3,12 +3,15 @@
 
 #include <algorithm>
 #include <limits>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "objectgraph/fetch_request.h"
 #include "objectgraph/managed_object_context.h"
 #include "objectgraph/managed_object_model.h"
+#include "objectgraph/persistent_store_coordinator.h"
 #include "objectgraph/predicate.h"
+#include "objectgraph/sqlite_store.h"
 #include "platform/log.h"
 #include "platform/property_list.h"
 #include "sync/sync_error.h"
@@ -65,10 +68,305 @@ void SyncRevisionManager::perform(const std::function<void()>& block) {
   context_->performBlockAndWait(block);
 }
 
+// --- Event facts and the snapshot ------------------------------------------------------
+
+SyncEventFacts SyncEventFacts::ofEvent(const SyncStoreModificationEvent& event) {
+  SyncEventFacts facts;
+  facts.globalCount = event.globalCount();
+  facts.timestamp = event.timestamp();
+  facts.type = event.type();
+  facts.revisionSetOfOtherStores = event.revisionSetOfOtherStoresAtCreation();
+  facts.revisionSet = facts.revisionSetOfOtherStores;
+  if (auto own = event.eventRevision()) {
+    facts.ownRevision = own->revision();
+    facts.persistentStoreIdentifier = facts.ownRevision->persistentStoreIdentifier();
+    facts.revisionSet.addRevision(*facts.ownRevision);
+  }
+  return facts;
+}
+
+namespace {
+
+// The order of syncEventPrecedes, on facts read once.
+bool factsPrecede(const SyncEventFacts& a, const SyncEventFacts& b) {
+  if (a.globalCount != b.globalCount) return a.globalCount < b.globalCount;
+  if (a.timestamp != b.timestamp) return a.timestamp < b.timestamp;
+  return a.persistentStoreIdentifier < b.persistentStoreIdentifier;
+}
+
+bool isNonBaselineType(std::int16_t type) {
+  return type != kSyncEventTypeBaseline && type != kSyncEventTypeIncomplete;
+}
+
+}  // namespace
+
+struct SyncRevisionManager::EventSnapshot {
+  // Every stored event in row order, and its facts.
+  std::vector<SyncEventPtr> events;
+  std::vector<SyncEventFacts> facts;
+  std::unordered_map<const SyncStoreModificationEvent*, std::size_t> indexOf;
+  // Events that are neither baselines nor incomplete, by store, in row order.
+  std::map<std::string, std::vector<std::size_t>> nonBaselineByStore;
+  // Store and revision of every save and merge event.
+  std::set<std::pair<std::string, std::int64_t>> saveAndMergeRevisions;
+  SyncEventPtr mostRecentBaseline;
+  std::set<std::string> storeIdentifiers;
+};
+
+namespace {
+
+// One row of the snapshot query, before the event object is looked up.
+struct EventRow {
+  ManagedObjectID id;
+  std::int64_t pk = 0;
+  SyncEventFacts facts;
+};
+
+// Reads every event with its own revision, the revisions of other stores
+// and the store identifiers with three queries on the event store's tables,
+// giving each value as the entity accessors would (the same column reader,
+// the same defaults). False with no error when the context is not a plain
+// one on an SQLite store.
+bool readEventRows(ManagedObjectContext& context, std::vector<EventRow>& events,
+                   std::set<std::string>& storeIdentifiers, OptionalError& error) {
+  if (context.parentContext()) return false;
+  auto coordinator = context.persistentStoreCoordinator();
+  SQLiteStore* store = coordinator ? coordinator->sqliteStore() : nullptr;
+  if (!store) return false;
+  const ManagedObjectModel& model = store->model();
+  const EntityDescription* eventEntity = model.entityNamed(kSyncStoreModificationEventEntity);
+  const EntityDescription* revisionEntity = model.entityNamed(kSyncEventRevisionEntity);
+  if (!eventEntity || !revisionEntity) return false;
+  const AttributeDescription* globalCount = eventEntity->attributeNamed("globalCount");
+  const AttributeDescription* timestamp = eventEntity->attributeNamed("timestamp");
+  const AttributeDescription* type = eventEntity->attributeNamed("type");
+  const RelationshipDescription* ownRevision = eventEntity->relationshipNamed("eventRevision");
+  const AttributeDescription* storeIdentifier = revisionEntity->attributeNamed("persistentStoreIdentifier");
+  const AttributeDescription* revisionNumber = revisionEntity->attributeNamed("revisionNumber");
+  const RelationshipDescription* ofEvent = revisionEntity->relationshipNamed("storeModificationEvent");
+  const RelationshipDescription* ofOtherEvent =
+      revisionEntity->relationshipNamed("storeModificationEventForOtherStores");
+  if (!globalCount || !timestamp || !type || !ownRevision || !storeIdentifier || !revisionNumber ||
+      !ofEvent || !ofOtherEvent) {
+    return false;
+  }
+  const std::string events_ = store->tableFor(*eventEntity);
+  const std::string revisions = store->tableFor(*revisionEntity);
+  auto column = [&](const std::string& alias, const PropertyDescription& property) {
+    return alias + "." + store->columnFor(property);
+  };
+  // A revision's global count is that of the event it hangs on: its own
+  // event, else the event that holds it for another store, else -1.
+  const std::string revisionColumns = column("r", *storeIdentifier) + ", " + column("r", *revisionNumber) +
+                                      ", a._pk, " + column("a", *globalCount) + ", b._pk, " +
+                                      column("b", *globalCount);
+  const std::string revisionJoins = " LEFT JOIN " + events_ + " a ON a._pk = " + column("r", *ofEvent) +
+                                    " LEFT JOIN " + events_ + " b ON b._pk = " + column("r", *ofOtherEvent);
+  auto revisionAt = [&](sqlite3_stmt* s, int at) {
+    std::int64_t count = -1;
+    if (sqlite3_column_type(s, at + 2) != SQLITE_NULL) {
+      count = store->readAttributeColumn(*globalCount, s, at + 3).toInt();
+    } else if (sqlite3_column_type(s, at + 4) != SQLITE_NULL) {
+      count = store->readAttributeColumn(*globalCount, s, at + 5).toInt();
+    }
+    return SyncRevision(store->readAttributeColumn(*storeIdentifier, s, at).toString(),
+                        store->readAttributeColumn(*revisionNumber, s, at + 1).toInt(-1), count);
+  };
+
+  std::lock_guard<std::recursive_mutex> lock(coordinator->mutex());
+  std::string eventFilter = store->entityFilter(*eventEntity, true, "t0");
+  std::string text = "SELECT t0._pk, t0._ent, " + column("t0", *globalCount) + ", " +
+                     column("t0", *timestamp) + ", " + column("t0", *type) + ", r._pk, " + revisionColumns +
+                     " FROM " + events_ + " t0 LEFT JOIN " + revisions +
+                     " r ON r._pk = " + column("t0", *ownRevision) + revisionJoins +
+                     (eventFilter.empty() ? "" : " WHERE " + eventFilter) + " ORDER BY t0._pk";
+  std::unordered_map<std::int64_t, std::size_t> indexOfPk;
+  if (!store->query(
+          text, {},
+          [&](sqlite3_stmt* s) {
+            EventRow row;
+            row.pk = sqlite3_column_int64(s, 0);
+            row.id = store->makeID(*eventEntity, sqlite3_column_int(s, 1), row.pk);
+            row.facts.globalCount = store->readAttributeColumn(*globalCount, s, 2).toInt();
+            row.facts.timestamp = store->readAttributeColumn(*timestamp, s, 3).toDouble();
+            row.facts.type = static_cast<std::int16_t>(store->readAttributeColumn(*type, s, 4).toInt());
+            if (sqlite3_column_type(s, 5) != SQLITE_NULL) {
+              row.facts.ownRevision = revisionAt(s, 6);
+              row.facts.persistentStoreIdentifier = row.facts.ownRevision->persistentStoreIdentifier();
+            }
+            indexOfPk.emplace(row.pk, events.size());
+            events.push_back(std::move(row));
+            return true;
+          },
+          error)) {
+    return false;
+  }
+  // The revisions an event holds for other stores, in the order a to-many
+  // read gives them; its own revision goes last, as in revisionSet().
+  std::string revisionFilter = store->entityFilter(*revisionEntity, true, "r");
+  text = "SELECT " + column("r", *ofOtherEvent) + ", " + revisionColumns + " FROM " + revisions + " r" +
+         revisionJoins + " WHERE " + column("r", *ofOtherEvent) + " IS NOT NULL" +
+         (revisionFilter.empty() ? "" : " AND " + revisionFilter) + " ORDER BY r._pk";
+  if (!store->query(
+          text, {},
+          [&](sqlite3_stmt* s) {
+            auto it = indexOfPk.find(sqlite3_column_int64(s, 0));
+            if (it != indexOfPk.end())
+              events[it->second].facts.revisionSetOfOtherStores.addRevision(revisionAt(s, 1));
+            return true;
+          },
+          error)) {
+    return false;
+  }
+  for (auto& row : events) {
+    row.facts.revisionSet = row.facts.revisionSetOfOtherStores;
+    if (row.facts.ownRevision) row.facts.revisionSet.addRevision(*row.facts.ownRevision);
+  }
+  text = "SELECT DISTINCT " + column("r", *storeIdentifier) + " FROM " + revisions + " r" +
+         (revisionFilter.empty() ? "" : " WHERE " + revisionFilter);
+  return store->query(
+      text, {},
+      [&](sqlite3_stmt* s) {
+        Value identifier = store->readAttributeColumn(*storeIdentifier, s, 0);
+        if (const std::string* string = identifier.asString()) storeIdentifiers.insert(*string);
+        return true;
+      },
+      error);
+}
+
+}  // namespace
+
+void SyncRevisionManager::takeEventSnapshot() {
+  snapshot_.reset();
+  perform([&] {
+    if (context_->hasChanges()) return;
+    std::vector<EventRow> rows;
+    auto snapshot = std::make_shared<EventSnapshot>();
+    OptionalError error;
+    if (!readEventRows(*context_, rows, snapshot->storeIdentifiers, error)) {
+      // Without a snapshot every call reads for itself and reports the error.
+      if (error)
+        LUMEO_LOG_WARNING("Could not read the events at once: %@", static_cast<const Error&>(*error));
+      return;
+    }
+    snapshot->events.reserve(rows.size());
+    snapshot->facts.reserve(rows.size());
+    std::vector<std::size_t> baselines;
+    for (auto& row : rows) {
+      // A fault: the row is not read again, the facts are all the merge needs.
+      auto event = std::dynamic_pointer_cast<SyncStoreModificationEvent>(context_->objectWithID(row.id));
+      if (!event) return;
+      std::size_t index = snapshot->events.size();
+      SyncEventFacts& facts = row.facts;
+      snapshot->indexOf.emplace(event.get(), index);
+      if (facts.type == kSyncEventTypeBaseline) baselines.push_back(index);
+      if (facts.ownRevision && isNonBaselineType(facts.type)) {
+        snapshot->nonBaselineByStore[facts.persistentStoreIdentifier].push_back(index);
+      }
+      if (facts.ownRevision && (facts.type == kSyncEventTypeSave || facts.type == kSyncEventTypeMerge)) {
+        snapshot->saveAndMergeRevisions.emplace(facts.persistentStoreIdentifier,
+                                                facts.ownRevision->revisionNumber());
+      }
+      snapshot->events.push_back(std::move(event));
+      snapshot->facts.push_back(std::move(facts));
+    }
+    std::stable_sort(baselines.begin(), baselines.end(), [&](std::size_t a, std::size_t b) {
+      return factsPrecede(snapshot->facts[a], snapshot->facts[b]);
+    });
+    if (!baselines.empty()) snapshot->mostRecentBaseline = snapshot->events[baselines.back()];
+    snapshot_ = std::move(snapshot);
+  });
+}
+
+void SyncRevisionManager::dropEventSnapshot() {
+  snapshot_.reset();
+}
+
+SyncEventFacts SyncRevisionManager::factsForEvent(const SyncEventPtr& event) {
+  if (snapshot_) {
+    auto it = snapshot_->indexOf.find(event.get());
+    if (it != snapshot_->indexOf.end()) return snapshot_->facts[it->second];
+  }
+  SyncEventFacts facts;
+  perform([&] { facts = SyncEventFacts::ofEvent(*event); });
+  return facts;
+}
+
+bool SyncRevisionManager::hasNonBaselineEventForPersistentStoreIdentifier(
+    const std::string& persistentStoreIdentifier, std::int64_t revisionNumber) {
+  if (revisionNumber < 0) return false;
+  if (snapshot_)
+    return snapshot_->saveAndMergeRevisions.count({persistentStoreIdentifier, revisionNumber}) > 0;
+  bool found = false;
+  perform([&] {
+    found = SyncStoreModificationEvent::fetchNonBaselineEventForPersistentStoreIdentifier(
+                persistentStoreIdentifier, revisionNumber, *context_) != nullptr;
+  });
+  return found;
+}
+
+SyncEventPtr SyncRevisionManager::mostRecentBaseline() {
+  if (snapshot_) return snapshot_->mostRecentBaseline;
+  return SyncStoreModificationEvent::fetchMostRecentBaselineStoreModificationEvent(*context_);
+}
+
+std::set<std::string> SyncRevisionManager::persistentStoreIdentifiersOfRevisions() {
+  if (snapshot_) return snapshot_->storeIdentifiers;
+  return SyncEventRevision::fetchPersistentStoreIdentifiers(*context_);
+}
+
+std::vector<SyncEventPtr> SyncRevisionManager::nonBaselineEventsAfterRevision(
+    const std::string& persistentStoreIdentifier, std::int64_t revisionNumber) {
+  if (!snapshot_) {
+    return SyncStoreModificationEvent::fetchNonBaselineEventsForPersistentStoreIdentifier(
+        persistentStoreIdentifier, revisionNumber, *context_);
+  }
+  std::vector<SyncEventPtr> out;
+  auto it = snapshot_->nonBaselineByStore.find(persistentStoreIdentifier);
+  if (it == snapshot_->nonBaselineByStore.end()) return out;
+  for (std::size_t index : it->second) {
+    if (snapshot_->facts[index].ownRevision->revisionNumber() > revisionNumber)
+      out.push_back(snapshot_->events[index]);
+  }
+  return out;
+}
+
+// --- Order -------------------------------------------------------------------------------
+
 std::vector<SyncEventPtr> SyncRevisionManager::sortStoreModificationEvents(std::vector<SyncEventPtr> events) {
   std::stable_sort(events.begin(), events.end(),
                    [](const SyncEventPtr& a, const SyncEventPtr& b) { return syncEventPrecedes(*a, *b); });
   return events;
+}
+
+std::vector<SyncEventPtr> SyncRevisionManager::sortedStoreModificationEvents(
+    std::vector<SyncEventPtr> events) {
+  if (!snapshot_) return sortStoreModificationEvents(std::move(events));
+  // Each event's facts looked up once, not once per comparison.
+  std::vector<SyncEventFacts> extra;
+  std::vector<const SyncEventFacts*> keys(events.size(), nullptr);
+  std::vector<std::size_t> missing;
+  for (std::size_t i = 0; i < events.size(); ++i) {
+    auto it = snapshot_->indexOf.find(events[i].get());
+    if (it != snapshot_->indexOf.end()) {
+      keys[i] = &snapshot_->facts[it->second];
+    } else {
+      missing.push_back(i);
+    }
+  }
+  extra.reserve(missing.size());
+  for (std::size_t i : missing) {
+    extra.push_back(factsForEvent(events[i]));
+    keys[i] = &extra.back();
+  }
+  std::vector<std::size_t> order(events.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::stable_sort(order.begin(), order.end(),
+                   [&](std::size_t a, std::size_t b) { return factsPrecede(*keys[a], *keys[b]); });
+  std::vector<SyncEventPtr> sorted;
+  sorted.reserve(events.size());
+  for (std::size_t i : order) sorted.push_back(std::move(events[i]));
+  return sorted;
 }
 
 std::vector<SyncEventPtr> SyncRevisionManager::eventsAfterRevisionSet(const SyncRevisionSet& reference,
@@ -81,15 +379,13 @@ std::vector<SyncEventPtr> SyncRevisionManager::eventsAfterRevisionSet(const Sync
     }
   };
   for (const auto& revision : reference.revisions()) {
-    add(SyncStoreModificationEvent::fetchNonBaselineEventsForPersistentStoreIdentifier(
-        revision.persistentStoreIdentifier(), revision.revisionNumber(), *context_));
+    add(nonBaselineEventsAfterRevision(revision.persistentStoreIdentifier(), revision.revisionNumber()));
   }
-  SyncRevisionSet baselineSet = baseline ? baseline->revisionSet() : SyncRevisionSet();
-  for (const auto& store : SyncEventRevision::fetchPersistentStoreIdentifiers(*context_)) {
+  SyncRevisionSet baselineSet = baseline ? factsForEvent(baseline).revisionSet : SyncRevisionSet();
+  for (const auto& store : persistentStoreIdentifiersOfRevisions()) {
     if (reference.hasRevisionForPersistentStoreIdentifier(store)) continue;
     const SyncRevision* b = baselineSet.revisionForPersistentStoreIdentifier(store);
-    add(SyncStoreModificationEvent::fetchNonBaselineEventsForPersistentStoreIdentifier(
-        store, b ? b->revisionNumber() : -1, *context_));
+    add(nonBaselineEventsAfterRevision(store, b ? b->revisionNumber() : -1));
   }
   return out;
 }
@@ -97,10 +393,9 @@ std::vector<SyncEventPtr> SyncRevisionManager::eventsAfterRevisionSet(const Sync
 SyncResult<std::vector<SyncEventPtr>> SyncRevisionManager::fetchUncommittedStoreModificationEvents() {
   std::vector<SyncEventPtr> result;
   perform([&] {
-    SyncEventPtr baseline =
-        SyncStoreModificationEvent::fetchMostRecentBaselineStoreModificationEvent(*context_);
+    SyncEventPtr baseline = mostRecentBaseline();
     SyncRevisionSet reference = revisionSetForLastMergeOrBaseline();
-    result = sortStoreModificationEvents(eventsAfterRevisionSet(reference, baseline));
+    result = sortedStoreModificationEvents(eventsAfterRevisionSet(reference, baseline));
   });
   return result;
 }
@@ -114,14 +409,15 @@ SyncResult<std::vector<SyncEventPtr>> SyncRevisionManager::fetchStoreModificatio
     // name was unknown to it beyond the baseline: it counts as the
     // baseline's number (or -1), not as "no opinion", or events of that
     // store that the event never saw would be left out of the replay.
-    SyncEventPtr baseline =
-        SyncStoreModificationEvent::fetchMostRecentBaselineStoreModificationEvent(*context_);
-    SyncRevisionSet baselineSet = baseline ? baseline->revisionSet() : SyncRevisionSet();
-    std::set<std::string> stores = SyncEventRevision::fetchPersistentStoreIdentifiers(*context_);
+    SyncEventPtr baseline = mostRecentBaseline();
+    SyncRevisionSet baselineSet = baseline ? factsForEvent(baseline).revisionSet : SyncRevisionSet();
+    std::set<std::string> stores = persistentStoreIdentifiersOfRevisions();
     std::vector<SyncRevisionSet> sets;
+    sets.reserve(events.size());
     for (const auto& e : events) {
-      sets.push_back(e->revisionSet());
-      for (const auto& id : sets.back().persistentStoreIdentifiers()) stores.insert(id);
+      sets.push_back(factsForEvent(e).revisionSet);
+      for (const auto& revision : sets.back().revisions())
+        stores.insert(revision.persistentStoreIdentifier());
     }
     SyncRevisionSet minimum;
     for (const auto& store : stores) {
@@ -140,7 +436,7 @@ SyncResult<std::vector<SyncEventPtr>> SyncRevisionManager::fetchStoreModificatio
     for (auto& e : eventsAfterRevisionSet(minimum, baseline)) {
       if (seen.insert(e.get()).second) all.push_back(std::move(e));
     }
-    result = sortStoreModificationEvents(std::move(all));
+    result = sortedStoreModificationEvents(std::move(all));
   });
   return result;
 }
@@ -211,18 +507,17 @@ bool SyncRevisionManager::checkAllDependenciesExistForStoreModificationEvents(
     const std::vector<SyncEventPtr>& events) {
   bool ok = true;
   perform([&] {
-    SyncEventPtr baseline =
-        SyncStoreModificationEvent::fetchMostRecentBaselineStoreModificationEvent(*context_);
-    SyncRevisionSet baselineSet = baseline ? baseline->revisionSet() : SyncRevisionSet();
+    SyncEventPtr baseline = mostRecentBaseline();
+    SyncRevisionSet baselineSet = baseline ? factsForEvent(baseline).revisionSet : SyncRevisionSet();
     for (const auto& event : events) {
       if (event == baseline) continue;
-      for (const auto& other : event->revisionSetOfOtherStoresAtCreation().revisions()) {
+      for (const auto& other : factsForEvent(event).revisionSetOfOtherStores.revisions()) {
         const SyncRevision* b =
             baselineSet.revisionForPersistentStoreIdentifier(other.persistentStoreIdentifier());
         if (b && b->revisionNumber() >= other.revisionNumber()) continue;
         if (other.revisionNumber() < 0) continue;
-        if (!SyncStoreModificationEvent::fetchNonBaselineEventForPersistentStoreIdentifier(
-                other.persistentStoreIdentifier(), other.revisionNumber(), *context_)) {
+        if (!hasNonBaselineEventForPersistentStoreIdentifier(other.persistentStoreIdentifier(),
+                                                             other.revisionNumber())) {
           ok = false;
           return;
         }
@@ -237,16 +532,14 @@ bool SyncRevisionManager::checkContinuityOfStoreModificationEvents(const std::ve
   perform([&] {
     std::map<std::string, std::vector<std::int64_t>> numbersByStore;
     for (const auto& event : events) {
+      const SyncEventFacts facts = factsForEvent(event);
       // Numbers outside this range come from a damaged or forged event.
-      if (event->globalCount() > kSyncMaximumRevisionNumber || event->globalCount() < -1) ok = false;
-      for (const auto& r : event->revisionSet().revisions()) {
+      if (facts.globalCount > kSyncMaximumRevisionNumber || facts.globalCount < -1) ok = false;
+      for (const auto& r : facts.revisionSet.revisions()) {
         if (r.revisionNumber() > kSyncMaximumRevisionNumber || r.revisionNumber() < -1) ok = false;
       }
-      int type = event->type();
-      if (type == kSyncEventTypeBaseline || type == kSyncEventTypeIncomplete) continue;
-      auto own = event->eventRevision();
-      if (!own) continue;
-      numbersByStore[own->persistentStoreIdentifier()].push_back(own->revisionNumber());
+      if (!isNonBaselineType(facts.type) || !facts.ownRevision) continue;
+      numbersByStore[facts.persistentStoreIdentifier].push_back(facts.ownRevision->revisionNumber());
     }
     for (auto& [store, numbers] : numbersByStore) {
       std::sort(numbers.begin(), numbers.end());

@@ -39,6 +39,20 @@ std::string sync_entityHashesPropertyList(const ManagedObjectModel& model);
 std::optional<SyncEntityHashes> sync_entityHashesByNameFromPropertyList(const std::string& text);
 std::string sync_modelHash(const ManagedObjectModel& model);
 
+// What ordering and checking need of one event, read from its row and its
+// revisions: the accessors of SyncStoreModificationEvent give the same.
+struct SyncEventFacts {
+  std::int64_t globalCount = 0;
+  double timestamp = 0;
+  std::int16_t type = 0;
+  std::optional<SyncRevision> ownRevision;  // eventRevision
+  SyncRevisionSet revisionSetOfOtherStores;
+  SyncRevisionSet revisionSet;            // the others plus the event's own
+  std::string persistentStoreIdentifier;  // of the own revision; "" when none
+
+  static SyncEventFacts ofEvent(const SyncStoreModificationEvent& event);
+};
+
 class SyncRevisionManager {
  public:
   explicit SyncRevisionManager(SyncEventStore& eventStore,
@@ -52,6 +66,25 @@ class SyncRevisionManager {
   }
 
   static std::vector<SyncEventPtr> sortStoreModificationEvents(std::vector<SyncEventPtr> events);
+
+  // Reads every stored event and its revisions in one go, and answers the
+  // calls below from that reading instead of reading events one at a time
+  // (a merge of 100,000 events reads each event's revisions many times
+  // over). Valid only while the event store does not change: the
+  // integrator takes one for the span of a merge's choosing and checking.
+  // Does nothing when the event context has unsaved changes. Call it on
+  // the event context's queue or outside any perform.
+  void takeEventSnapshot();
+  void dropEventSnapshot();
+  bool hasEventSnapshot() const { return snapshot_ != nullptr; }
+
+  // The facts of an event, from the snapshot when it holds the event.
+  SyncEventFacts factsForEvent(const SyncEventPtr& event);
+  // In the total order; the same result as sortStoreModificationEvents.
+  std::vector<SyncEventPtr> sortedStoreModificationEvents(std::vector<SyncEventPtr> events);
+  // Whether a save or merge event of the store with that revision is here.
+  bool hasNonBaselineEventForPersistentStoreIdentifier(const std::string& persistentStoreIdentifier,
+                                                       std::int64_t revisionNumber);
 
   SyncResult<std::vector<SyncEventPtr>> fetchUncommittedStoreModificationEvents();
   SyncResult<std::vector<SyncEventPtr>> fetchStoreModificationEventsConcurrentWithEvents(
@@ -79,13 +112,20 @@ class SyncRevisionManager {
   std::set<std::string> allPersistentStoreIdentifiers();
 
  private:
+  struct EventSnapshot;
+
   void perform(const std::function<void()>& block);
   std::vector<SyncEventPtr> eventsAfterRevisionSet(const SyncRevisionSet& reference,
                                                    const SyncEventPtr& baseline);
+  std::vector<SyncEventPtr> nonBaselineEventsAfterRevision(const std::string& persistentStoreIdentifier,
+                                                           std::int64_t revisionNumber);
+  std::set<std::string> persistentStoreIdentifiersOfRevisions();
+  SyncEventPtr mostRecentBaseline();
 
   SyncEventStore& eventStore_;
   std::shared_ptr<ManagedObjectContext> context_;
   std::vector<std::shared_ptr<const ManagedObjectModel>> models_;
+  std::shared_ptr<EventSnapshot> snapshot_;
 };
 
 }  // namespace lumeo
