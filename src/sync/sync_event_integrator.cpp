@@ -608,7 +608,7 @@ bool readChangeRows(ManagedObjectContext& context, const std::vector<SyncEventPt
       }
       r.change.globalIdentifier = r.row.globalIdentifier;
       r.change.row = r.row.id;
-      r.change.values = SyncPropertyChangeValue::unarchiveArray(r.archive);
+      r.change.values = SyncPropertyChangeValue::unarchiveArray(std::move(r.archive));
       sink(r.event, std::move(r.change), std::move(r.row));
     }
   });

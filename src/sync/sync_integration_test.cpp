@@ -128,6 +128,32 @@ TEST_F(SyncPairTest, ConcurrentEditsResolveByGlobalCountThenTimestampThenStore) 
   EXPECT_EQ(b_.recordWithIdentifier("R")->moodLevel(), expected);
 }
 
+// A merge reads the events with plain queries when the event store has no
+// unsaved changes, and through the object graph when it has; both must
+// replay the same events in the same order.
+TEST_F(SyncPairTest, AMergeOverUnsavedEventStoreChangesReplaysTheSame) {
+  a_.addRecord(5, "first #walk")->setUniqueIdentifier("R");
+  a_.save();
+  clock_.clock().set(Date::fromTimeIntervalSinceReferenceDate(1500));
+  a_.recordWithIdentifier("R")->setMoodLevel(2);
+  a_.save();
+  b_.addRecord(7, "other")->setUniqueIdentifier("S");
+  b_.save();
+  exchange();
+
+  auto context = b_.events().managedObjectContext();
+  context->performBlockAndWait([&] {
+    auto file = context->insertNewObject<SyncDataFile>(kSyncDataFileEntity);
+    file->setFilename("unsaved");
+  });
+  SyncMergeResult rb = b_.merge();
+  ASSERT_TRUE(rb.succeeded && !rb.error) << (rb.error ? rb.error->toString() : "no reason");
+  SyncMergeResult ra = a_.merge();
+  ASSERT_TRUE(ra.succeeded && !ra.error) << (ra.error ? ra.error->toString() : "no reason");
+  EXPECT_EQ(b_.recordWithIdentifier("R")->moodLevel(), 2);
+  EXPECT_EQ(a_.dump(), b_.dump());
+}
+
 TEST_F(SyncPairTest, ADeleteFirstInOrderWinsOverALaterUpdate) {
   a_.addRecord(5, "doomed")->setUniqueIdentifier("R");
   a_.save();

@@ -1,6 +1,8 @@
 // Archiving and reading back property change values.
 #include "sync/sync_property_change_value.h"
 
+#include <type_traits>
+
 #include "objectgraph/managed_object_model.h"
 #include "platform/log.h"
 #include "sync/sync_error.h"
@@ -79,8 +81,12 @@ Value SyncPropertyChangeValue::archive() const {
   return Value(std::move(d));
 }
 
-SyncPropertyChangeValue SyncPropertyChangeValue::unarchive(const Value& archive) {
-  const Value::Dictionary* d = archive.asDictionary();
+namespace {
+
+// Reads an archive dictionary; from a dictionary that is not const, the
+// value is moved out rather than copied.
+template <class Dictionary>
+SyncPropertyChangeValue unarchiveDictionary(Dictionary* d) {
   if (!d) throw SyncException("Property change value is not a dictionary");
   SyncPropertyChangeValue out;
   bool hasType = false;
@@ -100,7 +106,11 @@ SyncPropertyChangeValue SyncPropertyChangeValue::unarchive(const Value& archive)
       out.propertyName = requireString(v, "propertyName");
       hasName = !out.propertyName.empty();
     } else if (key == "value") {
-      out.value = v;
+      if constexpr (std::is_const_v<Dictionary>) {
+        out.value = v;
+      } else {
+        out.value = std::move(v);
+      }
     } else if (key == "filename") {
       if (!v.isNull()) out.filename = requireString(v, "filename");
     } else if (key == "relatedIdentifier") {
@@ -136,6 +146,16 @@ SyncPropertyChangeValue SyncPropertyChangeValue::unarchive(const Value& archive)
   return out;
 }
 
+}  // namespace
+
+SyncPropertyChangeValue SyncPropertyChangeValue::unarchive(const Value& archive) {
+  return unarchiveDictionary(archive.asDictionary());
+}
+
+SyncPropertyChangeValue SyncPropertyChangeValue::unarchive(Value&& archive) {
+  return unarchiveDictionary(archive.asDictionary());
+}
+
 Value SyncPropertyChangeValue::archiveArray(const std::vector<SyncPropertyChangeValue>& values) {
   Value::Array out;
   out.reserve(values.size());
@@ -151,6 +171,16 @@ std::optional<std::vector<SyncPropertyChangeValue>> SyncPropertyChangeValue::una
   std::vector<SyncPropertyChangeValue> out;
   out.reserve(array->size());
   for (const auto& item : *array) out.push_back(unarchive(item));
+  return out;
+}
+
+std::optional<std::vector<SyncPropertyChangeValue>> SyncPropertyChangeValue::unarchiveArray(Value&& archive) {
+  if (archive.isNull()) return std::nullopt;
+  Value::Array* array = archive.asArray();
+  if (!array) throw SyncException("Property change values are not an array");
+  std::vector<SyncPropertyChangeValue> out;
+  out.reserve(array->size());
+  for (auto& item : *array) out.push_back(unarchive(std::move(item)));
   return out;
 }
 

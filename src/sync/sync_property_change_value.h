@@ -62,9 +62,12 @@ class SyncPropertyChangeValue {
   // is not one: another type, a key it does not know, a field of the wrong
   // type, a property type outside 0...3.
   static SyncPropertyChangeValue unarchive(const Value& archive);
+  // The same, taking the archive's strings instead of copying them.
+  static SyncPropertyChangeValue unarchive(Value&& archive);
   static Value archiveArray(const std::vector<SyncPropertyChangeValue>& values);
   // Null gives no array (nil); anything else must be an array of archives.
   static std::optional<std::vector<SyncPropertyChangeValue>> unarchiveArray(const Value& archive);
+  static std::optional<std::vector<SyncPropertyChangeValue>> unarchiveArray(Value&& archive);
 
   // The attribute's value as the journal should hold it: read from the data
   // file when there is one, else `value`, reverse-transformed when the
