@@ -64,15 +64,17 @@ function(lumeo_glob_module name dir)
   endif()
 endfunction()
 
-# lumeo_add_fuzz_target(NAME SOURCE file LIBS ... [CORPUS dir])
+# lumeo_add_fuzz_target(NAME SOURCE file LIBS ... [CORPUS dir] [ITERATIONS n])
 # A fuzz target defines LLVMFuzzerTestOneInput. In the ordinary build it is
 # linked with a small driver and registered with ctest as NAME_fuzz_smoke: it
 # replays every file of CORPUS (the kept finds, under testdata/) and then a
-# bounded number of random and mutated inputs. With clang and
-# -DLUMEO_FUZZ=ON it is linked with libFuzzer instead, for real fuzzing.
+# bounded number of random and mutated inputs (ITERATIONS, default 20,000;
+# a slow target takes fewer, and LUMEO_FUZZ_ITERATIONS gives the long run).
+# With clang and -DLUMEO_FUZZ=ON it is linked with libFuzzer instead, for
+# real fuzzing.
 option(LUMEO_FUZZ "Link fuzz targets with libFuzzer (needs clang)" OFF)
 function(lumeo_add_fuzz_target name)
-  cmake_parse_arguments(ARG "" "SOURCE;CORPUS" "LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "" "SOURCE;CORPUS;ITERATIONS" "LIBS" ${ARGN})
   add_executable(${name}_fuzz ${ARG_SOURCE})
   target_link_libraries(${name}_fuzz PRIVATE ${ARG_LIBS})
   target_include_directories(${name}_fuzz PRIVATE ${PROJECT_SOURCE_DIR}/src)
@@ -85,7 +87,11 @@ function(lumeo_add_fuzz_target name)
     if(ARG_CORPUS)
       set(corpus ${ARG_CORPUS})
     endif()
-    add_test(NAME ${name}_fuzz_smoke COMMAND ${name}_fuzz ${corpus})
+    set(iterations)
+    if(ARG_ITERATIONS)
+      set(iterations --iterations=${ARG_ITERATIONS})
+    endif()
+    add_test(NAME ${name}_fuzz_smoke COMMAND ${name}_fuzz ${iterations} ${corpus})
     set_tests_properties(${name}_fuzz_smoke PROPERTIES TIMEOUT 300)
   endif()
 endfunction()

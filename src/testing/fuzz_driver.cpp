@@ -3,6 +3,11 @@
 // feeds a fixed number of inputs made by a seeded generator: random bytes,
 // and corpus files with bytes flipped, inserted and cut. A crash or a hang
 // fails the ctest run; the seed is printed so that a failure can be replayed.
+//
+//   NAME_fuzz [--iterations=N] CORPUS...
+//
+// N generated inputs (default 20,000); LUMEO_FUZZ_ITERATIONS overrides it,
+// so a slow target can run a short smoke in ctest and the long run by hand.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -26,7 +31,14 @@ std::vector<std::uint8_t> readAll(const std::filesystem::path& p) {
 
 int main(int argc, char** argv) {
   std::vector<std::vector<std::uint8_t>> corpus;
+  long iterations = 20000;
+  const std::string iterationsFlag = "--iterations=";
   for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg.rfind(iterationsFlag, 0) == 0) {
+      iterations = std::atol(arg.c_str() + iterationsFlag.size());
+      continue;
+    }
     std::error_code ec;
     if (std::filesystem::is_regular_file(argv[i], ec)) {
       corpus.push_back(readAll(argv[i]));
@@ -39,8 +51,7 @@ int main(int argc, char** argv) {
   }
   for (const auto& input : corpus) LLVMFuzzerTestOneInput(input.data(), input.size());
 
-  const char* iterationsEnv = std::getenv("LUMEO_FUZZ_ITERATIONS");
-  const long iterations = iterationsEnv ? std::atol(iterationsEnv) : 20000;
+  if (const char* iterationsEnv = std::getenv("LUMEO_FUZZ_ITERATIONS")) iterations = std::atol(iterationsEnv);
   const char* seedEnv = std::getenv("LUMEO_FUZZ_SEED");
   const std::uint32_t seed = seedEnv ? static_cast<std::uint32_t>(std::atol(seedEnv)) : 20261122u;
   std::printf("fuzz smoke: %zu corpus inputs, %ld generated inputs, seed %u\n", corpus.size(), iterations,
