@@ -33,7 +33,11 @@ std::vector<DueNotification> NotificationDeliveryPlanner::collectDue(Date now) {
     checkedUntil_ = now;
   }
   std::vector<DueNotification> due;
-  for (auto& [thread, notification] : missed) {
+  for (auto& entry : missed) {
+    // Plain references, not a structured binding: clang before 16 cannot
+    // capture a binding in a lambda.
+    const std::string& thread = entry.first;
+    DueNotification& notification = entry.second;
     bool coveredOnTime = std::any_of(onTime.begin(), onTime.end(), [&](const DueNotification& d) {
       return d.request.content.threadIdentifier == notification.request.content.threadIdentifier &&
              !thread.empty() && thread == d.request.content.threadIdentifier;
