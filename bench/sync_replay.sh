@@ -2,7 +2,9 @@
 # Replaying 100,000 events into an empty journal: the sync engine's
 # integrator against Yjs (a CRDT library) integrating the same stream of
 # updates, in the same run. Yjs comes from npm into the build folder at bench
-# time only; the build never downloads anything.
+# time only; the build never downloads anything. SYNC_REPLAY_BASELINE=PATH
+# names another build's sync_replay_bench (an older commit, say) to replay
+# the same stream in the same run.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${LUMEO_BUILD_DIR:-$root/build}
@@ -17,6 +19,9 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 lumeo=$("$build/bench/sync_replay_bench" --events "$events" --emit "$work/stream.jsonl" --dir "$work/lumeo")
 yjs=$(NODE_PATH="$peer/node_modules" node "$root/bench/sync_replay_yjs.mjs" "$work/stream.jsonl")
+if [ -n "${SYNC_REPLAY_BASELINE:-}" ]; then
+  echo "baseline $("$SYNC_REPLAY_BASELINE" --events "$events" --dir "$work/baseline")"
+fi
 echo "$lumeo"
 echo "$yjs"
 python3 - "$lumeo" "$yjs" <<'PY'
