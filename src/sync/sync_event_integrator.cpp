@@ -540,6 +540,10 @@ bool readChangeRows(ManagedObjectContext& context, const std::vector<SyncEventPt
   const AttributeDescription* storeURI = globalEntity->attributeNamed("storeURI");
   if (!ofEvent || !ofGlobal || !type || !entity || !values || !identifier || !rowEntity || !storeURI)
     return false;
+  // Archives in the store's own value coding are read straight from their
+  // bytes; with a transformer, through the store's column reader.
+  const bool coded =
+      values->attributeType() == AttributeType::kTransformable && values->valueTransformerName().empty();
   std::unordered_map<std::int64_t, std::size_t> eventIndex;
   for (std::size_t i = 0; i < events.size(); ++i) {
     const ManagedObjectID& id = events[i]->objectID();
@@ -561,6 +565,8 @@ bool readChangeRows(ManagedObjectContext& context, const std::vector<SyncEventPt
     std::size_t event = 0;
     IntegratedChange change;
     Value archive;
+    bool hasArchive = false;
+    std::vector<std::uint8_t> codedArchive;
     bool hasRow = false;
     IdentifierRow row;
   };
@@ -586,7 +592,16 @@ bool readChangeRows(ManagedObjectContext& context, const std::vector<SyncEventPt
             r.event = at->second;
             r.change.type = static_cast<std::int16_t>(store->readAttributeColumn(*type, s, 1).toInt());
             r.change.entity = store->readAttributeColumn(*entity, s, 2).toString();
-            r.archive = store->readAttributeColumn(*values, s, 3);
+            if (coded) {
+              sqlite3_value* blob = sqlite3_column_value(s, 3);
+              r.hasArchive = sqlite3_value_type(blob) != SQLITE_NULL;
+              if (r.hasArchive) {
+                const auto* bytes = static_cast<const std::uint8_t*>(sqlite3_value_blob(blob));
+                r.codedArchive.assign(bytes, bytes + sqlite3_value_bytes(blob));
+              }
+            } else {
+              r.archive = store->readAttributeColumn(*values, s, 3);
+            }
             if (sqlite3_column_type(s, 4) != SQLITE_NULL) {
               r.hasRow = true;
               r.row.id = store->makeID(*globalEntity, sqlite3_column_int(s, 5), sqlite3_column_int64(s, 4));
@@ -608,7 +623,12 @@ bool readChangeRows(ManagedObjectContext& context, const std::vector<SyncEventPt
       }
       r.change.globalIdentifier = r.row.globalIdentifier;
       r.change.row = r.row.id;
-      r.change.values = SyncPropertyChangeValue::unarchiveArray(std::move(r.archive));
+      if (!coded) {
+        r.change.values = SyncPropertyChangeValue::unarchiveArray(std::move(r.archive));
+      } else if (r.hasArchive) {
+        r.change.values = SyncPropertyChangeValue::unarchiveArrayFromCodedBytes(r.codedArchive.data(),
+                                                                                r.codedArchive.size());
+      }
       sink(r.event, std::move(r.change), std::move(r.row));
     }
   });

@@ -1,6 +1,8 @@
 // Archiving and reading back property change values.
 #include "sync/sync_property_change_value.h"
 
+#include <cstring>
+#include <string_view>
 #include <type_traits>
 
 #include "objectgraph/managed_object_model.h"
@@ -182,6 +184,177 @@ std::optional<std::vector<SyncPropertyChangeValue>> SyncPropertyChangeValue::una
   out.reserve(array->size());
   for (auto& item : *array) out.push_back(unarchive(std::move(item)));
   return out;
+}
+
+namespace {
+
+// Reads the object store's value coding (objectgraph/value_coder.cpp: a tag
+// byte, little-endian 64-bit counts and numbers, length-prefixed strings)
+// for the shape archives have: an array of dictionaries with sorted, known
+// keys and plain values. Anything else, or anything the strict reading
+// would refuse, makes it give up, and the general path reads the bytes and
+// reports what is wrong.
+class CodedArchiveReader {
+ public:
+  CodedArchiveReader(const std::uint8_t* data, std::size_t size) : at_(data), end_(data + size) {}
+
+  bool read(std::vector<SyncPropertyChangeValue>& out) {
+    std::uint8_t tag = 0;
+    std::uint64_t count = 0;
+    if (!byte(tag) || tag != kArray || !u64(count) || count > std::uint64_t(end_ - at_)) return false;
+    out.reserve(static_cast<std::size_t>(count));
+    for (std::uint64_t i = 0; i < count; ++i) {
+      SyncPropertyChangeValue value;
+      if (!byte(tag) || tag != kDict || !readDictionary(value)) return false;
+      out.push_back(std::move(value));
+    }
+    return at_ == end_;
+  }
+
+ private:
+  enum Tag : std::uint8_t { kNull, kFalse, kTrue, kInt, kReal, kString, kDate, kData, kArray, kDict };
+
+  bool byte(std::uint8_t& b) {
+    if (at_ == end_) return false;
+    b = *at_++;
+    return true;
+  }
+  bool u64(std::uint64_t& v) {
+    if (end_ - at_ < 8) return false;
+    v = 0;
+    for (int i = 0; i < 8; ++i) v |= static_cast<std::uint64_t>(at_[i]) << (8 * i);
+    at_ += 8;
+    return true;
+  }
+  bool bytes(std::string_view& out) {
+    std::uint64_t n = 0;
+    if (!u64(n) || n > std::uint64_t(end_ - at_)) return false;
+    out = std::string_view(reinterpret_cast<const char*>(at_), static_cast<std::size_t>(n));
+    at_ += n;
+    return true;
+  }
+  bool string(std::string& out) {
+    std::uint8_t tag = 0;
+    std::string_view text;
+    if (!byte(tag) || tag != kString || !bytes(text)) return false;
+    out.assign(text);
+    return true;
+  }
+  // A value that is no array or dictionary.
+  bool plain(Value& out) {
+    std::uint8_t tag = 0;
+    if (!byte(tag)) return false;
+    std::uint64_t bits = 0;
+    std::string_view text;
+    switch (tag) {
+      case kNull:
+        out = Value();
+        return true;
+      case kFalse:
+      case kTrue:
+        out = Value(tag == kTrue);
+        return true;
+      case kInt:
+        if (!u64(bits)) return false;
+        out = Value(static_cast<long long>(bits));
+        return true;
+      case kReal:
+      case kDate: {
+        if (!u64(bits)) return false;
+        double x;
+        std::memcpy(&x, &bits, 8);
+        out = tag == kReal ? Value(x) : Value(Date::fromTimeIntervalSince1970(x));
+        return true;
+      }
+      case kString:
+        if (!bytes(text)) return false;
+        out = Value(std::string(text));
+        return true;
+      case kData:
+        if (!bytes(text)) return false;
+        out = Value(Value::Data(text.begin(), text.end()));
+        return true;
+      default:
+        return false;
+    }
+  }
+  bool optionalString(std::optional<std::string>& out) {
+    if (at_ != end_ && *at_ == kNull) {
+      ++at_;
+      return true;
+    }
+    std::string text;
+    if (!string(text)) return false;
+    out = std::move(text);
+    return true;
+  }
+  bool stringSet(std::optional<std::set<std::string>>& out) {
+    std::uint8_t tag = 0;
+    std::uint64_t count = 0;
+    if (!byte(tag) || tag != kArray || !u64(count)) return false;
+    std::set<std::string> strings;
+    for (std::uint64_t i = 0; i < count; ++i) {
+      std::string text;
+      if (!string(text)) return false;
+      strings.insert(std::move(text));
+    }
+    out = std::move(strings);
+    return true;
+  }
+  bool readDictionary(SyncPropertyChangeValue& out) {
+    std::uint64_t count = 0;
+    if (!u64(count)) return false;
+    bool hasType = false;
+    bool hasName = false;
+    std::string_view previous;
+    for (std::uint64_t i = 0; i < count; ++i) {
+      std::string_view key;
+      // Keys come in the dictionary's order; a repeat or a disorder is for
+      // the general path.
+      if (!bytes(key) || (i > 0 && key <= previous)) return false;
+      previous = key;
+      if (key == "classVersion") {
+        Value ignored;
+        if (!plain(ignored)) return false;
+      } else if (key == "type") {
+        std::uint8_t tag = 0;
+        std::uint64_t bits = 0;
+        if (!byte(tag) || tag != kInt || !u64(bits)) return false;
+        auto type = static_cast<std::int64_t>(bits);
+        if (type < 0 || type > 3) return false;
+        out.type = static_cast<int>(type);
+        hasType = true;
+      } else if (key == "propertyName") {
+        if (!string(out.propertyName)) return false;
+        hasName = !out.propertyName.empty();
+      } else if (key == "value") {
+        if (!plain(out.value)) return false;
+      } else if (key == "filename") {
+        if (!optionalString(out.filename)) return false;
+      } else if (key == "relatedIdentifier") {
+        if (!optionalString(out.relatedIdentifier)) return false;
+      } else if (key == "addedIdentifiers") {
+        if (!stringSet(out.addedIdentifiers)) return false;
+      } else if (key == "removedIdentifiers") {
+        if (!stringSet(out.removedIdentifiers)) return false;
+      } else {
+        return false;
+      }
+    }
+    return hasType && hasName;
+  }
+
+  const std::uint8_t* at_;
+  const std::uint8_t* end_;
+};
+
+}  // namespace
+
+std::optional<std::vector<SyncPropertyChangeValue>> SyncPropertyChangeValue::unarchiveArrayFromCodedBytes(
+    const std::uint8_t* data, std::size_t size) {
+  std::vector<SyncPropertyChangeValue> values;
+  if (CodedArchiveReader(data, size).read(values)) return values;
+  return unarchiveArray(decodeValue(Value::Data(data, data + size)));
 }
 
 Value SyncPropertyChangeValue::attributeValueForAttributeDescription(const AttributeDescription& attribute,

@@ -68,6 +68,13 @@ class SyncPropertyChangeValue {
   // Null gives no array (nil); anything else must be an array of archives.
   static std::optional<std::vector<SyncPropertyChangeValue>> unarchiveArray(const Value& archive);
   static std::optional<std::vector<SyncPropertyChangeValue>> unarchiveArray(Value&& archive);
+  // The same from the bytes the object store keeps a transformable
+  // attribute in (its built-in value coding): what
+  // unarchiveArray(decodeValue(bytes)) gives, errors included, but read
+  // straight into the values when the bytes hold the usual shape instead of
+  // through a dictionary per value.
+  static std::optional<std::vector<SyncPropertyChangeValue>> unarchiveArrayFromCodedBytes(
+      const std::uint8_t* data, std::size_t size);
 
   // The attribute's value as the journal should hold it: read from the data
   // file when there is one, else `value`, reverse-transformed when the
