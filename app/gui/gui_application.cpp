@@ -26,6 +26,7 @@
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "lock/mood_passcode_storage.h"
+#include "lock_reminder_screenshots.h"
 #include "platform/clock.h"
 #include "platform/localization.h"
 #include "platform/secret_store.h"
@@ -167,7 +168,7 @@ int runGuiApplication(int argc, char** argv) {
   QCommandLineOption screenOption(
       QStringLiteral("screen"),
       QStringLiteral("A screen to open before rendering: settings, editor, passcode, welcome, levels, "
-                     "template, export or backup."),
+                     "template, export, backup, lock-settings, reminders or reminder-editor."),
       QStringLiteral("NAME"));
   parser.addOptions({homeOption, captureOption, sampleOption, shotOption, tabOption, sizeOption, themeOption,
                      screenOption});
@@ -192,10 +193,11 @@ int runGuiApplication(int argc, char** argv) {
   options.screen = parser.value(screenOption);
   if (!options.screen.isEmpty() && options.screen != QLatin1String("settings") &&
       options.screen != QLatin1String("editor") && options.screen != QLatin1String("passcode") &&
-      options.screen != QLatin1String("welcome") && !settingsRowOfScreen(options.screen))
+      options.screen != QLatin1String("welcome") && !settingsRowOfScreen(options.screen) &&
+      !isLockReminderScreenshot(options.screen))
     return fail(
-        QStringLiteral("--screen takes settings, editor, passcode, welcome, levels, template, export or "
-                       "backup"),
+        QStringLiteral("--screen takes settings, editor, passcode, welcome, levels, template, export, "
+                       "backup, lock-settings, reminders or reminder-editor"),
         kUsageError);
   if (!options.screenshot && (parser.isSet(tabOption) || parser.isSet(screenOption)))
     return fail(QStringLiteral("--tab and --screen go with --screenshot"), kUsageError);
@@ -282,6 +284,8 @@ int runGuiApplication(int argc, char** argv) {
       return fail(QStringLiteral("the sample passcode could not be set"), 1);
     if (shell->selectTab(1)) return fail(QStringLiteral("the passcode screen did not open"), 1);
   }
+  if (isLockReminderScreenshot(options.screen) && !openLockReminderScreenshot(runtime, options.screen))
+    return fail(QStringLiteral("the screen could not be opened"), 1);
   if (options.screen == QLatin1String("editor")) {
     auto* capture = qobject_cast<CaptureAdapter*>(runtime.singleton(QStringLiteral("Capture")));
     if (!capture || !capture->chooseLevel(7))

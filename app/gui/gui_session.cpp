@@ -11,11 +11,14 @@
 #include "platform/dispatch_queue.h"
 #include "platform/linux/fprintd_authenticator.h"
 #include "platform/linux/geoclue_position_source.h"
+#include "platform/linux/pending_request_file.h"
 #include "platform/linux/plist_user_defaults.h"
 #include "platform/linux/secret_service_store.h"
 #include "platform/log.h"
 #include "platform/secret_store.h"
 #include "platform/user_defaults.h"
+#include "reminder_desktop.h"
+#include "reminders/mood_reminder_scheduler.h"
 #include "sample_journal.h"
 #include "shell/mood_app_delegate.h"
 #include "shell/resources_location.h"
@@ -90,6 +93,11 @@ bool GuiSession::launch() {
   if (options_.desktopServices)
     services.location =
         std::make_shared<PositionLocationService>(std::make_shared<GeoCluePositionSource>("org.lumeo.Lumeo"));
+  // Reminder passes write the pending-request file that `lumeo agent`
+  // delivers from, as the command line's do.
+  services.reminders = std::make_shared<MoodReminderScheduler>(
+      std::make_shared<FileNotificationCenterService>(directories_.library / kPendingRequestFileName),
+      defaults_);
   ApplicationDirectories appDirs{directories_.library, directories_.documents, resourcesDirectory()};
   app_ = std::make_unique<MoodAppDelegate>(appDirs, services, defaults_);
   app_->applicationDidFinishLaunchingWithOptions(LaunchOptions{});
@@ -123,6 +131,10 @@ void GuiSession::splashFinished() {
     if (auto context = app_->managedObjectContext()) catchUp_.remember(*context);
   }
   lock_.reset();
+  // Reminders are shown by the agent, not by the window: start one for
+  // this journal if none runs (after the launch let go of the journal).
+  if (options_.desktopServices && !options_.sampleJournal && journalError_.empty())
+    ensureReminderAgentRunning(directories_.library, options_.home);
 }
 
 void GuiSession::observeSaves() {

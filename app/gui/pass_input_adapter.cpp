@@ -1,5 +1,7 @@
 #include "pass_input_adapter.h"
 
+#include <QTimer>
+
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "lock/mood_pass_input_view_controller.h"
@@ -46,7 +48,15 @@ void PassInputAdapter::attach() {
   auto* shell = qobject_cast<ShellAdapter*>(runtime_.singleton(QStringLiteral("Shell")));
   Screen* screen = shell ? shell->findScreen(QStringLiteral("MoodPassInputViewController")) : nullptr;
   if (!screen) return;
-  auto entry = std::static_pointer_cast<MoodPassInputViewController>(screen->shared_from_this());
+  // The whole-window lock puts a stand-in of that class at the root for a
+  // moment before the lock's own screen replaces it; only the real one is
+  // taken.
+  auto entry = std::dynamic_pointer_cast<MoodPassInputViewController>(screen->shared_from_this());
+  if (!entry) {
+    if (standInRetries_++ < 5) QTimer::singleShot(0, this, &PassInputAdapter::attach);
+    return;
+  }
+  standInRetries_ = 0;
   if (entry == controller_.lock()) return;
   controller_ = entry;
   pendingTranslate_ = nullptr;

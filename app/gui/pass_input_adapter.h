@@ -69,6 +69,7 @@ class PassInputAdapter : public QObject {
   std::weak_ptr<MoodPassInputViewController> controller_;
   std::function<void()> pendingTranslate_;
   bool keypadVisible_ = true;
+  int standInRetries_ = 0;
 };
 
 }  // namespace lumeo::gui

@@ -116,7 +116,11 @@ void ShellAdapter::refresh() {
     QVariantList screens;
     for (Screen* screen : chain) {
       const QString name = QString::fromStdString(screen->className());
-      screens.append(QVariantMap{{"className", name}, {"url", runtime_.screenUrl(name).toString()}});
+      // The screen's identity too: a screen replaced by another of its class
+      // (a fresh entry screen of the window lock) gets a fresh QML item.
+      screens.append(QVariantMap{{"className", name},
+                                 {"url", runtime_.screenUrl(name).toString()},
+                                 {"id", QString::number(reinterpret_cast<quintptr>(screen), 16)}});
     }
     set(screens_, screens);
     set(journalEmpty_, error.isEmpty() && !tabs->isSummaryAvailable());

@@ -52,6 +52,9 @@ class MoodReminderViewController : public MoodViewController {
   void stepperValueChanged(std::int64_t count);
   void setReminderText(const std::string& text) { reminderText_ = text; }
   void setTemplateText(const std::string& text) { templateText_ = text; }
+  // What the two text views hold (loaded from the reminder by viewDidLoad).
+  const std::string& reminderText() const { return reminderText_; }
+  const std::string& templateText() const { return templateText_; }
 
   void saveClick();
   void cancelClick();

@@ -313,12 +313,7 @@ void MoodAppDelegate::applicationDidEnterBackground() {
   bool helpOpen = false;
   // A backup, restore or export is running in an open screen: leave it be.
   bool longJobOpen = false;
-  std::vector<std::shared_ptr<Screen>> chain;
-  if (navigationController_) {
-    for (auto p = navigationController_->presentedViewController(); p; p = p->presentedViewController()) {
-      chain.push_back(p);
-    }
-  }
+  std::vector<std::shared_ptr<Screen>> chain = screensPresentedOverMainInterface();
   for (const auto& p : chain) {
     const std::string& cls = p->className();
     if (cls == "MoodSettingsViewController") {
@@ -381,6 +376,35 @@ void MoodAppDelegate::applicationDidBecomeActive() {
 
 void MoodAppDelegate::applicationWillTerminate() {
   saveContext();
+}
+
+// The presented screens in front of the main interface, bottom first. The
+// interface is the main navigation stack, but what covers it is mostly
+// presented from inside it: the tabs present the settings, the passcode
+// entry of the tab gate and the help; a tab's own screen presents what it
+// opens. All of them cover the whole interface, as a presentation from the
+// stack's root would, so the walk takes every such chain.
+std::vector<std::shared_ptr<Screen>> MoodAppDelegate::screensPresentedOverMainInterface() const {
+  std::vector<std::shared_ptr<Screen>> chain;
+  // A presented navigation stack is a presentation context of its own:
+  // what its screens present covers it in turn.
+  std::function<void(const Screen*)> collect = [&chain, &collect](const Screen* host) {
+    if (!host) return;
+    for (auto p = host->presentedViewController(); p; p = p->presentedViewController()) {
+      chain.push_back(p);
+      if (p->isNavigationController()) {
+        for (const auto& child : std::static_pointer_cast<NavigationController>(p)->viewControllers())
+          collect(child.get());
+      }
+    }
+  };
+  if (!navigationController_) return chain;
+  collect(navigationController_.get());
+  for (const auto& screen : navigationController_->viewControllers()) collect(screen.get());
+  if (tabBarController_) {
+    for (const auto& tab : tabBarController_->controllers()) collect(tab.get());
+  }
+  return chain;
 }
 
 // --- Passcode screen as root --------------------------------------------

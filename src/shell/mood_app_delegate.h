@@ -118,6 +118,9 @@ class MoodAppDelegate {
   // Puts the main interface back after the passcode was entered.
   void switchWindowRootToMainNavigationController();
   bool isPasscodeScreenRoot() const;
+  // Every screen presented over the main interface, bottom first: what the
+  // navigation stack, the screens in it and the tabs' screens present.
+  std::vector<std::shared_ptr<Screen>> screensPresentedOverMainInterface() const;
 
   // --- Typed settings; setters write through and synchronise at once ------
   bool isDropboxReminderEnabled() const;

@@ -291,6 +291,81 @@ TEST_F(BackgroundWalkTest, PasscodeScreenUpBecomesTheWindowRoot) {
   EXPECT_EQ(app.window().rootViewController(), app.navigationController());
 }
 
+// What covers the interface is mostly presented from inside it: the tab
+// gate's entry screen and the settings by the tabs, an editor by the tab
+// on screen. The walk must see those as it sees what the stack presents.
+TEST_F(BackgroundWalkTest, ScreensPresentedFromInsideTheInterfaceAreWalkedToo) {
+  struct Case {
+    const char* name;
+    std::function<void(MoodAppDelegate&)> open;
+    bool locks;      // the whole-window lock is up afterwards
+    bool staysOpen;  // the presented screen is still there
+  };
+  const Case cases[] = {
+      {"tab gate's entry screen, presented by the tabs",
+       [](MoodAppDelegate& app) {
+         app.tabBarController()->presentViewController(
+             std::make_shared<MoodViewController>("MoodPassInputViewController"), false);
+       },
+       true, false},
+      {"entry screen presented by a tab's own screen",
+       [](MoodAppDelegate& app) {
+         app.tabBarController()->controllers()[MoodTabBarController::kMapTab]->presentViewController(
+             std::make_shared<MoodViewController>("MoodPassInputViewController"), false);
+       },
+       true, false},
+      {"settings opened from the tabs",
+       [](MoodAppDelegate& app) {
+         app.tabBarController()->presentViewController(
+             std::make_shared<NavigationController>(
+                 std::make_shared<MoodViewController>("MoodSettingsViewController")),
+             false);
+       },
+       false, false},
+      {"a record's editor over the tabs",
+       [](MoodAppDelegate& app) {
+         app.tabBarController()->presentViewController(
+             std::make_shared<MoodViewController>("MoodRecordEditViewController"), false);
+       },
+       false, true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    MoodAppDelegate& app = ready();
+    passcode_->passcodeStored = true;
+    app.passCodeUnlocked = true;
+    c.open(app);
+    ASSERT_FALSE(app.screensPresentedOverMainInterface().empty());
+    app.applicationDidEnterBackground();
+    EXPECT_FALSE(app.passCodeUnlocked);
+    EXPECT_EQ(app.tabBarController()->currentIndex(), MoodTabBarController::kCaptureTab);
+    EXPECT_EQ(app.isPasscodeScreenRoot(), c.locks);
+    EXPECT_EQ(!app.screensPresentedOverMainInterface().empty(), c.staysOpen);
+    if (c.locks) {
+      // The main interface waits behind the lock and comes back whole.
+      EXPECT_EQ(app.mainNavigationController(), app.navigationController());
+      app.applicationWillEnterForeground();
+      EXPECT_TRUE(app.isPasscodeScreenRoot()) << "coming back keeps the lock up";
+      app.switchWindowRootToMainNavigationController();
+      EXPECT_EQ(app.window().rootViewController(), app.navigationController());
+      EXPECT_TRUE(app.passCodeUnlocked);
+    }
+  }
+}
+
+// Backgrounding on a tab with nothing open shows no lock on return; the
+// other tabs ask through their gate.
+TEST_F(BackgroundWalkTest, NothingOpenMeansNoLockScreen) {
+  MoodAppDelegate& app = ready();
+  passcode_->passcodeStored = true;
+  app.passCodeUnlocked = true;
+  app.applicationDidEnterBackground();
+  app.applicationWillEnterForeground();
+  EXPECT_FALSE(app.isPasscodeScreenRoot());
+  EXPECT_EQ(app.tabBarController()->currentIndex(), MoodTabBarController::kCaptureTab);
+  EXPECT_FALSE(app.passCodeUnlocked);
+}
+
 TEST_F(BackgroundWalkTest, BiometricPromptOnScreenKeepsThePasscodeScreenDown) {
   MoodAppDelegate& app = ready();
   passcode_->passcodeStored = true;

@@ -1,6 +1,8 @@
 // Rows, heights and actions of the settings menu.
 #include "shell/mood_settings_view_controller.h"
 
+#include <map>
+
 #include "platform/dispatch_queue.h"
 #include "platform/log.h"
 #include "platform/user_defaults.h"
@@ -102,9 +104,29 @@ void MoodSettingsViewController::didSelectRow(std::size_t index) {
     return;
   }
   if (row.screen.empty()) return;
-  if (NavigationController* nav = navigationController()) {
-    nav->pushViewController(std::make_shared<MoodViewController>(row.screen), true);
+  if (NavigationController* nav = navigationController())
+    nav->pushViewController(makeScreen(row.screen), true);
+}
+
+namespace {
+std::map<std::string, MoodSettingsViewController::ScreenMaker>& screenMakers() {
+  static std::map<std::string, MoodSettingsViewController::ScreenMaker> makers;
+  return makers;
+}
+}  // namespace
+
+void MoodSettingsViewController::registerScreenMaker(const std::string& className, ScreenMaker maker) {
+  if (maker) {
+    screenMakers()[className] = std::move(maker);
+  } else {
+    screenMakers().erase(className);
   }
+}
+
+std::shared_ptr<Screen> MoodSettingsViewController::makeScreen(const std::string& className) {
+  auto it = screenMakers().find(className);
+  std::shared_ptr<Screen> screen = it != screenMakers().end() ? it->second() : nullptr;
+  return screen ? screen : std::make_shared<MoodViewController>(className);
 }
 
 void MoodSettingsViewController::dropboxLinked() {

@@ -3,6 +3,7 @@
 // watch is paired, and the last visible row is a little taller.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -39,6 +40,14 @@ class MoodSettingsViewController : public MoodViewController {
 
   // A tap on a row: pushes its screen, animated; the unlink row asks first.
   void didSelectRow(std::size_t index);
+
+  // Who makes the screen a row pushes. The subsystem behind a row (or the
+  // front end that shows it) registers a maker for the screen's class;
+  // without one the row pushes a plain screen of that name. Registering
+  // again replaces the maker; an empty maker removes it. Main thread only.
+  using ScreenMaker = std::function<std::shared_ptr<Screen>()>;
+  static void registerScreenMaker(const std::string& className, ScreenMaker maker);
+  static std::shared_ptr<Screen> makeScreen(const std::string& className);
 
   // The cloud account was linked: shows who linked it.
   void dropboxLinked();

@@ -128,6 +128,23 @@ TEST_F(TabsTest, SettingsRowsFollowTheWatchAndTheCloudLink) {
 
   settings->didSelectRow(5);
   EXPECT_EQ(nav->topViewController()->className(), "MoodBackupViewController");
+
+  // A registered maker makes the row's real screen; without one the row
+  // pushes a plain screen of that name.
+  struct LockSettings : MoodViewController {
+    LockSettings() : MoodViewController("MoodPassSettingsViewController") {}
+  };
+  std::shared_ptr<Screen> made;
+  MoodSettingsViewController::registerScreenMaker("MoodPassSettingsViewController", [&made] {
+    made = std::make_shared<LockSettings>();
+    return made;
+  });
+  settings->didSelectRow(7);
+  EXPECT_EQ(nav->topViewController(), made.get());
+  MoodSettingsViewController::registerScreenMaker("MoodPassSettingsViewController", nullptr);
+  settings->didSelectRow(7);
+  EXPECT_NE(nav->topViewController(), made.get());
+  EXPECT_EQ(nav->topViewController()->className(), "MoodPassSettingsViewController");
 }
 
 TEST_F(TabsTest, LinkedAccountNameShowsInItsRow) {

@@ -117,16 +117,31 @@ bool MoodTabBarController::buttonGroupShouldSelectButtonAtIndex(int index) {
 }
 
 void MoodTabBarController::showSettings() {
+  // Granted at once, the menu opens at once. Granted by the code, it opens
+  // once the entry screen has gone: presented while that screen is still
+  // up, it would sit on top of it and leave with it.
+  struct Gate {
+    bool inside = true;
+    bool granted = false;
+    bool presented = false;
+  };
+  auto gate = std::make_shared<Gate>();
   std::weak_ptr<Screen> weakSelf = weak_from_this();
+  auto present = [weakSelf, gate] {
+    auto self = weakSelf.lock();
+    if (!self || !gate->granted || gate->presented) return;
+    gate->presented = true;
+    auto settings = std::make_shared<MoodSettingsViewController>();
+    self->presentViewController(std::make_shared<NavigationController>(settings), true);
+  };
   env_.passcode->requestPassCodeFromViewController(
       *this, true,
-      [weakSelf](bool granted) {
-        auto self = weakSelf.lock();
-        if (!granted || !self) return;
-        auto settings = std::make_shared<MoodSettingsViewController>();
-        self->presentViewController(std::make_shared<NavigationController>(settings), true);
+      [gate, present](bool granted) {
+        gate->granted = granted;
+        if (gate->inside) present();
       },
-      nullptr);
+      present);
+  gate->inside = false;
 }
 
 void MoodTabBarController::showTutorial() {

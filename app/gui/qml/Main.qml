@@ -15,12 +15,9 @@ ApplicationWindow {
     title: appSampleJournal ? L10n.tr("Lumeo — sample journal") : "Lumeo"
     color: Theme.background
 
-    onVisibilityChanged: function (visibility) {
-        if (visibility === Window.Hidden || visibility === Window.Minimized)
-            Shell.windowHidden()
-        else
-            Shell.windowShown()
-    }
+    // Hidden, minimised, on another desktop or behind the screen lock: the
+    // watch tells the shell (see lock_window_watch.h).
+    Component.onCompleted: LockWindow.watch(window)
 
     AppShell {
         anchors.fill: parent

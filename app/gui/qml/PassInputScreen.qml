@@ -32,6 +32,13 @@ FocusScope {
         }
     }
 
+    // The screen under this file may change while it shows (the window
+    // lock replaces its stand-in): take the current one.
+    Connections {
+        target: Shell
+        function onChanged() { PassInput.attach() }
+    }
+
     Connections {
         target: PassInput
         function onTranslateRequested(x, seconds) {

@@ -11,7 +11,17 @@ cli=$2
 out=$3
 mkdir -p "$out"
 home=$(mktemp -d)
-trap 'rm -rf "$home"' EXIT
+# lumeo-gui starts the reminder agent for its journal; stop the ones of
+# this test's journals on the way out.
+stop_agents() {
+  for cmd in /proc/[0-9]*/cmdline; do
+    if tr '\0' ' ' <"$cmd" 2>/dev/null | grep -q -e "--home $home agent" -e "--home ${bad:-/nonexistent} agent"; then
+      pid=${cmd#/proc/}
+      kill "${pid%/cmdline}" 2>/dev/null || true
+    fi
+  done
+}
+trap 'stop_agents; rm -rf "$home"' EXIT
 export LUMEO_GUI=$gui LUMEO_HOME_DIR=$home OUT=$out
 
 xvfb-run -a -s "-screen 0 1280x900x24" bash -euo pipefail -c '
@@ -68,7 +78,7 @@ print("ok   lumeo list shows the record with its tag")
 # A journal file that is not a journal: the window says so, offers nothing
 # that writes, and the file is left exactly as it was.
 bad=$(mktemp -d)
-trap 'rm -rf "$home" "$bad"' EXIT
+trap 'stop_agents; rm -rf "$home" "$bad"' EXIT
 mkdir -p "$bad/Library"
 head -c 4096 /dev/urandom >"$bad/Library/Model.sqlite"
 before=$(md5sum <"$bad/Library/Model.sqlite")

@@ -1,0 +1,135 @@
+#!/usr/bin/env bash
+# The window lock end to end, in a real X window (Xvfb) on a private
+# session bus with a real keyring (gnome-keyring-daemon): a passcode set by
+# `lumeo lock enable`; lumeo-gui opens on Capture (open to all, the level
+# tiles on screen); History asks for the code; the window is taken off the
+# screen and put back (xvfb-run has no window manager, so xdotool unmaps
+# and maps it, which is what minimising and restoring do) and comes back
+# behind the whole-window lock with nothing of the journal on screen; a
+# wrong code keeps it, the right one brings the tabs back. The same with
+# the desktop's screen lock (ActiveChanged on the session bus). lumeo-gui
+# also starts the reminder agent for the journal, once. Screenshots of each
+# step stay in OUT_DIR.
+# Usage: lock_e2e_xvfb_test.sh LUMEO_GUI LUMEO OUT_DIR
+set -euo pipefail
+mode=outer
+if [ "${1:-}" = --on-bus ] || [ "${1:-}" = --in-x ]; then
+  mode=${1#--}
+  shift
+fi
+gui=$1
+cli=$2
+out=$3
+home=${4:-}
+here=$(cd "$(dirname "$0")" && pwd)
+root=$(cd "$here/../../.." && pwd)
+
+# The reminder agents started for this journal, found by its folder in
+# their command line.
+agent_pids() {
+  for cmd in /proc/[0-9]*/cmdline; do
+    if tr '\0' ' ' <"$cmd" 2>/dev/null | grep -q -- "--home $home agent"; then
+      pid=${cmd#/proc/}
+      echo "${pid%/cmdline}"
+    fi
+  done
+}
+
+case $mode in
+  outer)
+    mkdir -p "$out"
+    home=$(mktemp -d)
+    trap 'for p in $(agent_pids); do kill "$p" 2>/dev/null || true; done; rm -rf "$home"' EXIT
+    "$root/src/testing/with_secret_service.sh" keyring bash "$0" --on-bus "$gui" "$cli" "$out" "$home"
+    ;;
+
+  on-bus)
+    "$cli" --home "$home" lock enable --passcode-fd 3 3<<<"2468" >/dev/null
+    echo "ok   passcode set in the keyring"
+    xvfb-run -a -s "-screen 0 1280x900x24" bash "$0" --in-x "$gui" "$cli" "$out" "$home"
+    ;;
+
+  in-x)
+    export QT_QPA_PLATFORM=xcb QT_QUICK_BACKEND=software
+    "$gui" --home "$home" 2>"$out/lock-e2e.log" &
+    pid=$!
+    fail() { echo "not ok: $*"; kill "$pid" 2>/dev/null || true; exit 1; }
+    wid=""
+    for _ in $(seq 1 100); do
+      wid=$(xdotool search --onlyvisible --name "^Lumeo" 2>/dev/null | head -1 || true)
+      [ -n "$wid" ] && break
+      sleep 0.1
+    done
+    [ -n "$wid" ] || fail "no window"
+    # The pixels of level 7's colour (a capture tile, a history bar): none
+    # while the lock covers the window.
+    level7() {
+      sleep 0.8
+      import -window "$wid" "$out/lock-e2e-$1.png"
+      convert "$out/lock-e2e-$1.png" -alpha off -fuzz 4% -fill black +opaque "rgb(0,112,140)" \
+        -fill white -opaque "rgb(0,112,140)" -format "%[fx:round(mean*w*h)]" info:
+    }
+    key() { xdotool key --window "$wid" "$@"; }
+    code() { for d in $(echo "$1" | grep -o .); do key "$d"; sleep 0.05; done; }
+    xdotool windowfocus --sync "$wid" 2>/dev/null || true
+    sleep 1.2
+    key Return # the welcome of a first start
+    n=$(level7 capture)
+    [ "$n" -gt 200 ] || fail "Capture is not on screen ($n pixels)"
+    echo "ok   Capture is open with a passcode set"
+    key alt+2
+    n=$(level7 gate)
+    [ "$n" -eq 0 ] || fail "History shows without the code ($n pixels)"
+    echo "ok   History asks for the code"
+
+    # Minimise and restore with the entry screen up.
+    xdotool windowunmap --sync "$wid"
+    sleep 0.5
+    xdotool windowmap --sync "$wid"
+    xdotool windowfocus --sync "$wid" 2>/dev/null || true
+    n=$(level7 locked)
+    [ "$n" -eq 0 ] || fail "the journal shows after the window came back ($n pixels)"
+    code 1111
+    n=$(level7 wrong)
+    [ "$n" -eq 0 ] || fail "a wrong code opened the window ($n pixels)"
+    echo "ok   back from minimised: the whole window is locked, a wrong code keeps it"
+    sleep 1
+    code 2468
+    n=$(level7 unlocked)
+    [ "$n" -gt 200 ] || fail "the right code did not bring the tabs back ($n pixels)"
+    echo "ok   the right code brings the tabs back"
+
+    # The desktop's screen lock, told on the session bus, with the gate's
+    # entry screen up again (the unlock ended with the first trip away).
+    key alt+3
+    n=$(level7 gate-again)
+    [ "$n" -eq 0 ] || fail "Summary shows without the code ($n pixels)"
+    dbus-send --session --type=signal /org/freedesktop/ScreenSaver org.freedesktop.ScreenSaver.ActiveChanged \
+      boolean:true
+    sleep 0.5
+    dbus-send --session --type=signal /org/freedesktop/ScreenSaver org.freedesktop.ScreenSaver.ActiveChanged \
+      boolean:false
+    n=$(level7 screenlock)
+    [ "$n" -eq 0 ] || fail "the journal shows after the screen lock ($n pixels)"
+    code 2468
+    n=$(level7 screenlock-unlocked)
+    [ "$n" -gt 200 ] || fail "the right code did not open it after the screen lock ($n pixels)"
+    echo "ok   the desktop's screen lock locks it as well"
+
+    # lumeo-gui started the reminder agent for this journal, and only one.
+    agents=0
+    for _ in $(seq 1 100); do
+      agents=$(agent_pids | wc -l)
+      [ "$agents" -ge 1 ] && break
+      sleep 0.1
+    done
+    [ "$agents" -eq 1 ] || fail "$agents reminder agents run for the journal, not 1"
+    echo "ok   lumeo-gui started the reminder agent"
+
+    key ctrl+q 2>/dev/null || true
+    for _ in $(seq 1 100); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
+    if kill -0 "$pid" 2>/dev/null; then fail "did not quit"; fi
+    wait "$pid" || fail "exit status $?"
+    echo "ok   quit"
+    ;;
+esac
