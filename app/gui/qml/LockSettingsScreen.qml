@@ -132,6 +132,9 @@ FocusScope {
                                     elide: Text.ElideRight
                                 }
                                 Switch {
+                                    // On in the accent colour, off in the separator's, on either theme.
+                                    palette.dark: Theme.accent
+                                    palette.midlight: Theme.separator
                                     objectName: "lockSwitch_" + modelData.key
                                     visible: modelData.hasSwitch
                                     checked: modelData.switchOn

@@ -59,6 +59,9 @@ ReminderScreenFrame {
                     font.pointSize: Theme.fontBase
                 }
                 Switch {
+                    // On in the accent colour, off in the separator's, on either theme.
+                    palette.dark: Theme.accent
+                    palette.midlight: Theme.separator
                     id: periodic
                     objectName: "reminderPeriodic"
                     checked: ReminderEditor.periodic
@@ -158,6 +161,9 @@ ReminderScreenFrame {
                     font.pointSize: Theme.fontBase
                 }
                 Switch {
+                    // On in the accent colour, off in the separator's, on either theme.
+                    palette.dark: Theme.accent
+                    palette.midlight: Theme.separator
                     objectName: "reminderRandom"
                     checked: ReminderEditor.random
                     Accessible.name: L10n.tr("At random moments")
@@ -235,6 +241,9 @@ ReminderScreenFrame {
                     font.pointSize: Theme.fontBase
                 }
                 Switch {
+                    // On in the accent colour, off in the separator's, on either theme.
+                    palette.dark: Theme.accent
+                    palette.midlight: Theme.separator
                     objectName: "reminderOnlyIfNothing"
                     checked: ReminderEditor.onlyIfNothingRecorded
                     Accessible.name: L10n.tr("Only if nothing was recorded since the last reminder")

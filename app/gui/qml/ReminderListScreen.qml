@@ -129,6 +129,9 @@ ReminderScreenFrame {
                         anchors.rightMargin: 4
                         spacing: 10
                         Switch {
+                            // On in the accent colour, off in the separator's, on either theme.
+                            palette.dark: Theme.accent
+                            palette.midlight: Theme.separator
                             objectName: "reminderSwitch" + index
                             checked: modelData.on
                             Accessible.name: L10n.format("Reminder at %@", [modelData.timeText])
