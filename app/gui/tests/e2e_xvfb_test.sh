@@ -15,7 +15,7 @@ home=$(mktemp -d)
 # this test's journals on the way out.
 stop_agents() {
   for cmd in /proc/[0-9]*/cmdline; do
-    if tr '\0' ' ' <"$cmd" 2>/dev/null | grep -q -e "--home $home agent" -e "--home ${bad:-/nonexistent} agent"; then
+    if tr '\0' ' ' 2>/dev/null <"$cmd" | grep -q -e "--home $home agent" -e "--home ${bad:-/nonexistent} agent"; then
       pid=${cmd#/proc/}
       kill "${pid%/cmdline}" 2>/dev/null || true
     fi

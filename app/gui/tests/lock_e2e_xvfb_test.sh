@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The window lock end to end, in a real X window (Xvfb) on a private
 # session bus with a real keyring (gnome-keyring-daemon): a passcode set by
-# `lumeo lock enable`; lumeo-gui opens on Capture (open to all, the level
+# `lumeo lock enable` on a journal with one record; lumeo-gui opens on Capture (open to all, the level
 # tiles on screen); History asks for the code; the window is taken off the
 # screen and put back (xvfb-run has no window manager, so xdotool unmaps
 # and maps it, which is what minimising and restoring do) and comes back
@@ -28,7 +28,7 @@ root=$(cd "$here/../../.." && pwd)
 # their command line.
 agent_pids() {
   for cmd in /proc/[0-9]*/cmdline; do
-    if tr '\0' ' ' <"$cmd" 2>/dev/null | grep -q -- "--home $home agent"; then
+    if tr '\0' ' ' 2>/dev/null <"$cmd" | grep -q -- "--home $home agent"; then
       pid=${cmd#/proc/}
       echo "${pid%/cmdline}"
     fi
@@ -44,8 +44,9 @@ case $mode in
     ;;
 
   on-bus)
+    "$cli" --home "$home" add 7 --comment "A good walk" >/dev/null
     "$cli" --home "$home" lock enable --passcode-fd 3 3<<<"2468" >/dev/null
-    echo "ok   passcode set in the keyring"
+    echo "ok   a record and a passcode in the keyring"
     xvfb-run -a -s "-screen 0 1280x900x24" bash "$0" --in-x "$gui" "$cli" "$out" "$home"
     ;;
 
@@ -99,8 +100,20 @@ case $mode in
     [ "$n" -gt 200 ] || fail "the right code did not bring the tabs back ($n pixels)"
     echo "ok   the right code brings the tabs back"
 
+    # Away and back with nothing open: no lock screen, Capture, and the
+    # unlock is over.
+    key alt+2
+    sleep 0.5
+    xdotool windowunmap --sync "$wid"
+    sleep 0.5
+    xdotool windowmap --sync "$wid"
+    xdotool windowfocus --sync "$wid" 2>/dev/null || true
+    n=$(level7 back-on-capture)
+    [ "$n" -gt 200 ] || fail "the window did not come back on Capture ($n pixels)"
+    echo "ok   away with nothing open: back on Capture without a lock screen"
+
     # The desktop's screen lock, told on the session bus, with the gate's
-    # entry screen up again (the unlock ended with the first trip away).
+    # entry screen up.
     key alt+3
     n=$(level7 gate-again)
     [ "$n" -eq 0 ] || fail "Summary shows without the code ($n pixels)"
