@@ -232,3 +232,54 @@ TEST_F(LockTest, TheFacadeLetsANeverEnabledFeatureThroughAndIgnoresASecondReques
 
 }  // namespace
 }  // namespace lumeo
+
+namespace lumeo::testing {
+namespace {
+
+// The tab gate's own entry screen, left up when the application goes to
+// the background, becomes the whole-window lock; the main interface comes
+// back whole behind the right code.
+TEST_F(LockTest, TheGatesEntryScreenLeftUpBecomesTheWindowLock) {
+  MoodAppDelegate& app = ready();
+  setPasscode("1234");
+  auto tabs = app.tabBarController();
+  EXPECT_FALSE(tabs->buttonGroupShouldSelectButtonAtIndex(2));
+  ASSERT_TRUE(entryOver(*tabs));
+  app.applicationDidEnterBackground();
+  EXPECT_FALSE(entryOver(*tabs)) << "the gate's screen is closed";
+  ASSERT_TRUE(app.isPasscodeScreenRoot());
+  app.applicationWillEnterForeground();
+  auto root = gate_->rootEntryScreen();
+  ASSERT_TRUE(root);
+  type(*root, "1234");
+  EXPECT_EQ(app.window().rootViewController(), app.navigationController());
+  EXPECT_EQ(tabs->currentIndex(), MoodTabBarController::kCaptureTab);
+}
+
+// Settings asked for by code open once the entry screen has gone: opened
+// while it was still up, they would sit on it and leave with it.
+TEST_F(LockTest, SettingsBehindTheCodeOpenAfterTheEntryScreenHasGone) {
+  MoodAppDelegate& app = ready();
+  setPasscode("1234");
+  auto tabs = app.tabBarController();
+  tabs->showSettings();
+  auto entry = entryOver(*tabs);
+  ASSERT_TRUE(entry);
+  type(*entry, "1234");
+  runMainLoop(1);
+  auto presented = tabs->presentedViewController();
+  ASSERT_TRUE(presented);
+  ASSERT_TRUE(presented->isNavigationController());
+  EXPECT_EQ(app.window().visibleViewController()->className(), "MoodSettingsViewController");
+  EXPECT_FALSE(presented->presentedViewController());
+
+  // Unlocked now: the menu opens at once, and only once.
+  presented->dismissViewControllerAnimated(false);
+  tabs->showSettings();
+  ASSERT_TRUE(tabs->presentedViewController());
+  EXPECT_EQ(app.window().visibleViewController()->className(), "MoodSettingsViewController");
+  EXPECT_FALSE(tabs->presentedViewController()->presentedViewController());
+}
+
+}  // namespace
+}  // namespace lumeo::testing
