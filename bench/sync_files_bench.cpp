@@ -9,8 +9,9 @@
 // Prints, for N events: the format alone (encode and decode in memory, bytes
 // per event), the export from an event store into files of 1,000 events and
 // the import of those files into an empty store; then, for M events (each
-// its own file, as devices publish them), a fetch of every file from the
-// folder, their import and one merge into an empty journal.
+// its own file, as devices publish them, into a shared folder), a fetch of
+// every file from the folder, their import and one merge into an empty
+// journal.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -29,7 +30,7 @@
 #include "sync/sync_event_integrator.h"
 #include "sync/sync_event_migrator.h"
 #include "sync/sync_event_store.h"
-#include "sync/sync_local_cloud_file_system.h"
+#include "sync/sync_shared_folder.h"
 
 using namespace lumeo;
 namespace fs = std::filesystem;
@@ -162,11 +163,6 @@ std::uintmax_t folderBytes(const fs::path& folder) {
   return total;
 }
 
-// Awaits a cloud call on this (main) thread.
-OptionalError await(SyncCloudManager& manager, const std::function<void(SyncCloudCompletion)>& start) {
-  return manager.awaitCloud(start);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -241,10 +237,13 @@ int main(int argc, char** argv) {
   {
     fs::path cloudRoot = dir / "cloud";
     fs::create_directories(cloudRoot);
-    auto cloud = std::make_shared<SyncLocalCloudFileSystem>(cloudRoot);
+    auto cloud = std::make_shared<SyncSharedFolderFileSystem>(cloudRoot);
     auto publisher = newStore(dir / "publisher");
     writeEvents(*publisher, makeStream(fetch));
     SyncCloudManager out(publisher, cloud);
+    if (auto error =
+            out.awaitCloud([&](SyncCloudCompletion done) { cloud->performInitialPreparation(done); }))
+      fail(error->toString());
     if (auto error = out.createRemoteDirectoryStructure()) fail(error->toString());
     if (auto error = out.snapshotRemoteFiles()) fail(error->toString());
     auto start = Clock::now();
@@ -272,7 +271,6 @@ int main(int argc, char** argv) {
     if (!result.succeeded || result.error) fail(result.error ? result.error->toString() : "merge failed");
     if (in.counts().eventsImported != std::size_t(fetch) || !in.skippedFiles().empty())
       fail("not every file arrived: " + std::to_string(in.counts().eventsImported));
-    (void)await;
     std::printf("publish: %d events as %d files in %.2f s: %.0f events/s, %.1f bytes/event on disk\n", fetch,
                 fetch, published, fetch / published, double(total) / fetch);
     std::printf(
