@@ -256,6 +256,22 @@ class SyncWebDavFileSystem::Session {
   }
 
   void setPassword(std::string password) { password_ = std::move(password); }
+
+  // Directories seen on the server in this session, so that an upload need
+  // not ask for its parent each time. A removal forgets what it removed;
+  // a directory that another device removed shows as a failed upload,
+  // which forgets it too.
+  bool knowsDirectory(const std::string& path) const { return knownDirectories_.count(path) > 0; }
+  void rememberDirectory(const std::string& path) { knownDirectories_.insert(path); }
+  void forgetDirectory(const std::string& path) {
+    for (auto it = knownDirectories_.begin(); it != knownDirectories_.end();) {
+      if (*it == path || it->rfind(path == "/" ? "/" : path + "/", 0) == 0) {
+        it = knownDirectories_.erase(it);
+      } else {
+        ++it;
+      }
+    }
+  }
   const std::string& user() const { return user_; }
   const Options& options() const { return options_; }
 
@@ -497,6 +513,7 @@ class SyncWebDavFileSystem::Session {
   std::string password_;
   ParsedURL base_;
   std::string basePath_;
+  std::set<std::string> knownDirectories_;
   CURL* curl_ = nullptr;
 };
 
@@ -623,8 +640,10 @@ void SyncWebDavFileSystem::createDirectoryAtPath(const std::string& path, SyncCl
     if (syncCloudErrno(std::get<Error>(target)) != ENOENT) return fail(std::get<Error>(target));
     auto response = session.execute("MKCOL", session.urlFor(*normalized, true));
     if (response.code == CURLE_OK && !response.foreignRedirect &&
-        (response.status == 201 || response.status == 200))
+        (response.status == 201 || response.status == 200)) {
+      session.rememberDirectory(*normalized);
       return completeOnMainQueue(completion, std::nullopt);
+    }
     if (response.code == CURLE_OK && !response.foreignRedirect && response.status == 405)
       return fail(syncCloudFileError(EEXIST, what + ": something is there already"));
     fail(session.errorFor(response, what));
@@ -653,6 +672,7 @@ void SyncWebDavFileSystem::contentsOfDirectoryAtPath(const std::string& path,
       if (*cloudPath == *normalized) {
         if (!entry.isCollection) return fail(syncCloudFileError(ENOTDIR, what + ": it is a file"));
         sawSelf = true;
+        session.rememberDirectory(*cloudPath);
         continue;
       }
       // Only direct children: a server may answer deeper than asked.
@@ -660,6 +680,7 @@ void SyncWebDavFileSystem::contentsOfDirectoryAtPath(const std::string& path,
       std::string name = syncCloudPathName(*cloudPath);
       if (name.empty() || name[0] == '.') continue;
       if (entry.isCollection) {
+        session.rememberDirectory(*cloudPath);
         items.emplace_back(SyncCloudDirectory{*cloudPath, name, {}});
       } else {
         items.emplace_back(SyncCloudFile{*cloudPath, name, entry.size});
@@ -678,6 +699,7 @@ void SyncWebDavFileSystem::removeItemAtPath(const std::string& path, SyncCloudCo
     LUMEO_WEBDAV_REQUIRE_CONNECTION(fail);
     auto normalized = syncNormalizedCloudPath(path);
     if (!normalized || *normalized == "/") return fail(syncCloudInvalidPathError(path));
+    session.forgetDirectory(*normalized);
     auto response = session.execute("DELETE", session.urlFor(*normalized));
     if (response.code == CURLE_OK && !response.foreignRedirect && response.status >= 200 &&
         response.status < 300)
@@ -699,8 +721,11 @@ void SyncWebDavFileSystem::uploadLocalFile(const std::string& localPath, const s
       return fail(sync_directory::fileError(*error, "Cannot read " + localPath));
     std::string parent = syncCloudPathParent(*normalized);
     // The parent must exist: some servers would make it silently.
-    auto parentEntries = session.propfind(parent, 0, what);
-    if (auto* error = std::get_if<Error>(&parentEntries)) return fail(*error);
+    if (!session.knowsDirectory(parent)) {
+      auto parentEntries = session.propfind(parent, 0, what);
+      if (auto* error = std::get_if<Error>(&parentEntries)) return fail(*error);
+      session.rememberDirectory(parent);
+    }
 
     // To a hidden name first, then moved over the target in one step, so
     // that an upload cut off half way is never seen under the real name.
@@ -710,6 +735,7 @@ void SyncWebDavFileSystem::uploadLocalFile(const std::string& localPath, const s
                                {}, &std::get<std::vector<std::uint8_t>>(bytes));
     auto removeTemporary = [&] { (void)session.execute("DELETE", session.urlFor(temporary)); };
     if (put.code != CURLE_OK || put.foreignRedirect || put.status < 200 || put.status >= 300) {
+      session.forgetDirectory(parent);
       removeTemporary();
       return fail(session.errorFor(put, what));
     }

@@ -249,6 +249,35 @@ TEST_F(WebDavFaultTest, AnUploadCutOffHalfWayLeavesNoPartialFile) {
   EXPECT_EQ(readFile(copy), "the old one");
 }
 
+TEST_F(WebDavFaultTest, CertificatesAreVerifiedAndAnOwnAuthorityCanBeTrusted) {
+  testing::ApacheDavServer server(true);
+  SKIP_UNLESS_RUNNING(server);
+  {
+    auto cloud = open(server.url());
+    CloudCalls calls(*cloud);
+    auto error = calls.connect();
+    ASSERT_TRUE(isCloudError(error, kSyncErrorCodeServerError));
+    EXPECT_NE(error->description.find("certificate"), std::string::npos) << error->description;
+  }
+  SyncWebDavFileSystem::Options trusting;
+  trusting.caFile = server.certificateFile().string();
+  {
+    // The authority is trusted, but the certificate is not for this name.
+    auto cloud = open("https://localhost:" + std::to_string(server.port()), trusting);
+    CloudCalls calls(*cloud);
+    auto error = calls.connect();
+    ASSERT_TRUE(isCloudError(error, kSyncErrorCodeServerError));
+    EXPECT_NE(error->description.find("certificate"), std::string::npos) << error->description;
+  }
+  auto cloud = open(server.url(), trusting);
+  CloudCalls calls(*cloud);
+  ASSERT_FALSE(calls.connect());
+  ASSERT_FALSE(calls.upload(local("over tls"), "/event"));
+  auto copy = dir_ / "copy";
+  ASSERT_FALSE(calls.download("/event", copy));
+  EXPECT_EQ(readFile(copy), "over tls");
+}
+
 TEST_F(WebDavFaultTest, CredentialsComeFromTheSecretStoreAndAreChecked) {
   testing::RcloneDavServer rclone;
   SKIP_UNLESS_RUNNING(rclone);

@@ -222,12 +222,32 @@ class WebDavServer {
 // way Debian runs it, as www-data.
 class ApacheDavServer : public WebDavServer {
  public:
-  ApacheDavServer() {
+  // With `tls`, the server speaks https with a certificate of its own
+  // authority for 127.0.0.1 (certificateFile()), which nobody trusts.
+  explicit ApacheDavServer(bool tls = false) {
     std::string apache = findProgram("apache2");
     const std::string modules = "/usr/lib/apache2/modules";
     if (apache.empty() || !std::filesystem::exists(modules + "/mod_dav_fs.so")) {
       unavailable_ = "Apache with mod_dav is not installed (apt-get install apache2; scripts/setup does it)";
       return;
+    }
+    std::string openssl = findProgram("openssl");
+    if (tls && openssl.empty()) {
+      unavailable_ = "openssl is not installed (scripts/setup installs it)";
+      return;
+    }
+    if (tls) {
+      certificate_ = dir_ / "cert.pem";
+      TestProcess make({openssl, "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout",
+                        (dir_ / "key.pem").string(), "-out", certificate_.string(), "-days", "2", "-subj",
+                        "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1"},
+                       dir_ / "openssl.log");
+      for (int i = 0; i < 600 && make.running(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      if (!std::filesystem::exists(certificate_)) {
+        unavailable_ = "openssl could not make a certificate: " + readFile(dir_ / "openssl.log");
+        return;
+      }
     }
     ::chmod(dir_.path().c_str(), 0755);
     bool root = ::geteuid() == 0;
@@ -248,6 +268,9 @@ class ApacheDavServer : public WebDavServer {
          << "LoadModule authz_core_module " << modules << "/mod_authz_core.so\n"
          << "LoadModule dav_module " << modules << "/mod_dav.so\n"
          << "LoadModule dav_fs_module " << modules << "/mod_dav_fs.so\n"
+         << (tls ? "LoadModule ssl_module " + modules + "/mod_ssl.so\nSSLEngine on\nSSLCertificateFile " +
+                       certificate_.string() + "\nSSLCertificateKeyFile " + (dir_ / "key.pem").string() + "\n"
+                 : std::string())
          << (root ? "User www-data\nGroup www-data\n" : "")
          << "StartServers 1\nServerLimit 2\nThreadsPerChild 8\nMaxRequestWorkers 16\n"
          << "MinSpareThreads 1\nMaxSpareThreads 16\n"
@@ -265,10 +288,13 @@ class ApacheDavServer : public WebDavServer {
       unavailable_ = std::string("Apache failed to start: ") + e.what() + readFile(dir_ / "start.log");
       return;
     }
-    url_ = "http://127.0.0.1:" + std::to_string(port_);
+    url_ = std::string(tls ? "https" : "http") + "://127.0.0.1:" + std::to_string(port_);
   }
 
+  const std::filesystem::path& certificateFile() const { return certificate_; }
+
  private:
+  std::filesystem::path certificate_;
   std::unique_ptr<TestProcess> process_;
 };
 
