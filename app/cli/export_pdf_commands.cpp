@@ -77,10 +77,7 @@ std::string dayText(Date date) {
 class TerminalExportView : public MoodExportViewDelegate {
  public:
   TerminalExportView(CliApp& cli, MoodExportViewController& controller, std::string what)
-      : cli_(cli),
-        controller_(controller),
-        what_(std::move(what)),
-        tty_(isatty(STDERR_FILENO) && !cli.json()) {}
+      : controller_(controller), what_(std::move(what)), tty_(isatty(STDERR_FILENO) && !cli.json()) {}
 
   void showIndicator(const std::string&, bool) override {}
   void progress(double fraction) override {
@@ -102,7 +99,6 @@ class TerminalExportView : public MoodExportViewDelegate {
   std::optional<std::filesystem::path> shared_;
 
  private:
-  CliApp& cli_;
   MoodExportViewController& controller_;
   std::string what_;
   bool tty_;

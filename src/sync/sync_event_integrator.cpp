@@ -346,9 +346,9 @@ namespace {
 
 class Applier {
  public:
-  Applier(ManagedObjectContext& context, const ManagedObjectModel& model, SyncEventStore& eventStore,
+  Applier(ManagedObjectContext& context, SyncEventStore& eventStore,
           std::unordered_map<std::string, ManagedObjectPtr>& objects)
-      : context_(context), model_(model), eventStore_(eventStore), objects_(objects) {}
+      : context_(context), eventStore_(eventStore), objects_(objects) {}
 
   // An object inserted by this merge and deleted again leaves the context
   // without looking deleted: the merge keeps track of it itself.
@@ -500,7 +500,6 @@ class Applier {
   }
 
   ManagedObjectContext& context_;
-  const ManagedObjectModel& model_;
   SyncEventStore& eventStore_;
   std::unordered_map<std::string, ManagedObjectPtr>& objects_;
   std::unordered_set<const ManagedObject*> deleted_;
@@ -769,7 +768,10 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
     if (!id || !model_->entityNamed(id->entityName())) continue;
     idsByEntity[id->entityName()].emplace_back(*id, key);
   }
-  for (const auto& [entity, pairs] : idsByEntity) {
+  for (const auto& entry : idsByEntity) {
+    // A named reference, not a structured binding: clang 14 cannot capture a binding in the lambda below.
+    const auto& entity = entry.first;
+    const auto& pairs = entry.second;
     std::unordered_map<ManagedObjectID, std::string> keyOf;
     std::vector<ManagedObjectID> ids;
     for (const auto& [id, key] : pairs) {
@@ -791,7 +793,7 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
   }
 
   // Replay, one event at a time: inserts, then updates, then deletes.
-  Applier applier(mergeContext, *model_, *eventStore_, state.objects);
+  Applier applier(mergeContext, *eventStore_, state.objects);
   for (std::size_t i = 0; i < events.size(); ++i) {
     auto& changes = state.changesByEvent[i];
     std::stable_sort(changes.begin(), changes.end(),
