@@ -17,6 +17,8 @@ out=$3
 mkdir -p "$out"
 export QT_QPA_PLATFORM=offscreen QT_QUICK_BACKEND=software TZ=UTC LC_ALL=C.UTF-8 LANGUAGE=en
 failed=0
+# shellcheck source=screenshot_compare.sh
+. "$(dirname "$0")/screenshot_compare.sh"
 for size in 420x760 1100x760; do
   layout=$([ "$size" = 420x760 ] && echo narrow || echo wide)
   for theme in light dark; do
@@ -29,36 +31,7 @@ for size in 420x760 1100x760; do
       failed=1
       continue
     fi
-    if [ "${LUMEO_UPDATE_SCREENSHOTS:-}" = 1 ]; then
-      cp "$shot" "$refs/$name.png"
-      echo "updated $name"
-      continue
-    fi
-    if [ ! -f "$refs/$name.png" ]; then
-      echo "FAIL $name: no reference $refs/$name.png (LUMEO_UPDATE_SCREENSHOTS=1 makes one)"
-      failed=1
-      continue
-    fi
-    # compare prints the number of differing pixels on standard error; it
-    # exits 1 when they differ and 2 when it cannot compare (a size change).
-    differing=$(compare -metric AE -fuzz 8% "$refs/$name.png" "$shot" "$out/$name-diff.png" 2>&1 >/dev/null)
-    status=$?
-    if [ $status -gt 1 ]; then
-      echo "FAIL $name: cannot compare with the reference: $differing"
-      failed=1
-      continue
-    fi
-    total=$(identify -format '%[fx:w*h]' "$shot")
-    allowed=$((total / 200))
-    differing=${differing%% *}
-    differing=${differing%.*}
-    if [ "$differing" -gt "$allowed" ]; then
-      echo "FAIL $name: $differing pixels differ from the reference (at most $allowed may); see $out/$name-diff.png"
-      failed=1
-    else
-      echo "ok   $name: $differing pixels differ"
-      rm -f "$out/$name-diff.png"
-    fi
+    compare_with_reference "$name"
   done
 done
 exit $failed

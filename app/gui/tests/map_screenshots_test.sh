@@ -31,6 +31,8 @@ fi
 export LUMEO_TILE_URL="http://127.0.0.1:$(cat "$out/port")/{z}/{x}/{y}.png"
 
 failed=0
+# shellcheck source=screenshot_compare.sh
+. "$(dirname "$0")/screenshot_compare.sh"
 for size in 420x760 1100x760; do
   layout=$([ "$size" = 420x760 ] && echo narrow || echo wide)
   for theme in light dark; do
@@ -42,34 +44,7 @@ for size in 420x760 1100x760; do
       failed=1
       continue
     fi
-    if [ "${LUMEO_UPDATE_SCREENSHOTS:-}" = 1 ]; then
-      cp "$shot" "$refs/$name.png"
-      echo "updated $name"
-      continue
-    fi
-    if [ ! -f "$refs/$name.png" ]; then
-      echo "FAIL $name: no reference $refs/$name.png (LUMEO_UPDATE_SCREENSHOTS=1 makes one)"
-      failed=1
-      continue
-    fi
-    differing=$(compare -metric AE -fuzz 8% "$refs/$name.png" "$shot" "$out/$name-diff.png" 2>&1 >/dev/null)
-    status=$?
-    if [ $status -gt 1 ]; then
-      echo "FAIL $name: cannot compare with the reference: $differing"
-      failed=1
-      continue
-    fi
-    total=$(identify -format '%[fx:w*h]' "$shot")
-    allowed=$((total / 200))
-    differing=${differing%% *}
-    differing=${differing%.*}
-    if [ "$differing" -gt "$allowed" ]; then
-      echo "FAIL $name: $differing pixels differ from the reference (at most $allowed may); see $out/$name-diff.png"
-      failed=1
-    else
-      echo "ok   $name: $differing pixels differ"
-      rm -f "$out/$name-diff.png"
-    fi
+    compare_with_reference "$name"
   done
 done
 # Every picture's tiles came from the server, named as Lumeo.
