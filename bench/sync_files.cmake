@@ -2,4 +2,4 @@
 # fetch-and-integrate from a cloud folder; bench/sync_files.sh runs it beside
 # the replay benchmark (the part-1 figure) in the same run.
 add_executable(sync_files_bench ${CMAKE_CURRENT_LIST_DIR}/sync_files_bench.cpp)
-target_link_libraries(sync_files_bench PRIVATE lumeo-sync lumeo-store lumeo-platform-linux)
+target_link_libraries(sync_files_bench PRIVATE sync_event_stream lumeo-sync lumeo-store lumeo-platform-linux)

@@ -1,6 +1,6 @@
 // Event files: how fast events become files and files become events again,
 // and a whole fetch-and-integrate from a cloud folder. The events are the
-// replay benchmark's stream (bench/sync_replay_bench.cpp, same seed): 40%
+// seeded stream of the sync benchmarks (bench/sync_event_stream.cpp): 40%
 // inserts of a description with 6 properties, 50% updates of one property,
 // 10% deletes, one event each.
 //
@@ -16,7 +16,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -31,6 +30,7 @@
 #include "sync/sync_event_migrator.h"
 #include "sync/sync_event_store.h"
 #include "sync/sync_shared_folder.h"
+#include "sync_event_stream.h"
 
 using namespace lumeo;
 namespace fs = std::filesystem;
@@ -45,102 +45,6 @@ double since(Clock::time_point start) {
 [[noreturn]] void fail(const std::string& what) {
   std::fprintf(stderr, "sync_files_bench: %s\n", what.c_str());
   std::exit(1);
-}
-
-struct Operation {
-  int kind;  // 0 insert, 1 update, 2 delete
-  std::string id;
-  std::string property;
-  Value value;
-};
-
-std::vector<Operation> makeStream(int count) {
-  std::mt19937_64 rng(18);
-  std::vector<Operation> ops;
-  std::vector<std::string> live;
-  int serial = 0;
-  for (int i = 0; i < count; ++i) {
-    int roll = int(rng() % 100);
-    if (live.empty() || roll < 40) {
-      Operation op{0, "obj-" + std::to_string(serial++), "", Value()};
-      live.push_back(op.id);
-      ops.push_back(op);
-    } else if (roll < 90) {
-      const std::string& id = live[rng() % live.size()];
-      if (rng() % 2) {
-        ops.push_back({1, id, "comment", Value("comment " + std::to_string(i))});
-      } else {
-        ops.push_back({1, id, "latitude", Value(double(rng() % 18000) / 100.0 - 90.0)});
-      }
-    } else {
-      std::size_t k = rng() % live.size();
-      ops.push_back({2, live[k], "", Value()});
-      live[k] = live.back();
-      live.pop_back();
-    }
-  }
-  return ops;
-}
-
-std::vector<SyncPropertyChangeValue> insertValues(const std::string& id) {
-  std::vector<SyncPropertyChangeValue> values;
-  auto add = [&](const char* name, Value v) {
-    SyncPropertyChangeValue value(kSyncPropertyChangeTypeAttribute, name);
-    value.value = std::move(v);
-    values.push_back(std::move(value));
-  };
-  add("uniqueIdentifier", Value(id));
-  add("comment", Value("new " + id));
-  add("latitude", Value(48.1));
-  add("longitude", Value(11.5));
-  add("wasEdited", Value(false));
-  add("thumbChecksum", Value("d41d8cd98f00b204e9800998ecf8427e"));
-  return values;
-}
-
-// The stream as events of the store's own identifier, revisions 0, 1, ...
-void writeEvents(SyncEventStore& store, const std::vector<Operation>& ops) {
-  std::string self = *store.persistentStoreIdentifier();
-  auto context = store.managedObjectContext();
-  context->performBlockAndWait([&] {
-    std::map<std::string, std::shared_ptr<SyncGlobalIdentifier>> rows;
-    for (std::size_t i = 0; i < ops.size(); ++i) {
-      const Operation& op = ops[i];
-      auto event = context->insertNewObject<SyncStoreModificationEvent>(kSyncStoreModificationEventEntity);
-      event->setType(kSyncEventTypeSave);
-      event->setGlobalCount(std::int64_t(i));
-      event->setTimestamp(double(i));
-      SyncRevisionSet set;
-      set.addRevision(SyncRevision(self, std::int64_t(i)));
-      event->setRevisionSet(set, self);
-      auto& row = rows[op.id];
-      if (!row) {
-        row = context->insertNewObject<SyncGlobalIdentifier>(kSyncGlobalIdentifierEntity);
-        row->setGlobalIdentifier(op.id);
-        row->setNameOfEntity("MoodDescription");
-      }
-      auto change = context->insertNewObject<SyncObjectChange>(kSyncObjectChangeEntity);
-      change->setNameOfEntity("MoodDescription");
-      change->setGlobalIdentifier(row);
-      change->setStoreModificationEvent(event);
-      if (op.kind == 0) {
-        change->setType(kSyncObjectChangeTypeInsert);
-        change->setPropertyChangeValues(insertValues(op.id));
-      } else if (op.kind == 1) {
-        change->setType(kSyncObjectChangeTypeUpdate);
-        SyncPropertyChangeValue value(kSyncPropertyChangeTypeAttribute, op.property);
-        value.value = op.value;
-        change->setPropertyChangeValues(std::vector<SyncPropertyChangeValue>{value});
-      } else {
-        change->setType(kSyncObjectChangeTypeDelete);
-      }
-      if (i % 1000 == 999) {
-        if (auto error = context->save()) fail("saving events: " + error->toString());
-      }
-    }
-    if (auto error = context->save()) fail("saving events: " + error->toString());
-    context->reset();
-  });
 }
 
 std::shared_ptr<SyncEventStore> newStore(const fs::path& root) {
@@ -185,7 +89,7 @@ int main(int argc, char** argv) {
   // --- N events: the format, then export and import through files.
   {
     auto source = newStore(dir / "source");
-    writeEvents(*source, makeStream(count));
+    bench::writeEventStream(*source, bench::makeEventStream(count), *source->persistentStoreIdentifier());
     auto events = allEvents(*source);
     SyncEventFileContents contents;
     auto context = source->managedObjectContext();
@@ -239,7 +143,8 @@ int main(int argc, char** argv) {
     fs::create_directories(cloudRoot);
     auto cloud = std::make_shared<SyncSharedFolderFileSystem>(cloudRoot);
     auto publisher = newStore(dir / "publisher");
-    writeEvents(*publisher, makeStream(fetch));
+    bench::writeEventStream(*publisher, bench::makeEventStream(fetch),
+                            *publisher->persistentStoreIdentifier());
     SyncCloudManager out(publisher, cloud);
     if (auto error =
             out.awaitCloud([&](SyncCloudCompletion done) { cloud->performInitialPreparation(done); }))
