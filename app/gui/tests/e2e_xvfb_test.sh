@@ -23,25 +23,23 @@ stop_agents() {
 }
 trap 'stop_agents; rm -rf "$home"' EXIT
 export LUMEO_GUI=$gui LUMEO_HOME_DIR=$home OUT=$out
+XVFB_SESSION=$(cd "$(dirname "$0")" && pwd)/xvfb_session.sh
+export XVFB_SESSION
+source "$XVFB_SESSION"
 
-xvfb-run -a -s "-screen 0 1280x900x24" bash -euo pipefail -c '
+run_in_xvfb bash -euo pipefail -c '
+  source "$XVFB_SESSION"
   fail() { echo "not ok: $*"; kill "$pid" 2>/dev/null || true; exit 1; }
   unset DBUS_SESSION_BUS_ADDRESS WAYLAND_DISPLAY
   export QT_QPA_PLATFORM=xcb QT_QUICK_BACKEND=software
   "$LUMEO_GUI" --home "$LUMEO_HOME_DIR" 2>"$OUT/e2e.log" &
   pid=$!
-  wid=""
-  for _ in $(seq 1 100); do
-    wid=$(xdotool search --onlyvisible --name "^Lumeo" 2>/dev/null | head -1 || true)
-    [ -n "$wid" ] && break
-    sleep 0.1
-  done
-  [ -n "$wid" ] || fail "no window"
+  wid=$(find_lumeo_window)
+  [ -n "$wid" ] || fail "no window within 60 s"
   echo "ok   window up"
-  shot() { sleep 0.6; import -window "$wid" "$OUT/e2e-$1.png"; }
+  shot() { still_shot "$wid" "$OUT/e2e-$1.png" "${2:-0.4}"; }
   xdotool windowactivate --sync "$wid" 2>/dev/null || xdotool windowfocus --sync "$wid"
-  sleep 1.2   # the splash fades in and out
-  shot welcome
+  shot welcome 1.2   # the splash fades in and out
   xdotool key --window "$wid" Return
   shot capture
   xdotool key --window "$wid" 7
@@ -50,18 +48,15 @@ xvfb-run -a -s "-screen 0 1280x900x24" bash -euo pipefail -c '
   xdotool key --window "$wid" ctrl+Return
   shot saved
   xdotool key --window "$wid" alt+2
-  shot history
   # The History tab shows the record: its level colour is on screen.
-  fine=$(convert "$OUT/e2e-history.png" -alpha off -fuzz 4% -fill black +opaque "rgb(0,112,140)" \
-         -fill white -opaque "rgb(0,112,140)" -format "%[fx:round(mean*w*h)]" info:)
+  fine=$(until_level7_shows "$wid" "$OUT/e2e-history.png")
   [ "$fine" -gt 200 ] || fail "History does not show the level-7 record ($fine pixels of its colour)"
   echo "ok   history shows the record"
   xdotool key --window "$wid" alt+3
   shot summary
   # The window goes with the key press; xdotool may then miss it for the release.
   xdotool key --window "$wid" ctrl+q 2>/dev/null || true
-  for _ in $(seq 1 100); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
-  if kill -0 "$pid" 2>/dev/null; then fail "did not quit"; fi
+  wait_until_gone "$pid" || fail "did not quit within 30 s"
   wait "$pid" || fail "exit status $?"
   echo "ok   quit"
 '
@@ -83,24 +78,19 @@ mkdir -p "$bad/Library"
 head -c 4096 /dev/urandom >"$bad/Library/Model.sqlite"
 before=$(md5sum <"$bad/Library/Model.sqlite")
 export BAD_HOME=$bad
-xvfb-run -a -s "-screen 0 1280x900x24" bash -euo pipefail -c '
+run_in_xvfb bash -euo pipefail -c '
+  source "$XVFB_SESSION"
   unset DBUS_SESSION_BUS_ADDRESS WAYLAND_DISPLAY
   export QT_QPA_PLATFORM=xcb QT_QUICK_BACKEND=software
   "$LUMEO_GUI" --home "$BAD_HOME" 2>>"$OUT/e2e.log" &
   pid=$!
-  wid=""
-  for _ in $(seq 1 100); do
-    wid=$(xdotool search --onlyvisible --name "^Lumeo" 2>/dev/null | head -1 || true)
-    [ -n "$wid" ] && break
-    sleep 0.1
-  done
-  [ -n "$wid" ] || { echo "not ok: no window on a bad journal"; kill $pid; exit 1; }
+  wid=$(find_lumeo_window)
+  [ -n "$wid" ] || { echo "not ok: no window on a bad journal within 60 s"; kill $pid; exit 1; }
   xdotool windowactivate --sync "$wid" 2>/dev/null || xdotool windowfocus --sync "$wid"
-  sleep 1.5
-  import -window "$wid" "$OUT/e2e-bad-journal.png"
+  still_shot "$wid" "$OUT/e2e-bad-journal.png" 1.5
   xdotool key --window "$wid" 7 2>/dev/null || true
   xdotool key --window "$wid" ctrl+q 2>/dev/null || true
-  for _ in $(seq 1 100); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
+  wait_until_gone "$pid" || { echo "not ok: did not quit on a bad journal within 30 s"; kill $pid; exit 1; }
   wait "$pid" || { echo "not ok: exit status $? on a bad journal"; exit 1; }
 '
 [ "$(md5sum <"$bad/Library/Model.sqlite")" = "$before" ] || { echo "not ok: the bad journal file was changed"; exit 1; }

@@ -3,7 +3,7 @@
 # session bus with a real keyring (gnome-keyring-daemon): a passcode set by
 # `lumeo lock enable` on a journal with one record; lumeo-gui opens on Capture (open to all, the level
 # tiles on screen); History asks for the code; the window is taken off the
-# screen and put back (xvfb-run has no window manager, so xdotool unmaps
+# screen and put back (the Xvfb has no window manager, so xdotool unmaps
 # and maps it, which is what minimising and restoring do) and comes back
 # behind the whole-window lock with nothing of the journal on screen; a
 # wrong code keeps it, the right one brings the tabs back. The same with
@@ -23,6 +23,7 @@ out=$3
 home=${4:-}
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../../.." && pwd)
+source "$here/xvfb_session.sh"
 
 # The reminder agents started for this journal, found by its folder in
 # their command line.
@@ -47,7 +48,7 @@ case $mode in
     "$cli" --home "$home" add 7 --comment "A good walk" >/dev/null
     "$cli" --home "$home" lock enable --passcode-fd 3 3<<<"2468" >/dev/null
     echo "ok   a record and a passcode in the keyring"
-    xvfb-run -a -s "-screen 0 1280x900x24" bash "$0" --in-x "$gui" "$cli" "$out" "$home"
+    run_in_xvfb bash "$0" --in-x "$gui" "$cli" "$out" "$home"
     ;;
 
   in-x)
@@ -55,27 +56,22 @@ case $mode in
     "$gui" --home "$home" 2>"$out/lock-e2e.log" &
     pid=$!
     fail() { echo "not ok: $*"; kill "$pid" 2>/dev/null || true; exit 1; }
-    wid=""
-    for _ in $(seq 1 100); do
-      wid=$(xdotool search --onlyvisible --name "^Lumeo" 2>/dev/null | head -1 || true)
-      [ -n "$wid" ] && break
-      sleep 0.1
-    done
-    [ -n "$wid" ] || fail "no window"
+    wid=$(find_lumeo_window)
+    [ -n "$wid" ] || fail "no window within 60 s"
     # The pixels of level 7's colour (a capture tile, a history bar): none
-    # while the lock covers the window.
+    # while the lock covers the window. `level7` counts them once the window
+    # has come to rest; `level7_shows` waits for them to show.
     level7() {
-      sleep 0.8
-      import -window "$wid" "$out/lock-e2e-$1.png"
-      convert "$out/lock-e2e-$1.png" -alpha off -fuzz 4% -fill black +opaque "rgb(0,112,140)" \
-        -fill white -opaque "rgb(0,112,140)" -format "%[fx:round(mean*w*h)]" info:
+      still_shot "$wid" "$out/lock-e2e-$1.png" 0.8
+      level7_pixels "$out/lock-e2e-$1.png"
     }
+    level7_shows() { until_level7_shows "$wid" "$out/lock-e2e-$1.png"; }
     key() { xdotool key --window "$wid" "$@"; }
     code() { for d in $(echo "$1" | grep -o .); do key "$d"; sleep 0.05; done; }
     xdotool windowfocus --sync "$wid" 2>/dev/null || true
-    sleep 1.2
+    still_shot "$wid" "$out/lock-e2e-welcome.png" 1.2
     key Return # the welcome of a first start
-    n=$(level7 capture)
+    n=$(level7_shows capture)
     [ "$n" -gt 200 ] || fail "Capture is not on screen ($n pixels)"
     echo "ok   Capture is open with a passcode set"
     key alt+2
@@ -96,7 +92,7 @@ case $mode in
     echo "ok   back from minimised: the whole window is locked, a wrong code keeps it"
     sleep 1
     code 2468
-    n=$(level7 unlocked)
+    n=$(level7_shows unlocked)
     [ "$n" -gt 200 ] || fail "the right code did not bring the tabs back ($n pixels)"
     echo "ok   the right code brings the tabs back"
 
@@ -108,7 +104,7 @@ case $mode in
     sleep 0.5
     xdotool windowmap --sync "$wid"
     xdotool windowfocus --sync "$wid" 2>/dev/null || true
-    n=$(level7 back-on-capture)
+    n=$(level7_shows back-on-capture)
     [ "$n" -gt 200 ] || fail "the window did not come back on Capture ($n pixels)"
     echo "ok   away with nothing open: back on Capture without a lock screen"
 
@@ -125,13 +121,13 @@ case $mode in
     n=$(level7 screenlock)
     [ "$n" -eq 0 ] || fail "the journal shows after the screen lock ($n pixels)"
     code 2468
-    n=$(level7 screenlock-unlocked)
+    n=$(level7_shows screenlock-unlocked)
     [ "$n" -gt 200 ] || fail "the right code did not open it after the screen lock ($n pixels)"
     echo "ok   the desktop's screen lock locks it as well"
 
     # lumeo-gui started the reminder agent for this journal, and only one.
     agents=0
-    for _ in $(seq 1 100); do
+    for _ in $(seq 1 300); do
       agents=$(agent_pids | wc -l)
       [ "$agents" -ge 1 ] && break
       sleep 0.1
@@ -140,8 +136,7 @@ case $mode in
     echo "ok   lumeo-gui started the reminder agent"
 
     key ctrl+q 2>/dev/null || true
-    for _ in $(seq 1 100); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
-    if kill -0 "$pid" 2>/dev/null; then fail "did not quit"; fi
+    wait_until_gone "$pid" || fail "did not quit within 30 s"
     wait "$pid" || fail "exit status $?"
     echo "ok   quit"
     ;;

@@ -31,7 +31,7 @@ Item {
         }
 
         function init() {
-            tryCompare(Shell, "splashDone", true)
+            tryCompare(Shell, "splashDone", true, 30000)
             if (Editor.active) {
                 Editor.cancel()
                 answerAlert("Yes")
@@ -54,11 +54,11 @@ Item {
                 Fixture.drain()
                 if (MapTab.settled)
                     return
-                if (new Date().getTime() - timer > 30000)
+                if (new Date().getTime() - timer > 60000)
                     break
                 wait(20)
             }
-            fail("the map did not settle in 30 s: " + MapTab.progress())
+            fail("the map did not settle in 60 s: " + MapTab.progress())
         }
 
         function pins() {
@@ -80,7 +80,7 @@ Item {
         }
 
         function answerAlert(buttonTitle) {
-            tryVerify(function () { return Presenter.current.id !== undefined })
+            tryVerify(function () { return Presenter.current.id !== undefined }, 30000)
             var actions = Presenter.current.actions
             for (var i = 0; i < actions.length; ++i) {
                 if (actions[i].title === buttonTitle) {
@@ -103,7 +103,7 @@ Item {
             // Each pin is the core's picture of its moods.
             var first = pins()[0]
             verify(String(first.source).indexOf("image://lumeo/mappin/pie/") === 0, first.source)
-            tryCompare(first, "status", Image.Ready)
+            tryCompare(first, "status", Image.Ready, 30000)
             // The tile server is down: said plainly, the pins stay.
             var problem = findChild(shell, "mapTileProblem")
             tryVerify(function () { return problem.visible }, 30000)
@@ -136,16 +136,16 @@ Item {
             var records = findChild(shell, "mapPinRecords")
             compare(records.count, Math.min(members, 100))
             var row = null
-            tryVerify(function () { row = findChild(records, "mapPinRecord0"); return row !== null })
+            tryVerify(function () { row = findChild(records, "mapPinRecord0"); return row !== null }, 30000)
             var shownLevel = records.model[0].level
             mouseClick(row)
-            tryCompare(Editor, "active", true)
+            tryCompare(Editor, "active", true, 30000)
             compare(Editor.isNew, false)
             compare(Editor.level, shownLevel)
             Editor.cancel()
             if (Presenter.current.id !== undefined)
                 answerAlert("Yes")
-            tryCompare(Editor, "active", false)
+            tryCompare(Editor, "active", false, 30000)
             Shell.selectTab(3)
             keep("map-cluster-fitted")
             // Zooming out with the keyboard and the button goes back.
@@ -164,14 +164,14 @@ Item {
             var all = pinTotal()
             mouseClick(findChild(shell, "mapTagButton"))
             var sheet = findChild(shell, "mapTab").filterSheet
-            tryVerify(function () { return sheet.opened })
+            tryVerify(function () { return sheet.opened }, 30000)
             var tag = null
-            tryVerify(function () { tag = findChild(sheet.contentItem, "mapFilterTag_work"); return tag !== null })
+            tryVerify(function () { tag = findChild(sheet.contentItem, "mapFilterTag_work"); return tag !== null }, 30000)
             waitForRendering(sheet.contentItem)
             mouseClick(tag)
-            tryCompare(tag, "checked", true)
+            tryCompare(tag, "checked", true, 30000)
             mouseClick(findChild(sheet.contentItem, "mapFilterDone"))
-            tryVerify(function () { return !sheet.visible })
+            tryVerify(function () { return !sheet.visible }, 30000)
             settle()
             compare(MapTab.tagFilterText, "work")
             var cli = MapFixture.lumeo(["map", "--tag", "work"])
@@ -188,7 +188,7 @@ Item {
         function test_d_aPeriodWithBadDatesIsRefused() {
             mouseClick(findChild(shell, "mapFilterButton"))
             var sheet = findChild(shell, "mapTab").filterSheet
-            tryVerify(function () { return sheet.opened })
+            tryVerify(function () { return sheet.opened }, 30000)
             var from = findChild(sheet.contentItem, "mapFilterFrom")
             from.text = "the day after"
             mouseClick(findChild(sheet.contentItem, "mapFilterDone"))
@@ -199,7 +199,7 @@ Item {
             from.text = "2026-11-14"
             findChild(sheet.contentItem, "mapFilterTo").text = "2026-11-20"
             mouseClick(findChild(sheet.contentItem, "mapFilterDone"))
-            tryVerify(function () { return !sheet.visible })
+            tryVerify(function () { return !sheet.visible }, 30000)
             settle()
             var cli = MapFixture.lumeo(["map", "--from", "2026-11-14", "--to", "2026-11-20"])
             compare(MapTab.locatedCount, cli.located)
@@ -215,7 +215,7 @@ Item {
             tryVerify(function () {
                 var all = pins()
                 return all.length > 0 && String(all[0].source).indexOf("/average/") > 0
-            })
+            }, 30000)
             keep("map-average")
             mouseClick(findChild(shell, "mapModeButton"))
             settle()
@@ -226,12 +226,12 @@ Item {
             Shell.selectTab(0)
             shell.forceActiveFocus()
             keyClick(Qt.Key_4)
-            tryCompare(Editor, "active", true)
+            tryCompare(Editor, "active", true, 30000)
             var placeButton = null
-            tryVerify(function () { placeButton = findChild(shell, "editorPlace"); return placeButton !== null })
+            tryVerify(function () { placeButton = findChild(shell, "editorPlace"); return placeButton !== null }, 30000)
             mouseClick(placeButton)
             var dialog = findChild(shell, "editorScreen").placeDialog
-            tryVerify(function () { return dialog.opened })
+            tryVerify(function () { return dialog.opened }, 30000)
             var map = findChild(dialog.contentItem, "placeMap")
             verify(map !== null)
             waitForItemPolished(map)
@@ -246,10 +246,10 @@ Item {
                            longitude: PlaceChooser.viewport.centerLongitude }
             keep("place-chooser")
             mouseClick(findChild(dialog.contentItem, "placeDone"))
-            tryVerify(function () { return !dialog.visible })
+            tryVerify(function () { return !dialog.visible }, 30000)
             compare(Editor.hasPlace, true)
             mouseClick(findChild(shell, "editorDone"))
-            tryCompare(Editor, "active", false)
+            tryCompare(Editor, "active", false, 30000)
             Fixture.drain()
             // What the command line reads is the place chosen.
             var newest = MapFixture.lumeo(["list", "--limit", "1"])
@@ -265,12 +265,12 @@ Item {
             Shell.selectTab(0)
             shell.forceActiveFocus()
             keyClick(Qt.Key_8)
-            tryCompare(Editor, "active", true)
+            tryCompare(Editor, "active", true, 30000)
             var placeButton = null
-            tryVerify(function () { placeButton = findChild(shell, "editorPlace"); return placeButton !== null })
+            tryVerify(function () { placeButton = findChild(shell, "editorPlace"); return placeButton !== null }, 30000)
             mouseClick(placeButton)
             var dialog = findChild(shell, "editorScreen").placeDialog
-            tryVerify(function () { return dialog.opened })
+            tryVerify(function () { return dialog.opened }, 30000)
             // Somewhere in the region already, at a town's zoom.
             PlaceChooser.viewport.centerOn(47.2, 15.6, 11)
             var zoom = PlaceChooser.viewport.zoom
@@ -287,13 +287,13 @@ Item {
             verify(MapFixture.placeRequests()[0].indexOf("Lumeo/") > 0, MapFixture.placeRequests()[0])
             compare(PlaceChooser.results[0].displayName, "Graz, Steiermark, Österreich")
             var row = null
-            tryVerify(function () { row = findChild(dialog.contentItem, "placeResult1"); return row !== null })
+            tryVerify(function () { row = findChild(dialog.contentItem, "placeResult1"); return row !== null }, 30000)
             waitForRendering(row)
             keep("place-results")
             mouseClick(row)
             Fixture.drain()
             // The list closes, the map moves there and keeps its zoom.
-            tryCompare(PlaceChooser, "resultsShown", false)
+            tryCompare(PlaceChooser, "resultsShown", false, 30000)
             verify(Math.abs(PlaceChooser.viewport.centerLatitude - 47.0779419) < 1e-6, PlaceChooser.viewport.centerLatitude)
             verify(Math.abs(PlaceChooser.viewport.centerLongitude - 15.4213516) < 1e-6, PlaceChooser.viewport.centerLongitude)
             // (The core keeps the span in degrees: on Mercator's plane the
@@ -303,9 +303,9 @@ Item {
                            longitude: PlaceChooser.viewport.centerLongitude }
             keep("place-search")
             mouseClick(findChild(dialog.contentItem, "placeDone"))
-            tryVerify(function () { return !dialog.visible })
+            tryVerify(function () { return !dialog.visible }, 30000)
             mouseClick(findChild(shell, "editorDone"))
-            tryCompare(Editor, "active", false)
+            tryCompare(Editor, "active", false, 30000)
             Fixture.drain()
             var newest = MapFixture.lumeo(["list", "--limit", "1"])
             var shown = MapFixture.lumeo(["show", String(newest[0].id)])
@@ -319,12 +319,12 @@ Item {
             Shell.selectTab(0)
             shell.forceActiveFocus()
             keyClick(Qt.Key_5)
-            tryCompare(Editor, "active", true)
+            tryCompare(Editor, "active", true, 30000)
             var placeButton = null
-            tryVerify(function () { placeButton = findChild(shell, "editorPlace"); return placeButton !== null })
+            tryVerify(function () { placeButton = findChild(shell, "editorPlace"); return placeButton !== null }, 30000)
             mouseClick(placeButton)
             var dialog = findChild(shell, "editorScreen").placeDialog
-            tryVerify(function () { return dialog.opened })
+            tryVerify(function () { return dialog.opened }, 30000)
             var field = findChild(dialog.contentItem, "placeSearch")
             field.forceActiveFocus()
             for (var c of "Graz")
@@ -335,20 +335,20 @@ Item {
             tryVerify(function () { Fixture.drain(); return PlaceChooser.searchError !== "" }, 30000)
             verify(findChild(dialog.contentItem, "placeSearchStatus").visible)
             mouseClick(findChild(dialog.contentItem, "placeCancel"))
-            tryVerify(function () { return !dialog.visible })
+            tryVerify(function () { return !dialog.visible }, 30000)
             compare(Editor.hasPlace, false)
             Editor.cancel()
             answerAlert("Yes")
-            tryCompare(Editor, "active", false)
+            tryCompare(Editor, "active", false, 30000)
         }
 
         function test_h_autoWithoutLocationPointsToTheSettings() {
             Shell.showSettings()
             var row = null
-            tryVerify(function () { row = findChild(shell, "settingsRow_kMapRow"); return row !== null })
+            tryVerify(function () { row = findChild(shell, "settingsRow_kMapRow"); return row !== null }, 30000)
             mouseClick(row)
             var screen = null
-            tryVerify(function () { screen = findChild(shell, "mapSettingsScreen"); return screen !== null })
+            tryVerify(function () { screen = findChild(shell, "mapSettingsScreen"); return screen !== null }, 30000)
             mouseClick(findChild(screen, "mapSettingsAuto"))
             var alert = answerAlert("Cancel")
             compare(alert.title, "Enable geolocation in the application settings")
@@ -366,10 +366,10 @@ Item {
             verify(MapTab.viewport.pinCount > 0)
             Shell.showSettings()
             var row = null
-            tryVerify(function () { row = findChild(shell, "settingsRow_kMapRow"); return row !== null })
+            tryVerify(function () { row = findChild(shell, "settingsRow_kMapRow"); return row !== null }, 30000)
             mouseClick(row)
             var screen = null
-            tryVerify(function () { screen = findChild(shell, "mapSettingsScreen"); return screen !== null })
+            tryVerify(function () { screen = findChild(shell, "mapSettingsScreen"); return screen !== null }, 30000)
             keep("map-settings")
             // "Cancel" keeps every place.
             mouseClick(findChild(screen, "mapSettingsDelete"))
@@ -390,8 +390,8 @@ Item {
             MapTab.clearFilter()
             settle()
             compare(MapTab.locatedCount, 0)
-            tryCompare(MapTab.viewport, "pinCount", 0)
-            tryVerify(function () { return findChild(shell, "mapEmpty").visible })
+            tryCompare(MapTab.viewport, "pinCount", 0, 30000)
+            tryVerify(function () { return findChild(shell, "mapEmpty").visible }, 30000)
             keep("map-empty")
         }
     }
