@@ -1,16 +1,13 @@
 #include "backup_adapter.h"
 
-#include <sys/stat.h>
-
 #include <QFileInfo>
-#include <QFileSystemWatcher>
-#include <QTimer>
 #include <filesystem>
 
 #include "backup/mood_dropbox_helper.h"
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "history_tab.h"
+#include "journal_watch.h"
 #include "platform/clock.h"
 #include "platform/linux/data_directories.h"
 #include "platform/localization.h"
@@ -54,48 +51,9 @@ BackupAdapter::BackupAdapter(GuiRuntime& runtime, QObject* parent)
       screen_(std::make_shared<MoodViewController>("MoodBackupViewController")) {
   backupLoaded_ = ScopedObserver(NotificationCenter::defaultCenter(), MoodBackupWasLoadedNotification,
                                  nullptr, [this](const Notification&) { rebuildTabs(); });
-  // The journal opens after the splash; watching starts once it has.
-  auto* poll = new QTimer(this);
-  poll->setInterval(200);
-  connect(poll, &QTimer::timeout, this, [this, poll] {
-    if (!journalOpen(runtime_)) return;
-    poll->stop();
-    poll->deleteLater();
-    watchJournal();
-  });
-  poll->start();
 }
 
 BackupAdapter::~BackupAdapter() = default;
-
-std::optional<ino_t> BackupAdapter::journalInode() const {
-  struct stat st {};
-  if (::stat(runtime_.session().storePath().c_str(), &st) != 0) return std::nullopt;
-  return st.st_ino;
-}
-
-// A restore moves a new journal file into place: the folder changes and the
-// file is another one. Writes of other programs (lumeo add) keep the file.
-void BackupAdapter::watchJournal() {
-  inode_ = journalInode();
-  watcher_ = new QFileSystemWatcher(this);
-  watcher_->addPath(QString::fromStdString(runtime_.session().directories().library.string()));
-  connect(watcher_, &QFileSystemWatcher::directoryChanged, this, [this] { journalFolderChanged(); });
-}
-
-void BackupAdapter::journalFolderChanged() {
-  if (busy_) return;
-  const auto inode = journalInode();
-  if (!inode || inode == inode_) return;
-  inode_ = inode;
-  // Another program restored the journal: let go of the old file, open the
-  // new one and tell every screen, as a restore here does.
-  JournalStore& store = runtime_.session().app().store();
-  store.applicationDropLinks();
-  store.managedObjectContext();
-  NotificationCenter::defaultCenter().post(MoodBackupWasLoadedNotification);
-  NotificationCenter::defaultCenter().post(MoodModelHasChangedNotification);
-}
 
 void BackupAdapter::rebuildTabs() {
   Q_EMIT aboutToReplaceJournal();
@@ -157,14 +115,26 @@ void BackupAdapter::restoreFrom(const QUrl& file) {
 
 QString BackupAdapter::restoreNow(const QUrl& file) {
   if (busy_ || !journalOpen(runtime_)) return {};
+  GuiSession& session = runtime_.session();
+  // The writer lock for this turn of the main queue: no other program
+  // writes between the save below and the end of the swap, and none has
+  // its journal swapped away in the middle of a command.
+  if (!session.prepareToWrite(lockWait_)) {
+    const std::string busy = localized(
+        "The journal is busy: another program is changing it. Nothing was restored; try again in a moment.");
+    screen_->showAlert(localized("Attention!"), busy, localized("OK"));
+    return q(busy);
+  }
   busy_ = true;
   result_.clear();
   Q_EMIT changed();
+  auto* watch = qobject_cast<JournalWatch*>(runtime_.singleton(QStringLiteral("JournalWatch")));
+  if (watch) watch->setPaused(true);
   // What the window has not saved yet goes into the previous journal, which
   // the restore keeps aside.
-  runtime_.session().app().saveContext();
-  auto restored = helperFor(runtime_.session()).restore(file.toLocalFile().toStdString());
-  inode_ = journalInode();
+  session.app().saveContext();
+  auto restored = helperFor(session).restore(file.toLocalFile().toStdString());
+  if (watch) watch->setPaused(false);
   busy_ = false;
   QString error;
   if (auto* failure = std::get_if<Error>(&restored)) {

@@ -8,13 +8,18 @@
 // and puts everything back on any failure. Results and errors go through
 // the Presenter.
 //
+// A restore takes the journal's writer lock, as every other write of the
+// window and of the command line does, so no other program writes while
+// the files are swapped. It waits a few seconds for a writer that holds
+// the lock; one that keeps it longer gets "The journal is busy…" and
+// nothing is restored.
+//
 // When a restore replaces the journal (from this screen, or from
-// `lumeo backup restore` while the window is open: the journal file is
-// watched) the tabs are rebuilt on the new journal: MoodBackupWasLoadedNotification
-// drops the History and Summary adapters and QML makes the tabs afresh.
+// `lumeo backup restore` while the window is open: JournalWatch sees the
+// file replaced) the tabs are rebuilt on the new journal:
+// MoodBackupWasLoadedNotification drops the History and Summary adapters
+// and QML makes the tabs afresh.
 #pragma once
-
-#include <sys/types.h>
 
 #include <QObject>
 #include <QString>
@@ -23,8 +28,6 @@
 #include <optional>
 
 #include "platform/notification_center.h"
-
-class QFileSystemWatcher;
 
 namespace lumeo {
 class MoodViewController;
@@ -62,6 +65,10 @@ class BackupAdapter : public QObject {
   // The restore itself, without the question. Returns "" or why it failed.
   Q_INVOKABLE QString restoreNow(const QUrl& file);
 
+  // How long a restore waits for another writer to let go of the journal.
+  static constexpr double kLockWaitSeconds = 10;
+  void setLockWaitSeconds(double seconds) { lockWait_ = seconds; }
+
  Q_SIGNALS:
   void changed();
   // The tabs are about to be rebuilt: QML lets go of their screens.
@@ -70,18 +77,13 @@ class BackupAdapter : public QObject {
   void journalReplaced();
 
  private:
-  void watchJournal();
-  void journalFolderChanged();
   void rebuildTabs();
-  std::optional<ino_t> journalInode() const;
 
   GuiRuntime& runtime_;
   std::shared_ptr<MoodViewController> screen_;
-  QFileSystemWatcher* watcher_ = nullptr;
-  std::optional<ino_t> inode_;
   ScopedObserver backupLoaded_;
+  double lockWait_ = kLockWaitSeconds;
   bool busy_ = false;
-  bool ownRestore_ = false;
   QString result_;
   int generation_ = 0;
 };

@@ -23,6 +23,7 @@
 #include "shell/mood_app_delegate.h"
 #include "shell/resources_location.h"
 #include "store/journal_store.h"
+#include "store/notification_names.h"
 #include "store/settings_keys.h"
 
 namespace lumeo::gui {
@@ -49,9 +50,9 @@ std::filesystem::path GuiSession::storePath() const {
   return directories_.library / kJournalStoreFileName;
 }
 
-bool GuiSession::takeWriterLock() {
+bool GuiSession::takeWriterLock(double waitSeconds) {
   if (lock_) return true;
-  auto lock = JournalLock::acquire(directories_.library);
+  auto lock = JournalLock::acquire(directories_.library, waitSeconds);
   if (auto* error = std::get_if<Error>(&lock)) {
     launchError_ = error->description;
     return false;
@@ -153,26 +154,45 @@ void GuiSession::observeSaves() {
                      });
 }
 
-bool GuiSession::holdWriterLockForThisTurn() {
+bool GuiSession::holdWriterLockForThisTurn(double waitSeconds) {
   if (lock_) return true;
-  if (!takeWriterLock()) return false;
+  if (!takeWriterLock(waitSeconds)) return false;
   std::weak_ptr<bool> alive = alive_;
   DispatchQueue::main().async([this, alive] {
     if (alive.lock()) lock_.reset();
   });
-  if (auto context = app_->managedObjectContext()) {
-    if (catchUp_.catchUp(*context)) LUMEO_LOG_VERBOSE("read the journal again: another process wrote to it");
+  auto context = app_->managedObjectContext();
+  if (context && catchUp_.catchUp(*context)) {
+    LUMEO_LOG_VERBOSE("read the journal again: another process wrote to it");
+    // Records another program deleted are now empty objects, and its new
+    // ones are in no list yet: every screen fetches again, after the action
+    // that took the lock has run.
+    DispatchQueue::main().async([alive] {
+      if (alive.lock()) NotificationCenter::defaultCenter().post(MoodModelHasChangedNotification);
+    });
   }
   return true;
 }
 
 bool GuiSession::prepareToWrite() {
-  if (!app_ || !splashDone_ || !journalError_.empty()) return false;
-  if (!holdWriterLockForThisTurn()) {
+  return prepareToWrite(30);
+}
+
+bool GuiSession::prepareToWrite(double waitSeconds) {
+  if (!journalOpen()) return false;
+  if (!holdWriterLockForThisTurn(waitSeconds)) {
     LUMEO_LOG_WARNING("cannot take the journal's writer lock: %@", launchError_);
     return false;
   }
   return true;
+}
+
+bool GuiSession::catchUpWithJournal() {
+  if (!journalOpen() || lock_) return false;
+  auto context = app_->managedObjectContext();
+  if (!context || !catchUp_.behind(*context)) return false;
+  // Whoever holds the lock is still writing; its last write brings another look.
+  return holdWriterLockForThisTurn(0.2);
 }
 
 void GuiSession::enterBackground() {

@@ -74,6 +74,19 @@ class GuiSession {
   // not refused. False (and nothing taken) without an open journal or when
   // another writer keeps the lock for the whole wait.
   bool prepareToWrite();
+  // The same for a write that must not wait long (a restore): takes the
+  // lock, waiting at most `waitSeconds` for another writer. False when the
+  // journal is not open or stays busy; launchError() then says why.
+  bool prepareToWrite(double waitSeconds);
+
+  // Another program may have written the journal (the journal watch saw
+  // its files change): if the file moved since the GUI last looked, reads
+  // the main context's objects again under the writer lock and tells every
+  // screen that the journal changed, so a record deleted elsewhere leaves
+  // the lists, charts and map and one added elsewhere joins them. Waits
+  // only a moment for the lock; when another writer holds it, nothing
+  // happens and the next look tries again. True when the GUI read again.
+  bool catchUpWithJournal();
 
   // The window was hidden or shown again: the background and foreground
   // steps (save, lock on the way back).
@@ -81,10 +94,11 @@ class GuiSession {
   void enterForeground();
 
  private:
-  bool takeWriterLock();
+  bool takeWriterLock(double waitSeconds = 30);
   // The lock for the rest of this turn of the main queue, the context read
-  // again if the file moved.
-  bool holdWriterLockForThisTurn();
+  // again if the file moved (and the screens told so).
+  bool holdWriterLockForThisTurn(double waitSeconds = 30);
+  bool journalOpen() const { return app_ && splashDone_ && journalError_.empty(); }
   void observeSaves();
 
   SessionOptions options_;

@@ -38,9 +38,14 @@ void JournalCatchUp::remember(ManagedObjectContext& context) {
   seen_ = storeDataVersion(context);
 }
 
-bool JournalCatchUp::catchUp(ManagedObjectContext& context) {
+bool JournalCatchUp::behind(ManagedObjectContext& context) const {
   const auto now = storeDataVersion(context);
   // Without a version to compare, reading again is the safe side.
+  return !now || !seen_ || *now != *seen_;
+}
+
+bool JournalCatchUp::catchUp(ManagedObjectContext& context) {
+  const auto now = storeDataVersion(context);
   const bool moved = !now || !seen_ || *now != *seen_;
   if (moved) rereadFromStore(context);
   seen_ = now;

@@ -37,6 +37,9 @@ class JournalCatchUp {
   void remember(ManagedObjectContext& context);
   // True when the context was reread.
   bool catchUp(ManagedObjectContext& context);
+  // Whether another connection wrote since the last look (a cheap query:
+  // no object is touched).
+  bool behind(ManagedObjectContext& context) const;
 
  private:
   std::optional<std::int64_t> seen_;

@@ -2,12 +2,18 @@
 // application with a real journal in a temporary folder (the level rows
 // under QAbstractItemModelTester), and saves from the GUI's long-lived
 // session after the real `lumeo` command line wrote to the same journal in
-// between: nothing is lost and no save is refused.
+// between: nothing is lost and no save is refused; records that program
+// deletes or adds leave or join every view without a save of the window;
+// and a restore from the Backup screen holds the journal's writer lock.
+#include <sys/stat.h>
+
 #include <QAbstractItemModelTester>
 #include <QProcess>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QtTest>
 
+#include "backup_adapter.h"
 #include "capture/mood_capture_edit_view_controller.h"
 #include "capture/mood_capture_view_controller.h"
 #include "capture/mood_levels_presentation.h"
@@ -21,15 +27,18 @@
 #include "history_model.h"
 #include "level_editor_adapter.h"
 #include "level_tile_model.h"
+#include "map_tab.h"
 #include "platform/dispatch_queue.h"
 #include "platform/user_defaults.h"
 #include "shell/mood_app_delegate.h"
 #include "shell_adapter.h"
+#include "store/journal_lock.h"
 #include "store/journal_store.h"
 #include "store/mood_description.h"
 #include "store/mood_record.h"
 #include "store/mood_tag.h"
 #include "store/mood_user_defaults_operator.h"
+#include "summary_controller.h"
 #include "template_adapter.h"
 
 using namespace lumeo;
@@ -69,6 +78,12 @@ QString runLumeo(const QString& home, const QStringList& arguments) {
   if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
     qFatal("lumeo %s failed: %s", qPrintable(arguments.join(' ')), qPrintable(output));
   return output;
+}
+
+// The inode of the journal file: a restore puts another file in its place.
+ino_t journalInode(const GuiSession& session) {
+  struct stat st {};
+  return ::stat(session.storePath().c_str(), &st) == 0 ? st.st_ino : 0;
 }
 
 }  // namespace
@@ -266,6 +281,103 @@ class EditorScreensTests : public QObject {
     QCOMPARE(mine->moodDescription()->comment().value_or(""), std::string("Good night #sleep:9h"));
     // The editor's save came last and writes its whole working copy.
     QCOMPARE(mine->moodLevel(), 7);
+  }
+
+  // `lumeo delete` and `lumeo add` from a terminal while the window shows
+  // the journal, and the window writes nothing: the record deleted there
+  // leaves the History list, the Summary and the map, and the one added
+  // there joins them.
+  void recordsAnotherProcessDeletesOrAddsLeaveOrJoinEveryView() {
+    GuiSession& session = fixture_->session();
+    JournalStore& store = session.app().store();
+    HistoryController history(store);
+    history.appear();
+    auto* rows = qobject_cast<QAbstractItemModel*>(history.model());
+    QAbstractItemModelTester tester(rows, QAbstractItemModelTester::FailureReportingMode::QtTest);
+    SummaryController summary(store, session.defaults());
+    summary.choosePeriod(0);  // the whole journal
+    summary.appear();
+    auto* map = adapter<MapTabAdapter>("MapTab");
+    QVERIFY(map->open());
+    QTRY_VERIFY_WITH_TIMEOUT(map->settled(), 60000);
+    const int listed = rows->rowCount();
+    const int counted = summary.recordCount();
+    const int pinned = map->locatedCount();
+    QVERIFY(listed > 0 && counted == listed && pinned > 0);
+
+    // The newest record with a place, chosen in the list as a user would.
+    auto records = store.allRecords();
+    std::sort(records.begin(), records.end(),
+              [](const auto& a, const auto& b) { return a->date() > b->date(); });
+    auto located = std::find_if(records.begin(), records.end(), [](const auto& record) {
+      auto description = record->moodDescription();
+      return description && description->hasPosition();
+    });
+    QVERIFY(located != records.end());
+    const auto row = (*located)->objectID().primaryKey();
+    const int level = static_cast<int>((*located)->moodLevel());
+    history.setSelectedIndex(listed - 1 - static_cast<int>(located - records.begin()));
+    QCOMPARE(history.detailLevel(), level);
+    records.clear();
+    located = records.end();
+
+    const QString home = QString::fromStdString(session.directories().library.parent_path().string());
+    runLumeo(home, {"delete", QString::number(row), "--yes"});
+    QTRY_COMPARE_WITH_TIMEOUT(rows->rowCount(), listed - 1, 20000);
+    // No row is left of it, not even an emptied one (level 0).
+    for (int i = 0; i < rows->rowCount(); ++i)
+      QVERIFY(rows->data(rows->index(i, 0), HistoryModel::LevelRole).toInt() > 0);
+    QCOMPARE(history.detailLevel(), 0);
+    summary.appear();  // the tab shows again
+    QCOMPARE(summary.recordCount(), counted - 1);
+    QTRY_VERIFY_WITH_TIMEOUT(map->settled() && map->locatedCount() == pinned - 1, 60000);
+
+    runLumeo(home, {"add", "6", "--comment", "Added from a terminal"});
+    QTRY_COMPARE_WITH_TIMEOUT(rows->rowCount(), listed, 20000);
+    QCOMPARE(rows->data(rows->index(listed - 1, 0), HistoryModel::CommentRole).toString(),
+             QStringLiteral("Added from a terminal"));
+    summary.appear();
+    QCOMPARE(summary.recordCount(), counted);
+    QVERIFY(!store.lastSaveError());
+  }
+
+  // A restore from the Backup screen runs under the journal's writer lock,
+  // as every other write of the window and the command line does.
+  void aRestoreHoldsTheWriterLockAndSaysWhenTheJournalIsBusy() {
+    GuiSession& session = fixture_->session();
+    auto* backup = adapter<BackupAdapter>("Backup");
+    QTemporaryDir scratch;
+    const QUrl archive = QUrl::fromLocalFile(scratch.filePath(QStringLiteral("journal.backup")));
+    QCOMPARE(backup->backUpTo(archive), QString());
+    const ino_t before = journalInode(session);
+    const QString backedUp = backup->result();
+    const auto lockFile = JournalLock::lockFileFor(session.directories().library);
+
+    // Another program holds the lock past the restore's wait: the restore
+    // says so and leaves the journal as it was.
+    QProcess holder;
+    // flock(1) without a child of its own: killing it lets go of the lock.
+    holder.start(QStringLiteral("flock"),
+                 {QStringLiteral("--no-fork"), QString::fromStdString(lockFile.string()),
+                  QStringLiteral("-c"), QStringLiteral("echo held; exec sleep 60")});
+    QVERIFY(holder.waitForReadyRead(20000));
+    QCOMPARE(holder.readAllStandardOutput().trimmed(), QByteArray("held"));
+    backup->setLockWaitSeconds(0.5);
+    const QString busy = backup->restoreNow(archive);
+    QVERIFY2(busy.contains(QStringLiteral("busy")), qPrintable(busy));
+    QCOMPARE(journalInode(session), before);
+    QCOMPARE(backup->result(), backedUp);
+    holder.kill();
+    QVERIFY(holder.waitForFinished(20000));
+
+    // Free again: the restore runs and keeps the lock to the end of its
+    // turn of the main queue, so no command starts on a half-swapped journal.
+    QCOMPARE(backup->restoreNow(archive), QString());
+    QVERIFY(journalInode(session) != before);
+    QVERIFY(std::holds_alternative<Error>(JournalLock::acquire(session.directories().library, 0)));
+    fixture_->drain();
+    QVERIFY(std::holds_alternative<JournalLock>(JournalLock::acquire(session.directories().library, 0)));
+    QVERIFY(session.app().store().storeOpenError() == std::nullopt);
   }
 
  private:
