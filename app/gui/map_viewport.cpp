@@ -29,54 +29,13 @@ QString pictureFor(const MapClusterAnnotationView& view) {
 
 // --- QtMapView ---------------------------------------------------------------
 
-QtMapView::QtMapView() {
-  rect_ = fitted(kMapRectWorld);
-}
-
-double QtMapView::zoom() const {
-  return 20.0 - std::log2(std::max(scale(), 1e-12));
-}
-
-MapRect QtMapView::fitted(MapRect rect) const {
-  const double centerX = rect.midX();
-  double centerY = rect.midY();
-  double w = std::max(rect.size.width, 1e-9);
-  double h = std::max(rect.size.height, 1e-9);
-  const double aspect = width_ / height_;
-  if (w / h < aspect) {
-    w = h * aspect;
-  } else {
-    h = w / aspect;
-  }
-  // No closer than the tiles go, no wider than the world.
-  const double minWidth = width_ * std::pow(2.0, 20.0 - kMaxZoom);
-  if (w < minWidth) {
-    w = minWidth;
-    h = w / aspect;
-  }
-  if (w > kMapWorldWidth) {
-    w = kMapWorldWidth;
-    h = w / aspect;
-  }
-  // The centre stays on the world vertically.
-  centerY = std::clamp(centerY, 0.0, kMapWorldWidth);
-  double x = std::fmod(centerX - w / 2, kMapWorldWidth);
-  if (x < 0) x += kMapWorldWidth;
-  return MapRectMake(x, centerY - h / 2, w, h);
-}
-
 void QtMapView::setSize(double width, double height) {
-  if (width <= 0 || height <= 0) return;
-  if (width == width_ && height == height_) return;
-  const double s = scale();
-  const double cx = rect_.midX(), cy = rect_.midY();
-  width_ = width;
-  height_ = height;
-  if (fit_) {
-    fitMapRect(*fit_);
+  if (!fit_) {
+    HeadlessMapView::setSize(width, height);
     return;
   }
-  setVisibleMapRect(MapRectMake(cx - width * s / 2, cy - height * s / 2, width * s, height * s), false);
+  const MapRect fit = *fit_;
+  if (takeSize(width, height)) fitMapRect(fit);
 }
 
 void QtMapView::fitMapRect(MapRect rect) {
@@ -86,125 +45,7 @@ void QtMapView::fitMapRect(MapRect rect) {
 
 void QtMapView::setVisibleMapRect(MapRect rect, bool animated, bool notify) {
   fit_.reset();
-  const MapRect next = fitted(rect);
-  if (next == rect_) return;
-  auto delegate = notify ? delegate_.lock() : nullptr;
-  if (delegate) delegate->regionWillChange(*this, animated);
-  rect_ = next;
-  if (onRegionChanged) onRegionChanged();
-  if (delegate) delegate->regionDidChange(*this, animated);
-}
-
-CoordinateRegion QtMapView::region() const {
-  return CoordinateRegionForMapRect(rect_);
-}
-
-// A region's centre stays its centre: on Mercator's plane the middle of
-// its corners lies a little off it, which would move a chosen place.
-namespace {
-MapRect centredOn(MapRect rect, LocationCoordinate2D center) {
-  const MapPoint point = MapPointForCoordinate(center);
-  return MapRectMake(point.x - rect.size.width / 2, point.y - rect.size.height / 2, rect.size.width,
-                     rect.size.height);
-}
-}  // namespace
-
-CoordinateRegion QtMapView::regionThatFits(CoordinateRegion region) const {
-  CoordinateRegion fits = CoordinateRegionForMapRect(fitted(MapRectForCoordinateRegion(region)));
-  fits.center = region.center;
-  return fits;
-}
-
-void QtMapView::setRegion(CoordinateRegion region, bool animated) {
-  if (!std::isfinite(region.center.latitude) || !std::isfinite(region.center.longitude)) return;
-  setVisibleMapRect(centredOn(MapRectForCoordinateRegion(region), region.center), animated);
-}
-
-LocationCoordinate2D QtMapView::centerCoordinate() const {
-  return CoordinateForMapPoint({rect_.midX(), rect_.midY()});
-}
-
-void QtMapView::setCenterCoordinate(LocationCoordinate2D center, bool animated) {
-  const MapPoint point = MapPointForCoordinate(center);
-  setVisibleMapRect(MapRectMake(point.x - rect_.size.width / 2, point.y - rect_.size.height / 2,
-                                rect_.size.width, rect_.size.height),
-                    animated);
-}
-
-LocationCoordinate2D QtMapView::convertPointToCoordinate(ViewPoint point) const {
-  return CoordinateForMapPoint({rect_.minX() + point.x * rect_.size.width / width_,
-                                rect_.minY() + point.y * rect_.size.height / height_});
-}
-
-ViewPoint QtMapView::convertCoordinateToPoint(LocationCoordinate2D coordinate) const {
-  const MapPoint point = MapPointForCoordinate(coordinate);
-  double dx = point.x - rect_.minX();
-  if (dx < 0) dx += kMapWorldWidth;
-  if (dx > rect_.size.width && dx - kMapWorldWidth > -rect_.size.width) dx -= kMapWorldWidth;
-  return {dx * width_ / rect_.size.width, (point.y - rect_.minY()) * height_ / rect_.size.height};
-}
-
-void QtMapView::addAnnotations(const MapAnnotationList& annotations) {
-  std::vector<AnnotationViewPtr> added;
-  auto delegate = delegate_.lock();
-  for (const MapAnnotationPtr& annotation : annotations) {
-    if (!annotation || views_.count(annotation.get())) continue;
-    AnnotationViewPtr view = delegate ? delegate->viewForAnnotation(*this, annotation) : nullptr;
-    if (!view) view = std::make_shared<AnnotationView>(annotation);
-    view->setAnnotation(annotation);
-    annotations_.push_back(annotation);
-    views_.emplace(annotation.get(), view);
-    added.push_back(view);
-    if (onAnnotationAdded) onAnnotationAdded(annotation);
-  }
-  if (delegate && !added.empty()) delegate->didAddAnnotationViews(*this, added);
-}
-
-void QtMapView::removeAnnotations(const MapAnnotationList& annotations) {
-  for (const MapAnnotationPtr& annotation : annotations) {
-    if (!annotation || !views_.count(annotation.get())) continue;
-    deselectAnnotation(annotation, false);
-    if (onAnnotationRemoved) onAnnotationRemoved(annotation);
-    views_.erase(annotation.get());
-    std::erase(annotations_, annotation);
-  }
-}
-
-void QtMapView::selectAnnotation(const MapAnnotationPtr& annotation, bool) {
-  auto it = views_.find(annotation.get());
-  if (it == views_.end()) return;
-  if (std::find(selected_.begin(), selected_.end(), annotation) != selected_.end()) return;
-  for (const MapAnnotationPtr& other : MapAnnotationList(selected_)) deselectAnnotation(other, false);
-  selected_.push_back(annotation);
-  if (auto delegate = delegate_.lock()) delegate->didSelectAnnotationView(*this, it->second);
-}
-
-void QtMapView::deselectAnnotation(const MapAnnotationPtr& annotation, bool) {
-  auto found = std::find(selected_.begin(), selected_.end(), annotation);
-  if (found == selected_.end()) return;
-  selected_.erase(found);
-  auto it = views_.find(annotation.get());
-  if (it == views_.end()) return;
-  if (auto delegate = delegate_.lock()) delegate->didDeselectAnnotationView(*this, it->second);
-}
-
-AnnotationViewPtr QtMapView::viewForAnnotation(const MapAnnotationPtr& annotation) const {
-  auto it = views_.find(annotation.get());
-  return it == views_.end() ? nullptr : it->second;
-}
-
-void QtMapView::addOverlay(const MapOverlayPtr& overlay) {
-  if (overlay && std::find(overlays_.begin(), overlays_.end(), overlay) == overlays_.end())
-    overlays_.push_back(overlay);
-}
-
-void QtMapView::removeOverlays(const std::vector<MapOverlayPtr>& overlays) {
-  for (const MapOverlayPtr& overlay : overlays) std::erase(overlays_, overlay);
-}
-
-void QtMapView::animate(double, std::function<void()> animations, std::function<void()> completion) {
-  if (animations) animations();
-  if (completion) completion();
+  HeadlessMapView::setVisibleMapRect(rect, animated, notify);
 }
 
 // --- MapPinModel ---------------------------------------------------------------
@@ -378,7 +219,7 @@ void MapViewport::zoomBy(double factor, double x, double y) {
 void MapViewport::centerOn(double latitude, double longitude, double zoom) {
   if (!std::isfinite(latitude) || !std::isfinite(longitude) || !std::isfinite(zoom)) return;
   const MapPoint point = MapPointForCoordinate({std::clamp(latitude, -85.0, 85.0), longitude});
-  const double s = std::pow(2.0, 20.0 - zoom);
+  const double s = HeadlessMapView::scaleForZoom(zoom);
   const double w = view_->width() * s, h = view_->height() * s;
   view_->setVisibleMapRect(MapRectMake(point.x - w / 2, point.y - h / 2, w, h), false);
 }
@@ -394,11 +235,7 @@ QVariantMap MapViewport::pointFor(double latitude, double longitude) const {
 }
 
 double MapViewport::viewX(double mapX) const {
-  const MapRect rect = view_->visibleMapRect();
-  double dx = mapX - rect.minX();
-  if (dx < 0) dx += kMapWorldWidth;
-  if (dx > rect.size.width && dx - kMapWorldWidth > -rect.size.width) dx -= kMapWorldWidth;
-  return dx / view_->scale();
+  return view_->viewXForMapX(mapX);
 }
 
 void MapViewport::refreshPins() {

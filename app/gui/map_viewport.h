@@ -1,11 +1,8 @@
-// The map on screen as the core sees it (a MapView: visible rectangle,
-// projection, annotations, selection) and as QML sees it (MapViewport: the
-// rectangle's origin and scale, pan and zoom, and the pins in a model).
-//
-// The visible rectangle, in the Web-Mercator map points the clustering
-// engine uses (2^28 on each side of the world), is the truth; the zoom of
-// the tiles follows from its scale: at zoom z a 256-pixel tile covers
-// 2^(28 - z) map points, so zoom = 20 - log2(map points per view point).
+// The map on screen as the core sees it (QtMapView: the core's headless
+// map with a size that follows the item and the tiles' closest zoom) and as
+// QML sees it (MapViewport: the rectangle's origin and scale, pan and zoom,
+// and the pins in a model). The Web-Mercator arithmetic is the core's
+// (map/headless_map_view.h).
 //
 // A gesture (drag, wheel, pinch, keys) tells the delegate regionWillChange
 // at its first step and regionDidChange once it has rested for a moment, so
@@ -18,81 +15,31 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <unordered_map>
 #include <vector>
 
-#include "map/map_view.h"
+#include "map/headless_map_view.h"
 
 namespace lumeo::gui {
 
-// The MapView of a window: HeadlessMapView's rules plus a size that follows
-// the item and a scale limited to what the tiles can show.
-class QtMapView : public lumeo::MapView {
+// The MapView of a window: a size that follows the item, a scale limited to
+// what the tiles can show, and a fit that lasts while the window lays
+// itself out.
+class QtMapView : public lumeo::HeadlessMapView {
  public:
   static constexpr double kMaxZoom = 19.0;
 
-  QtMapView();
+  QtMapView() : HeadlessMapView(400, 400, kMaxZoom) {}
 
-  // The item's size in points; keeps the centre and the scale, or, after
-  // fitMapRect and before any other move, fits that rectangle again.
-  void setSize(double width, double height);
+  // Keeps the centre and the scale, or, after fitMapRect and before any
+  // other move, fits that rectangle again.
+  void setSize(double width, double height) override;
   // Shows all of `rect`, also after the map's size changes (the window
   // still laying itself out), until the map is moved otherwise.
   void fitMapRect(MapRect rect);
-  // Shows this rectangle (scaled to the map's aspect around its centre).
-  // `notify` false changes it without telling the delegate (a gesture in
-  // progress, which tells it itself).
-  void setVisibleMapRect(MapRect rect, bool animated, bool notify = true);
-  double zoom() const;
-  // Map points per view point.
-  double scale() const { return rect_.size.width / width_; }
-
-  // Called after every change the screen must show.
-  std::function<void()> onRegionChanged;
-  std::function<void(const lumeo::MapAnnotationPtr&)> onAnnotationAdded;
-  std::function<void(const lumeo::MapAnnotationPtr&)> onAnnotationRemoved;
-
-  MapRect visibleMapRect() const override { return rect_; }
-  CoordinateRegion region() const override;
-  void setRegion(CoordinateRegion region, bool animated) override;
-  CoordinateRegion regionThatFits(CoordinateRegion region) const override;
-  LocationCoordinate2D centerCoordinate() const override;
-  void setCenterCoordinate(LocationCoordinate2D center, bool animated) override;
-  double width() const override { return width_; }
-  double height() const override { return height_; }
-  LocationCoordinate2D convertPointToCoordinate(ViewPoint point) const override;
-  ViewPoint convertCoordinateToPoint(LocationCoordinate2D coordinate) const override;
-
-  MapAnnotationList annotations() const override { return annotations_; }
-  void addAnnotations(const MapAnnotationList& annotations) override;
-  void removeAnnotations(const MapAnnotationList& annotations) override;
-  MapAnnotationList selectedAnnotations() const override { return selected_; }
-  void selectAnnotation(const MapAnnotationPtr& annotation, bool animated) override;
-  void deselectAnnotation(const MapAnnotationPtr& annotation, bool animated) override;
-  AnnotationViewPtr viewForAnnotation(const MapAnnotationPtr& annotation) const override;
-
-  std::vector<MapOverlayPtr> overlays() const override { return overlays_; }
-  void addOverlay(const MapOverlayPtr& overlay) override;
-  void removeOverlays(const std::vector<MapOverlayPtr>& overlays) override;
-
-  std::shared_ptr<MapViewDelegate> delegate() const override { return delegate_.lock(); }
-  void setDelegate(const std::shared_ptr<MapViewDelegate>& delegate) override { delegate_ = delegate; }
-
-  // Fades are QML's business: the changes apply at once.
-  void animate(double duration, std::function<void()> animations, std::function<void()> completion) override;
+  void setVisibleMapRect(MapRect rect, bool animated = false, bool notify = true) override;
 
  private:
-  MapRect fitted(MapRect rect) const;
-
-  double width_ = 400;
-  double height_ = 400;
-  MapRect rect_;
   std::optional<MapRect> fit_;
-  MapAnnotationList annotations_;
-  std::unordered_map<MapAnnotation*, AnnotationViewPtr> views_;
-  MapAnnotationList selected_;
-  std::vector<MapOverlayPtr> overlays_;
-  std::weak_ptr<MapViewDelegate> delegate_;
 };
 
 // The pins on the map: one row per annotation the map shows.

@@ -1,6 +1,6 @@
 // The headless map keeps its visible rectangle as the truth and derives the
 // region from it, the way a real map does; the rectangle is never wider
-// than the world and its left edge stays within the world.
+// than the world, its left edge stays within the world and its centre on it.
 #include "map/headless_map_view.h"
 
 #include <algorithm>
@@ -8,20 +8,45 @@
 
 namespace lumeo {
 
-HeadlessMapView::HeadlessMapView(double width, double height)
-    : width_(width > 0 ? width : 1), height_(height > 0 ? height : 1) {
+namespace {
+
+MapRect centredOn(MapRect rect, LocationCoordinate2D center) {
+  const MapPoint point = MapPointForCoordinate(center);
+  return MapRectMake(point.x - rect.size.width / 2, point.y - rect.size.height / 2, rect.size.width,
+                     rect.size.height);
+}
+
+}  // namespace
+
+HeadlessMapView::HeadlessMapView(double width, double height, double maxZoom)
+    : width_(width > 0 ? width : 1), height_(height > 0 ? height : 1), maxZoom_(maxZoom) {
   rect_ = fitted(kMapRectWorld);
 }
 
+double HeadlessMapView::zoomForScale(double scale) {
+  return 20.0 - std::log2(std::max(scale, 1e-12));
+}
+
+double HeadlessMapView::scaleForZoom(double zoom) {
+  return std::pow(2.0, 20.0 - zoom);
+}
+
 MapRect HeadlessMapView::fitted(MapRect rect) const {
-  double centerX = rect.midX();
-  double centerY = rect.midY();
+  const double centerX = rect.midX();
+  const double centerY = std::clamp(rect.midY(), 0.0, kMapWorldWidth);
   double w = std::max(rect.size.width, 1e-9);
   double h = std::max(rect.size.height, 1e-9);
-  double aspect = width_ / height_;
+  const double aspect = width_ / height_;
   if (w / h < aspect) {
     w = h * aspect;
   } else {
+    h = w / aspect;
+  }
+  // No closer than the closest zoom (2^-inf is 0: no limit), no wider than
+  // the world.
+  const double minWidth = width_ * scaleForZoom(maxZoom_);
+  if (w < minWidth) {
+    w = minWidth;
     h = w / aspect;
   }
   if (w > kMapWorldWidth) {
@@ -33,12 +58,27 @@ MapRect HeadlessMapView::fitted(MapRect rect) const {
   return MapRectMake(x, centerY - h / 2, w, h);
 }
 
-void HeadlessMapView::setVisibleMapRect(MapRect rect, bool animated) {
-  MapRect next = fitted(rect);
+bool HeadlessMapView::takeSize(double width, double height) {
+  if (!(width > 0) || !(height > 0) || (width == width_ && height == height_)) return false;
+  width_ = width;
+  height_ = height;
+  return true;
+}
+
+void HeadlessMapView::setSize(double width, double height) {
+  const double s = scale();
+  const double cx = rect_.midX(), cy = rect_.midY();
+  if (!takeSize(width, height)) return;
+  setVisibleMapRect(MapRectMake(cx - width * s / 2, cy - height * s / 2, width * s, height * s), false);
+}
+
+void HeadlessMapView::setVisibleMapRect(MapRect rect, bool animated, bool notify) {
+  const MapRect next = fitted(rect);
   if (next == rect_) return;
-  auto delegate = delegate_.lock();
+  auto delegate = notify ? delegate_.lock() : nullptr;
   if (delegate) delegate->regionWillChange(*this, animated);
   rect_ = next;
+  if (onRegionChanged) onRegionChanged();
   if (delegate) delegate->regionDidChange(*this, animated);
 }
 
@@ -47,11 +87,14 @@ CoordinateRegion HeadlessMapView::region() const {
 }
 
 CoordinateRegion HeadlessMapView::regionThatFits(CoordinateRegion region) const {
-  return CoordinateRegionForMapRect(fitted(MapRectForCoordinateRegion(region)));
+  CoordinateRegion fits = CoordinateRegionForMapRect(fitted(MapRectForCoordinateRegion(region)));
+  fits.center = region.center;
+  return fits;
 }
 
 void HeadlessMapView::setRegion(CoordinateRegion region, bool animated) {
-  setVisibleMapRect(MapRectForCoordinateRegion(region), animated);
+  if (!std::isfinite(region.center.latitude) || !std::isfinite(region.center.longitude)) return;
+  setVisibleMapRect(centredOn(MapRectForCoordinateRegion(region), region.center), animated);
 }
 
 LocationCoordinate2D HeadlessMapView::centerCoordinate() const {
@@ -59,10 +102,7 @@ LocationCoordinate2D HeadlessMapView::centerCoordinate() const {
 }
 
 void HeadlessMapView::setCenterCoordinate(LocationCoordinate2D center, bool animated) {
-  MapPoint point = MapPointForCoordinate(center);
-  setVisibleMapRect(MapRectMake(point.x - rect_.size.width / 2, point.y - rect_.size.height / 2,
-                                rect_.size.width, rect_.size.height),
-                    animated);
+  setVisibleMapRect(centredOn(rect_, center), animated);
 }
 
 LocationCoordinate2D HeadlessMapView::convertPointToCoordinate(ViewPoint point) const {
@@ -70,13 +110,16 @@ LocationCoordinate2D HeadlessMapView::convertPointToCoordinate(ViewPoint point) 
                                 rect_.minY() + point.y * rect_.size.height / height_});
 }
 
-ViewPoint HeadlessMapView::convertCoordinateToPoint(LocationCoordinate2D coordinate) const {
-  MapPoint point = MapPointForCoordinate(coordinate);
-  double dx = point.x - rect_.minX();
-  // Take the copy of the world nearest the visible rectangle.
+double HeadlessMapView::viewXForMapX(double mapX) const {
+  double dx = mapX - rect_.minX();
   if (dx < 0) dx += kMapWorldWidth;
   if (dx > rect_.size.width && dx - kMapWorldWidth > -rect_.size.width) dx -= kMapWorldWidth;
-  return {dx * width_ / rect_.size.width, (point.y - rect_.minY()) * height_ / rect_.size.height};
+  return dx * width_ / rect_.size.width;
+}
+
+ViewPoint HeadlessMapView::convertCoordinateToPoint(LocationCoordinate2D coordinate) const {
+  const MapPoint point = MapPointForCoordinate(coordinate);
+  return {viewXForMapX(point.x), (point.y - rect_.minY()) * height_ / rect_.size.height};
 }
 
 void HeadlessMapView::addAnnotations(const MapAnnotationList& annotations) {
@@ -90,6 +133,7 @@ void HeadlessMapView::addAnnotations(const MapAnnotationList& annotations) {
     annotations_.push_back(annotation);
     views_.emplace(annotation.get(), view);
     added.push_back(view);
+    if (onAnnotationAdded) onAnnotationAdded(annotation);
   }
   if (delegate && !added.empty()) delegate->didAddAnnotationViews(*this, added);
 }
@@ -98,6 +142,7 @@ void HeadlessMapView::removeAnnotations(const MapAnnotationList& annotations) {
   for (const MapAnnotationPtr& annotation : annotations) {
     if (!annotation || !views_.count(annotation.get())) continue;
     deselectAnnotation(annotation, false);
+    if (onAnnotationRemoved) onAnnotationRemoved(annotation);
     views_.erase(annotation.get());
     std::erase(annotations_, annotation);
   }
