@@ -68,18 +68,6 @@ QColor colorOfTile(GuiRuntime& runtime, int level) {
   return {};
 }
 
-// Runs the command line on the fixture's journal, as another process.
-QString runLumeo(const QString& home, const QStringList& arguments) {
-  QProcess process;
-  process.setProcessChannelMode(QProcess::MergedChannels);
-  process.start(QStringLiteral(LUMEO_CLI_BINARY), QStringList{QStringLiteral("--home"), home} + arguments);
-  if (!process.waitForFinished(60000)) qFatal("lumeo did not finish");
-  const QString output = QString::fromUtf8(process.readAll());
-  if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
-    qFatal("lumeo %s failed: %s", qPrintable(arguments.join(' ')), qPrintable(output));
-  return output;
-}
-
 // The inode of the journal file: a restore puts another file in its place.
 ino_t journalInode(const GuiSession& session) {
   struct stat st {};
@@ -256,10 +244,9 @@ class EditorScreensTests : public QObject {
 
     // Meanwhile, from a terminal: another record with the same tag, and
     // the record open in the editor changed under it.
-    const QString home = QString::fromStdString(session.directories().library.parent_path().string());
-    runLumeo(home, {"add", "4", "--comment", "Short night #sleep:5h #late"});
+    QVERIFY(lumeo({"add", "4", "--comment", "Short night #sleep:5h #late"}));
     const auto rowOfEdited = editor->recordInEdit()->objectID().primaryKey();
-    runLumeo(home, {"edit", QString::number(rowOfEdited), "--level", "2", "--comment", "from the terminal"});
+    QVERIFY(lumeo({"edit", QString::number(rowOfEdited), "--level", "2", "--comment", "from the terminal"}));
 
     // The editor's text goes on and is saved.
     editor->textViewDidChange("Good night #sleep:9h", 20);
@@ -321,8 +308,7 @@ class EditorScreensTests : public QObject {
     records.clear();
     located = records.end();
 
-    const QString home = QString::fromStdString(session.directories().library.parent_path().string());
-    runLumeo(home, {"delete", QString::number(row), "--yes"});
+    QVERIFY(lumeo({"delete", QString::number(row), "--yes"}));
     QTRY_COMPARE_WITH_TIMEOUT(rows->rowCount(), listed - 1, 20000);
     // No row is left of it, not even an emptied one (level 0).
     for (int i = 0; i < rows->rowCount(); ++i)
@@ -332,7 +318,7 @@ class EditorScreensTests : public QObject {
     QCOMPARE(summary.recordCount(), counted - 1);
     QTRY_VERIFY_WITH_TIMEOUT(map->settled() && map->locatedCount() == pinned - 1, 60000);
 
-    runLumeo(home, {"add", "6", "--comment", "Added from a terminal"});
+    QVERIFY(lumeo({"add", "6", "--comment", "Added from a terminal"}));
     QTRY_COMPARE_WITH_TIMEOUT(rows->rowCount(), listed, 20000);
     QCOMPARE(rows->data(rows->index(listed - 1, 0), HistoryModel::CommentRole).toString(),
              QStringLiteral("Added from a terminal"));
@@ -381,6 +367,15 @@ class EditorScreensTests : public QObject {
   }
 
  private:
+  // Runs the command line on the fixture's journal, as another process;
+  // false (and what it said) when it fails.
+  bool lumeo(const QStringList& arguments) {
+    if (fixture_->lumeo(QStringList{QStringLiteral("--home"), fixture_->home()} + arguments) == 0)
+      return true;
+    qWarning("lumeo %s: %s", qPrintable(arguments.join(' ')), qPrintable(fixture_->lastOutput()));
+    return false;
+  }
+
   template <class T>
   T* adapter(const char* name) {
     auto* object = qobject_cast<T*>(fixture_->runtime().singleton(QString::fromLatin1(name)));

@@ -1,14 +1,19 @@
 // A launched desktop application for tests: a temporary home with a fixed
 // sample journal, a passcode gate the test controls, the runtime and its
 // adapters; `Fixture` (a QML singleton of Lumeo.Core) lets QML tests look
-// into the store and set the passcode.
+// into the store, set the passcode and run the `lumeo` command line on the
+// same journal. Every Quick Test binary starts the same way
+// (quick_test_main.cpp with QuickTestSetup) and adds its own singletons
+// with a FixtureSingleton.
 #pragma once
 
 #include <QObject>
 #include <QTemporaryDir>
 #include <QVariantList>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "platform/clock.h"
 #include "shell/shell_services.h"
@@ -50,11 +55,51 @@ class GuiFixture : public QObject {
   Q_INVOKABLE void setPasscode(const QString& code);
   // Runs the core's main queue until it is empty.
   Q_INVOKABLE void drain() const;
+  // Gives the `count` newest records a photo and a thumbnail (once the
+  // journal is open); returns how many got one.
+  Q_INVOKABLE int addPhotos(int count);
+
+  // The journal's home folder, as `lumeo --home` takes it.
+  Q_INVOKABLE QString home() const;
+  // Runs the command line of this build (LUMEO_CLI) with these arguments
+  // as another process: its exit status (-1 when it did not end within a
+  // minute); what it printed is in lastOutput().
+  Q_INVOKABLE int lumeo(const QStringList& arguments);
+  Q_INVOKABLE QString lastOutput() const { return lastOutput_; }
+  // `lumeo --home HOME ARGUMENTS... --json` on this journal: its answer
+  // parsed, or {"error": why} when it failed.
+  Q_INVOKABLE QVariant lumeoJson(const QStringList& arguments);
+  // Where tests keep pictures of the screens they drove (LUMEO_ARTEFACTS,
+  // made if missing), or "" to keep none.
+  Q_INVOKABLE QString artefactDir() const;
 
  private:
+  QString lastOutput_;
   QTemporaryDir home_;
   std::unique_ptr<GuiSession> session_;
   std::unique_ptr<GuiRuntime> runtime_;
+};
+
+// A QML singleton one Quick Test binary adds beside `Fixture`, as a static
+// object of its own source file: made once the application exists,
+// deleted before the fixture.
+struct FixtureSingleton {
+  using Make = std::function<QObject*(GuiFixture&)>;
+  FixtureSingleton(const char* name, Make make);
+};
+
+// The setup of every Quick Test binary: the fixture, the binary's
+// FixtureSingletons, the QML engine attached to the runtime.
+class QuickTestSetup : public QObject {
+  Q_OBJECT
+ public Q_SLOTS:
+  void applicationAvailable();
+  void qmlEngineAvailable(QQmlEngine* engine);
+  void cleanupTestCase();
+
+ private:
+  std::unique_ptr<GuiFixture> fixture_;
+  std::vector<QObject*> singletons_;
 };
 
 }  // namespace lumeo::gui::testing

@@ -2,16 +2,8 @@
 # binary driven by objectName (with the `lumeo` command line on the same
 # journal), their screenshots against references, and the window lock in a
 # real X window. Included by this folder's CMakeLists.txt.
-add_executable(gui_lockrem_quick_tests gui_lockrem_quick_tests.cpp gui_test_support.cpp gui_test_support.h)
-set_target_properties(gui_lockrem_quick_tests PROPERTIES AUTOMOC ON)
-target_include_directories(gui_lockrem_quick_tests PRIVATE ${CMAKE_CURRENT_LIST_DIR})
-target_link_libraries(gui_lockrem_quick_tests PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,lumeo-gui-lib>"
-                                                      lumeo-gui-qmlplugin Qt6::QuickTest)
-target_compile_definitions(gui_lockrem_quick_tests PRIVATE
-                           QUICK_TEST_SOURCE_DIR="${CMAKE_CURRENT_LIST_DIR}/lockrem_quick")
-add_test(NAME gui_lockrem_quick COMMAND gui_lockrem_quick_tests)
-set_tests_properties(gui_lockrem_quick PROPERTIES TIMEOUT 240
-  ENVIRONMENT "${gui_test_env};LUMEO_CLI=$<TARGET_FILE:lumeo>")
+lumeo_gui_quick_test(gui_lockrem_quick DIR ${CMAKE_CURRENT_LIST_DIR}/lockrem_quick TIMEOUT 240
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/lockrem_quick_fixture.cpp)
 
 add_test(NAME gui_lockrem_screenshots
   COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/lockrem_screenshots_test.sh $<TARGET_FILE:lumeo-gui>

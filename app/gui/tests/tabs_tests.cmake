@@ -12,15 +12,8 @@ set_tests_properties(gui_tabs PROPERTIES TIMEOUT 300
   ENVIRONMENT "QT_QPA_PLATFORM=offscreen;LUMEO_SOURCE_DIR=${PROJECT_SOURCE_DIR};LUMEO_BUILD_DIR=${PROJECT_BINARY_DIR}")
 
 # Quick Test of the two tabs' screens, driven by objectName.
-add_executable(gui_tabs_quick_tests gui_tabs_quick_tests.cpp gui_test_support.cpp gui_test_support.h)
-set_target_properties(gui_tabs_quick_tests PROPERTIES AUTOMOC ON)
-target_include_directories(gui_tabs_quick_tests PRIVATE ${CMAKE_CURRENT_LIST_DIR})
-target_link_libraries(gui_tabs_quick_tests PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,lumeo-gui-lib>" lumeo-gui-qmlplugin
-                                                   Qt6::QuickTest)
-target_compile_definitions(gui_tabs_quick_tests PRIVATE QUICK_TEST_SOURCE_DIR="${CMAKE_CURRENT_LIST_DIR}/tabs_quick")
-add_test(NAME gui_tabs_quick COMMAND gui_tabs_quick_tests)
-set_tests_properties(gui_tabs_quick PROPERTIES TIMEOUT 180
-  ENVIRONMENT "${gui_test_env};LUMEO_TABS_ARTEFACTS=${CMAKE_CURRENT_BINARY_DIR}/tabs_artefacts")
+lumeo_gui_quick_test(gui_tabs_quick DIR ${CMAKE_CURRENT_LIST_DIR}/tabs_quick TIMEOUT 180
+  ENV LUMEO_ARTEFACTS=${CMAKE_CURRENT_BINARY_DIR}/tabs_artefacts)
 
 # Screenshots of the two tabs against the checked-in references.
 add_test(NAME gui_tabs_screenshots

@@ -144,7 +144,7 @@ Item {
         function test_d_photosToAFolderWithSomeThere() {
             var s = screen()
             wholeJournal()
-            compare(ExportFixture.addPhotos(3), 3)
+            compare(Fixture.addPhotos(3), 3)
             var dir = ExportFixture.scratch() + "/Photos"
             s.photosFolderChosen("file://" + dir)
             tryCompare(Export, "busy", false, 30000)

@@ -41,11 +41,11 @@ Item {
         function archiveOf(name, comments) {
             var home = ExportFixture.scratch() + "/" + name
             for (var i = 0; i < comments.length; ++i)
-                compare(ExportFixture.lumeo(["--home", home, "add", String(4 + i), "--comment", comments[i]]), 0,
-                        ExportFixture.lastOutput())
-            compare(ExportFixture.lumeo(["--home", home, "backup", "create", "--to", ExportFixture.scratch()]), 0,
-                    ExportFixture.lastOutput())
-            return ExportFixture.lastOutput().trim().split("\n")[0]
+                compare(Fixture.lumeo(["--home", home, "add", String(4 + i), "--comment", comments[i]]), 0,
+                        Fixture.lastOutput())
+            compare(Fixture.lumeo(["--home", home, "backup", "create", "--to", ExportFixture.scratch()]), 0,
+                    Fixture.lastOutput())
+            return Fixture.lastOutput().trim().split("\n")[0]
         }
 
         function historyCount() {
@@ -61,8 +61,8 @@ Item {
             s.backupFileChosen("file://" + file)
             compare(Backup.result, "Backup completed!")
             verify(ExportFixture.exists(file))
-            compare(ExportFixture.lumeo(["backup", "verify", file]), 0, ExportFixture.lastOutput())
-            verify(ExportFixture.lastOutput().indexOf(String(Fixture.recordCount())) >= 0, ExportFixture.lastOutput())
+            compare(Fixture.lumeo(["backup", "verify", file]), 0, Fixture.lastOutput())
+            verify(Fixture.lastOutput().indexOf(String(Fixture.recordCount())) >= 0, Fixture.lastOutput())
         }
 
         function test_b_restoreFromTheScreenRebuildsHistory() {
@@ -88,8 +88,8 @@ Item {
             compare(historyCount(), 1)
             var generation = Backup.journalGeneration
             var archive = archiveOf("third", ["From the command line, first", "From the command line, second"])
-            compare(ExportFixture.lumeo(["--home", ExportFixture.home(), "backup", "restore", archive, "--yes"]), 0,
-                    ExportFixture.lastOutput())
+            compare(Fixture.lumeo(["--home", Fixture.home(), "backup", "restore", archive, "--yes"]), 0,
+                    Fixture.lastOutput())
             tryVerify(function () { return Backup.journalGeneration > generation }, 20000)
             tryVerify(function () { return historyCount() === 2 }, 10000)
             compare(Fixture.recordsWithComment("From the command line").length, 2)

@@ -34,7 +34,7 @@ Item {
             for (var c of text)
                 keyClick(c)
         }
-        function cli() { return LockRem.cliJson(["reminders", "list"]) }
+        function cli() { return Fixture.lumeoJson(["reminders", "list"]) }
         function find(name) {
             var item = null
             tryVerify(function () { item = findChild(shell, name); return item !== null && item.visible },

@@ -25,7 +25,7 @@ Item {
         when: windowShown
 
         function keep(name) {
-            var dir = MapFixture.artefactDir()
+            var dir = Fixture.artefactDir()
             if (dir !== "")
                 grabImage(top).save(dir + "/" + name + ".png")
         }
@@ -94,7 +94,7 @@ Item {
         }
 
         function test_a_pinsShowTheLocatedRecords() {
-            var cli = MapFixture.lumeo(["map"])
+            var cli = Fixture.lumeoJson(["map"])
             verify(cli.located > 10, JSON.stringify(cli))
             compare(MapTab.locatedCount, cli.located)
             // The tab opens on every located record: the pins hold them all.
@@ -174,7 +174,7 @@ Item {
             tryVerify(function () { return !sheet.visible }, 30000)
             settle()
             compare(MapTab.tagFilterText, "work")
-            var cli = MapFixture.lumeo(["map", "--tag", "work"])
+            var cli = Fixture.lumeoJson(["map", "--tag", "work"])
             compare(MapTab.locatedCount, cli.located)
             verify(cli.located > 0 && cli.located < all)
             tryVerify(function () { return pinTotal() === cli.located }, 30000)
@@ -201,7 +201,7 @@ Item {
             mouseClick(findChild(sheet.contentItem, "mapFilterDone"))
             tryVerify(function () { return !sheet.visible }, 30000)
             settle()
-            var cli = MapFixture.lumeo(["map", "--from", "2026-11-14", "--to", "2026-11-20"])
+            var cli = Fixture.lumeoJson(["map", "--from", "2026-11-14", "--to", "2026-11-20"])
             compare(MapTab.locatedCount, cli.located)
             verify(MapTab.dateFromText.indexOf("2026") >= 0, MapTab.dateFromText)
             MapTab.clearFilter()
@@ -252,9 +252,9 @@ Item {
             tryCompare(Editor, "active", false, 30000)
             Fixture.drain()
             // What the command line reads is the place chosen.
-            var newest = MapFixture.lumeo(["list", "--limit", "1"])
+            var newest = Fixture.lumeoJson(["list", "--limit", "1"])
             compare(newest.length, 1)
-            var shown = MapFixture.lumeo(["show", String(newest[0].id)])
+            var shown = Fixture.lumeoJson(["show", String(newest[0].id)])
             compare(shown.level, 4)
             verify(Math.abs(shown.latitude - chosen.latitude) < 1e-6, JSON.stringify(shown))
             verify(Math.abs(shown.longitude - chosen.longitude) < 1e-6, JSON.stringify(shown))
@@ -307,8 +307,8 @@ Item {
             mouseClick(findChild(shell, "editorDone"))
             tryCompare(Editor, "active", false, 30000)
             Fixture.drain()
-            var newest = MapFixture.lumeo(["list", "--limit", "1"])
-            var shown = MapFixture.lumeo(["show", String(newest[0].id)])
+            var newest = Fixture.lumeoJson(["list", "--limit", "1"])
+            var shown = Fixture.lumeoJson(["show", String(newest[0].id)])
             compare(shown.level, 8)
             verify(Math.abs(shown.latitude - chosen.latitude) < 1e-6, JSON.stringify(shown))
             verify(Math.abs(shown.longitude - chosen.longitude) < 1e-6, JSON.stringify(shown))
@@ -376,13 +376,13 @@ Item {
             var asked = answerAlert("Cancel")
             compare(asked.title, "Attention!")
             compare(asked.message, "All location data will be permanently deleted. Are you sure?")
-            verify(MapFixture.lumeo(["map"]).located > 0)
+            verify(Fixture.lumeoJson(["map"]).located > 0)
             // "Yes" deletes them and says so.
             mouseClick(findChild(screen, "mapSettingsDelete"))
             answerAlert("Yes")
             var done = answerAlert("OK")
             compare(done.message, "All location data has been successfully deleted")
-            compare(MapFixture.lumeo(["map"]).located, 0)
+            compare(Fixture.lumeoJson(["map"]).located, 0)
             Shell.closeScreen("MoodMapSettingsViewController")
             Shell.closeScreen("MoodSettingsViewController")
             // The map reads again and is empty.

@@ -23,7 +23,7 @@ Item {
 
         // Keeps a picture of the screen as a test artefact.
         function keep(name) {
-            var dir = TabsFixture.artefactDir()
+            var dir = Fixture.artefactDir()
             if (dir !== "")
                 grabImage(top).save(dir + "/" + name + ".png")
         }
@@ -125,7 +125,7 @@ Item {
         }
 
         function test_d_aPhotoOpensTheGalleryAndItsPageSelectsTheRecord() {
-            compare(TabsFixture.addPhotos(3), 3)
+            compare(Fixture.addPhotos(3), 3)
             var view = list()
             History.controller.select(view.count - 1)
             var photo = findChild(shell, "historyDetailPhoto")

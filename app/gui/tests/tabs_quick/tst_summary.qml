@@ -22,7 +22,7 @@ Item {
 
         // Keeps a picture of the screen as a test artefact.
         function keep(name) {
-            var dir = TabsFixture.artefactDir()
+            var dir = Fixture.artefactDir()
             if (dir !== "")
                 grabImage(top).save(dir + "/" + name + ".png")
         }
