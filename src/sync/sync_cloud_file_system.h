@@ -101,7 +101,9 @@ class SyncCloudFileSystem {
   virtual void uploadLocalFile(const std::string& localPath, const std::string& toPath,
                                SyncCloudCompletion completion) = 0;
   // Copies a cloud file to a local path, replacing what is there. On failure
-  // the local path keeps what it had.
+  // the local path keeps what it had. The copy is renamed into place, so no
+  // reader sees half of it, but need not be flushed to disk: the engine
+  // downloads into its transit cache only.
   virtual void downloadFromPath(const std::string& path, const std::string& toLocalFile,
                                 SyncCloudCompletion completion) = 0;
 

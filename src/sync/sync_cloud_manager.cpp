@@ -11,6 +11,7 @@
 #include "objectgraph/predicate.h"
 #include "platform/atomic_file.h"
 #include "platform/dispatch_queue.h"
+#include "platform/file_system.h"
 #include "platform/image.h"
 #include "platform/log.h"
 #include "platform/md5.h"
@@ -21,6 +22,7 @@
 #include "sync/sync_event_entities.h"
 #include "sync/sync_event_migrator.h"
 #include "sync/sync_event_store.h"
+#include "sync/sync_local_cloud_file_system.h"
 
 namespace lumeo {
 
@@ -151,9 +153,9 @@ OptionalError SyncCloudManager::removeFilesInDirectory(const fs::path& directory
   if (ec)
     return syncError(kSyncErrorCodeFileAccessFailed,
                      "Could not empty " + directory.string() + ": " + ec.message());
+  // Everything goes, hidden names too: the transit cache is the engine's own,
+  // and a crash may leave a temporary file of an unfinished download here.
   for (const auto& entry : it) {
-    std::string name = entry.path().filename().string();
-    if (!name.empty() && name[0] == '.') continue;
     std::error_code removeError;
     fs::remove_all(entry.path(), removeError);
     if (removeError && removeError != std::errc::no_such_file_or_directory) {
@@ -685,9 +687,15 @@ OptionalError SyncCloudManager::setRegistrationInfo(const Value::Dictionary& inf
   if (!isPlainName(identifier)) return syncError(kSyncErrorCodeUnknown, "Bad store identifier " + identifier);
   if (OptionalError error = removeFilesInDirectory(localUploadDirectory())) return error;
   fs::path local = localUploadDirectory() / identifier;
-  if (OptionalError error = writePropertyListFile(local, Value(info))) {
+  auto xml = xmlPropertyList(Value(info));
+  OptionalError written = std::holds_alternative<Error>(xml)
+                              ? OptionalError(std::get<Error>(xml))
+                              : sync_directory::writeReplacing(
+                                    *FileSystem::current(), local, std::get<std::string>(xml).data(),
+                                    std::get<std::string>(xml).size(), sync_directory::Durability::kScratch);
+  if (written) {
     return syncError(kSyncErrorCodeFileWriteFailed,
-                     "Could not write the registration file: " + error->description);
+                     "Could not write the registration file: " + written->description);
   }
   std::string remote = remoteStoresDirectory() + "/" + identifier;
   if (!cloudFileSystem_->replacesOnUpload()) {

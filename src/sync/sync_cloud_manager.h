@@ -14,7 +14,10 @@
 //
 // Files pass through a local transit cache, "transitcache/<ensemble>/upload"
 // and ".../download" under the event data root; each operation empties the
-// directory it uses first, so nothing from an earlier run is trusted.
+// directory it uses first, so nothing from an earlier run is trusted. Files
+// there are scratch copies: renamed into place but never flushed to disk,
+// since a crash that leaves one stale, empty or missing costs only a fetch
+// that the next merge makes anyway.
 //
 // Cloud folders are shared with other devices and with sync clients, so the
 // manager is careful about what it removes: an event or baseline file goes

@@ -23,13 +23,14 @@ int errnoOf(const Error& error) {
   return error.domain == kPOSIXErrorDomain ? static_cast<int>(error.code) : EIO;
 }
 
-// Writes `bytes` to a new file and flushes it; a failure removes the file.
-OptionalError writeNewFile(FileSystem& fs, const std::filesystem::path& path,
-                           const std::vector<std::uint8_t>& bytes, bool flush) {
+// Writes `bytes` to a new file, flushed when `flush` says so; a failure
+// removes the file.
+OptionalError writeNewFile(FileSystem& fs, const std::filesystem::path& path, const void* bytes,
+                           std::size_t size, bool flush) {
   auto created = fs.createFile(path, kPrivateFileMode);
   if (auto* error = std::get_if<Error>(&created)) return *error;
   auto& file = *std::get<std::unique_ptr<WritableFile>>(created);
-  OptionalError error = file.append(bytes.data(), bytes.size());
+  OptionalError error = file.append(bytes, size);
   if (!error && flush) error = file.sync();
   OptionalError closeError = file.close();
   if (!error) error = closeError;
@@ -98,7 +99,8 @@ OptionalError copyToNewFile(FileSystem& fs, const std::filesystem::path& from,
                             const std::filesystem::path& to) {
   auto bytes = fs.readFile(from);
   if (auto* error = std::get_if<Error>(&bytes)) return fileError(*error, "Cannot read " + from.string());
-  if (auto error = writeNewFile(fs, to, std::get<std::vector<std::uint8_t>>(bytes), false))
+  const auto& data = std::get<std::vector<std::uint8_t>>(bytes);
+  if (auto error = writeNewFile(fs, to, data.data(), data.size(), false))
     return fileError(*error, "Cannot write " + to.string());
   return std::nullopt;
 }
@@ -113,18 +115,17 @@ std::string temporaryNameFor(const std::string& target) {
   return std::string(kTemporaryPrefix) + target.substr(0, 100) + "." + suffix;
 }
 
-OptionalError copyReplacing(FileSystem& fs, const std::filesystem::path& from,
-                            const std::filesystem::path& to) {
-  auto bytes = fs.readFile(from);
-  if (auto* error = std::get_if<Error>(&bytes)) return fileError(*error, "Cannot read " + from.string());
+OptionalError writeReplacing(FileSystem& fs, const std::filesystem::path& to, const void* bytes,
+                             std::size_t size, Durability durability) {
   // The target must be a file or nothing: a directory is never replaced.
   auto there = exists(fs, to);
   if (auto* error = std::get_if<Error>(&there)) return *error;
   if (std::get<ExistsResult>(there).isDirectory)
     return syncCloudFileError(EISDIR, "Cannot write " + to.string() + ": a directory is there");
+  const bool durable = durability == Durability::kDurable;
   auto folder = to.parent_path();
   auto temporary = folder / temporaryNameFor(to.filename().string());
-  if (auto error = writeNewFile(fs, temporary, std::get<std::vector<std::uint8_t>>(bytes), true))
+  if (auto error = writeNewFile(fs, temporary, bytes, size, durable))
     return fileError(*error, "Cannot write " + to.string());
   if (auto error = fs.rename(temporary, to)) {
     (void)fs.removeFile(temporary);
@@ -132,8 +133,16 @@ OptionalError copyReplacing(FileSystem& fs, const std::filesystem::path& from,
   }
   // The rename is done; a failed flush of the folder only weakens its
   // survival of a power cut, and the file is there for every reader.
-  (void)fs.syncFolder(folder);
+  if (durable) (void)fs.syncFolder(folder);
   return std::nullopt;
+}
+
+OptionalError copyReplacing(FileSystem& fs, const std::filesystem::path& from,
+                            const std::filesystem::path& to, Durability durability) {
+  auto bytes = fs.readFile(from);
+  if (auto* error = std::get_if<Error>(&bytes)) return fileError(*error, "Cannot read " + from.string());
+  const auto& data = std::get<std::vector<std::uint8_t>>(bytes);
+  return writeReplacing(fs, to, data.data(), data.size(), durability);
 }
 
 }  // namespace sync_directory
@@ -233,7 +242,8 @@ void SyncLocalCloudFileSystem::downloadFromPath(const std::string& path, const s
                                                 SyncCloudCompletion completion) {
   auto source = sync_directory::localPathFor(rootDirectory_, path);
   if (!source) return answer(completion, syncCloudInvalidPathError(path));
-  answer(completion, sync_directory::copyReplacing(*FileSystem::current(), *source, toLocalFile));
+  answer(completion, sync_directory::copyReplacing(*FileSystem::current(), *source, toLocalFile,
+                                                   sync_directory::Durability::kScratch));
 }
 
 }  // namespace lumeo

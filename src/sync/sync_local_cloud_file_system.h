@@ -68,11 +68,27 @@ OptionalError removeItem(FileSystem& fs, const std::filesystem::path& path);
 OptionalError copyToNewFile(FileSystem& fs, const std::filesystem::path& from,
                             const std::filesystem::path& to);
 
+// What a replacing write must survive.
+enum class Durability {
+  // A crash or power cut: the file is flushed before the rename, so the name
+  // never stands for half a file, and the folder after it, so the name stays.
+  // For what other devices read: uploads into the cloud and its repairs.
+  kDurable,
+  // Readers only: still renamed into place, so no reader sees half a file,
+  // but not flushed. For the engine's own scratch copies (downloads into the
+  // transit cache), which a crash may leave stale, empty or missing and
+  // which the next run fetches again.
+  kScratch,
+};
+
 // Copies `from` over `to` atomically: to a hidden temporary file beside the
-// target, flushed, renamed over it, and the folder flushed. A failure leaves
+// target, renamed over it (flushed as `durability` asks). A failure leaves
 // the target as it was and no temporary file.
 OptionalError copyReplacing(FileSystem& fs, const std::filesystem::path& from,
-                            const std::filesystem::path& to);
+                            const std::filesystem::path& to, Durability durability);
+// The same with bytes in memory.
+OptionalError writeReplacing(FileSystem& fs, const std::filesystem::path& to, const void* bytes,
+                             std::size_t size, Durability durability);
 
 // The name of a temporary file for `target` in the same folder: hidden, so
 // that listings skip it, and recognisable as Lumeo's own.

@@ -75,7 +75,7 @@ OptionalError mergeInto(FileSystem& fs, const std::filesystem::path& from, const
       }
       if (auto error = mergeInto(fs, source, target)) return error;
     } else if (!found.exists) {
-      if (auto error = dir::copyReplacing(fs, source, target)) return error;
+      if (auto error = dir::copyReplacing(fs, source, target, dir::Durability::kDurable)) return error;
     }
   }
   return std::nullopt;
@@ -395,8 +395,8 @@ void SyncSharedFolderFileSystem::uploadLocalFile(const std::string& localPath, c
         if (auto error = checkConnected()) return error;
         auto normalized = syncNormalizedCloudPath(toPath);
         if (!normalized || *normalized == "/") return syncCloudInvalidPathError(toPath);
-        return dir::copyReplacing(*FileSystem::current(), localPath,
-                                  *dir::localPathFor(folder_, *normalized));
+        return dir::copyReplacing(*FileSystem::current(), localPath, *dir::localPathFor(folder_, *normalized),
+                                  dir::Durability::kDurable);
       },
       std::move(completion));
 }
@@ -408,7 +408,9 @@ void SyncSharedFolderFileSystem::downloadFromPath(const std::string& path, const
         if (auto error = checkConnected()) return error;
         auto source = dir::localPathFor(folder_, path);
         if (!source) return syncCloudInvalidPathError(path);
-        return dir::copyReplacing(*FileSystem::current(), *source, toLocalFile);
+        // The copy goes into the engine's transit cache: renamed into place
+        // but not flushed (see Durability::kScratch).
+        return dir::copyReplacing(*FileSystem::current(), *source, toLocalFile, dir::Durability::kScratch);
       },
       std::move(completion));
 }

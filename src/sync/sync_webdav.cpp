@@ -12,7 +12,6 @@
 #include <random>
 #include <thread>
 
-#include "platform/atomic_file.h"
 #include "platform/file_system.h"
 #include "platform/log.h"
 #include "sync/sync_error.h"
@@ -792,12 +791,11 @@ void SyncWebDavFileSystem::downloadFromPath(const std::string& path, const std::
                               what + ": got " + std::to_string(response.body.size()) +
                                   " bytes where the listing says " + std::to_string(*listedSize),
                               response.status));
-    if (auto error = writeFileAtomically(toLocalFile, response.body)) {
-      auto err = error->userInfo.find("errno");
-      return fail(
-          syncCloudFileError(err == error->userInfo.end() ? EIO : static_cast<int>(err->second.toInt()),
-                             what + ": cannot write " + toLocalFile + ": " + error->description));
-    }
+    // Into the engine's transit cache: renamed into place, not flushed.
+    if (auto error =
+            sync_directory::writeReplacing(*FileSystem::current(), toLocalFile, response.body.data(),
+                                           response.body.size(), sync_directory::Durability::kScratch))
+      return fail(*error);
     completeOnMainQueue(completion, std::nullopt);
   });
 }
