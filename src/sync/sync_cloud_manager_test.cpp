@@ -169,6 +169,48 @@ TEST_F(SyncCloudManagerTest, AHalfWrittenEventFileIsSkippedKeptAndImportedOnceWh
   EXPECT_EQ(b_.replica().records().size(), 2u);
 }
 
+// Downloads into the transit cache are not flushed to disk, so a crash or
+// power cut in the middle of a fetch may leave there a file cut short, one
+// of the right length but zeros, a hidden half-written temporary file, or
+// nothing at all. The next run must fetch each event again from the cloud,
+// import it once and whole, and leave the cache empty.
+TEST_F(SyncCloudManagerTest, WhatACrashLeavesInTheTransitCacheIsRepairedByTheNextFetch) {
+  joinBoth();
+  for (int i = 0; i < 4; ++i) {
+    a_.replica().addRecord(10 + i, "event " + std::to_string(i));
+    a_.replica().save();
+  }
+  a_.merge();
+  auto events = filesIn(remote("events"));
+  ASSERT_EQ(events.size(), 4u);
+  std::vector<std::string> names(events.begin(), events.end());
+  syncSortFilenamesByGlobalCount(names);
+
+  fs::path download = b_.merger().cloudManager().localDownloadDirectory();
+  fs::path upload = b_.merger().cloudManager().localUploadDirectory();
+  std::string whole = testing::readFile(remote("events") / names[0]);
+  std::ofstream(download / names[0], std::ios::binary);  // emptied by the power cut
+  std::ofstream(download / names[1], std::ios::binary) << whole.substr(0, whole.size() / 2);
+  std::ofstream(download / names[2], std::ios::binary) << std::string(whole.size(), '\0');
+  std::ofstream(download / (".lumeo-partial-" + names[3] + ".0000000000000000-1"), std::ios::binary)
+      << whole.substr(0, 10);
+  std::ofstream(upload / ".lumeo-partial-registration.0000000000000000-2", std::ios::binary) << "<?xml";
+
+  b_.restart();  // the next run of the program
+  auto report = b_.merge();
+  EXPECT_TRUE(report.skippedFiles.empty());
+  EXPECT_EQ(report.counts.eventsImported, 4u);
+  EXPECT_EQ(b_.replica().records().size(), 4u);
+  EXPECT_EQ(a_.dump(), b_.dump());
+  for (const auto& cache : {download, upload}) {
+    EXPECT_TRUE(fs::is_empty(cache)) << cache << " still holds " << fs::directory_iterator(cache)->path();
+  }
+  // Nothing arrives twice after that.
+  b_.restart();
+  EXPECT_EQ(b_.merge().counts.eventsImported, 0u);
+  EXPECT_EQ(b_.replica().records().size(), 4u);
+}
+
 TEST_F(SyncCloudManagerTest, NamesThatAreNotOursAreLeftInTheCloud) {
   joinBoth();
   for (const char* name : {"junk.txt", "12_STORE_7.syncevent.part", "3_A_1 (conflicted copy).syncevent"}) {

@@ -122,10 +122,9 @@ OptionalError writeReplacing(FileSystem& fs, const std::filesystem::path& to, co
   if (auto* error = std::get_if<Error>(&there)) return *error;
   if (std::get<ExistsResult>(there).isDirectory)
     return syncCloudFileError(EISDIR, "Cannot write " + to.string() + ": a directory is there");
-  const bool durable = durability == Durability::kDurable;
   auto folder = to.parent_path();
   auto temporary = folder / temporaryNameFor(to.filename().string());
-  if (auto error = writeNewFile(fs, temporary, bytes, size, durable))
+  if (auto error = writeNewFile(fs, temporary, bytes, size, durability != Durability::kScratch))
     return fileError(*error, "Cannot write " + to.string());
   if (auto error = fs.rename(temporary, to)) {
     (void)fs.removeFile(temporary);
@@ -133,7 +132,7 @@ OptionalError writeReplacing(FileSystem& fs, const std::filesystem::path& to, co
   }
   // The rename is done; a failed flush of the folder only weakens its
   // survival of a power cut, and the file is there for every reader.
-  if (durable) (void)fs.syncFolder(folder);
+  if (durability == Durability::kDurable) (void)fs.syncFolder(folder);
   return std::nullopt;
 }
 

@@ -68,21 +68,24 @@ OptionalError removeItem(FileSystem& fs, const std::filesystem::path& path);
 OptionalError copyToNewFile(FileSystem& fs, const std::filesystem::path& from,
                             const std::filesystem::path& to);
 
-// What a replacing write must survive.
+// What a replacing write must survive. Every kind is renamed into place, so
+// no reader ever sees half a file; they differ in what a power cut may undo.
 enum class Durability {
-  // A crash or power cut: the file is flushed before the rename, so the name
-  // never stands for half a file, and the folder after it, so the name stays.
-  // For what other devices read: uploads into the cloud and its repairs.
+  // The file is flushed before the rename, so the name never stands for
+  // half a file, and the folder after it, so the name stays.
   kDurable,
-  // Readers only: still renamed into place, so no reader sees half a file,
-  // but not flushed. For the engine's own scratch copies (downloads into the
-  // transit cache), which a crash may leave stale, empty or missing and
+  // The file is flushed before the rename; flushing the folder is left to
+  // the caller, who may flush it once after a run of writes. A power cut
+  // before that may lose the name, never the content behind a name.
+  kContent,
+  // Nothing is flushed. For the engine's own scratch copies (downloads into
+  // the transit cache), which a crash may leave stale, empty or missing and
   // which the next run fetches again.
   kScratch,
 };
 
 // Copies `from` over `to` atomically: to a hidden temporary file beside the
-// target, renamed over it (flushed as `durability` asks). A failure leaves
+// target, renamed over it, flushed as `durability` asks. A failure leaves
 // the target as it was and no temporary file.
 OptionalError copyReplacing(FileSystem& fs, const std::filesystem::path& from,
                             const std::filesystem::path& to, Durability durability);

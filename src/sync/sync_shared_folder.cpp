@@ -125,6 +125,15 @@ SyncSharedFolderFileSystem::SyncSharedFolderFileSystem(std::filesystem::path fol
 SyncSharedFolderFileSystem::~SyncSharedFolderFileSystem() {
   // Waits for the work already queued, whose blocks use this object.
   queue_.reset();
+  flushUploadedFolder();
+}
+
+void SyncSharedFolderFileSystem::flushUploadedFolder() {
+  if (!unflushedFolder_) return;
+  // A failed flush only weakens the names' survival of a power cut; every
+  // reader sees them already.
+  (void)FileSystem::current()->syncFolder(*unflushedFolder_);
+  unflushedFolder_.reset();
 }
 
 bool SyncSharedFolderFileSystem::isConnected() const {
@@ -269,37 +278,41 @@ OptionalError SyncSharedFolderFileSystem::checkConnected() {
 
 template <class Result>
 void SyncSharedFolderFileSystem::perform(std::function<Result()> work, std::function<void(Result)> deliver,
-                                         std::function<Result(Error)> failure) {
+                                         std::function<Result(Error)> failure, bool upload) {
   auto delivered = std::make_shared<std::atomic<bool>>(false);
   double timeout = options_.operationTimeout;
-  queue_->async([work = std::move(work), deliver, failure = std::move(failure), delivered, timeout] {
-    // The clock starts when the work does: waiting behind another call is
-    // not this call's slowness.
-    DelayedCall timer = DispatchQueue::main().after(timeout, [deliver, failure, delivered, timeout] {
-      if (delivered->exchange(true)) return;
-      char seconds[32];
-      std::snprintf(seconds, sizeof seconds, "%g", timeout);
-      deliver(failure(
-          syncError(kSyncErrorCodeFileCoordinatorTimedOut,
-                    std::string("The shared folder did not answer within ") + seconds + " seconds.")));
-    });
-    Result result = work();
-    DispatchQueue::main().async([deliver, delivered, timer, result = std::move(result)]() mutable {
-      if (delivered->exchange(true)) return;
-      timer.cancel();
-      deliver(std::move(result));
-    });
-  });
+  queue_->async(
+      [this, work = std::move(work), deliver, failure = std::move(failure), delivered, timeout, upload] {
+        // The clock starts when the work does: waiting behind another call is
+        // not this call's slowness.
+        DelayedCall timer = DispatchQueue::main().after(timeout, [deliver, failure, delivered, timeout] {
+          if (delivered->exchange(true)) return;
+          char seconds[32];
+          std::snprintf(seconds, sizeof seconds, "%g", timeout);
+          deliver(failure(
+              syncError(kSyncErrorCodeFileCoordinatorTimedOut,
+                        std::string("The shared folder did not answer within ") + seconds + " seconds.")));
+        });
+        // What follows a run of uploads (a removal, a listing) sees their names
+        // on disk for good.
+        if (!upload) flushUploadedFolder();
+        Result result = work();
+        DispatchQueue::main().async([deliver, delivered, timer, result = std::move(result)]() mutable {
+          if (delivered->exchange(true)) return;
+          timer.cancel();
+          deliver(std::move(result));
+        });
+      });
 }
 
 void SyncSharedFolderFileSystem::performSimple(std::function<OptionalError()> work,
-                                               SyncCloudCompletion completion) {
+                                               SyncCloudCompletion completion, bool upload) {
   perform<OptionalError>(
       std::move(work),
       [completion](OptionalError error) {
         if (completion) completion(std::move(error));
       },
-      [](Error error) { return OptionalError(std::move(error)); });
+      [](Error error) { return OptionalError(std::move(error)); }, upload);
 }
 
 void SyncSharedFolderFileSystem::connect(SyncCloudCompletion completion) {
@@ -395,10 +408,16 @@ void SyncSharedFolderFileSystem::uploadLocalFile(const std::string& localPath, c
         if (auto error = checkConnected()) return error;
         auto normalized = syncNormalizedCloudPath(toPath);
         if (!normalized || *normalized == "/") return syncCloudInvalidPathError(toPath);
-        return dir::copyReplacing(*FileSystem::current(), localPath, *dir::localPathFor(folder_, *normalized),
-                                  dir::Durability::kDurable);
+        auto target = *dir::localPathFor(folder_, *normalized);
+        if (unflushedFolder_ != target.parent_path()) flushUploadedFolder();
+        // The content is on disk before its name; the folder is flushed once
+        // after the run of uploads into it.
+        OptionalError error =
+            dir::copyReplacing(*FileSystem::current(), localPath, target, dir::Durability::kContent);
+        if (!error) unflushedFolder_ = target.parent_path();
+        return error;
       },
-      std::move(completion));
+      std::move(completion), true);
 }
 
 void SyncSharedFolderFileSystem::downloadFromPath(const std::string& path, const std::string& toLocalFile,

@@ -19,7 +19,11 @@
 //   unique by content, so a conflict copy holds nothing the original lacks.
 // - Uploads go to a hidden temporary name in the target's folder, are
 //   flushed to disk and renamed over the target, so neither the sync client
-//   nor another device ever sees half a file.
+//   nor another device ever sees half a file, also after a power cut. The
+//   folder is flushed once after a run of uploads into it (before any other
+//   operation, and when the file system goes away): a power cut in a run
+//   may lose its last names, which the next merge publishes again, since it
+//   publishes whatever the folder's listing lacks.
 // - Repair: when two devices made the same directory before their clients
 //   met, a client may keep both, naming one "MainStore 2". Such duplicates
 //   are merged back into the original and removed.
@@ -99,18 +103,24 @@ class SyncSharedFolderFileSystem : public SyncCloudFileSystem {
   OptionalError checkFolder(bool createIdentity);
   OptionalError checkConnected();
   void setToken(SyncCloudIdentityToken token);
+  // Flushes the folder the last uploads went into, if any (on the queue).
+  void flushUploadedFolder();
   // Runs `work` on the queue; its result goes to `deliver` on the main queue,
-  // or a 106 error does when the work takes longer than the timeout.
+  // or a 106 error does when the work takes longer than the timeout. Work
+  // other than an upload first flushes the folder of earlier uploads.
   template <class Result>
   void perform(std::function<Result()> work, std::function<void(Result)> deliver,
-               std::function<Result(Error)> failure);
-  void performSimple(std::function<OptionalError()> work, SyncCloudCompletion completion);
+               std::function<Result(Error)> failure, bool upload = false);
+  void performSimple(std::function<OptionalError()> work, SyncCloudCompletion completion,
+                     bool upload = false);
 
   std::filesystem::path folder_;
   Options options_;
   mutable std::mutex mutex_;
   bool connected_ = false;
   SyncCloudIdentityToken token_;
+  // The folder of the last uploads, not yet flushed; used on the queue only.
+  std::optional<std::filesystem::path> unflushedFolder_;
   std::shared_ptr<DispatchQueue> queue_;
 };
 

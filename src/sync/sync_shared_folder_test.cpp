@@ -288,6 +288,59 @@ TEST_F(SharedFolderTest, AFailureAtAnyStepOfADownloadLeavesTheLocalFileAsItWas) 
   }
 }
 
+// What survives a power cut. An upload's content is on disk before its
+// name; the folder is flushed once after a run of uploads into it, before
+// anything else touches the folder (a removal must never outlive the file
+// that replaced what it removes) and when the file system goes away. A
+// download lands in the engine's scratch space and is never flushed.
+TEST_F(SharedFolderTest, UploadsAreFlushedBeforeTheirRenameAndTheFolderOnceAfterARun) {
+  auto cloud = prepared();
+  CloudCalls calls(*cloud);
+  ASSERT_FALSE(calls.mkdir("/events"));
+  auto first = local("first event");
+  auto second = local("second event");
+  auto faults = std::make_shared<FaultInjectingFileSystem>();
+  ScopedFileSystem scope(faults);
+  faults->disarm();
+  ASSERT_FALSE(calls.upload(first, "/events/1"));
+  ASSERT_FALSE(calls.upload(second, "/events/2"));
+  ASSERT_FALSE(calls.remove("/events/1"));
+  auto ops = faults->operations();
+  auto at = [&](const std::string& prefix, std::size_t from = 0) {
+    for (std::size_t i = from; i < ops.size(); ++i)
+      if (ops[i].rfind(prefix, 0) == 0) return i;
+    return ops.size();
+  };
+  auto events = (folder_ / "events").string();
+  std::size_t firstFlush = at("fsync " + events + "/.lumeo-partial-1.");
+  std::size_t firstRename = at("rename " + events + "/.lumeo-partial-1.");
+  std::size_t secondFlush = at("fsync " + events + "/.lumeo-partial-2.");
+  std::size_t secondRename = at("rename " + events + "/.lumeo-partial-2.");
+  std::size_t folderFlush = at("fsync folder " + events);
+  std::size_t removal = at("remove " + events + "/1");
+  std::string trace;
+  for (const auto& op : ops) trace += op + "\n";
+  ASSERT_LT(removal, ops.size()) << trace;
+  EXPECT_LT(firstFlush, firstRename) << trace;
+  EXPECT_LT(secondFlush, secondRename) << trace;
+  EXPECT_GT(folderFlush, secondRename) << trace;
+  EXPECT_LT(folderFlush, removal) << trace;
+  EXPECT_EQ(at("fsync folder", folderFlush + 1), ops.size()) << trace;
+
+  faults->disarm();
+  auto copy = dir_ / "copy";
+  ASSERT_FALSE(calls.download("/events/2", copy));
+  EXPECT_EQ(readFile(copy), "second event");
+  ops = faults->operations();
+  EXPECT_EQ(at("fsync"), ops.size()) << "a download flushed: " << ops[at("fsync")];
+
+  faults->disarm();
+  ASSERT_FALSE(calls.upload(first, "/events/3"));
+  cloud.reset();
+  ops = faults->operations();
+  EXPECT_LT(at("fsync folder " + events), ops.size()) << "the last run of uploads was never flushed";
+}
+
 // A file system whose reads hang until released, like a network share that
 // stopped answering.
 class HangingFileSystem : public FileSystemWrapper {

@@ -9,7 +9,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <map>
 #include <random>
+#include <set>
 #include <thread>
 
 #include "platform/file_system.h"
@@ -271,6 +273,30 @@ class SyncWebDavFileSystem::Session {
       }
     }
   }
+  // The sizes of the files of the last listing of each directory, so that a
+  // download of a listed file needs no look of its own. Uploads and
+  // removals forget what they touch.
+  std::optional<std::uint64_t> listedSize(const std::string& path) const {
+    auto it = listedSizes_.find(path);
+    if (it == listedSizes_.end()) return std::nullopt;
+    return it->second;
+  }
+  void rememberListing(const std::string& directory, const std::vector<SyncCloudItem>& items,
+                       const std::set<std::string>& sized) {
+    forgetSizesUnder(directory);
+    for (const auto& item : items) {
+      if (const SyncCloudFile* file = item.file(); file && sized.count(file->path))
+        listedSizes_[file->path] = file->size;
+    }
+  }
+  void forgetSize(const std::string& path) { listedSizes_.erase(path); }
+  void forgetSizesUnder(const std::string& path) {
+    std::string prefix = path == "/" ? "/" : path + "/";
+    for (auto it = listedSizes_.lower_bound(prefix);
+         it != listedSizes_.end() && it->first.rfind(prefix, 0) == 0;)
+      it = listedSizes_.erase(it);
+  }
+
   const std::string& user() const { return user_; }
   const Options& options() const { return options_; }
 
@@ -513,6 +539,7 @@ class SyncWebDavFileSystem::Session {
   ParsedURL base_;
   std::string basePath_;
   std::set<std::string> knownDirectories_;
+  std::map<std::string, std::uint64_t> listedSizes_;
   CURL* curl_ = nullptr;
 };
 
@@ -664,6 +691,7 @@ void SyncWebDavFileSystem::contentsOfDirectoryAtPath(const std::string& path,
     auto entries = session.propfind(*normalized, 1, what);
     if (auto* error = std::get_if<Error>(&entries)) return fail(*error);
     std::vector<SyncCloudItem> items;
+    std::set<std::string> sized;
     bool sawSelf = false;
     for (const auto& entry : std::get<std::vector<SyncWebDavEntry>>(entries)) {
       auto cloudPath = session.cloudPathFor(entry.href);
@@ -683,11 +711,13 @@ void SyncWebDavFileSystem::contentsOfDirectoryAtPath(const std::string& path,
         items.emplace_back(SyncCloudDirectory{*cloudPath, name, {}});
       } else {
         items.emplace_back(SyncCloudFile{*cloudPath, name, entry.size});
+        if (entry.sizeKnown) sized.insert(*cloudPath);
       }
     }
     if (!sawSelf && items.empty())
       return fail(
           webDavError(kSyncErrorCodeServerError, what + ": the listing does not name the folder itself"));
+    session.rememberListing(*normalized, items, sized);
     deliver(std::move(items), std::nullopt);
   });
 }
@@ -699,6 +729,8 @@ void SyncWebDavFileSystem::removeItemAtPath(const std::string& path, SyncCloudCo
     auto normalized = syncNormalizedCloudPath(path);
     if (!normalized || *normalized == "/") return fail(syncCloudInvalidPathError(path));
     session.forgetDirectory(*normalized);
+    session.forgetSize(*normalized);
+    session.forgetSizesUnder(*normalized);
     auto response = session.execute("DELETE", session.urlFor(*normalized));
     if (response.code == CURLE_OK && !response.foreignRedirect && response.status >= 200 &&
         response.status < 300)
@@ -719,6 +751,7 @@ void SyncWebDavFileSystem::uploadLocalFile(const std::string& localPath, const s
     if (auto* error = std::get_if<Error>(&bytes))
       return fail(sync_directory::fileError(*error, "Cannot read " + localPath));
     std::string parent = syncCloudPathParent(*normalized);
+    session.forgetSize(*normalized);
     // The parent must exist: some servers would make it silently.
     if (!session.knowsDirectory(parent)) {
       auto parentEntries = session.propfind(parent, 0, what);
@@ -758,43 +791,72 @@ void SyncWebDavFileSystem::downloadFromPath(const std::string& path, const std::
     std::string what = "Downloading " + *normalized;
     // The size the listing gives is checked against what arrives: libcurl
     // reads no further than the Content-Length, so a server that sends more
-    // than it announces would otherwise pass with a cut file.
-    auto entries = session.propfind(*normalized, 0, what);
-    if (auto* error = std::get_if<Error>(&entries)) return fail(*error);
-    std::optional<std::uint64_t> listedSize;
-    for (const auto& entry : std::get<std::vector<SyncWebDavEntry>>(entries)) {
-      if (session.cloudPathFor(entry.href) != normalized) continue;
-      if (entry.isCollection) return fail(syncCloudFileError(EISDIR, what + ": it is a directory"));
-      if (entry.sizeKnown) listedSize = entry.size;
+    // than it announces would otherwise pass with a cut file. A file of the
+    // last listing of its directory (the engine lists a directory, then
+    // fetches what it lacks) is fetched at once with the listing's size;
+    // when anything about it is amiss (another device replaced or removed it
+    // since), it is fetched again as any other file: looked up first.
+    auto fetch = [&](std::optional<std::uint64_t> listedSize,
+                     bool fromListing) -> std::variant<std::string, Error> {
+      if (!fromListing) {
+        auto entries = session.propfind(*normalized, 0, what);
+        if (auto* error = std::get_if<Error>(&entries)) return *error;
+        for (const auto& entry : std::get<std::vector<SyncWebDavEntry>>(entries)) {
+          if (session.cloudPathFor(entry.href) != normalized) continue;
+          if (entry.isCollection) return syncCloudFileError(EISDIR, what + ": it is a directory");
+          if (entry.sizeKnown) listedSize = entry.size;
+        }
+      }
+      auto response = session.execute("GET", session.urlFor(*normalized));
+      if (response.code != CURLE_OK || response.foreignRedirect || response.excess || response.tooLarge ||
+          response.status != 200)
+        return session.errorFor(response, what);
+      auto lowerName = lowercase(*normalized);
+      bool htmlName = lowerName.ends_with(".html") || lowerName.ends_with(".htm");
+      if (response.contentType.rfind("text/html", 0) == 0 && !htmlName) {
+        auto title = htmlTitle(response.body);
+        return webDavError(kSyncErrorCodeServerError,
+                           what + ": the server answered with a web page instead of the file" +
+                               (title.empty() ? std::string() : " (\"" + title + "\")"),
+                           response.status);
+      }
+      if (response.contentLength >= 0 &&
+          static_cast<curl_off_t>(response.body.size()) != response.contentLength)
+        return webDavError(kSyncErrorCodeServerError,
+                           what + ": got " + std::to_string(response.body.size()) + " bytes of the " +
+                               std::to_string(response.contentLength) + " announced",
+                           response.status);
+      if (listedSize && *listedSize != response.body.size())
+        return webDavError(kSyncErrorCodeServerError,
+                           what + ": got " + std::to_string(response.body.size()) +
+                               " bytes where the listing says " + std::to_string(*listedSize),
+                           response.status);
+      return std::move(response.body);
+    };
+    std::variant<std::string, Error> fetched;
+    if (auto listedSize = session.listedSize(*normalized)) {
+      fetched = fetch(listedSize, true);
+      // Not after a server that did not answer or stayed busy: that would
+      // only be a second wait.
+      auto* error = std::get_if<Error>(&fetched);
+      long status = 0;
+      if (error) {
+        auto it = error->userInfo.find("status");
+        if (it != error->userInfo.end()) status = static_cast<long>(it->second.toInt());
+      }
+      if (error && error->code != kSyncErrorCodeFileCoordinatorTimedOut && status != 0 && status != 429 &&
+          status < 500) {
+        session.forgetSize(*normalized);
+        fetched = fetch(std::nullopt, false);
+      }
+    } else {
+      fetched = fetch(std::nullopt, false);
     }
-    auto response = session.execute("GET", session.urlFor(*normalized));
-    if (response.code != CURLE_OK || response.foreignRedirect || response.excess || response.tooLarge ||
-        response.status != 200)
-      return fail(session.errorFor(response, what));
-    auto lowerName = lowercase(*normalized);
-    bool htmlName = lowerName.ends_with(".html") || lowerName.ends_with(".htm");
-    if (response.contentType.rfind("text/html", 0) == 0 && !htmlName) {
-      auto title = htmlTitle(response.body);
-      return fail(webDavError(kSyncErrorCodeServerError,
-                              what + ": the server answered with a web page instead of the file" +
-                                  (title.empty() ? std::string() : " (\"" + title + "\")"),
-                              response.status));
-    }
-    if (response.contentLength >= 0 &&
-        static_cast<curl_off_t>(response.body.size()) != response.contentLength)
-      return fail(webDavError(kSyncErrorCodeServerError,
-                              what + ": got " + std::to_string(response.body.size()) + " bytes of the " +
-                                  std::to_string(response.contentLength) + " announced",
-                              response.status));
-    if (listedSize && *listedSize != response.body.size())
-      return fail(webDavError(kSyncErrorCodeServerError,
-                              what + ": got " + std::to_string(response.body.size()) +
-                                  " bytes where the listing says " + std::to_string(*listedSize),
-                              response.status));
+    if (auto* error = std::get_if<Error>(&fetched)) return fail(*error);
+    const std::string& body = std::get<std::string>(fetched);
     // Into the engine's transit cache: renamed into place, not flushed.
-    if (auto error =
-            sync_directory::writeReplacing(*FileSystem::current(), toLocalFile, response.body.data(),
-                                           response.body.size(), sync_directory::Durability::kScratch))
+    if (auto error = sync_directory::writeReplacing(*FileSystem::current(), toLocalFile, body.data(),
+                                                    body.size(), sync_directory::Durability::kScratch))
       return fail(*error);
     completeOnMainQueue(completion, std::nullopt);
   });

@@ -217,7 +217,42 @@ TEST_F(WebDavFaultTest, AnAnswerShorterOrLongerThanItsLengthLeavesTheLocalFileAl
     auto target = local("kept");
     EXPECT_TRUE(isCloudError(calls.download("/event", target), kSyncErrorCodeServerError));
     EXPECT_EQ(readFile(target), "kept");
+    // Also when the size comes from a listing rather than a look of its own.
+    EXPECT_EQ(calls.names("/"), std::vector<std::string>{"event"});
+    EXPECT_TRUE(isCloudError(calls.download("/event", target), kSyncErrorCodeServerError));
+    EXPECT_EQ(readFile(target), "kept");
   }
+}
+
+// A download right after a listing trusts the listing's size; what another
+// device did in between (a file replaced by a longer one, removed, or a
+// directory in its place) must still come out as without the listing.
+TEST_F(WebDavFaultTest, ADownloadAfterAListingGetsTheFileAsItIsNow) {
+  FaultDavServer server({"normal"});
+  SKIP_UNLESS_RUNNING(server);
+  auto reader = open(server.url());
+  auto writer = open(server.url());
+  CloudCalls here(*reader);
+  CloudCalls there(*writer);
+  ASSERT_FALSE(here.connect());
+  ASSERT_FALSE(there.connect());
+  ASSERT_FALSE(there.upload(local("short"), "/registration"));
+  ASSERT_FALSE(there.upload(local("event"), "/event"));
+  ASSERT_FALSE(there.upload(local("file"), "/thing"));
+  ASSERT_EQ(here.names("/").size(), 3u);
+
+  ASSERT_FALSE(there.upload(local("a registration, longer now"), "/registration"));
+  ASSERT_FALSE(there.remove("/event"));
+  ASSERT_FALSE(there.remove("/thing"));
+  ASSERT_FALSE(there.mkdir("/thing"));
+
+  auto target = local("kept");
+  ASSERT_FALSE(here.download("/registration", target));
+  EXPECT_EQ(readFile(target), "a registration, longer now");
+  writeFile(target, "kept");
+  EXPECT_TRUE(isCloudError(here.download("/event", target), kSyncErrorCodeFileAccessFailed, ENOENT));
+  EXPECT_TRUE(isCloudError(here.download("/thing", target), kSyncErrorCodeFileAccessFailed, EISDIR));
+  EXPECT_EQ(readFile(target), "kept");
 }
 
 TEST_F(WebDavFaultTest, AnUploadCutOffHalfWayLeavesNoPartialFile) {
