@@ -4,14 +4,18 @@
 // inserts of a description with 6 properties, 50% updates of one property,
 // 10% deletes, one event each.
 //
-//   sync_files_bench --events N [--fetch M] [--dir DIR]
+//   sync_files_bench --events N [--fetch M] [--flush K] [--dir DIR]
 //
 // Prints, for N events: the format alone (encode and decode in memory, bytes
 // per event), the export from an event store into files of 1,000 events and
 // the import of those files into an empty store; then, for M events (each
 // its own file, as devices publish them, into a shared folder), a fetch of
 // every file from the folder, their import and one merge into an empty
-// journal.
+// journal; last, what flushing costs on this disk now: K of those files
+// written into a folder (to a temporary name, renamed) with a flush of each
+// file and of the folder after each, with a flush of each file and one of
+// the folder at the end (as uploads into the shared folder are), and with
+// none (as downloads into the transit cache are).
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -29,6 +33,7 @@
 #include "sync/sync_event_integrator.h"
 #include "sync/sync_event_migrator.h"
 #include "sync/sync_event_store.h"
+#include "sync/sync_local_cloud_file_system.h"
 #include "sync/sync_shared_folder.h"
 #include "sync_event_stream.h"
 
@@ -72,11 +77,13 @@ std::uintmax_t folderBytes(const fs::path& folder) {
 int main(int argc, char** argv) {
   int count = 100000;
   int fetch = 10000;
+  int flush = 1000;
   fs::path dir;
   for (int i = 1; i + 1 < argc; i += 2) {
     std::string arg = argv[i];
     if (arg == "--events") count = std::atoi(argv[i + 1]);
     if (arg == "--fetch") fetch = std::atoi(argv[i + 1]);
+    if (arg == "--flush") flush = std::atoi(argv[i + 1]);
     if (arg == "--dir") dir = argv[i + 1];
   }
   bool ownDir = dir.empty();
@@ -182,6 +189,36 @@ int main(int argc, char** argv) {
         "fetch-and-integrate: %d events: fetch and import %.2f s, merge %.2f s, whole %.2f s: %.0f "
         "events/s\n",
         fetch, fetched, merged, whole, fetch / whole);
+
+    // --- What a flush costs now, on the published files.
+    std::vector<std::vector<std::uint8_t>> contents;
+    for (const auto& entry : fs::directory_iterator(cloudRoot / "MainStore" / "events")) {
+      if (int(contents.size()) >= flush) break;
+      std::string name = entry.path().filename().string();
+      if (name.empty() || name[0] == '.') continue;
+      auto bytes = FileSystem::current()->readFile(entry.path());
+      if (auto* error = std::get_if<Error>(&bytes)) fail(error->toString());
+      contents.push_back(std::move(std::get<std::vector<std::uint8_t>>(bytes)));
+    }
+    using sync_directory::Durability;
+    std::printf("flush: %zu event files written to a temporary name and renamed:", contents.size());
+    for (auto [durability, label] : {std::pair{Durability::kDurable, "file and folder flushed each"},
+                                     std::pair{Durability::kContent, "file flushed each, folder once"},
+                                     std::pair{Durability::kScratch, "no flush"}}) {
+      fs::path folder = dir / ("flush-" + std::to_string(int(durability)));
+      fs::create_directories(folder);
+      auto flushStart = Clock::now();
+      for (std::size_t i = 0; i < contents.size(); ++i) {
+        if (auto error = sync_directory::writeReplacing(*FileSystem::current(), folder / std::to_string(i),
+                                                        contents[i].data(), contents[i].size(), durability))
+          fail(error->toString());
+      }
+      if (durability == Durability::kContent) (void)FileSystem::current()->syncFolder(folder);
+      double took = since(flushStart);
+      std::printf("%s %s %.2f s (%.0f files/s)", durability == Durability::kDurable ? "" : ";", label, took,
+                  contents.size() / took);
+    }
+    std::printf("\n");
   }
   if (ownDir) fs::remove_all(dir);
   return 0;
