@@ -290,6 +290,9 @@ class SyncWebDavFileSystem::Session {
     }
   }
   void forgetSize(const std::string& path) { listedSizes_.erase(path); }
+  // The next request opens a new connection: the last answer was not what
+  // it claimed to be, and what is left of it may still be on its way.
+  void distrustConnection() { freshConnection_ = true; }
   void forgetSizesUnder(const std::string& path) {
     std::string prefix = path == "/" ? "/" : path + "/";
     for (auto it = listedSizes_.lower_bound(prefix);
@@ -465,6 +468,10 @@ class SyncWebDavFileSystem::Session {
     }
     CURL* curl = curl_;
     curl_easy_reset(curl);
+    // After an answer that broke the protocol (bytes beyond its length, a
+    // failed transfer) the connection may hold its leftovers: a new one.
+    if (freshConnection_) curl_easy_setopt(curl, CURLOPT_FRESH_CONNECT, 1L);
+    freshConnection_ = false;
     char errorBuffer[CURL_ERROR_SIZE] = {0};
     curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, errorBuffer);
     curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
@@ -517,6 +524,7 @@ class SyncWebDavFileSystem::Session {
     response.code = curl_easy_perform(curl);
     curl_slist_free_all(list);
     if (response.code != CURLE_OK) {
+      freshConnection_ = true;
       response.curlMessage = errorBuffer[0] ? errorBuffer : curl_easy_strerror(response.code);
       if (response.tooLarge) response.code = CURLE_OK;
       return response;
@@ -529,6 +537,7 @@ class SyncWebDavFileSystem::Session {
     if (response.contentLength >= 0 && method != "HEAD" &&
         static_cast<curl_off_t>(response.body.size()) > response.contentLength)
       response.excess = true;
+    if (response.excess) freshConnection_ = true;
     return response;
   }
 
@@ -540,6 +549,7 @@ class SyncWebDavFileSystem::Session {
   std::string basePath_;
   std::set<std::string> knownDirectories_;
   std::map<std::string, std::uint64_t> listedSizes_;
+  bool freshConnection_ = false;
   CURL* curl_ = nullptr;
 };
 
@@ -821,16 +831,20 @@ void SyncWebDavFileSystem::downloadFromPath(const std::string& path, const std::
                            response.status);
       }
       if (response.contentLength >= 0 &&
-          static_cast<curl_off_t>(response.body.size()) != response.contentLength)
+          static_cast<curl_off_t>(response.body.size()) != response.contentLength) {
+        session.distrustConnection();
         return webDavError(kSyncErrorCodeServerError,
                            what + ": got " + std::to_string(response.body.size()) + " bytes of the " +
                                std::to_string(response.contentLength) + " announced",
                            response.status);
-      if (listedSize && *listedSize != response.body.size())
+      }
+      if (listedSize && *listedSize != response.body.size()) {
+        session.distrustConnection();
         return webDavError(kSyncErrorCodeServerError,
                            what + ": got " + std::to_string(response.body.size()) +
                                " bytes where the listing says " + std::to_string(*listedSize),
                            response.status);
+      }
       return std::move(response.body);
     };
     std::variant<std::string, Error> fetched;
