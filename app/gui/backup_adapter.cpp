@@ -11,6 +11,7 @@
 #include "platform/clock.h"
 #include "platform/linux/data_directories.h"
 #include "platform/localization.h"
+#include "qt_convert.h"
 #include "shell/mood_app_delegate.h"
 #include "shell/mood_view_controller.h"
 #include "store/journal_store.h"
@@ -19,15 +20,6 @@
 namespace lumeo::gui {
 
 namespace {
-
-QString q(const std::string& text) {
-  return QString::fromStdString(text);
-}
-
-bool journalOpen(GuiRuntime& runtime) {
-  GuiSession& session = runtime.session();
-  return session.launched() && session.splashDone() && session.journalError().empty();
-}
 
 MoodDropboxHelper helperFor(GuiSession& session) {
   BackupEnvironment environment = MoodDropboxHelper::sharedHelper().environment();
@@ -66,12 +58,12 @@ void BackupAdapter::rebuildTabs() {
 }
 
 QString BackupAdapter::suggestedName() const {
-  if (!journalOpen(runtime_)) return QStringLiteral("journal.backup");
+  if (!runtime_.session().journalOpen()) return QStringLiteral("journal.backup");
   return q(helperFor(runtime_.session()).archiveName(false, Date::now()));
 }
 
 QString BackupAdapter::backUpTo(const QUrl& file) {
-  if (busy_ || !journalOpen(runtime_)) return {};
+  if (busy_ || !runtime_.session().journalOpen()) return {};
   if (!file.isLocalFile()) return q(localized("Choose a file on this computer."));
   const std::filesystem::path target = file.toLocalFile().toStdString();
   busy_ = true;
@@ -114,7 +106,7 @@ void BackupAdapter::restoreFrom(const QUrl& file) {
 }
 
 QString BackupAdapter::restoreNow(const QUrl& file) {
-  if (busy_ || !journalOpen(runtime_)) return {};
+  if (busy_ || !runtime_.session().journalOpen()) return {};
   GuiSession& session = runtime_.session();
   // The writer lock for this turn of the main queue: no other program
   // writes between the save below and the end of the swap, and none has

@@ -11,6 +11,7 @@
 #include "main_queue_pump.h"
 #include "picture_provider.h"
 #include "platform/localization.h"
+#include "qt_convert.h"
 #include "shell/mood_app_delegate.h"
 #include "shell_adapter.h"
 #include "store/journal_store.h"
@@ -22,10 +23,6 @@
 namespace lumeo::gui {
 
 namespace {
-
-QString q(const std::string& text) {
-  return QString::fromStdString(text);
-}
 
 QDateTime toQDateTime(Date date) {
   return QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(date.timeIntervalSince1970() * 1000.0));

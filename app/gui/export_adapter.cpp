@@ -15,15 +15,12 @@
 #include "platform/atomic_file.h"
 #include "platform/date_formatter.h"
 #include "platform/localization.h"
+#include "qt_convert.h"
 #include "shell/mood_app_delegate.h"
 
 namespace lumeo::gui {
 
 namespace {
-
-QString q(const std::string& text) {
-  return QString::fromStdString(text);
-}
 
 Date toDate(const QDateTime& date) {
   return Date::fromTimeIntervalSince1970(static_cast<double>(date.toMSecsSinceEpoch()) / 1000.0);
@@ -38,11 +35,6 @@ QString mediumDate(std::optional<Date> date) {
   if (!date) return {};
   return q(DateFormatter::localizedStringFromDate(*date, DateFormatter::Style::kMedium,
                                                   DateFormatter::Style::kNone));
-}
-
-bool journalOpen(GuiRuntime& runtime) {
-  GuiSession& session = runtime.session();
-  return session.launched() && session.splashDone() && session.journalError().empty();
 }
 
 // The window stays alive while an export runs on the main thread: every
@@ -79,7 +71,7 @@ ExportAdapter::ExportAdapter(GuiRuntime& runtime, QObject* parent)
 ExportAdapter::~ExportAdapter() = default;
 
 void ExportAdapter::appear() {
-  if (!controller_ && journalOpen(runtime_)) {
+  if (!controller_ && runtime_.session().journalOpen()) {
     GuiSession& session = runtime_.session();
     controller_ = std::make_shared<MoodExportViewController>(
         session.app().store(), session.directories().documents, session.defaults());

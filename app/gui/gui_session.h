@@ -59,6 +59,8 @@ class GuiSession {
   // Why the journal cannot be opened ("" when it is open): a file that is
   // not a journal, an unreadable file. Nothing has been written to it.
   const std::string& journalError() const { return journalError_; }
+  // Launched, past the splash, and the store open.
+  bool journalOpen() const { return app_ && splashDone_ && journalError_.empty(); }
 
   MoodAppDelegate& app() { return *app_; }
   bool launched() const { return app_ != nullptr; }
@@ -98,7 +100,6 @@ class GuiSession {
   // The lock for the rest of this turn of the main queue, the context read
   // again if the file moved (and the screens told so).
   bool holdWriterLockForThisTurn(double waitSeconds = 30);
-  bool journalOpen() const { return app_ && splashDone_ && journalError_.empty(); }
   void observeSaves();
 
   SessionOptions options_;

@@ -24,20 +24,26 @@ QString preview(const std::optional<std::string>& comment) {
 }  // namespace
 
 HistoryModel::HistoryModel(MoodHistoryViewController& controller, QObject* parent)
-    : QAbstractListModel(parent), controller_(controller) {
+    : ListModel({{LevelRole, "level"},
+                 {LevelTextRole, "levelText"},
+                 {ColorRole, "levelColor"},
+                 {TimeRole, "time"},
+                 {DayTitleRole, "dayTitle"},
+                 {FirstOfDayRole, "firstOfDay"},
+                 {CommentRole, "comment"},
+                 {HasPhotoRole, "hasPhoto"},
+                 {SelectedRole, "selected"}},
+                parent),
+      controller_(controller) {
   timeFormatter_.setDateStyle(DateFormatter::Style::kNone);
   timeFormatter_.setTimeStyle(DateFormatter::Style::kShort);
-  rows_ = controller_.moodRecords();
-  count_ = static_cast<int>(rows_.size());
-}
-
-int HistoryModel::rowCount(const QModelIndex& parent) const {
-  return parent.isValid() ? 0 : count_;
+  reset();
 }
 
 QVariant HistoryModel::data(const QModelIndex& index, int role) const {
-  if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid)) return {};
-  const auto& record = rows_[static_cast<std::size_t>(index.row())];
+  const auto row = rowOf(index);
+  if (!row) return {};
+  const auto& record = rows_[*row];
   switch (role) {
     case Qt::DisplayRole:
     case LevelRole:
@@ -88,43 +94,31 @@ const HistoryModel::Extras& HistoryModel::extras(const MoodRecord* record) const
   return extras_.emplace(record, std::move(extras)).first->second;
 }
 
-QHash<int, QByteArray> HistoryModel::roleNames() const {
-  return {{LevelRole, "level"},     {LevelTextRole, "levelText"}, {ColorRole, "levelColor"},
-          {TimeRole, "time"},       {DayTitleRole, "dayTitle"},   {FirstOfDayRole, "firstOfDay"},
-          {CommentRole, "comment"}, {HasPhotoRole, "hasPhoto"},   {SelectedRole, "selected"}};
-}
-
 void HistoryModel::reset() {
-  beginResetModel();
-  extras_.clear();
-  rows_ = controller_.moodRecords();
-  count_ = static_cast<int>(rows_.size());
-  endResetModel();
-  Q_EMIT countChanged();
+  resetRows([this] {
+    extras_.clear();
+    rows_ = controller_.moodRecords();
+    return static_cast<int>(rows_.size());
+  });
 }
 
 void HistoryModel::removeRecordAt(long index) {
-  if (index < 0 || index >= count_) {
+  if (index < 0 || index >= count()) {
     reset();
     return;
   }
-  beginRemoveRows({}, static_cast<int>(index), static_cast<int>(index));
-  extras_.erase(rows_[static_cast<std::size_t>(index)].get());
-  rows_.erase(rows_.begin() + index);
-  count_ = static_cast<int>(rows_.size());
-  endRemoveRows();
-  // The rows after it may have become the first of their day.
-  if (index < count_)
-    Q_EMIT dataChanged(this->index(static_cast<int>(index)), this->index(static_cast<int>(index)));
-  Q_EMIT countChanged();
+  const int row = static_cast<int>(index);
+  removeRowAt(row, [this, row] {
+    extras_.erase(rows_[static_cast<std::size_t>(row)].get());
+    rows_.erase(rows_.begin() + row);
+  });
+  // The row after it may have become the first of its day.
+  rowsChanged(row, row);
 }
 
 void HistoryModel::selectionChanged(long oldIndex, long newIndex) {
   for (long i : {oldIndex, newIndex}) {
-    if (i >= 0 && i < count_) {
-      const QModelIndex at = index(static_cast<int>(i));
-      Q_EMIT dataChanged(at, at, {SelectedRole});
-    }
+    if (i >= 0 && i < count()) rowsChanged(static_cast<int>(i), static_cast<int>(i), {SelectedRole});
   }
 }
 
@@ -133,7 +127,7 @@ void HistoryModel::refreshLooks() {
   timeFormatter_ = DateFormatter();
   timeFormatter_.setDateStyle(DateFormatter::Style::kNone);
   timeFormatter_.setTimeStyle(DateFormatter::Style::kShort);
-  if (count_ > 0) Q_EMIT dataChanged(index(0), index(count_ - 1));
+  rowsChanged(0, count() - 1);
 }
 
 }  // namespace lumeo::gui

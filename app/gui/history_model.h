@@ -5,13 +5,13 @@
 // are on screen, and flicking touches only the rows that show.
 #pragma once
 
-#include <QAbstractListModel>
 #include <memory>
 #include <optional>
 #include <unordered_map>
 #include <vector>
 
 #include "capture/mood_levels_presentation.h"
+#include "list_model.h"
 #include "platform/date_formatter.h"
 
 namespace lumeo {
@@ -21,9 +21,8 @@ class MoodRecord;
 
 namespace lumeo::gui {
 
-class HistoryModel : public QAbstractListModel {
+class HistoryModel : public ListModel {
   Q_OBJECT
-  Q_PROPERTY(int count READ count NOTIFY countChanged)
 
  public:
   enum Role {
@@ -40,10 +39,7 @@ class HistoryModel : public QAbstractListModel {
 
   explicit HistoryModel(MoodHistoryViewController& controller, QObject* parent = nullptr);
 
-  int rowCount(const QModelIndex& parent = {}) const override;
   QVariant data(const QModelIndex& index, int role) const override;
-  QHash<int, QByteArray> roleNames() const override;
-  int count() const { return count_; }
 
   // The controller's list changed as a whole.
   void reset();
@@ -53,9 +49,6 @@ class HistoryModel : public QAbstractListModel {
   void selectionChanged(long oldIndex, long newIndex);
   // The level table or the locale changed.
   void refreshLooks();
-
- Q_SIGNALS:
-  void countChanged();
 
  private:
   MoodHistoryViewController& controller_;
@@ -74,7 +67,6 @@ class HistoryModel : public QAbstractListModel {
   };
   const Extras& extras(const MoodRecord* record) const;
   mutable std::unordered_map<const MoodRecord*, Extras> extras_;
-  int count_ = 0;
   MoodLevelsPresentation levels_;
   DateFormatter timeFormatter_;
 };

@@ -10,11 +10,6 @@ namespace lumeo::gui {
 
 namespace {
 
-bool journalOpen(GuiRuntime& runtime) {
-  GuiSession& session = runtime.session();
-  return session.launched() && session.splashDone() && session.journalError().empty();
-}
-
 const GuiRegistration kTabs(20, [](GuiRuntime& runtime) {
   runtime.addSingleton("History", new HistoryTab(runtime, &runtime));
   runtime.addSingleton("Summary", new SummaryTab(runtime, &runtime));
@@ -29,7 +24,7 @@ QObject* HistoryTab::controller() const {
 }
 
 QObject* HistoryTab::open() {
-  if (!controller_ && journalOpen(runtime_)) {
+  if (!controller_ && runtime_.session().journalOpen()) {
     // An empty environment: the running application's journal, share sheet
     // and capture tab.
     controller_ = new HistoryController(runtime_.session().app().store(), {}, this);
@@ -52,7 +47,7 @@ QObject* SummaryTab::controller() const {
 }
 
 QObject* SummaryTab::open() {
-  if (!controller_ && journalOpen(runtime_)) {
+  if (!controller_ && runtime_.session().journalOpen()) {
     controller_ =
         new SummaryController(runtime_.session().app().store(), runtime_.session().defaults(), this);
     Q_EMIT controllerChanged();

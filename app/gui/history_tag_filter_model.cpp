@@ -8,15 +8,13 @@
 namespace lumeo::gui {
 
 HistoryTagFilterModel::HistoryTagFilterModel(MoodHistoryViewController& controller, QObject* parent)
-    : QAbstractListModel(parent), controller_(controller) {}
-
-int HistoryTagFilterModel::rowCount(const QModelIndex& parent) const {
-  return parent.isValid() ? 0 : count_;
-}
+    : ListModel({{NameRole, "name"}, {FrequencyRole, "frequency"}, {ChosenRole, "chosen"}}, parent),
+      controller_(controller) {}
 
 QVariant HistoryTagFilterModel::data(const QModelIndex& index, int role) const {
-  if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid)) return {};
-  const auto& tag = tags_[static_cast<std::size_t>(index.row())];
+  const auto row = rowOf(index);
+  if (!row) return {};
+  const auto& tag = tags_[*row];
   switch (role) {
     case Qt::DisplayRole:
     case NameRole:
@@ -32,22 +30,17 @@ QVariant HistoryTagFilterModel::data(const QModelIndex& index, int role) const {
   }
 }
 
-QHash<int, QByteArray> HistoryTagFilterModel::roleNames() const {
-  return {{NameRole, "name"}, {FrequencyRole, "frequency"}, {ChosenRole, "chosen"}};
-}
-
 void HistoryTagFilterModel::toggle(int row) {
-  if (row < 0 || row >= count_) return;
+  if (row < 0 || row >= count()) return;
   controller_.toggleSelectedTag(tags_[static_cast<std::size_t>(row)]);
-  Q_EMIT dataChanged(index(row), index(row), {ChosenRole});
+  rowsChanged(row, row, {ChosenRole});
 }
 
 void HistoryTagFilterModel::refresh() {
-  beginResetModel();
-  tags_ = controller_.tags();
-  count_ = static_cast<int>(tags_.size());
-  endResetModel();
-  Q_EMIT countChanged();
+  resetRows([this] {
+    tags_ = controller_.tags();
+    return static_cast<int>(tags_.size());
+  });
 }
 
 }  // namespace lumeo::gui

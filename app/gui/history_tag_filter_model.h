@@ -3,9 +3,10 @@
 // controller; this only shows it.
 #pragma once
 
-#include <QAbstractListModel>
 #include <memory>
 #include <vector>
+
+#include "list_model.h"
 
 namespace lumeo {
 class MoodHistoryViewController;
@@ -14,32 +15,24 @@ class MoodTag;
 
 namespace lumeo::gui {
 
-class HistoryTagFilterModel : public QAbstractListModel {
+class HistoryTagFilterModel : public ListModel {
   Q_OBJECT
-  Q_PROPERTY(int count READ count NOTIFY countChanged)
 
  public:
   enum Role { NameRole = Qt::UserRole + 1, FrequencyRole, ChosenRole };
 
   explicit HistoryTagFilterModel(MoodHistoryViewController& controller, QObject* parent = nullptr);
 
-  int rowCount(const QModelIndex& parent = {}) const override;
   QVariant data(const QModelIndex& index, int role) const override;
-  QHash<int, QByteArray> roleNames() const override;
-  int count() const { return count_; }
 
   void toggle(int row);
   // Takes the controller's tags afresh (when the sheet opens, and when the
   // choice was emptied).
   void refresh();
 
- Q_SIGNALS:
-  void countChanged();
-
  private:
   MoodHistoryViewController& controller_;
   std::vector<std::shared_ptr<MoodTag>> tags_;
-  int count_ = 0;
 };
 
 }  // namespace lumeo::gui

@@ -22,10 +22,6 @@ constexpr int kSettleMilliseconds = 150;
 // The look without a sign from the files: a query on the open connection.
 constexpr int kPollMilliseconds = 2000;
 
-bool journalOpen(const GuiSession& session) {
-  return session.launched() && session.splashDone() && session.journalError().empty();
-}
-
 const GuiRegistration kJournalWatch(40, [](GuiRuntime& runtime) {
   runtime.addSingleton("JournalWatch", new JournalWatch(runtime.session(), &runtime));
 });
@@ -57,7 +53,7 @@ std::optional<ino_t> JournalWatch::journalInode() const {
 }
 
 void JournalWatch::start() {
-  if (watcher_ || !journalOpen(session_)) return;
+  if (watcher_ || !session_.journalOpen()) return;
   inode_ = journalInode();
   watcher_ = new QFileSystemWatcher(this);
   // The folder tells of files that come and go (a restore's renames, the
@@ -88,7 +84,7 @@ void JournalWatch::setPaused(bool paused) {
 }
 
 void JournalWatch::check() {
-  if (!watcher_ || paused_ || !journalOpen(session_)) return;
+  if (!watcher_ || paused_ || !session_.journalOpen()) return;
   watchFiles();
   const auto inode = journalInode();
   if (inode && inode != inode_) {

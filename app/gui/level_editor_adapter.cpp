@@ -4,6 +4,7 @@
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "platform/notification_center.h"
+#include "qt_convert.h"
 #include "shell/mood_app_delegate.h"
 #include "shell/mood_view_controller.h"
 #include "shell/shell_services.h"
@@ -45,11 +46,11 @@ class LevelEditorView : public MoodCaptureEditViewDelegate {
   void colorButtonsChanged(int selectedTag, const std::array<Color, 3>& colors) override {
     adapter_.selectedButton_ = selectedTag;
     adapter_.buttonColors_.clear();
-    for (const Color& color : colors) adapter_.buttonColors_.append(LevelEditorRowModel::toQColor(color));
+    for (const Color& color : colors) adapter_.buttonColors_.append(toQColor(color));
     Q_EMIT adapter_.changed();
   }
   void showPickerColor(const Color& color) override {
-    adapter_.pickerColor_ = LevelEditorRowModel::toQColor(color);
+    adapter_.pickerColor_ = toQColor(color);
     Q_EMIT adapter_.pickerColorChanged();
   }
   void moveColorPanel(double position, double) override {
@@ -151,9 +152,9 @@ void LevelEditorAdapter::chooseColorButton(int button) {
 
 void LevelEditorAdapter::pickColor(const QColor& color) {
   if (!controller_ || !color.isValid()) return;
-  const Color picked = LevelEditorRowModel::fromQColor(color);
-  if (LevelEditorRowModel::toQColor(picked) == pickerColor_ && gradientMode()) return;
-  pickerColor_ = LevelEditorRowModel::toQColor(picked);
+  const Color picked = fromQColor(color);
+  if (toQColor(picked) == pickerColor_ && gradientMode()) return;
+  pickerColor_ = toQColor(picked);
   controller_->colorPickerDidChangeSelection(picked);
   Q_EMIT changed();
 }

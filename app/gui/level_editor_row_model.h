@@ -4,20 +4,20 @@
 // table (open, reset) resets the model.
 #pragma once
 
-#include <QAbstractListModel>
-#include <QColor>
+#include <QString>
 #include <vector>
 
 #include "capture/mood_capture_edit_view_controller.h"
+#include "list_model.h"
 
 namespace lumeo::gui {
 
-class LevelEditorRowModel : public QAbstractListModel {
+class LevelEditorRowModel : public ListModel {
   Q_OBJECT
  public:
   enum Role { kLevelIndexRole = Qt::UserRole + 1, kLevelRole, kTextRole, kColorRole, kTextColorRole };
 
-  using QAbstractListModel::QAbstractListModel;
+  explicit LevelEditorRowModel(QObject* parent = nullptr);
 
   // All rows anew.
   void setRows(const std::vector<MoodCaptureEditViewController::Row>& rows);
@@ -27,14 +27,7 @@ class LevelEditorRowModel : public QAbstractListModel {
   // model's copy follows.
   void setRowText(int row, const QString& text);
 
-  int rowCount(const QModelIndex& parent = {}) const override;
   QVariant data(const QModelIndex& index, int role) const override;
-  QHash<int, QByteArray> roleNames() const override;
-
-  static QColor toQColor(const Color& color);
-  static Color fromQColor(const QColor& color);
-  // Dark text on light colours, white on dark ones.
-  static QColor readableOn(const QColor& color);
 
  private:
   std::vector<MoodCaptureEditViewController::Row> rows_;

@@ -3,27 +3,24 @@
 // that reads on it.
 #pragma once
 
-#include <QAbstractListModel>
-#include <QColor>
 #include <vector>
 
 #include "capture/mood_capture_view_controller.h"
+#include "list_model.h"
 
 namespace lumeo::gui {
 
-class LevelTileModel : public QAbstractListModel {
+class LevelTileModel : public ListModel {
   Q_OBJECT
  public:
   enum Role { kLevelRole = Qt::UserRole + 1, kTextRole, kColorRole, kTextColorRole, kShortcutRole };
 
-  using QAbstractListModel::QAbstractListModel;
+  explicit LevelTileModel(QObject* parent = nullptr);
 
   // Takes the controller's tiles; resets the model only when they changed.
   void setTiles(const std::vector<MoodCaptureLevelTile>& tiles);
 
-  int rowCount(const QModelIndex& parent = {}) const override;
   QVariant data(const QModelIndex& index, int role) const override;
-  QHash<int, QByteArray> roleNames() const override;
 
  private:
   std::vector<MoodCaptureLevelTile> tiles_;

@@ -25,6 +25,7 @@
 #include "platform/log.h"
 #include "platform/user_date_parser.h"
 #include "platform/user_defaults.h"
+#include "qt_convert.h"
 #include "shell/mood_app_delegate.h"
 #include "store/journal_model.h"
 #include "store/journal_store.h"
@@ -38,15 +39,6 @@
 namespace lumeo::gui {
 
 namespace {
-
-QString q(const std::string& text) {
-  return QString::fromStdString(text);
-}
-
-bool journalOpen(GuiRuntime& runtime) {
-  GuiSession& session = runtime.session();
-  return session.launched() && session.splashDone() && session.journalError().empty();
-}
 
 // "pie/3/2-5-7" or "average/12/..." at the asked size: the pin as the
 // command line's `lumeo map --png` draws it.
@@ -144,7 +136,7 @@ QObject* MapTabAdapter::tiles() {
 
 bool MapTabAdapter::open() {
   if (controller_) return true;
-  if (!journalOpen(runtime_)) return false;
+  if (!runtime_.session().journalOpen()) return false;
   controller_ = MoodMapViewController::create(runtime_.session().app().store(), viewport_.mapView());
   view_ = std::make_shared<View>(*this);
   controller_->setView(view_);
@@ -293,7 +285,7 @@ QVariantList MapTabAdapter::pinRecords(int row) {
   QVariantList rows;
   auto cluster = std::dynamic_pointer_cast<GeoMapClusterAnnotation>(viewport_.pinModel().annotationAt(row));
   auto members = cluster ? cluster->annotations() : nullptr;
-  if (!controller_ || !members || members->empty() || !journalOpen(runtime_)) return rows;
+  if (!controller_ || !members || members->empty() || !runtime_.session().journalOpen()) return rows;
   // The pin knows places, not records: the records of the tab's filter at
   // exactly those places.
   std::set<std::pair<double, double>> places;
@@ -333,7 +325,7 @@ QVariantList MapTabAdapter::pinRecords(int row) {
 }
 
 bool MapTabAdapter::openRecord(int index) {
-  if (index < 0 || static_cast<std::size_t>(index) >= pinRecords_.size() || !journalOpen(runtime_))
+  if (index < 0 || static_cast<std::size_t>(index) >= pinRecords_.size() || !runtime_.session().journalOpen())
     return false;
   auto record = pinRecords_[static_cast<std::size_t>(index)];
   if (!record || record->isDeleted()) return false;
@@ -383,7 +375,7 @@ void MapTabAdapter::clearFilter() {
 
 QStringList MapTabAdapter::tagNames() const {
   QStringList names;
-  if (!journalOpen(runtime_)) return names;
+  if (!runtime_.session().journalOpen()) return names;
   for (const auto& tag : runtime_.session().app().store().tagsByFrequency()) names.append(q(tag->tagName()));
   return names;
 }

@@ -50,15 +50,17 @@ void QtMapView::setVisibleMapRect(MapRect rect, bool animated, bool notify) {
 
 // --- MapPinModel ---------------------------------------------------------------
 
-int MapPinModel::rowCount(const QModelIndex& parent) const {
-  return parent.isValid() ? 0 : static_cast<int>(rows_.size());
-}
-
-QHash<int, QByteArray> MapPinModel::roleNames() const {
-  return {{MapXRole, "mapX"},         {MapYRole, "mapY"},       {CountRole, "count"},
-          {UniqueRole, "unique"},     {PictureRole, "picture"}, {TitleRole, "title"},
-          {SubtitleRole, "subtitle"}, {LevelsRole, "levels"},   {OpacityRole, "pinOpacity"}};
-}
+MapPinModel::MapPinModel(QObject* parent)
+    : ListModel({{MapXRole, "mapX"},
+                 {MapYRole, "mapY"},
+                 {CountRole, "count"},
+                 {UniqueRole, "unique"},
+                 {PictureRole, "picture"},
+                 {TitleRole, "title"},
+                 {SubtitleRole, "subtitle"},
+                 {LevelsRole, "levels"},
+                 {OpacityRole, "pinOpacity"}},
+                parent) {}
 
 void MapPinModel::read(Row& row) const {
   const MapPoint point = MapPointForCoordinate(row.annotation->coordinate());
@@ -77,8 +79,9 @@ void MapPinModel::read(Row& row) const {
 }
 
 QVariant MapPinModel::data(const QModelIndex& index, int role) const {
-  if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid)) return {};
-  const Row& row = rows_[static_cast<std::size_t>(index.row())];
+  const auto at = rowOf(index);
+  if (!at) return {};
+  const Row& row = rows_[*at];
   switch (role) {
     case MapXRole:
       return row.mapX;
@@ -109,31 +112,28 @@ QVariant MapPinModel::data(const QModelIndex& index, int role) const {
 }
 
 void MapPinModel::add(const MapAnnotationPtr& annotation, const AnnotationViewPtr& view) {
-  const int at = static_cast<int>(rows_.size());
-  beginInsertRows({}, at, at);
   Row row;
   row.annotation = annotation;
   row.view = view;
   read(row);
-  rows_.push_back(std::move(row));
-  endInsertRows();
+  insertRowAt(count(), [this, &row] { rows_.push_back(std::move(row)); });
 }
 
 void MapPinModel::remove(const MapAnnotationPtr& annotation) {
   for (std::size_t i = 0; i < rows_.size(); ++i) {
     if (rows_[i].annotation != annotation) continue;
-    beginRemoveRows({}, static_cast<int>(i), static_cast<int>(i));
-    rows_.erase(rows_.begin() + static_cast<std::ptrdiff_t>(i));
-    endRemoveRows();
+    removeRowAt(static_cast<int>(i),
+                [this, i] { rows_.erase(rows_.begin() + static_cast<std::ptrdiff_t>(i)); });
     return;
   }
 }
 
 void MapPinModel::clear() {
   if (rows_.empty()) return;
-  beginResetModel();
-  rows_.clear();
-  endResetModel();
+  resetRows([this] {
+    rows_.clear();
+    return 0;
+  });
 }
 
 void MapPinModel::refresh() {
@@ -145,8 +145,7 @@ void MapPinModel::refresh() {
         next.unique == row.unique && next.picture == row.picture && next.opacity == row.opacity)
       continue;
     row = std::move(next);
-    const QModelIndex at = index(static_cast<int>(i));
-    Q_EMIT dataChanged(at, at);
+    rowsChanged(static_cast<int>(i), static_cast<int>(i));
   }
 }
 

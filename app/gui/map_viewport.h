@@ -9,7 +9,6 @@
 // the clustering runs once per gesture, not once per frame.
 #pragma once
 
-#include <QAbstractListModel>
 #include <QObject>
 #include <QTimer>
 #include <functional>
@@ -17,6 +16,7 @@
 #include <optional>
 #include <vector>
 
+#include "list_model.h"
 #include "map/headless_map_view.h"
 
 namespace lumeo::gui {
@@ -43,7 +43,7 @@ class QtMapView : public lumeo::HeadlessMapView {
 };
 
 // The pins on the map: one row per annotation the map shows.
-class MapPinModel : public QAbstractListModel {
+class MapPinModel : public ListModel {
   Q_OBJECT
  public:
   enum Role {
@@ -57,11 +57,9 @@ class MapPinModel : public QAbstractListModel {
     LevelsRole,  // the moods, ascending, as a list
     OpacityRole,
   };
-  explicit MapPinModel(QObject* parent = nullptr) : QAbstractListModel(parent) {}
+  explicit MapPinModel(QObject* parent = nullptr);
 
-  int rowCount(const QModelIndex& parent = {}) const override;
   QVariant data(const QModelIndex& index, int role) const override;
-  QHash<int, QByteArray> roleNames() const override;
 
   void add(const lumeo::MapAnnotationPtr& annotation, const lumeo::AnnotationViewPtr& view);
   void remove(const lumeo::MapAnnotationPtr& annotation);

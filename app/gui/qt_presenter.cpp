@@ -10,6 +10,7 @@
 #include <algorithm>
 
 #include "platform/localization.h"
+#include "qt_convert.h"
 
 namespace lumeo::gui {
 
@@ -25,10 +26,6 @@ QString styleName(AlertActionStyle style) {
       break;
   }
   return QStringLiteral("default");
-}
-
-QString q(const std::string& text) {
-  return QString::fromStdString(text);
 }
 
 }  // namespace

@@ -25,10 +25,6 @@ const GuiRegistration kTabPictures(10, [](GuiRuntime&) {
 
 }  // namespace
 
-QColor toQColor(const Color& color) {
-  return QColor::fromRgbF(color.red, color.green, color.blue, color.alpha);
-}
-
 QString TabPictures::newKey(const QString& prefix) {
   static long next = 0;
   return prefix + QString::number(++next);

@@ -14,10 +14,9 @@
 
 #include "platform/color.h"
 #include "platform/image.h"
+#include "qt_convert.h"
 
 namespace lumeo::gui {
-
-QColor toQColor(const Color& color);
 
 // A renderer gets the size QML asked for in device pixels (may be empty: the
 // renderer's own size then). Runs on the GUI thread.

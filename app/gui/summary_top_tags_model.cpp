@@ -13,19 +13,23 @@
 namespace lumeo::gui {
 
 SummaryTopTagsModel::SummaryTopTagsModel(MoodTopTagsViewController& controller, QObject* parent)
-    : QAbstractListModel(parent), controller_(controller) {
-  count_ = static_cast<int>(controller_.rows().size());
-}
-
-int SummaryTopTagsModel::rowCount(const QModelIndex& parent) const {
-  return parent.isValid() ? 0 : count_;
+    : ListModel({{NameRole, "name"},
+                 {LabelRole, "label"},
+                 {LabelMarkupRole, "labelMarkup"},
+                 {AverageRole, "average"},
+                 {AverageTextRole, "averageText"},
+                 {FrequencyRole, "frequency"},
+                 {ColorRole, "tagColor"}},
+                parent),
+      controller_(controller) {
+  reset();
 }
 
 QVariant SummaryTopTagsModel::data(const QModelIndex& index, int role) const {
-  if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid)) return {};
+  const auto at = rowOf(index);
   const auto& rows = controller_.rows();
-  if (static_cast<std::size_t>(index.row()) >= rows.size()) return {};
-  const TopTagRow& row = rows[static_cast<std::size_t>(index.row())];
+  if (!at || *at >= rows.size()) return {};
+  const TopTagRow& row = rows[*at];
   switch (role) {
     case NameRole:
       return QString::fromStdString(row.tagName);
@@ -55,37 +59,21 @@ QVariant SummaryTopTagsModel::data(const QModelIndex& index, int role) const {
   }
 }
 
-QHash<int, QByteArray> SummaryTopTagsModel::roleNames() const {
-  return {{NameRole, "name"},
-          {LabelRole, "label"},
-          {LabelMarkupRole, "labelMarkup"},
-          {AverageRole, "average"},
-          {AverageTextRole, "averageText"},
-          {FrequencyRole, "frequency"},
-          {ColorRole, "tagColor"}};
-}
-
 void SummaryTopTagsModel::reset() {
-  beginResetModel();
-  count_ = static_cast<int>(controller_.rows().size());
-  endResetModel();
-  Q_EMIT countChanged();
+  resetRows([this] { return static_cast<int>(controller_.rows().size()); });
 }
 
 SummaryPhotosModel::SummaryPhotosModel(MoodTopTagsViewController& controller, QObject* parent)
-    : QAbstractListModel(parent), controller_(controller) {
-  count_ = static_cast<int>(controller_.recordsWithPhotos().size());
-}
-
-int SummaryPhotosModel::rowCount(const QModelIndex& parent) const {
-  return parent.isValid() ? 0 : count_;
+    : ListModel({{ThumbRole, "thumb"}, {LevelRole, "level"}, {ColorRole, "levelColor"}}, parent),
+      controller_(controller) {
+  reset();
 }
 
 QVariant SummaryPhotosModel::data(const QModelIndex& index, int role) const {
-  if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid)) return {};
+  const auto at = rowOf(index);
   const auto& records = controller_.recordsWithPhotos();
-  if (static_cast<std::size_t>(index.row()) >= records.size()) return {};
-  const auto& record = records[static_cast<std::size_t>(index.row())];
+  if (!at || *at >= records.size()) return {};
+  const auto& record = records[*at];
   switch (role) {
     case ThumbRole: {
       auto description = record->moodDescription();
@@ -110,15 +98,8 @@ QVariant SummaryPhotosModel::data(const QModelIndex& index, int role) const {
   }
 }
 
-QHash<int, QByteArray> SummaryPhotosModel::roleNames() const {
-  return {{ThumbRole, "thumb"}, {LevelRole, "level"}, {ColorRole, "levelColor"}};
-}
-
 void SummaryPhotosModel::reset() {
-  beginResetModel();
-  count_ = static_cast<int>(controller_.recordsWithPhotos().size());
-  endResetModel();
-  Q_EMIT countChanged();
+  resetRows([this] { return static_cast<int>(controller_.recordsWithPhotos().size()); });
 }
 
 }  // namespace lumeo::gui

@@ -4,7 +4,7 @@
 // tags and picks the photos; they change only when it says so.
 #pragma once
 
-#include <QAbstractListModel>
+#include "list_model.h"
 
 namespace lumeo {
 class MoodTopTagsViewController;
@@ -12,9 +12,8 @@ class MoodTopTagsViewController;
 
 namespace lumeo::gui {
 
-class SummaryTopTagsModel : public QAbstractListModel {
+class SummaryTopTagsModel : public ListModel {
   Q_OBJECT
-  Q_PROPERTY(int count READ count NOTIFY countChanged)
 
  public:
   enum Role {
@@ -29,41 +28,28 @@ class SummaryTopTagsModel : public QAbstractListModel {
 
   explicit SummaryTopTagsModel(MoodTopTagsViewController& controller, QObject* parent = nullptr);
 
-  int rowCount(const QModelIndex& parent = {}) const override;
   QVariant data(const QModelIndex& index, int role) const override;
-  QHash<int, QByteArray> roleNames() const override;
-  int count() const { return count_; }
+  // The controller ranked again.
   void reset();
-
- Q_SIGNALS:
-  void countChanged();
 
  private:
   MoodTopTagsViewController& controller_;
-  int count_ = 0;
 };
 
-class SummaryPhotosModel : public QAbstractListModel {
+class SummaryPhotosModel : public ListModel {
   Q_OBJECT
-  Q_PROPERTY(int count READ count NOTIFY countChanged)
 
  public:
   enum Role { ThumbRole = Qt::UserRole + 1, LevelRole, ColorRole };
 
   explicit SummaryPhotosModel(MoodTopTagsViewController& controller, QObject* parent = nullptr);
 
-  int rowCount(const QModelIndex& parent = {}) const override;
   QVariant data(const QModelIndex& index, int role) const override;
-  QHash<int, QByteArray> roleNames() const override;
-  int count() const { return count_; }
+  // The controller ranked again.
   void reset();
-
- Q_SIGNALS:
-  void countChanged();
 
  private:
   MoodTopTagsViewController& controller_;
-  int count_ = 0;
 };
 
 }  // namespace lumeo::gui

@@ -14,15 +14,12 @@
 #include "capture/mood_levels_presentation.h"
 #include "platform/log.h"
 #include "platform/user_defaults.h"
+#include "qt_convert.h"
 #include "store/notification_names.h"
 
 namespace lumeo::gui {
 
 namespace {
-
-QColor toQColor(const Color& color) {
-  return QColor::fromRgbF(color.red, color.green, color.blue, color.alpha);
-}
 
 constexpr const char* kPortalService = "org.freedesktop.portal.Desktop";
 constexpr const char* kPortalPath = "/org/freedesktop/portal/desktop";

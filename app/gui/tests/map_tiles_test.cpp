@@ -350,12 +350,29 @@ class MapTilesTests : public QObject {
     QAbstractItemModelTester tester(
         viewport.pins() ? qobject_cast<QAbstractItemModel*>(viewport.pins()) : nullptr,
         QAbstractItemModelTester::FailureReportingMode::QtTest);
-    auto a = std::make_shared<PointAnnotation>(LocationCoordinate2D{48.2, 16.37}, "7");
+    // The `count` QML binds to says every change, and only changes.
+    MapPinModel& model = viewport.pinModel();
+    QSignalSpy counted(&model, &ListModel::countChanged);
+    QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
+    // A pin whose place can move, as a cluster the engine reuses does.
+    struct MovingPin : MapAnnotation {
+      LocationCoordinate2D at{48.2, 16.37};
+      LocationCoordinate2D coordinate() const override { return at; }
+      std::string title() const override { return "7"; }
+    };
+    auto a = std::make_shared<MovingPin>();
     auto b = std::make_shared<PointAnnotation>(LocationCoordinate2D{47.07, 15.44}, "3");
     viewport.mapView()->addAnnotations({a, b, a});
     QCOMPARE(viewport.pinCount(), 2);
+    QCOMPARE(model.property("count").toInt(), 2);
+    QCOMPARE(counted.count(), 2);
+    model.refresh();
+    QCOMPARE(changed.count(), 0);
+    a->at = {48.21, 16.38};
+    model.refresh();
+    QCOMPARE(changed.count(), 1);
     const QModelIndex first = viewport.pinModel().index(0);
-    const MapPoint point = MapPointForCoordinate({48.2, 16.37});
+    const MapPoint point = MapPointForCoordinate({48.21, 16.38});
     QCOMPARE(first.data(MapPinModel::MapXRole).toDouble(), point.x);
     QCOMPARE(first.data(MapPinModel::TitleRole).toString(), QStringLiteral("7"));
     viewport.mapView()->removeAnnotations({a});
@@ -364,6 +381,12 @@ class MapTilesTests : public QObject {
     QCOMPARE(viewport.pinModel().annotationAt(1), MapAnnotationPtr());
     viewport.mapView()->removeAnnotations({a, b});
     QCOMPARE(viewport.pinCount(), 0);
+    QCOMPARE(model.property("count").toInt(), 0);
+    QCOMPARE(counted.count(), 4);
+    viewport.mapView()->addAnnotations({a});
+    model.clear();
+    QCOMPARE(model.rowCount(), 0);
+    QCOMPARE(counted.count(), 6);
   }
 };
 
