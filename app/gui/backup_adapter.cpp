@@ -49,10 +49,9 @@ BackupAdapter::~BackupAdapter() = default;
 
 void BackupAdapter::rebuildTabs() {
   Q_EMIT aboutToReplaceJournal();
-  if (auto* history = qobject_cast<HistoryTab*>(runtime_.singleton(QStringLiteral("History"))))
-    history->reset();
-  if (auto* summary = qobject_cast<SummaryTab*>(runtime_.singleton(QStringLiteral("Summary"))))
-    summary->reset();
+  for (const char* tab : {"History", "Summary"}) {
+    if (auto* lazy = qobject_cast<LazyTab*>(runtime_.singleton(QString::fromLatin1(tab)))) lazy->reset();
+  }
   ++generation_;
   Q_EMIT journalReplaced();
 }

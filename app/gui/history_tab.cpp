@@ -11,51 +11,38 @@ namespace lumeo::gui {
 namespace {
 
 const GuiRegistration kTabs(20, [](GuiRuntime& runtime) {
-  runtime.addSingleton("History", new HistoryTab(runtime, &runtime));
-  runtime.addSingleton("Summary", new SummaryTab(runtime, &runtime));
+  // An empty environment: the running application's journal, share sheet
+  // and capture tab.
+  runtime.addSingleton("History", new LazyTab(
+                                      runtime,
+                                      [](GuiRuntime& runtime, QObject* parent) {
+                                        return new HistoryController(runtime.session().app().store(), {},
+                                                                     parent);
+                                      },
+                                      &runtime));
+  runtime.addSingleton("Summary", new LazyTab(
+                                      runtime,
+                                      [](GuiRuntime& runtime, QObject* parent) {
+                                        return new SummaryController(runtime.session().app().store(),
+                                                                     runtime.session().defaults(), parent);
+                                      },
+                                      &runtime));
 });
 
 }  // namespace
 
-HistoryTab::HistoryTab(GuiRuntime& runtime, QObject* parent) : QObject(parent), runtime_(runtime) {}
+LazyTab::LazyTab(GuiRuntime& runtime, Make make, QObject* parent)
+    : QObject(parent), runtime_(runtime), make_(std::move(make)) {}
 
-QObject* HistoryTab::controller() const {
-  return controller_;
-}
-
-QObject* HistoryTab::open() {
+QObject* LazyTab::open() {
   if (!controller_ && runtime_.session().journalOpen()) {
-    // An empty environment: the running application's journal, share sheet
-    // and capture tab.
-    controller_ = new HistoryController(runtime_.session().app().store(), {}, this);
+    controller_ = make_(runtime_, this);
     Q_EMIT controllerChanged();
   }
   return controller_;
 }
 
-void HistoryTab::reset() {
-  if (!controller_) return;
-  controller_->deleteLater();
-  controller_ = nullptr;
-  Q_EMIT controllerChanged();
-}
-
-SummaryTab::SummaryTab(GuiRuntime& runtime, QObject* parent) : QObject(parent), runtime_(runtime) {}
-
-QObject* SummaryTab::controller() const {
-  return controller_;
-}
-
-QObject* SummaryTab::open() {
-  if (!controller_ && runtime_.session().journalOpen()) {
-    controller_ =
-        new SummaryController(runtime_.session().app().store(), runtime_.session().defaults(), this);
-    Q_EMIT controllerChanged();
-  }
-  return controller_;
-}
-
-void SummaryTab::reset() {
+void LazyTab::reset() {
   if (!controller_) return;
   controller_->deleteLater();
   controller_ = nullptr;
