@@ -296,7 +296,6 @@ OptionalError SyncCloudManager::importNewEvents(const std::vector<int>& allowedT
   // good ones go into the event store together, a few thousand events to a
   // save.
   SyncEventMigrator migrator(eventStore_);
-  auto context = eventStore_->managedObjectContext();
   bool baselineDirectory =
       std::find(allowedTypes.begin(), allowedTypes.end(), int(kSyncEventTypeBaseline)) != allowedTypes.end();
   std::vector<SyncEventFileContents> batch;
@@ -314,6 +313,7 @@ OptionalError SyncCloudManager::importNewEvents(const std::vector<int>& allowedT
     batchEvents = 0;
     return std::nullopt;
   };
+  std::set<std::string> taken;
   for (const auto& name : wanted) {
     fs::path local = localDownloadDirectory() / name;
     auto file = SyncEventFile::fromFilename(name);
@@ -321,15 +321,14 @@ OptionalError SyncCloudManager::importNewEvents(const std::vector<int>& allowedT
     // A name of the wrong kind for its directory is another device's
     // mistake or debris; it is not imported here.
     if (file->isBaseline() != baselineDirectory) continue;
-    bool exists = false;
-    context->performBlockAndWait([&] {
-      FetchRequest request(kSyncStoreModificationEventEntity);
-      request.setPredicate(file->eventFetchPredicate());
-      OptionalError error;
-      exists = context->countForFetchRequest(request, error) > 0 && !error;
-    });
+    // The events the store has are not wanted (their names are among
+    // `present`, which the store answered in one fetch); what is left to
+    // catch is a second name of an event this fetch takes already.
+    std::string event =
+        file->isBaseline() ? std::to_string(file->globalCount()) + "_" + file->uniqueIdentifier().value_or("")
+                           : file->preferredFilename();
     std::error_code ec;
-    if (exists && file->eventShouldBeUnique()) {
+    if (file->eventShouldBeUnique() && taken.count(event)) {
       fs::remove(local, ec);
       continue;
     }
@@ -343,6 +342,7 @@ OptionalError SyncCloudManager::importNewEvents(const std::vector<int>& allowedT
     }
     batch.push_back(std::get<SyncEventFileContents>(std::move(read)));
     batchEvents += batch.back().events.size();
+    taken.insert(event);
     if (batchEvents >= 2000) {
       if (OptionalError error = flush()) return error;
     }

@@ -82,6 +82,22 @@ TEST_F(SyncCloudManagerTest, ABaselineUnderItsOlderNameIsNeitherFetchedNorPublis
   EXPECT_EQ(filesIn(remote("baselines")), std::set<std::string>{older});
 }
 
+TEST_F(SyncCloudManagerTest, ABaselineUnderBothItsNamesArrivesOnce) {
+  a_.leech();
+  a_.merge();
+  auto baselines = filesIn(remote("baselines"));
+  ASSERT_EQ(baselines.size(), 1u);
+  auto file = SyncEventFile::fromFilename(*baselines.begin());
+  ASSERT_TRUE(file);
+  fs::copy_file(remote("baselines") / *baselines.begin(), remote("baselines") / file->aliases().back());
+
+  b_.leech();
+  auto report = b_.merge();
+  EXPECT_EQ(report.counts.baselinesImported, 1u);
+  a_.merge();
+  EXPECT_EQ(a_.dump(), b_.dump());
+}
+
 TEST_F(SyncCloudManagerTest, DataFilesAlreadyHereAreNotFetchedAndPhotosWithTheRightChecksumAreLeftAlone) {
   joinBoth();
   auto record = a_.replica().addRecord(6, "with photo");
