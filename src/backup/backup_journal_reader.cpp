@@ -4,6 +4,8 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cmath>
+#include <optional>
 #include <unordered_map>
 
 namespace lumeo {
@@ -68,10 +70,19 @@ std::variant<JournalRows, Error> readJournalRows(const std::filesystem::path& st
       row.hasDescription = sqlite3_column_type(records.stmt, 3) != SQLITE_NULL;
       if (row.hasDescription) {
         row.comment = columnText(records.stmt, 4);
-        row.latitude =
-            sqlite3_column_type(records.stmt, 5) == SQLITE_NULL ? -1 : sqlite3_column_double(records.stmt, 5);
-        row.longitude =
-            sqlite3_column_type(records.stmt, 6) == SQLITE_NULL ? -1 : sqlite3_column_double(records.stmt, 6);
+        // As MoodDescription reads them: a NULL (a NaN written by SQLite)
+        // or non-number in either column is no place, both -1.
+        const auto coordinate = [&](int column) -> std::optional<double> {
+          const int type = sqlite3_column_type(records.stmt, column);
+          if (type != SQLITE_FLOAT && type != SQLITE_INTEGER) return std::nullopt;
+          const double degrees = sqlite3_column_double(records.stmt, column);
+          if (!std::isfinite(degrees)) return std::nullopt;
+          return degrees;
+        };
+        const auto latitude = coordinate(5);
+        const auto longitude = coordinate(6);
+        row.latitude = latitude && longitude ? *latitude : -1;
+        row.longitude = latitude && longitude ? *longitude : -1;
       }
       rows.records.push_back(std::move(row));
     }

@@ -369,7 +369,14 @@ std::vector<std::shared_ptr<MoodRecord>> JournalStore::locatedRecordsFrom(
   }
   FetchRequest request(kMoodRecordEntity);
   request.setPredicate(Predicate::andPredicateWithSubpredicates(parts));
-  return fetchAs<MoodRecord>(request);
+  auto records = fetchAs<MoodRecord>(request);
+  // "!= -1" also matches a NULL (a NaN that SQLite kept); such a record
+  // has no place.
+  std::erase_if(records, [](const auto& record) {
+    auto description = record->moodDescription();
+    return !description || !description->hasPosition();
+  });
+  return records;
 }
 
 std::vector<std::shared_ptr<MoodDescription>> JournalStore::allDescriptions() {
@@ -396,7 +403,9 @@ std::set<std::string> JournalStore::imageNamesInUse() {
 std::vector<std::shared_ptr<MoodDescription>> JournalStore::locatedDescriptions() {
   FetchRequest request(kMoodDescriptionEntity);
   request.setPredicate(Predicate::predicateWithFormat("latitude != %@ && longitude != %@", -1, -1));
-  return fetchAs<MoodDescription>(request);
+  auto descriptions = fetchAs<MoodDescription>(request);
+  std::erase_if(descriptions, [](const auto& description) { return !description->hasPosition(); });
+  return descriptions;
 }
 
 std::vector<std::shared_ptr<MoodTag>> JournalStore::tagsNamedLike(const std::string& name) {

@@ -134,7 +134,8 @@ class JournalStore {
   // Records with a photo whose level is negative (1..5) or positive (6..10).
   std::vector<std::shared_ptr<MoodRecord>> recordsWithPhoto(bool positive);
   // Located records in the range holding any of the named tags (no names:
-  // all located records).
+  // all located records). Located means both coordinates are numbers and
+  // not both -1 (MoodDescription::hasPosition).
   std::vector<std::shared_ptr<MoodRecord>> locatedRecordsFrom(Date from, Date to,
                                                               const std::vector<std::string>& tagNames);
   std::vector<std::shared_ptr<MoodDescription>> allDescriptions();
@@ -142,6 +143,8 @@ class JournalStore {
   // read without making objects: the image store's launch clean-up keeps
   // exactly these.
   std::set<std::string> imageNamesInUse();
+  // Descriptions with a place (hasPosition), the ones `removeCoordinates`
+  // clears.
   std::vector<std::shared_ptr<MoodDescription>> locatedDescriptions();
   // "tagName ==[cd] %@": every tag of that name up to case and accents.
   std::vector<std::shared_ptr<MoodTag>> tagsNamedLike(const std::string& name);

@@ -8,6 +8,8 @@
 #include <sys/stat.h>
 
 #include <fstream>
+#include <limits>
+#include <map>
 
 #include "objectgraph/managed_object_context.h"
 #include "platform/user_defaults.h"
@@ -301,6 +303,54 @@ TEST_F(JournalStoreTest, RemoveCoordinatesClearsEveryPositionAndSaves) {
   EXPECT_EQ(store_->allDescriptions().front()->latitude(), -1);
 }
 
+// SQLite keeps a NaN as NULL. A half-missing place must come back as no
+// place at all, not as -1 for the missing half beside a real number.
+TEST_F(JournalStoreTest, AMissingOrNaNCoordinateReadsBackAsNoPlaceForBoth) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  auto nanLatitude = add(1, day(0));
+  nanLatitude->moodDescription()->setLatitude(nan);
+  nanLatitude->moodDescription()->setLongitude(30);
+  auto bothNaN = add(2, day(1));
+  bothNaN->moodDescription()->setLatitude(nan);
+  bothNaN->moodDescription()->setLongitude(nan);
+  auto halfMinusOne = add(3, day(2));  // -1 is a number: the pair stays as it is
+  halfMinusOne->moodDescription()->setLatitude(-1);
+  halfMinusOne->moodDescription()->setLongitude(30);
+  auto located = add(4, day(3));
+  located->moodDescription()->setLatitude(52.5);
+  located->moodDescription()->setLongitude(13.4);
+
+  const auto expectNoPlace = [](const MoodDescription& d, const char* when) {
+    EXPECT_FALSE(d.hasPosition()) << when;
+    EXPECT_EQ(d.latitude(), -1) << when;
+    EXPECT_EQ(d.longitude(), -1) << when;
+  };
+  expectNoPlace(*nanLatitude->moodDescription(), "in memory");
+  expectNoPlace(*bothNaN->moodDescription(), "in memory");
+  store_->saveContext();
+  ASSERT_FALSE(store_->lastSaveError());
+
+  // What the file holds, and a NULL written into it by hand.
+  reopen();
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(store_->storeURL().c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db,
+                         "UPDATE MoodDescription SET longitude = NULL WHERE _pk = "
+                         "(SELECT moodDescription FROM MoodRecord WHERE moodLevel = 4)",
+                         nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(db);
+
+  std::map<long, std::shared_ptr<MoodDescription>> byLevel;
+  for (const auto& d : store_->allDescriptions()) byLevel[d->moodRecord()->moodLevel()] = d;
+  ASSERT_EQ(byLevel.size(), 4u);
+  expectNoPlace(*byLevel[1], "NaN latitude, from the file");
+  expectNoPlace(*byLevel[2], "both NaN, from the file");
+  expectNoPlace(*byLevel[4], "NULL longitude, from the file");
+  EXPECT_EQ(byLevel[3]->latitude(), -1);
+  EXPECT_EQ(byLevel[3]->longitude(), 30);
+  EXPECT_TRUE(store_->locatedDescriptions().empty());
+}
 TEST_F(JournalStoreTest, DeletingADescriptionRemovesPhotoThenThumbnail) {
   std::vector<std::string> removed;
   auto record = add(5, day(0));

@@ -1,6 +1,7 @@
 // Accessors and hooks of a record's description.
 #include "store/mood_description.h"
 
+#include <cmath>
 #include <mutex>
 
 #include "store/mood_record.h"
@@ -15,6 +16,15 @@ std::optional<std::string> optionalString(const Value& v) {
 }
 Value fromOptional(const std::optional<std::string>& s) {
   return s ? Value(*s) : Value();
+}
+
+// A stored coordinate, if it is one: SQLite keeps a NaN as NULL, and a
+// row written by hand or by an older build may hold NULL or text.
+std::optional<double> storedCoordinate(const Value& v) {
+  if (!v.isNumber()) return std::nullopt;
+  const double degrees = v.toDouble();
+  if (!std::isfinite(degrees)) return std::nullopt;
+  return degrees;
 }
 
 std::mutex removerMutex;
@@ -78,14 +88,20 @@ bool MoodDescription::wasEdited() const {
 void MoodDescription::setWasEdited(bool edited) {
   setValueForKey("wasEdited", Value(edited));
 }
+// A place needs both numbers: when either is missing (NULL in the file,
+// NaN in memory) the record has no place, and both read as -1. Reading
+// only the missing one as -1 would make (-1, lon) of it, which the CSV
+// and the backup then write out as a real half of a place.
 double MoodDescription::latitude() const {
-  return valueForKey("latitude").toDouble(kNoCoordinate);
+  auto latitude = storedCoordinate(valueForKey("latitude"));
+  return latitude && storedCoordinate(valueForKey("longitude")) ? *latitude : kNoCoordinate;
 }
 void MoodDescription::setLatitude(double latitude) {
   setValueForKey("latitude", Value(latitude));
 }
 double MoodDescription::longitude() const {
-  return valueForKey("longitude").toDouble(kNoCoordinate);
+  auto longitude = storedCoordinate(valueForKey("longitude"));
+  return longitude && storedCoordinate(valueForKey("latitude")) ? *longitude : kNoCoordinate;
 }
 void MoodDescription::setLongitude(double longitude) {
   setValueForKey("longitude", Value(longitude));

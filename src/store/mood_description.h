@@ -16,7 +16,9 @@ class MoodRecord;
 
 class MoodDescription : public ManagedObject {
  public:
-  // -1 in latitude and longitude means "no position".
+  // -1 in latitude and longitude means "no position". A coordinate that is
+  // missing or not a number (SQLite keeps a NaN as NULL) is no position
+  // either, and then both read as -1: a place needs both numbers.
   static constexpr double kNoCoordinate = -1;
 
   std::optional<std::string> uniqueIdentifier() const;
