@@ -28,6 +28,7 @@
 #include "platform/canvas.h"
 #include "platform/date_formatter.h"
 #include "platform/user_date_parser.h"
+#include "record_json.h"
 #include "shell/mood_app_delegate.h"
 #include "store/date_all.h"
 #include "store/image_store.h"
@@ -93,26 +94,6 @@ std::optional<std::filesystem::path> photoFile(const MoodDescription& descriptio
   auto images = ImageStore::shared();
   if (!images) return std::nullopt;
   return images->imageURLForName(description.photoName());
-}
-
-nlohmann::json recordJson(const MoodRecord& record) {
-  nlohmann::json j;
-  j["id"] = recordID(record);
-  j["date"] = record.date() ? nlohmann::json(isoText(*record.date())) : nlohmann::json(nullptr);
-  j["level"] = record.moodLevel();
-  auto description = record.moodDescription();
-  std::string comment = description ? description->comment().value_or("") : "";
-  j["comment"] = jsonText(comment);
-  nlohmann::json tags = nlohmann::json::array();
-  for (const auto& tag : record.moodTags()) tags.push_back(jsonText(tag->tagName()));
-  j["tags"] = tags;
-  if (description && !description->photoName().value_or("").empty()) {
-    auto file = photoFile(*description);
-    j["photo"] = file ? nlohmann::json(file->string()) : nlohmann::json(nullptr);
-    std::error_code ec;
-    j["photoMissing"] = !file || !std::filesystem::exists(*file, ec);
-  }
-  return j;
 }
 
 // --- lumeo history ------------------------------------------------------------------
@@ -327,17 +308,19 @@ void runCalendar(CliApp& cli, const CalendarOptions& options) {
     nlohmann::json days = nlohmann::json::array();
     for (const auto& day : month.dayViews()) {
       if (day.hidden) continue;
+      // The records in the shape of every other command; their colours,
+      // in the same order, beside them.
       nlohmann::json records = nlohmann::json::array();
+      nlohmann::json colors = nlohmann::json::array();
       for (std::size_t i = 0; i < day.records().size(); ++i) {
-        const auto& record = *day.records()[i];
-        records.push_back({{"id", recordID(record)},
-                           {"level", record.moodLevel()},
-                           {"color", day.strip()[i].color.toHex()}});
+        records.push_back(recordJson(*day.records()[i]));
+        colors.push_back(day.strip()[i].color.toHex());
       }
       nlohmann::json entry = {{"day", day.day + 1},
                               {"column", day.placement.column},
                               {"row", day.placement.row},
-                              {"records", records}};
+                              {"records", records},
+                              {"colors", colors}};
       entry["picture"] =
           day.pictureRecord() ? nlohmann::json(recordID(*day.pictureRecord())) : nlohmann::json(nullptr);
       days.push_back(entry);
@@ -437,15 +420,9 @@ void runPhotos(CliApp& cli, const PhotosOptions& options) {
   auto gallery = std::make_shared<MoodGalleryViewController>();
   gallery->setMoodRecords(records);
 
-  auto images = ImageStore::shared();
   if (cli.json()) {
     nlohmann::json list = nlohmann::json::array();
-    for (const auto& record : gallery->moodRecords()) {
-      nlohmann::json j = recordJson(*record);
-      auto thumb = images ? images->imageURLForName(record->moodDescription()->thumbName()) : std::nullopt;
-      j["thumb"] = thumb ? nlohmann::json(thumb->string()) : nlohmann::json(nullptr);
-      list.push_back(j);
-    }
+    for (const auto& record : gallery->moodRecords()) list.push_back(recordJson(*record));
     cli.printJson(list);
     return;
   }

@@ -27,6 +27,7 @@
 #include "platform/date_formatter.h"
 #include "platform/user_date_parser.h"
 #include "platform/user_defaults.h"
+#include "record_json.h"
 #include "shell/mood_app_delegate.h"
 #include "store/image_store.h"
 #include "store/journal_store.h"

@@ -29,11 +29,6 @@ MoodAppDelegate& journalSession(CliApp& app);
 // commands can write in between.
 void closeJournalSession(CliApp& app);
 
-// A record as every command's --json prints it (add, list, show, edit):
-// id, uri, uniqueIdentifier, date, level, comment, tags, latitude,
-// longitude, photo and edited, absent values as null.
-nlohmann::json recordJson(const MoodRecord& record);
-
 // Pieces of the commands' plain-text output, shared by every command file:
 // a date in ISO 8601 with its offset, a record's number, and one line of a
 // comment cut to `width` bytes on a character boundary.

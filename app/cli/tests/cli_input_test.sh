@@ -76,10 +76,30 @@ expect "a literal name still folds case" 0 "Renamed #walk to #stroll" L tag rena
 
 # --- One JSON shape for a record, whichever command prints it.
 shape=$(L --json show 1 | keys)
-check "the shape has every field" [ "$shape" = "comment date edited id latitude level longitude photo tags uniqueIdentifier uri " ]
+check "the shape has every field" [ "$shape" = "comment date edited id latitude level longitude photo photoFile photoMissing tags thumbFile uniqueIdentifier uri " ]
 check "add prints the same shape" [ "$(L --json add 3 --comment same | keys)" = "$shape" ]
 check "edit prints the same shape" [ "$(L --json edit 1 --level 5 | keys)" = "$shape" ]
 check "list prints the same shape" [ "$(L --json list --limit 1 | sed -n '/^  {/,/^  }/p' | sed 's/^  //' | keys)" = "$shape" ]
+# Every other command that prints records prints them in that shape, with
+# the same values as show.
+L add 8 --comment "Photo #walk" --at 2026-01-12T08:00 --photo "$here/../../../testdata/fuzz/image_decode/plain.jpg" >/dev/null
+check "history, photos and calendar print the same records as show" python3 - "$lumeo" "$home" <<'PY'
+import json, subprocess, sys
+lumeo, home = sys.argv[1:]
+def run(*args):
+    return json.loads(subprocess.run([lumeo, "--home", home, "--json", *args], check=True, capture_output=True).stdout)
+found = {
+    "history": [r for s in run("history") for r in s["records"]],
+    "photos": run("photos"),
+    "calendar": [r for d in run("calendar", "2026-01")["days"] for r in d["records"]],
+}
+assert len(found["photos"]) == 1 and found["photos"][0]["photoFile"].endswith(found["photos"][0]["photo"]), found["photos"]
+for name, records in found.items():
+    assert records, name
+    for record in records:
+        shown = run("show", str(record["id"]))
+        assert record == shown, (name, record, shown)
+PY
 
 # --- A new record without --comment starts from the template.
 L template set "Today #mood_check " >/dev/null
