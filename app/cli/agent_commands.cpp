@@ -70,12 +70,11 @@ auto withJournalLock(const DataDirectories& dirs, F&& body) -> decltype(body()) 
   return result;
 }
 
+// A read: no writer lock, so that the agent's look never holds up a save.
 bool recordedBetween(const DataDirectories& dirs, Date since, Date until) {
-  return withJournalLock(dirs, [&] {
-    if (!std::filesystem::exists(dirs.library / kJournalStoreFileName)) return false;
-    JournalStore store({dirs.library, dirs.documents}, UserDefaults::standard());
-    return !store.newestRecordsFrom(since.dateByAddingTimeInterval(0.001), until, 1).empty();
-  });
+  if (!std::filesystem::exists(dirs.library / kJournalStoreFileName)) return false;
+  JournalStore store({dirs.library, dirs.documents}, UserDefaults::standard());
+  return !store.newestRecordsFrom(since.dateByAddingTimeInterval(0.001), until, 1).empty();
 }
 
 bool runPass(const DataDirectories& dirs) {

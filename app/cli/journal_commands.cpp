@@ -28,7 +28,9 @@
 #include "platform/date_formatter.h"
 #include "platform/linux/data_directories.h"
 #include "platform/linux/plist_user_defaults.h"
+#include "platform/log.h"
 #include "platform/user_date_parser.h"
+#include "record_json.h"
 #include "shell/mood_app_delegate.h"
 #include "shell/resources_location.h"
 #include "store/journal_lock.h"
@@ -37,6 +39,7 @@
 #include "store/mood_description.h"
 #include "store/mood_record.h"
 #include "store/mood_tag.h"
+#include "store/settings_keys.h"
 
 namespace lumeo::cli {
 
@@ -47,30 +50,62 @@ std::unique_ptr<MoodAppDelegate>& sessionSlot() {
   return app;
 }
 
-// The journal's writer lock, held from before the launch reads anything
-// (the settings, the store) until the command has saved and terminated.
+// The journal's writer lock. A command that changes the journal holds it
+// from before the launch reads anything (the settings, the store) until it
+// has saved and terminated; a command that only reads takes none.
 std::optional<JournalLock>& sessionLock() {
   static std::optional<JournalLock> lock;
   return lock;
 }
 
-bool commandChangesJournal(CliApp& app) {
-  static const std::set<std::string> kWriters = {"add", "edit", "delete", "tag"};
-  const auto commands = app.root().get_subcommands();
-  return !commands.empty() && kWriters.count(commands.front()->get_name()) > 0;
+// The command as typed, without its options: "list", "backup create".
+std::string commandPath(CliApp& app) {
+  std::string path;
+  const CLI::App* level = &app.root();
+  for (;;) {
+    const auto used = level->get_subcommands();
+    if (used.empty()) return path;
+    level = used.front();
+    path += (path.empty() ? "" : " ") + level->get_name();
+  }
+}
+
+// Commands that only read the journal. They may run for long (a report, a
+// backup of many photos) and take no writer lock, so that the GUI and other
+// commands write meanwhile; SQLite keeps each of their reads whole. Every
+// other command writes and holds the lock for its whole run, so that its
+// reads and writes see nobody else's in between; it takes milliseconds.
+bool commandOnlyReads(CliApp& app) {
+  static const std::set<std::string> kReaders = {
+      "list",          "show",          "history",       "calendar",       "photos",
+      "tags",          "values",        "summary",       "graph",          "complete",
+      "map",           "template show", "levels show",   "export csv",     "export pdf",
+      "export photos", "backup create", "backup verify", "reminders list", "reminders pending",
+      "lock status",   "sync status",   "place search",  "place reverse",  "reminders sounds"};
+  return kReaders.count(commandPath(app)) > 0;
+}
+
+void takeSessionLock(const DataDirectories& dirs) {
+  if (sessionLock()) return;
+  auto lock = JournalLock::acquire(dirs.library);
+  if (auto* error = std::get_if<Error>(&lock)) throw CommandError(error->description);
+  sessionLock() = std::move(std::get<JournalLock>(lock));
 }
 
 void launch(CliApp& app) {
   DataDirectories dirs = DataDirectories::current();
   if (!dirs.create())
     throw CommandError("cannot make Lumeo's folders under " + dirs.library.parent_path().string());
-  // Commands of two processes on one journal run one after the other: each
-  // reads the journal and the settings only once the other has written
-  // them. A command takes milliseconds, so a wait is short.
-  auto lock = JournalLock::acquire(dirs.library);
-  if (auto* error = std::get_if<Error>(&lock)) throw CommandError(error->description);
-  sessionLock() = std::move(std::get<JournalLock>(lock));
+  // A writing command reads the journal and the settings only once every
+  // other writer has written them.
+  const bool writes = !commandOnlyReads(app);
+  if (writes) takeSessionLock(dirs);
   PlistUserDefaults::installStandard();
+  // The first start of a journal resets its passcode and cloud links; a
+  // reading command's launch does that under the lock too, so that it
+  // never undoes what a writer sets up at the same moment. Other launches
+  // write only settings keys that are missing, each on its own.
+  if (UserDefaults::standard()->objectForKey(kMoodFirstStart).isNull()) takeSessionLock(dirs);
   // The level words of the share text come from the user's level table.
   MoodLevelTableFiles::setCurrent({dirs.library, resourcesDirectory() / "mood.plist"});
   MoodAppDelegate::setLevelTextProvider([](long level) {
@@ -83,9 +118,10 @@ void launch(CliApp& app) {
   auto delegate = std::make_unique<MoodAppDelegate>(appDirs, ShellServices{});
   // The image store is cleaned before commands that change the journal, as
   // the desktop application cleans it at every launch; a command that only
-  // reads (list, show, tags, ...) skips the scan of every description.
+  // reads skips the scan of every description (and, holding no lock, could
+  // take a photo that another command is adding for an orphan).
   LaunchOptions options;
-  options.cleanImageStore = commandChangesJournal(app);
+  options.cleanImageStore = writes;
   delegate->applicationDidFinishLaunchingWithOptions(options);
   // No splash animation on a terminal: the completion runs at once.
   delegate->splash()->viewDidAppear(false);
@@ -98,11 +134,22 @@ void launch(CliApp& app) {
                        error->description);
   }
   sessionSlot() = std::move(delegate);
-  (void)app;
+  if (!writes) sessionLock().reset();
 }
 
 void terminate(CliApp&) {
   if (auto& app = sessionSlot()) {
+    // A reading command saves nothing; should its context hold changes all
+    // the same, they are saved under the lock like any other write.
+    auto context = app->managedObjectContext();
+    if (!sessionLock() && context && context->hasChanges()) {
+      try {
+        takeSessionLock(DataDirectories::current());
+      } catch (const CommandError& error) {
+        LUMEO_LOG_ERROR("Changes left unsaved: %@", std::string(error.what()));
+        context->rollback();
+      }
+    }
     app->applicationWillTerminate();
     sessionSlot().reset();
   }
@@ -457,28 +504,6 @@ std::string oneLine(std::string text, std::size_t width) {
     text = text.substr(0, cut) + "...";
   }
   return text;
-}
-
-nlohmann::json recordJson(const MoodRecord& record) {
-  nlohmann::json j;
-  j["id"] = record.objectID().primaryKey();
-  j["uri"] = record.objectID().URIRepresentation();
-  j["uniqueIdentifier"] = record.uniqueIdentifier().value_or("");
-  j["date"] = record.date() ? nlohmann::json(isoText(*record.date())) : nlohmann::json(nullptr);
-  j["level"] = record.moodLevel();
-  auto description = record.moodDescription();
-  j["comment"] = description && description->comment() ? nlohmann::json(*description->comment())
-                                                       : nlohmann::json(nullptr);
-  nlohmann::json tags = nlohmann::json::array();
-  for (const auto& tag : record.moodTags()) tags.push_back(tag->tagName());
-  j["tags"] = tags;
-  const bool located = description && description->hasPosition();
-  j["latitude"] = located ? nlohmann::json(description->latitude()) : nlohmann::json(nullptr);
-  j["longitude"] = located ? nlohmann::json(description->longitude()) : nlohmann::json(nullptr);
-  j["photo"] = description && description->photoName() ? nlohmann::json(*description->photoName())
-                                                       : nlohmann::json(nullptr);
-  j["edited"] = description && description->wasEdited();
-  return j;
 }
 
 MoodAppDelegate& journalSession(CliApp& app) {
