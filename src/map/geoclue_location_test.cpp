@@ -5,19 +5,14 @@
 // user's agent, no service at all, and a fix too coarse to stamp.
 #include <gio/gio.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <cstdio>
 #include <cstdlib>
-#include <thread>
 
 #include "capture/location_helper.h"
 #include "map/map_test_support.h"
 #include "map/position_location_service.h"
 #include "platform/linux/geoclue_position_source.h"
+#include "testing/private_bus.h"
 
 namespace lumeo {
 namespace {
@@ -30,75 +25,29 @@ std::string sourceDir() {
   return dir ? dir : ".";
 }
 
-// A bus daemon of our own and, when asked, a fake GeoClue on it.
+// A bus of our own standing for the system bus and, when asked, a fake
+// GeoClue on it.
 class FakeSystemBus {
  public:
-  FakeSystemBus() {
-    const std::string command = "dbus-daemon --config-file=" + sourceDir() +
-                                "/src/testing/private_bus.conf --print-address=1 --print-pid=1 --fork";
-    FILE* out = popen(command.c_str(), "r");
-    char line[512] = {};
-    if (out && fgets(line, sizeof line, out)) address_ = std::string(line, strcspn(line, "\n"));
-    if (out && fgets(line, sizeof line, out)) busPid_ = std::atoi(line);
-    if (out) pclose(out);
-    if (address_.empty()) return;
-    bus_ = g_dbus_connection_new_for_address_sync(
-        address_.c_str(),
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, nullptr, nullptr);
-  }
-  ~FakeSystemBus() {
-    if (bus_) g_object_unref(bus_);
-    if (mockPid_ > 0) {
-      kill(mockPid_, SIGTERM);
-      waitpid(mockPid_, nullptr, 0);
-    }
-    if (busPid_ > 0) kill(busPid_, SIGTERM);
-  }
-
   // Starts GeoClue with the template's parameters (JSON); true once it owns
   // its name.
   bool startGeoClue(const std::string& parameters) {
-    mockPid_ = fork();
-    if (mockPid_ == 0) {
-      setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
-      if (!freopen("/dev/null", "w", stdout)) _exit(127);
-      const std::string templ = sourceDir() + "/testdata/map/geoclue2_mock.py";
-      execl("/usr/bin/python3", "python3", "-m", "dbusmock", "--system", "--template", templ.c_str(), "-p",
-            parameters.c_str(), static_cast<char*>(nullptr));
-      _exit(127);
-    }
-    for (int i = 0; bus_ && i < 400; ++i) {
-      if (nameOwned()) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(25));
-    }
-    return false;
+    return bus_.startMock("org.freedesktop.GeoClue2",
+                          {"--template", sourceDir() + "/testdata/map/geoclue2_mock.py", "-p", parameters});
   }
 
-  bool ready() const { return bus_ != nullptr; }
-  const std::string& address() const { return address_; }
+  bool ready() const { return bus_.ready(); }
+  const std::string& address() const { return bus_.address(); }
 
   bool mock(const char* method, GVariant* parameters) {
-    GError* error = nullptr;
-    GVariant* reply = g_dbus_connection_call_sync(bus_, "org.freedesktop.GeoClue2", kManagerPath,
-                                                  "org.freedesktop.DBus.Mock", method, parameters, nullptr,
-                                                  G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, &error);
-    if (!reply) {
-      ADD_FAILURE() << method << ": " << (error ? error->message : "");
-      if (error) g_error_free(error);
-      return false;
-    }
-    g_variant_unref(reply);
-    return true;
+    return bus_.mock("org.freedesktop.GeoClue2", kManagerPath, method, parameters);
   }
 
   // A property of the fake's client, as Lumeo left it.
   GVariant* clientProperty(const char* name) {
-    GVariant* reply = g_dbus_connection_call_sync(
-        bus_, "org.freedesktop.GeoClue2", kClientPath, "org.freedesktop.DBus.Properties", "Get",
-        g_variant_new("(ss)", "org.freedesktop.GeoClue2.Client", name), G_VARIANT_TYPE("(v)"),
-        G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
+    GVariant* reply = bus_.call("org.freedesktop.GeoClue2", kClientPath, "org.freedesktop.DBus.Properties",
+                                "Get", g_variant_new("(ss)", "org.freedesktop.GeoClue2.Client", name),
+                                G_VARIANT_TYPE("(v)"), true);
     if (!reply) return nullptr;
     GVariant* value = nullptr;
     g_variant_get(reply, "(v)", &value);
@@ -107,22 +56,7 @@ class FakeSystemBus {
   }
 
  private:
-  bool nameOwned() {
-    GVariant* r = g_dbus_connection_call_sync(
-        bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameHasOwner",
-        g_variant_new("(s)", "org.freedesktop.GeoClue2"), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE, 1000,
-        nullptr, nullptr);
-    if (!r) return false;
-    gboolean owned = FALSE;
-    g_variant_get(r, "(b)", &owned);
-    g_variant_unref(r);
-    return owned;
-  }
-
-  std::string address_;
-  int busPid_ = -1;
-  pid_t mockPid_ = -1;
-  GDBusConnection* bus_ = nullptr;
+  testing::PrivateBus bus_;
 };
 
 class GeoClueLocationTest : public ::testing::Test {

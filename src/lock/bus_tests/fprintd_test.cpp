@@ -3,14 +3,9 @@
 // net.reactivated.Fprint, and driven both directly and through the facade.
 #include <gio/gio.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <future>
 #include <thread>
 
@@ -18,6 +13,7 @@
 #include "platform/dispatch_queue.h"
 #include "platform/linux/fprintd_authenticator.h"
 #include "platform/user_defaults.h"
+#include "testing/private_bus.h"
 
 namespace lumeo {
 namespace {
@@ -25,69 +21,21 @@ namespace {
 constexpr const char* kManagerPath = "/net/reactivated/Fprint/Manager";
 constexpr const char* kDevicePath = "/net/reactivated/Fprint/Device/0";
 constexpr const char* kDeviceInterface = "net.reactivated.Fprint.Device";
-constexpr const char* kMockInterface = "org.freedesktop.DBus.Mock";
 
 // A private bus and a dbusmock process on it, for the whole suite.
 class FakeFprintd {
  public:
   FakeFprintd() {
-    std::string config =
-        std::string(std::getenv("LUMEO_SOURCE_DIR") ? std::getenv("LUMEO_SOURCE_DIR") : ".") +
-        "/src/testing/private_bus.conf";
-    std::string command = "dbus-daemon --config-file=" + config + " --print-address=1 --print-pid=1 --fork";
-    FILE* out = popen(command.c_str(), "r");
-    char line[512] = {};
-    if (out && fgets(line, sizeof line, out)) address_ = std::string(line, strcspn(line, "\n"));
-    if (out && fgets(line, sizeof line, out)) busPid_ = std::atoi(line);
-    if (out) pclose(out);
-    if (address_.empty()) return;
-
-    mockPid_ = fork();
-    if (mockPid_ == 0) {
-      setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
-      // The mock logs every call; the test reads them through GetCalls.
-      if (!freopen("/dev/null", "w", stdout)) _exit(127);
-      execl("/usr/bin/python3", "python3", "-m", "dbusmock", "--system", "net.reactivated.Fprint",
-            kManagerPath, "net.reactivated.Fprint.Manager", static_cast<char*>(nullptr));
-      _exit(127);
-    }
-    bus_ = g_dbus_connection_new_for_address_sync(
-        address_.c_str(),
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, nullptr, nullptr);
-    for (int i = 0; bus_ && i < 400 && !nameOwned(); ++i)
-      std::this_thread::sleep_for(std::chrono::milliseconds(25));
-  }
-  ~FakeFprintd() {
-    if (bus_) g_object_unref(bus_);
-    if (mockPid_ > 0) {
-      kill(mockPid_, SIGTERM);
-      waitpid(mockPid_, nullptr, 0);
-    }
-    if (busPid_ > 0) kill(busPid_, SIGTERM);
+    bus_.startMock("net.reactivated.Fprint",
+                   {"net.reactivated.Fprint", kManagerPath, "net.reactivated.Fprint.Manager"});
   }
 
-  bool ready() { return bus_ && nameOwned(); }
-  const std::string& address() const { return address_; }
+  bool ready() { return bus_.ready() && bus_.nameOwned("net.reactivated.Fprint"); }
+  const std::string& address() const { return bus_.address(); }
 
   // A call on the mock's control interface; false when it failed.
   bool mock(const char* path, const char* method, GVariant* parameters, GVariant** reply = nullptr) {
-    GError* error = nullptr;
-    GVariant* r =
-        g_dbus_connection_call_sync(bus_, "net.reactivated.Fprint", path, kMockInterface, method, parameters,
-                                    nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, &error);
-    if (!r) {
-      ADD_FAILURE() << method << ": " << (error ? error->message : "");
-      if (error) g_error_free(error);
-      return false;
-    }
-    if (reply) {
-      *reply = r;
-    } else {
-      g_variant_unref(r);
-    }
-    return true;
+    return bus_.mock("net.reactivated.Fprint", path, method, parameters, reply);
   }
 
   // Starts over with a manager whose default device answers with `deviceCode`,
@@ -135,22 +83,7 @@ class FakeFprintd {
   }
 
  private:
-  bool nameOwned() {
-    GVariant* r = g_dbus_connection_call_sync(
-        bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameHasOwner",
-        g_variant_new("(s)", "net.reactivated.Fprint"), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE, 1000,
-        nullptr, nullptr);
-    if (!r) return false;
-    gboolean owned = FALSE;
-    g_variant_get(r, "(b)", &owned);
-    g_variant_unref(r);
-    return owned;
-  }
-
-  std::string address_;
-  int busPid_ = 0;
-  pid_t mockPid_ = 0;
-  GDBusConnection* bus_ = nullptr;
+  testing::PrivateBus bus_;
 };
 
 std::string signalCode(const char* status, bool done) {
