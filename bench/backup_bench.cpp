@@ -30,6 +30,7 @@
 #include "backup/mood_csv_export.h"
 #include "backup/mood_dropbox_helper.h"
 #include "backup/mood_json_util.h"
+#include "bench_journal.h"
 #include "objectgraph/managed_object_context.h"
 #include "platform/atomic_file.h"
 #include "platform/image.h"
@@ -92,7 +93,6 @@ void archiveBench(const fs::path& dir) {
   fs::create_directories(library / "imageStore");
   auto defaults = std::make_shared<UserDefaults>(std::make_shared<InMemoryUserDefaultsStorage>());
   JournalStore store({library, home / "Documents"}, defaults);
-  std::mt19937 random(7);
   std::uint64_t photoBytes = 0;
   std::vector<std::string> photos;
   for (unsigned i = 0; i < 200; ++i) {
@@ -103,27 +103,19 @@ void archiveBench(const fs::path& dir) {
     if (writeFileAtomically(library / "imageStore" / name, bytes)) std::exit(1);
     photos.push_back(name);
   }
-  const char* words[] = {"walk", "sleep", "work", "coffee", "friends", "rain", "run", "read"};
-  for (int i = 0; i < 10000; ++i) {
-    auto record = store.insertRecordWithDescription();
-    record->setMoodLevel(1 + static_cast<long>(random() % 10));
-    record->setDate(Date::fromTimeIntervalSince1970(1700000000.0 + i * 3600.0 + (random() % 1000)));
-    std::string comment = "A day with some text about it, #" + std::string(words[random() % 8]) + " and #" +
-                          words[random() % 8] + ":" + std::to_string(random() % 10) + "h";
-    record->moodDescription()->setComment(comment);
-    if (i % 50 == 0) record->moodDescription()->setPhotoName(photos[static_cast<std::size_t>(i / 50)]);
-    for (int t = 0; t < 2; ++t) {
-      std::string name = words[random() % 8];
-      auto tag = store.tagNamed(name);
-      if (!tag) {
-        tag = store.managedObjectContext()->insertNewObject<MoodTag>(kMoodTagEntity);
-        tag->setTagName(name);
-      }
-      record->addMoodTagsObject(tag);
-    }
-  }
-  store.saveContext();
-  if (store.lastSaveError()) std::exit(1);
+  bench::JournalSeed seed;
+  seed.count = 10000;
+  seed.newest = Date::fromTimeIntervalSince1970(1700000000.0 + (seed.count - 1) * 3600.0);
+  seed.jitterSeconds = 1000;
+  seed.comment = [](long, std::mt19937& random) {
+    return "A day with some text about it, and a number #sleep:" + std::to_string(random() % 10) + "h";
+  };
+  seed.tagNames = {"walk", "sleep", "work", "coffee", "friends", "rain", "run", "read"};
+  seed.tagsPerRecord = 2;
+  seed.decorate = [&photos](long i, MoodDescription& description, std::mt19937&) {
+    if (i % 50 == 0) description.setPhotoName(photos[static_cast<std::size_t>(i / 50)]);
+  };
+  if (!bench::seedJournal(store, seed)) std::exit(1);
 
   BackupEnvironment environment;
   environment.library = library;

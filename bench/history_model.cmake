@@ -4,5 +4,5 @@
 # against reading the same records' level and time directly.
 if(TARGET lumeo-gui-lib)
   add_executable(history_model_bench ${CMAKE_CURRENT_LIST_DIR}/history_model_bench.cpp)
-  target_link_libraries(history_model_bench PRIVATE lumeo-gui-lib benchmark::benchmark)
+  target_link_libraries(history_model_bench PRIVATE lumeo-gui-lib lumeo-bench-journal benchmark::benchmark)
 endif()

@@ -13,11 +13,13 @@
 #include <unistd.h>
 
 #include <QAbstractItemModel>
+#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <random>
 
+#include "bench_journal.h"
 #include "browse/mood_history_view_controller.h"
 #include "history_controller.h"
 #include "history_model.h"
@@ -60,20 +62,14 @@ Journal& journal(long count) {
   std::filesystem::create_directories(library);
   slot->defaults = std::make_shared<UserDefaults>(std::make_shared<InMemoryUserDefaultsStorage>());
   slot->store = std::make_unique<JournalStore>(JournalStore::Locations{library, library}, slot->defaults);
-  JournalStore& store = *slot->store;
-  std::mt19937 random(7);
-  const Date now = Date::now();
-  const double step = 2 * 365 * 86400.0 / static_cast<double>(count);
-  for (long i = 0; i < count; ++i) {
-    auto record = store.insertRecordWithDescription();
-    record->setMoodLevel(1 + static_cast<long>(random() % 10));
-    record->setDate(now.dateByAddingTimeInterval(-step * static_cast<double>(i) - random() % 600));
-    record->moodDescription()->setComment("A walk by the river with #friends, entry " + std::to_string(i));
-    if ((i + 1) % 5000 == 0 || i + 1 == count) {
-      store.saveContext();
-      store.managedObjectContext()->reset();
-    }
-  }
+  bench::JournalSeed seed;
+  seed.count = count;
+  seed.spacingSeconds = 2 * 365 * 86400.0 / static_cast<double>(count);
+  seed.jitterSeconds = 600;
+  seed.comment = [](long i, std::mt19937&) {
+    return "A walk by the river with #friends, entry " + std::to_string(i);
+  };
+  if (!bench::seedJournal(*slot->store, seed)) std::exit(1);
   return *slot;
 }
 

@@ -27,6 +27,7 @@
 #include <random>
 #include <vector>
 
+#include "bench_journal.h"
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "map_viewport.h"
@@ -52,24 +53,19 @@ int seed(const char* home, long count) {
   if (!dirs.create()) return 1;
   auto defaults = std::make_shared<UserDefaults>(std::make_shared<InMemoryUserDefaultsStorage>());
   JournalStore store({dirs.library, dirs.documents}, defaults);
-  std::mt19937 random(7);
-  std::normal_distribution<double> spread(0.0, 1.0);
   // Records where people live: a few cities, spread around each.
-  const double cities[][2] = {{52.52, 13.40}, {48.21, 16.37}, {47.07, 15.44}, {48.86, 2.35}, {51.51, -0.13}};
-  Date now = Date::now();
-  for (long i = 0; i < count; ++i) {
-    auto record = store.insertRecordWithDescription();
-    record->setMoodLevel(1 + static_cast<long>(random() % 10));
-    record->setDate(now.dateByAddingTimeInterval(-3600.0 * 7 * static_cast<double>(i)));
+  static const double cities[][2] = {
+      {52.52, 13.40}, {48.21, 16.37}, {47.07, 15.44}, {48.86, 2.35}, {51.51, -0.13}};
+  bench::JournalSeed seed;
+  seed.count = count;
+  seed.spacingSeconds = 7 * 3600.0;
+  seed.decorate = [](long, MoodDescription& description, std::mt19937& random) {
+    std::normal_distribution<double> spread(0.0, 1.0);
     const auto& city = cities[random() % 5];
-    record->moodDescription()->setLatitude(city[0] + 0.05 * spread(random));
-    record->moodDescription()->setLongitude(city[1] + 0.08 * spread(random));
-    if ((i + 1) % 5000 == 0 || i + 1 == count) {
-      store.saveContext();
-      if (store.lastSaveError()) return 1;
-      store.managedObjectContext()->reset();
-    }
-  }
+    description.setLatitude(city[0] + 0.05 * spread(random));
+    description.setLongitude(city[1] + 0.08 * spread(random));
+  };
+  if (!bench::seedJournal(store, seed)) return 1;
   return 0;
 }
 

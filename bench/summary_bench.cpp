@@ -9,12 +9,14 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <random>
 #include <string>
 
+#include "bench_journal.h"
 #include "insight/mood_summary_total_view_controller.h"
 #include "objectgraph/managed_object_context.h"
 #include "platform/user_defaults.h"
@@ -54,20 +56,13 @@ Journal& journal(long count) {
   slot->defaults = std::make_shared<UserDefaults>(std::make_shared<InMemoryUserDefaultsStorage>());
   slot->store =
       std::make_unique<JournalStore>(JournalStore::Locations{slot->library, slot->library}, slot->defaults);
-  JournalStore& store = *slot->store;
-  std::mt19937 random(5);
-  const Date now = Date::now();
-  const double step = 2 * 365 * 86400.0 / static_cast<double>(count);
-  for (long i = 0; i < count; ++i) {
-    auto record = store.insertRecordWithDescription();
-    record->setMoodLevel(1 + static_cast<long>(random() % 10));
-    record->setDate(now.dateByAddingTimeInterval(-step * static_cast<double>(i) - random() % 600));
-    record->moodDescription()->setComment("Entry " + std::to_string(i));
-    if ((i + 1) % 5000 == 0 || i + 1 == count) {
-      store.saveContext();
-      store.managedObjectContext()->reset();
-    }
-  }
+  bench::JournalSeed seed;
+  seed.count = count;
+  seed.seed = 5;
+  seed.spacingSeconds = 2 * 365 * 86400.0 / static_cast<double>(count);
+  seed.jitterSeconds = 600;
+  seed.comment = [](long i, std::mt19937&) { return "Entry " + std::to_string(i); };
+  if (!bench::seedJournal(*slot->store, seed)) std::exit(1);
   return *slot;
 }
 
