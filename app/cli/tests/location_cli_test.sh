@@ -7,11 +7,9 @@ set -u
 lumeo=$1
 source_dir=$(cd "$(dirname "$0")/../../.." && pwd)
 home=$(mktemp -d)
-bus_pid=
-mock_pid=
+source "$source_dir/src/testing/private_bus.sh"
 cleanup() {
-  [ -n "$mock_pid" ] && kill "$mock_pid" 2>/dev/null && wait "$mock_pid" 2>/dev/null
-  [ -n "$bus_pid" ] && kill "$bus_pid" 2>/dev/null
+  private_bus_stop
   rm -rf "$home"
 }
 trap cleanup EXIT
@@ -21,20 +19,11 @@ source "$(dirname "$0")/checks.sh"
 L() { "$lumeo" --home "$home" "$@"; }
 store="$home/Library/Model.sqlite"
 
-read -r address bus_pid < <(dbus-daemon --config-file="$source_dir/src/testing/private_bus.conf" \
-  --print-address=1 --print-pid=1 --fork | tr '\n' ' ')
-export DBUS_SYSTEM_BUS_ADDRESS=$address
+private_bus_start || { echo "FAIL no dbus-daemon"; exit 1; }
 
 geoclue() {  # geoclue PARAMETERS: (re)starts the fake with the template's parameters
-  if [ -n "$mock_pid" ]; then kill "$mock_pid"; wait "$mock_pid" 2>/dev/null; mock_pid=; fi
-  /usr/bin/python3 -m dbusmock --system --template "$source_dir/testdata/map/geoclue2_mock.py" -p "$1" >/dev/null 2>&1 &
-  mock_pid=$!
-  for _ in $(seq 1 200); do
-    gdbus call --address "$address" --dest org.freedesktop.DBus --object-path /org/freedesktop/DBus \
-      --method org.freedesktop.DBus.NameHasOwner org.freedesktop.GeoClue2 2>/dev/null | grep -q true && return
-    sleep 0.05
-  done
-  echo "FAIL the fake GeoClue did not start"; fail=1
+  private_bus_mock org.freedesktop.GeoClue2 --template "$source_dir/testdata/map/geoclue2_mock.py" -p "$1" ||
+    { echo "FAIL the fake GeoClue did not start"; fail=1; }
 }
 records() { sqlite3 "$store" "SELECT count(*) FROM MoodRecord" 2>/dev/null || echo 0; }
 
