@@ -76,12 +76,29 @@ std::string commandPath(CliApp& app) {
 // other command writes and holds the lock for its whole run, so that its
 // reads and writes see nobody else's in between; it takes milliseconds.
 bool commandOnlyReads(CliApp& app) {
-  static const std::set<std::string> kReaders = {
-      "list",          "show",          "history",       "calendar",       "photos",
-      "tags",          "values",        "summary",       "graph",          "complete",
-      "map",           "template show", "levels show",   "export csv",     "export pdf",
-      "export photos", "backup create", "backup verify", "reminders list", "reminders pending",
-      "lock status",   "sync status",   "place search",  "place reverse",  "reminders sounds"};
+  static const std::set<std::string> kReaders = {"list",
+                                                 "show",
+                                                 "history",
+                                                 "calendar",
+                                                 "photos",
+                                                 "tags",
+                                                 "values",
+                                                 "summary",
+                                                 "graph",
+                                                 "complete",
+                                                 "map",
+                                                 "template show",
+                                                 "levels show",
+                                                 "export csv",
+                                                 "export pdf",
+                                                 "export photos",
+                                                 "backup create",
+                                                 "backup verify",
+                                                 "reminders sounds",
+                                                 "lock status",
+                                                 "sync status",
+                                                 "place search",
+                                                 "place reverse"};
   return kReaders.count(commandPath(app)) > 0;
 }
 
