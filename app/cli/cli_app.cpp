@@ -191,6 +191,14 @@ void CliApp::runStartHooks() {
   for (auto& hook : startHooks_) hook(*this);
 }
 
+void CliApp::runOpenHooks() {
+  for (auto& hook : openHooks_) hook(*this);
+}
+
+void CliApp::runCloseHooks() {
+  for (auto& hook : closeHooks_) hook(*this);
+}
+
 int CliApp::run(int argc, char** argv) {
   // The hidden generators of the completion scripts and the manual page;
   // the build runs them. They stand alone on the command line, need no

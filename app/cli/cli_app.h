@@ -59,6 +59,16 @@ class CliApp {
   void addStartHook(std::function<void(CliApp&)> hook) { startHooks_.push_back(std::move(hook)); }
   void addStopHook(std::function<void(CliApp&)> hook) { stopHooks_.push_back(std::move(hook)); }
   void runStartHooks();
+  // Open hooks run each time the journal session opens (once launched),
+  // close hooks each time it closes (at the command's end and at every
+  // closeJournalSession), after its final save and before its writer lock
+  // goes: what a command keeps open beside the journal (the sync event log)
+  // lives as long as the session, and its last writes happen while no other
+  // writer can start. Both run in the order they were added.
+  void addOpenHook(std::function<void(CliApp&)> hook) { openHooks_.push_back(std::move(hook)); }
+  void addCloseHook(std::function<void(CliApp&)> hook) { closeHooks_.push_back(std::move(hook)); }
+  void runOpenHooks();
+  void runCloseHooks();
   bool startHooksRan() const { return started_; }
 
  private:
@@ -67,6 +77,8 @@ class CliApp {
   std::optional<std::filesystem::path> home_;
   std::vector<std::function<void(CliApp&)>> startHooks_;
   std::vector<std::function<void(CliApp&)>> stopHooks_;
+  std::vector<std::function<void(CliApp&)>> openHooks_;
+  std::vector<std::function<void(CliApp&)>> closeHooks_;
   bool started_ = false;
 };
 

@@ -151,26 +151,35 @@ void launch(CliApp& app) {
                        error->description);
   }
   sessionSlot() = std::move(delegate);
+  app.runOpenHooks();
   if (!writes) sessionLock().reset();
 }
 
-void terminate(CliApp&) {
-  if (auto& app = sessionSlot()) {
-    // A reading command saves nothing; should its context hold changes all
-    // the same, they are saved under the lock like any other write.
-    auto context = app->managedObjectContext();
-    if (!sessionLock() && context && context->hasChanges()) {
-      try {
-        takeSessionLock(DataDirectories::current());
-      } catch (const CommandError& error) {
-        LUMEO_LOG_ERROR("Changes left unsaved: %@", std::string(error.what()));
-        context->rollback();
-      }
+void terminate(CliApp& cli) {
+  // The lock goes last, also when a step before it failed.
+  struct ReleaseLockLast {
+    ~ReleaseLockLast() { sessionLock().reset(); }
+  } releaseLockLast;
+  auto& app = sessionSlot();
+  if (!app) return;
+  // A reading command saves nothing; should its context hold changes all
+  // the same, they are saved under the lock like any other write.
+  auto context = app->managedObjectContext();
+  if (!sessionLock() && context && context->hasChanges()) {
+    try {
+      takeSessionLock(DataDirectories::current());
+    } catch (const CommandError& error) {
+      LUMEO_LOG_ERROR("Changes left unsaved: %@", std::string(error.what()));
+      context->rollback();
     }
-    app->applicationWillTerminate();
-    sessionSlot().reset();
   }
-  sessionLock().reset();
+  app->applicationWillTerminate();
+  app.reset();
+  // Then what the session keeps beside the journal (the sync event log of
+  // its saves) is written and closed, still under the lock: a writer that
+  // starts once the lock is free finds all of it on disk, and nothing of
+  // ours comes after.
+  cli.runCloseHooks();
 }
 
 // --- Dates ----------------------------------------------------------------
@@ -533,6 +542,10 @@ MoodAppDelegate& journalSession(CliApp& app) {
 
 void closeJournalSession(CliApp& app) {
   terminate(app);
+}
+
+void holdJournalLock() {
+  takeSessionLock(DataDirectories::current());
 }
 
 std::size_t fillDemoJournal(JournalStore& store, int days, std::uint32_t seed) {

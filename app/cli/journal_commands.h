@@ -28,6 +28,11 @@ MoodAppDelegate& journalSession(CliApp& app);
 // serve`) holds the journal only while it works on it, so that other
 // commands can write in between.
 void closeJournalSession(CliApp& app);
+// Takes the journal's writer lock for the rest of the session, if this
+// process does not hold it yet: for a close hook (CliApp::addCloseHook)
+// that finds it has something to write at the end of a reading command.
+// Throws CommandError when another writer keeps the journal busy.
+void holdJournalLock();
 
 // Pieces of the commands' plain-text output, shared by every command file:
 // a date in ISO 8601 with its offset, a record's number, and one line of a

@@ -70,7 +70,8 @@ SyncSession& syncSession() {
   return *slot;
 }
 
-// Start hook: once this device syncs, saves of every command become events.
+// Open hook: once this device syncs, the saves of every journal session
+// become events.
 void startCapture(CliApp&) {
   DataDirectories dirs = DataDirectories::current();
   std::error_code ec;
@@ -78,13 +79,26 @@ void startCapture(CliApp&) {
   syncSession();
 }
 
-// Stop hook: the events of the command's saves are written before it ends.
+// Close hook: the events of the session's saves are on disk, and the event
+// log is closed, before the writer lock goes, so that the next writer (a
+// `sync now` in another process) finds each of them whole and nothing of
+// this process writes after it. The monitor writes the events on the event
+// store's own queue; waiting for that queue lets them finish, and a flush
+// saves whatever they left unsaved. A session that saved nothing queued
+// nothing and writes nothing here.
 void stopCapture(CliApp&) {
   auto& slot = sessionSlot();
   if (!slot) return;
-  if (slot->eventStore->containsEventData()) LUMEO_DROP_ERROR(slot->eventStore->flush());
   slot->monitor->stopMonitoring();
-  slot.reset();
+  std::unique_ptr<SyncSession> session = std::move(slot);
+  if (!session->eventStore->containsEventData()) return;
+  auto context = session->eventStore->managedObjectContext();
+  if (!context) return;
+  bool unsaved = false;
+  context->performBlockAndWait([&] { unsaved = context->hasChanges(); });
+  if (!unsaved) return;
+  holdJournalLock();
+  LUMEO_DROP_ERROR(session->eventStore->flush());
 }
 
 std::shared_ptr<SecretStore> keyring() {
@@ -168,8 +182,8 @@ void runSyncNow(CliApp& cli) {
 }
 
 void registerHooks(CliApp& cli) {
-  cli.addStartHook(startCapture);
-  cli.addStopHook(stopCapture);
+  cli.addOpenHook(startCapture);
+  cli.addCloseHook(stopCapture);
 }
 
 void registerCommands(CliApp& cli) {
@@ -178,8 +192,8 @@ void registerCommands(CliApp& cli) {
   now->callback([&cli] { runSyncNow(cli); });
 }
 
-// The capture hooks run right after the journal opens (the journal's own
-// hooks register at 10); the command itself sits with the other sync verbs.
+// The capture hooks register right after the journal's own (at 10); the
+// command itself sits with the other sync verbs.
 const CommandRegistration kSyncCaptureHooks(11, registerHooks);
 const CommandRegistration kSyncNowCommand(71, registerCommands);
 
