@@ -5,12 +5,8 @@
 // the two daylight-saving days of Europe/Berlin in 2024, a six-hour suspend,
 // the action button, the request file rewritten or damaged while the agent
 // waits, and a notification server that goes away and comes back.
-#include <fcntl.h>
 #include <gio/gio.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -22,6 +18,7 @@
 #include "platform/log.h"
 #include "reminders/mood_reminder_scheduler.h"
 #include "reminders/reminder_test_support.h"
+#include "testing/private_bus.h"
 #include "testing/scoped_environment.h"
 #include "testing/temp_dir.h"
 
@@ -34,61 +31,32 @@ using testing::wallTime;
 
 // --- A private session bus with the mock notification daemon -----------------
 
-pid_t spawn(std::vector<std::string> argv, int* stdoutFd) {
-  std::vector<char*> args;
-  for (auto& a : argv) args.push_back(a.data());
-  args.push_back(nullptr);
-  GPid pid = 0;
-  GError* error = nullptr;
-  if (!g_spawn_async_with_pipes(nullptr, args.data(), nullptr,
-                                static_cast<GSpawnFlags>(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD),
-                                nullptr, nullptr, &pid, nullptr, stdoutFd, nullptr, &error)) {
-    if (error) g_error_free(error);
-    return -1;
-  }
-  return pid;
-}
+constexpr char kNotifications[] = "org.freedesktop.Notifications";
+constexpr char kNotificationsPath[] = "/org/freedesktop/Notifications";
 
-void stop(pid_t pid) {
-  if (pid <= 0) return;
-  ::kill(pid, SIGTERM);
-  ::waitpid(pid, nullptr, 0);
-}
-
-class PrivateBus {
+// One bus for the whole program: the agent reaches it as the session bus,
+// whose connection GLib keeps once made. The mock daemon starts afresh for
+// every test.
+class NotificationBus {
  public:
-  static PrivateBus& shared() {
-    static PrivateBus bus;
+  static NotificationBus& shared() {
+    static NotificationBus bus;
     return bus;
   }
-  bool ok() const { return !address_.empty(); }
-  const std::string& problem() const { return problem_; }
+  bool ready() const { return bus_.ready(); }
 
   // Starts (or restarts) the mock daemon and waits for its name.
   bool startDaemon() {
     stopDaemon();
-    daemon_ = spawn({"/usr/bin/python3", "-m", "dbusmock", "--template", "notification_daemon"}, nullptr);
-    for (int i = 0; i < 200; ++i) {
-      if (hasServer()) return true;
-      g_usleep(25000);
-    }
-    return false;
+    return bus_.startMock(kNotifications, {"--template", "notification_daemon"});
   }
-  void stopDaemon() {
-    stop(daemon_);
-    daemon_ = -1;
-    for (int i = 0; i < 200 && hasServer(); ++i) g_usleep(10000);
-  }
-  bool hasServer() {
-    return call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameHasOwner",
-                g_variant_new("(s)", "org.freedesktop.Notifications"), true);
-  }
+  void stopDaemon() { bus_.stopMock(kNotifications); }
 
   // Each Notify call so far: its arguments as a variant tuple (owned).
   std::vector<GVariant*> notifyCalls() {
     std::vector<GVariant*> out;
-    GVariant* reply = raw("org.freedesktop.DBus.Mock", "GetCalls", nullptr);
-    if (!reply) return out;
+    GVariant* reply = nullptr;
+    if (!bus_.mock(kNotifications, kNotificationsPath, "GetCalls", nullptr, &reply)) return out;
     GVariantIter* iter = nullptr;
     g_variant_get(reply, "(a(tsav))", &iter);
     guint64 stamp = 0;
@@ -108,77 +76,22 @@ class PrivateBus {
     g_variant_unref(reply);
     return out;
   }
-  void clearCalls() {
-    if (GVariant* r = raw("org.freedesktop.DBus.Mock", "ClearCalls", nullptr)) g_variant_unref(r);
-  }
+  void clearCalls() { bus_.mock(kNotifications, kNotificationsPath, "ClearCalls", nullptr); }
   void emitAction(std::uint32_t id, const std::string& key) {
     GVariantBuilder args;
     g_variant_builder_init(&args, G_VARIANT_TYPE("av"));
     g_variant_builder_add(&args, "v", g_variant_new_uint32(id));
     g_variant_builder_add(&args, "v", g_variant_new_string(key.c_str()));
-    GVariant* r =
-        raw("org.freedesktop.DBus.Mock", "EmitSignal",
-            g_variant_new("(sssav)", "org.freedesktop.Notifications", "ActionInvoked", "us", &args));
-    if (r) g_variant_unref(r);
+    bus_.mock(kNotifications, kNotificationsPath, "EmitSignal",
+              g_variant_new("(sssav)", kNotifications, "ActionInvoked", "us", &args));
   }
 
  private:
-  PrivateBus() {
-    if (::access("/usr/bin/python3", X_OK) != 0 ||
-        std::system("/usr/bin/python3 -c 'import dbusmock' >/dev/null 2>&1") != 0) {
-      problem_ = "python3-dbusmock is not installed (scripts/setup installs it)";
-      return;
-    }
-    int out = -1;
-    bus_ = spawn(
-        {"dbus-daemon", "--config-file=/usr/share/dbus-1/session.conf", "--nofork", "--print-address=1"},
-        &out);
-    if (bus_ <= 0) {
-      problem_ = "cannot start dbus-daemon";
-      return;
-    }
-    std::string line;
-    char c = 0;
-    while (::read(out, &c, 1) == 1 && c != '\n') line += c;
-    ::close(out);
-    if (line.empty()) {
-      problem_ = "dbus-daemon printed no address";
-      return;
-    }
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", line.c_str(), 1);
-    address_ = line;
-    std::atexit([] { shared().shutdown(); });
-  }
-  void shutdown() {
-    stop(daemon_);
-    stop(bus_);
-  }
-  GVariant* raw(const char* interface, const char* method, GVariant* args) {
-    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
-    if (!bus) return nullptr;
-    GVariant* reply = g_dbus_connection_call_sync(bus, "org.freedesktop.Notifications",
-                                                  "/org/freedesktop/Notifications", interface, method, args,
-                                                  nullptr, G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
-    g_object_unref(bus);
-    return reply;
-  }
-  bool call(const char* name, const char* path, const char* interface, const char* method, GVariant* args,
-            bool) {
-    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
-    if (!bus) return false;
-    GVariant* reply =
-        g_dbus_connection_call_sync(bus, name, path, interface, method, args, G_VARIANT_TYPE("(b)"),
-                                    G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
-    g_object_unref(bus);
-    if (!reply) return false;
-    gboolean value = FALSE;
-    g_variant_get(reply, "(b)", &value);
-    g_variant_unref(reply);
-    return value;
+  NotificationBus() {
+    if (bus_.ready()) ::setenv("DBUS_SESSION_BUS_ADDRESS", bus_.address().c_str(), 1);
   }
 
-  std::string address_, problem_;
-  pid_t bus_ = -1, daemon_ = -1;
+  testing::PrivateBus bus_;
 };
 
 // What the daemon was shown: body and the sound hint of each notification.
@@ -189,7 +102,7 @@ struct Shown {
   bool missed = false;
 };
 
-std::vector<Shown> shown(PrivateBus& bus) {
+std::vector<Shown> shown(NotificationBus& bus) {
   std::vector<Shown> out;
   for (GVariant* call : bus.notifyCalls()) {
     Shown s;
@@ -220,7 +133,7 @@ std::vector<Shown> shown(PrivateBus& bus) {
 class ReminderAgentTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!PrivateBus::shared().ok()) GTEST_SKIP() << PrivateBus::shared().problem();
+    ASSERT_TRUE(bus().ready()) << "no dbus-daemon";
     ASSERT_TRUE(bus().startDaemon()) << "the mock notification daemon did not start";
     bus().clearCalls();
   }
@@ -229,7 +142,7 @@ class ReminderAgentTest : public ::testing::Test {
     while (g_main_context_iteration(nullptr, FALSE)) {
     }
   }
-  static PrivateBus& bus() { return PrivateBus::shared(); }
+  static NotificationBus& bus() { return NotificationBus::shared(); }
 
   static Value fixed(int hour, int minute, const std::string& text = "", const std::string& templ = "") {
     Value::Dictionary d{{"on", true},

@@ -32,7 +32,7 @@ PrivateBus::PrivateBus() {
 
 PrivateBus::~PrivateBus() {
   if (connection_) g_object_unref(connection_);
-  for (pid_t mock : mocks_) {
+  for (const auto& [name, mock] : mocks_) {
     kill(mock, SIGTERM);
     waitpid(mock, nullptr, 0);
   }
@@ -56,13 +56,30 @@ bool PrivateBus::startMock(const std::string& name, const std::vector<std::strin
     _exit(127);
   }
   if (pid < 0) return false;
-  mocks_.push_back(pid);
+  mocks_.emplace_back(name, pid);
   for (int i = 0; i < 400; ++i) {
     if (nameOwned(name)) return true;
     if (waitpid(pid, nullptr, WNOHANG) == pid) {  // it gave up (no dbusmock, a bad template)
       mocks_.pop_back();
       return false;
     }
+    std::this_thread::sleep_for(std::chrono::milliseconds(25));
+  }
+  return false;
+}
+
+bool PrivateBus::stopMock(const std::string& name) {
+  for (auto it = mocks_.begin(); it != mocks_.end();) {
+    if (it->first == name) {
+      kill(it->second, SIGTERM);
+      waitpid(it->second, nullptr, 0);
+      it = mocks_.erase(it);
+    } else {
+      ++it;
+    }
+  }
+  for (int i = 0; i < 200; ++i) {
+    if (!nameOwned(name)) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(25));
   }
   return false;

@@ -9,6 +9,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace lumeo::testing {
@@ -29,6 +30,10 @@ class PrivateBus {
   // mock sees it as the system bus) and waits up to ten seconds for it to
   // own `name`. A template is "--template FILE" among the arguments.
   bool startMock(const std::string& name, const std::vector<std::string>& arguments);
+  // Stops the mock started for `name` and waits up to five seconds for the
+  // name to leave the bus: a service that goes away in the middle of a
+  // test. True when the name is gone.
+  bool stopMock(const std::string& name);
   // True when the bus knows an owner of `name`.
   bool nameOwned(const std::string& name) const;
 
@@ -45,7 +50,7 @@ class PrivateBus {
  private:
   std::string address_;
   pid_t daemon_ = -1;
-  std::vector<pid_t> mocks_;
+  std::vector<std::pair<std::string, pid_t>> mocks_;  // the name each was started for
   GDBusConnection* connection_ = nullptr;
 };
 
