@@ -18,11 +18,20 @@ GalleryModel::GalleryModel(std::shared_ptr<MoodGalleryViewController> gallery, Q
   QQmlEngine::setObjectOwnership(this, QQmlEngine::CppOwnership);
   comment_ = new TaggedTextLayout(this);
   comment_->setDark(true);  // the panel lies over the photo, dark
+  gallery_->setRecordsChangeHandlers([this] { beginResetModel(); },
+                                     [this] {
+                                       endResetModel();
+                                       shownIndex_ = -1;
+                                       refresh();
+                                       Q_EMIT recordsChanged();
+                                     });
   gallery_->scrollToCurrentRecord();
   refresh();
 }
 
-GalleryModel::~GalleryModel() = default;
+GalleryModel::~GalleryModel() {
+  gallery_->setRecordsChangeHandlers({}, {});
+}
 
 int GalleryModel::rowCount(const QModelIndex& parent) const {
   return parent.isValid() ? 0 : static_cast<int>(gallery_->moodRecords().size());

@@ -3,7 +3,11 @@
 // reports its offset; the controller decides the current page, keeps only
 // the pages near it alive and hands the selection back to the list that
 // opened it when scrolling stops. The bottom panel (comment as tagged
-// text, date, title, "Back") comes from the controller.
+// text, date, title, "Back") comes from the controller. When the journal
+// changes (a save, or another program's write read again) the controller
+// fetches its list again and the model is reset: a deleted photo leaves,
+// an added one joins, and the page stays on the same record or its
+// neighbour.
 #pragma once
 
 #include <QAbstractListModel>
@@ -20,7 +24,7 @@ class TaggedTextLayout;
 
 class GalleryModel : public QAbstractListModel {
   Q_OBJECT
-  Q_PROPERTY(int count READ count CONSTANT)
+  Q_PROPERTY(int count READ count NOTIFY recordsChanged)
   Q_PROPERTY(int currentIndex READ currentIndex NOTIFY currentChanged)
   Q_PROPERTY(double contentOffset READ contentOffset NOTIFY currentChanged)
   Q_PROPERTY(QString title READ title NOTIFY currentChanged)
@@ -29,7 +33,7 @@ class GalleryModel : public QAbstractListModel {
   Q_PROPERTY(bool edited READ edited NOTIFY currentChanged)
   Q_PROPERTY(QObject* comment READ comment CONSTANT)
   Q_PROPERTY(bool panelHidden READ panelHidden NOTIFY panelChanged)
-  Q_PROPERTY(bool scrollEnabled READ scrollEnabled CONSTANT)
+  Q_PROPERTY(bool scrollEnabled READ scrollEnabled NOTIFY recordsChanged)
 
  public:
   enum Role { PhotoRole = Qt::UserRole + 1, ReadyRole, AliveRole };
@@ -65,6 +69,8 @@ class GalleryModel : public QAbstractListModel {
  Q_SIGNALS:
   void currentChanged();
   void panelChanged();
+  // The list was fetched again: the pages stand at currentIndex anew.
+  void recordsChanged();
 
  private:
   void refresh();

@@ -67,6 +67,10 @@ struct SummaryController::Bridge : MoodSummaryTotalViewDelegate,
     gallery = controller;
     controller->setMoodRecords(records);
     controller->setCurrentRecord(index);
+    // After a change of the journal: that side's photos, fetched again.
+    controller->setRecordsSource([store = &owner->store_, positive = !gallerySide->negativeFilter()]() {
+      return std::optional<std::vector<std::shared_ptr<MoodRecord>>>(store->recordsWithPhoto(positive));
+    });
     controller->setDelegate(std::shared_ptr<MoodGalleryViewControllerDelegate>(owner->bridge_, this));
     auto* model = new GalleryModel(controller, owner);
     owner->pending_ = model;

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "browse/browse_text.h"
+#include "objectgraph/managed_object_context.h"
 #include "platform/date_formatter.h"
 #include "store/mood_description.h"
 #include "store/mood_record.h"
@@ -15,7 +16,7 @@ namespace lumeo {
 MoodGalleryViewController::MoodGalleryViewController()
     : MoodViewController("MoodGalleryViewController"),
       modelChanged_(NotificationCenter::defaultCenter(), MoodModelHasChangedNotification, nullptr,
-                    [this](const Notification&) { scrollToCurrentRecord(); }) {}
+                    [this](const Notification&) { reloadMoodRecords(); }) {}
 
 MoodGalleryViewController::~MoodGalleryViewController() = default;
 
@@ -23,6 +24,43 @@ void MoodGalleryViewController::setMoodRecords(std::vector<std::shared_ptr<MoodR
   moodRecords_ = std::move(records);
   pageViews_.clear();
   setCurrentRecord(currentRecord_);
+}
+
+bool MoodGalleryViewController::showsPhoto(const std::shared_ptr<MoodRecord>& record) {
+  if (!record || record->isDeleted()) return false;
+  ManagedObjectContext* context = record->managedObjectContext();
+  // A record another program deleted is a fault whose row is gone.
+  if (!context || !context->existingObjectWithID(record->objectID())) return false;
+  auto description = record->moodDescription();
+  return description && !description->photoName().value_or("").empty();
+}
+
+void MoodGalleryViewController::reloadMoodRecords() {
+  std::optional<std::vector<std::shared_ptr<MoodRecord>>> fetched;
+  if (source_) fetched = source_();
+  std::vector<std::shared_ptr<MoodRecord>> fresh = fetched ? std::move(*fetched) : moodRecords_;
+  std::erase_if(fresh, [](const auto& record) { return !showsPhoto(record); });
+  if (fresh == moodRecords_) {
+    scrollToCurrentRecord();
+    return;
+  }
+  auto indexIn = [&fresh](const std::shared_ptr<MoodRecord>& record) -> long {
+    auto it = std::find(fresh.begin(), fresh.end(), record);
+    return it == fresh.end() ? -1 : static_cast<long>(it - fresh.begin());
+  };
+  // The record shown, else the first one after it that stayed, else the
+  // last one before it.
+  long next = -1;
+  const long count = static_cast<long>(moodRecords_.size());
+  for (long i = currentRecord_; next < 0 && i < count; ++i) next = indexIn(moodRecords_[i]);
+  for (long i = std::min(currentRecord_, count) - 1; next < 0 && i >= 0; --i) next = indexIn(moodRecords_[i]);
+  if (willChange_) willChange_();
+  moodRecords_ = std::move(fresh);
+  pageViews_.clear();
+  const long size = static_cast<long>(moodRecords_.size());
+  currentRecord_ = size == 0 ? 0 : std::clamp(next < 0 ? currentRecord_ : next, 0L, size - 1);
+  scrollToCurrentRecord();
+  if (didChange_) didChange_();
 }
 
 void MoodGalleryViewController::setCurrentRecord(long index) {

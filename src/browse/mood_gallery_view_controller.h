@@ -4,6 +4,7 @@
 // selection handed back to the list beneath when scrolling stops.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -51,6 +52,24 @@ class MoodGalleryViewController : public MoodViewController {
 
   void setMoodRecords(std::vector<std::shared_ptr<MoodRecord>> records);
   const std::vector<std::shared_ptr<MoodRecord>>& moodRecords() const { return moodRecords_; }
+  // Where the records come from when the journal changed (a save here, or
+  // another program's write read again): the list that opened the gallery,
+  // fetched again. Without a source, or when it answers nothing, the
+  // gallery keeps those of its own records that are still there.
+  using RecordsSource = std::function<std::optional<std::vector<std::shared_ptr<MoodRecord>>>()>;
+  void setRecordsSource(RecordsSource source) { source_ = std::move(source); }
+  // Told around a change of the list, so a front end can rebuild its pages.
+  void setRecordsChangeHandlers(std::function<void()> willChange, std::function<void()> didChange) {
+    willChange_ = std::move(willChange);
+    didChange_ = std::move(didChange);
+  }
+  // After a change of the journal: records that are gone or have lost their
+  // photo leave, new ones with a photo join, and the gallery stays on the
+  // record it showed, or on its neighbour (the next one, else the one
+  // before) when that one went. Always scrolls back to the current record.
+  void reloadMoodRecords();
+  // Whether a record is still in the journal with a photo to page to.
+  static bool showsPhoto(const std::shared_ptr<MoodRecord>& record);
   // Clamped into the list.
   void setCurrentRecord(long index);
   long currentRecord() const { return currentRecord_; }
@@ -100,6 +119,9 @@ class MoodGalleryViewController : public MoodViewController {
   long pageViewsMade_ = 0;
   MoodGalleryPanel panel_;
   bool bottomHidden_ = false;
+  RecordsSource source_;
+  std::function<void()> willChange_;
+  std::function<void()> didChange_;
   ScopedObserver modelChanged_;
 };
 

@@ -8,7 +8,11 @@
 
 #include "browse/browse_test_support.h"
 #include "browse/carousel_photo_view.h"
+#include "objectgraph/managed_object_context.h"
 #include "platform/notification_center.h"
+#include "store/journal_store.h"
+#include "store/mood_description.h"
+#include "store/mood_record.h"
 #include "store/notification_names.h"
 
 namespace lumeo {
@@ -129,6 +133,107 @@ TEST_F(GalleryTest, APhotoStillOnItsWayShowsTheIndicatorUntilSyncSavesIt) {
   EXPECT_FALSE(page->isIndicatorAnimating());
   ASSERT_TRUE(page->image().has_value());
   EXPECT_EQ(page->image()->width(), 64);
+}
+
+// Another program (a second connection to the same file) deletes and adds
+// records while the gallery is open; the window reads the journal again and
+// says the model changed, as the desktop app does.
+TEST_F(GalleryTest, FollowsDeletionsAndAdditionsOfTheJournal) {
+  auto records = addPhotos(4);
+  auto noPhoto = add(5, at(2026, 11, 10, 12), "words only");
+  int changes = 0;
+  auto source = [this]() -> std::optional<std::vector<std::shared_ptr<MoodRecord>>> {
+    return store_->recordsSortedByDate();
+  };
+  auto gallery = std::make_shared<MoodGalleryViewController>();
+  gallery->setPageWidth(100);
+  gallery->setMoodRecords(records);
+  gallery->setRecordsSource(source);
+  gallery->setRecordsChangeHandlers([&changes] { ++changes; }, [&changes] { ++changes; });
+  gallery->setCurrentRecord(2);
+  auto shown = gallery->selectedMoodRecord();
+  ASSERT_EQ(shown, records[2]);
+
+  auto otherProgram = [this](const std::function<void(JournalStore&)>& write) {
+    JournalStore other({dir_ / "Library", dir_ / "Documents"}, defaults_);
+    write(other);
+    ASSERT_FALSE(other.lastSaveError());
+    auto context = store_->managedObjectContext();
+    for (const auto& object : context->registeredObjects()) context->refreshObject(object, false);
+    NotificationCenter::defaultCenter().post(MoodModelHasChangedNotification);
+  };
+  const auto rowOf = [](const std::shared_ptr<MoodRecord>& r) { return r->objectID().primaryKey(); };
+
+  // A record before the shown one goes: the same photo stays on screen.
+  otherProgram([&](JournalStore& other) {
+    ASSERT_FALSE(other.deleteRecord(other.recordWithRowNumber(rowOf(records[0]))));
+    other.saveContext();
+  });
+  EXPECT_EQ(changes, 2);
+  ASSERT_EQ(gallery->moodRecords().size(), 3u);
+  EXPECT_EQ(gallery->selectedMoodRecord(), shown);
+  EXPECT_EQ(gallery->currentRecord(), 1);
+  EXPECT_EQ(gallery->contentOffset(), 100);
+  EXPECT_EQ(gallery->panel().comment, "photo 2");
+
+  // The shown one goes: its neighbour takes the page, none is left of it.
+  otherProgram([&](JournalStore& other) {
+    ASSERT_FALSE(other.deleteRecord(other.recordWithRowNumber(rowOf(shown))));
+    other.saveContext();
+  });
+  ASSERT_EQ(gallery->moodRecords().size(), 2u);
+  EXPECT_EQ(gallery->selectedMoodRecord(), records[3]);
+  EXPECT_EQ(gallery->panel().comment, "photo 3");
+  EXPECT_EQ(gallery->livePageIndices(), (std::vector<long>{0, 1}));
+  EXPECT_FALSE(gallery->pageViewForIndex(1)->imageName().value_or("").empty());
+
+  // One with a photo joins; the one without stays out; the page stays.
+  otherProgram([&](JournalStore& other) {
+    auto added = other.insertRecordWithDescription();
+    added->setMoodLevel(8);
+    added->setDate(at(2026, 11, 21, 8));
+    added->moodDescription()->setComment(std::string("from the terminal"));
+    added->moodDescription()->setPhotoName(records[1]->moodDescription()->photoName());
+    other.saveContext();
+  });
+  ASSERT_EQ(gallery->moodRecords().size(), 3u);
+  EXPECT_EQ(gallery->selectedMoodRecord(), records[3]);
+  EXPECT_EQ(gallery->moodRecords().back()->moodDescription()->comment(), std::string("from the terminal"));
+  EXPECT_EQ(std::count(gallery->moodRecords().begin(), gallery->moodRecords().end(), noPhoto), 0);
+
+  // The last record shown goes: the one before it is shown; then all go.
+  gallery->setCurrentRecord(2);
+  store_->saveContext();  // nothing changed: the same list, no rebuild
+  EXPECT_EQ(changes, 6);
+  otherProgram([&](JournalStore& other) {
+    ASSERT_FALSE(other.deleteRecord(other.recordWithRowNumber(rowOf(gallery->selectedMoodRecord()))));
+    other.saveContext();
+  });
+  EXPECT_EQ(gallery->selectedMoodRecord(), records[3]);
+  otherProgram([&](JournalStore& other) {
+    for (const auto& record : other.allRecords()) ASSERT_FALSE(other.deleteRecord(record));
+    other.saveContext();
+  });
+  EXPECT_TRUE(gallery->moodRecords().empty());
+  EXPECT_EQ(gallery->selectedMoodRecord(), nullptr);
+  EXPECT_EQ(gallery->panel().comment, "");
+  EXPECT_TRUE(gallery->livePageIndices().empty());
+}
+
+TEST_F(GalleryTest, WithoutASourceKeepsItsOwnRecordsThatRemain) {
+  auto records = addPhotos(3);
+  auto gallery = std::make_shared<MoodGalleryViewController>();
+  gallery->setMoodRecords(records);
+  gallery->setCurrentRecord(1);
+  ASSERT_FALSE(store_->deleteRecord(records[1]));
+  store_->saveContext();
+  ASSERT_EQ(gallery->moodRecords().size(), 2u);
+  EXPECT_EQ(gallery->selectedMoodRecord(), records[2]);
+  // A photo removed from a record takes it out of the gallery too.
+  records[2]->moodDescription()->setPhotoName(std::nullopt);
+  store_->saveContext();
+  ASSERT_EQ(gallery->moodRecords().size(), 1u);
+  EXPECT_EQ(gallery->selectedMoodRecord(), records[0]);
 }
 
 TEST(CarouselPhotoView, FadesWithDistanceFromTheCentre) {

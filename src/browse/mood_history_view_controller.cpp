@@ -267,6 +267,20 @@ std::shared_ptr<MoodGalleryViewController> MoodHistoryViewController::photoTouch
   gallery->setDelegate(std::dynamic_pointer_cast<MoodGalleryViewControllerDelegate>(weak_from_this().lock()));
   gallery->setMoodRecords(withPhotos);
   gallery->setCurrentRecord(current);
+  // After a change of the journal the gallery pages through the photos of
+  // this list as fetched again.
+  std::weak_ptr<Screen> weak = weak_from_this();
+  gallery->setRecordsSource([weak]() -> std::optional<std::vector<std::shared_ptr<MoodRecord>>> {
+    auto self = std::dynamic_pointer_cast<MoodHistoryViewController>(weak.lock());
+    if (!self) return std::nullopt;
+    if (!self->dataUpToDate_) self->reloadMoodRecords(false);
+    std::vector<std::shared_ptr<MoodRecord>> photos;
+    for (const auto& record : self->moodRecords_) {
+      auto description = record->moodDescription();
+      if (description && !description->photoName().value_or("").empty()) photos.push_back(record);
+    }
+    return photos;
+  });
   push(gallery);
   return gallery;
 }

@@ -53,6 +53,12 @@ FocusScope {
         }
         Component.onCompleted: place()
         onWidthChanged: place()
+        // The journal changed and the list was fetched again: back onto the
+        // gallery's page (the same record, or its neighbour).
+        Connections {
+            target: page.gallery
+            function onRecordsChanged() { pages.place() }
+        }
         onContentXChanged: if (ready && moving) page.gallery.scrolled(contentX - originX)
         onMovementEnded: {
             page.gallery.scrolled(contentX - originX)
@@ -83,6 +89,19 @@ FocusScope {
                 onClicked: page.gallery.togglePanel()
             }
         }
+    }
+
+    // Every photo of the list was deleted (in another window or program).
+    Text {
+        objectName: "galleryEmpty"
+        anchors.centerIn: parent
+        width: parent.width - 48
+        visible: page.gallery && page.gallery.count === 0
+        horizontalAlignment: Text.AlignHCenter
+        wrapMode: Text.WordWrap
+        text: L10n.tr("No photos")
+        color: "#d0d0d8"
+        font.pointSize: Theme.fontBase
     }
 
     // The bottom panel.

@@ -20,6 +20,7 @@
 #include "capture/mood_record_edit_view_controller.h"
 #include "capture/mood_template_view_controller.h"
 #include "capture_adapter.h"
+#include "gallery_model.h"
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "gui_test_support.h"
@@ -39,6 +40,7 @@
 #include "store/mood_tag.h"
 #include "store/mood_user_defaults_operator.h"
 #include "summary_controller.h"
+#include "tagged_text_layout.h"
 #include "template_adapter.h"
 
 using namespace lumeo;
@@ -325,6 +327,61 @@ class EditorScreensTests : public QObject {
     summary.appear();
     QCOMPARE(summary.recordCount(), counted);
     QVERIFY(!store.lastSaveError());
+  }
+
+  // The gallery opened from History keeps its own list of photos: a photo
+  // `lumeo delete` took away leaves it (the neighbour shows, no emptied
+  // page stays), one `lumeo add --photo` brought joins it.
+  void anOpenGalleryFollowsRecordsAnotherProcessDeletesOrAdds() {
+    GuiSession& session = fixture_->session();
+    JournalStore& store = session.app().store();
+    QCOMPARE(fixture_->addPhotos(3), 3);
+    fixture_->drain();  // the save lets go of the writer lock
+    HistoryController history(store);
+    history.appear();
+    const int listed = history.count();
+    history.select(listed - 2);  // the second newest, with a photo
+    auto* gallery = qobject_cast<GalleryModel*>(history.openGallery());
+    QVERIFY(gallery);
+    QAbstractItemModelTester tester(gallery, QAbstractItemModelTester::FailureReportingMode::QtTest);
+    QCOMPARE(gallery->count(), 3);
+    QCOMPARE(gallery->currentIndex(), 1);
+    gallery->setPageWidth(400);
+    auto* comment = qobject_cast<TaggedTextLayout*>(gallery->comment());
+    const auto photos = gallery->core().moodRecords();
+    const auto shownRow = photos[1]->objectID().primaryKey();
+    const QString newest = QString::fromStdString(photos[2]->moodDescription()->comment().value_or(""));
+    QSignalSpy rebuilt(gallery, &GalleryModel::recordsChanged);
+
+    QVERIFY(lumeo({"delete", QString::number(shownRow), "--yes"}));
+    QTRY_COMPARE_WITH_TIMEOUT(gallery->count(), 2, 20000);
+    QVERIFY(rebuilt.count() >= 1);
+    QCOMPARE(gallery->currentIndex(), 1);
+    QCOMPARE(gallery->contentOffset(), 400.0);
+    QCOMPARE(comment->text(), newest);
+    for (int i = 0; i < gallery->count(); ++i)
+      QVERIFY(gallery->data(gallery->index(i), GalleryModel::ReadyRole).toBool());
+
+    const QString picture = QDir(fixture_->home()).filePath(QStringLiteral("terminal.png"));
+    QImage image(64, 48, QImage::Format_RGB32);
+    image.fill(Qt::darkCyan);
+    QVERIFY(image.save(picture));
+    QVERIFY(lumeo({"add", "8", "--comment", "A photo from a terminal", "--photo", picture}));
+    QTRY_COMPARE_WITH_TIMEOUT(gallery->count(), 3, 20000);
+    QCOMPARE(gallery->currentIndex(), 1);  // still on the same photo
+    QCOMPARE(comment->text(), newest);
+    QVERIFY(gallery->data(gallery->index(2), GalleryModel::ReadyRole).toBool());
+    gallery->scrolled(800);
+    QCOMPARE(comment->text(), QStringLiteral("A photo from a terminal"));
+
+    // Every photo gone: the empty gallery, nothing to page to.
+    for (const auto& record : gallery->core().moodRecords())
+      QVERIFY(lumeo({"delete", QString::number(record->objectID().primaryKey()), "--yes"}));
+    QTRY_COMPARE_WITH_TIMEOUT(gallery->count(), 0, 20000);
+    QVERIFY(!gallery->scrollEnabled());
+    QCOMPARE(comment->text(), QString());
+    QVERIFY(!store.lastSaveError());
+    gallery->close();
   }
 
   // A restore from the Backup screen runs under the journal's writer lock,
