@@ -258,6 +258,35 @@ std::set<std::string> SyncCloudManager::aliasesOfLocalEvents(const std::vector<i
   return aliases;
 }
 
+std::optional<SyncCloudManager::LocalBaseline> SyncCloudManager::localBaseline() {
+  std::optional<LocalBaseline> found;
+  auto context = eventStore_->managedObjectContext();
+  if (!context) return found;
+  context->performBlockAndWait([&] {
+    try {
+      if (auto baseline =
+              SyncStoreModificationEvent::fetchMostRecentBaselineStoreModificationEvent(*context)) {
+        found = LocalBaseline{baseline->revisionSet(), baseline->globalCount()};
+      }
+    } catch (const SyncException&) {
+      found.reset();
+    }
+  });
+  return found;
+}
+
+bool SyncCloudManager::LocalBaseline::covers(const SyncEventFile& file) const {
+  if (file.isBaseline()) return false;
+  const SyncRevision* revision =
+      revisions.revisionForPersistentStoreIdentifier(file.persistentStoreIdentifier().value_or(""));
+  return revision && file.revisionNumber() <= revision->revisionNumber();
+}
+
+bool SyncCloudManager::LocalBaseline::covers(const std::string& filename) const {
+  auto file = SyncEventFile::fromFilename(filename);
+  return file && covers(*file);
+}
+
 // --- Fetching ------------------------------------------------------------------------
 
 OptionalError SyncCloudManager::transferRemoteFiles(const std::vector<std::string>& names,
@@ -284,10 +313,23 @@ OptionalError SyncCloudManager::importNewEvents(const std::vector<int>& allowedT
                                                 const std::string& remoteDirectory,
                                                 const std::set<std::string>& snapshot,
                                                 std::size_t& imported) {
+  bool baselineDirectory =
+      std::find(allowedTypes.begin(), allowedTypes.end(), int(kSyncEventTypeBaseline)) != allowedTypes.end();
   std::set<std::string> present = aliasesOfLocalEvents(allowedTypes);
+  // Events the baseline here has absorbed may stay in the cloud for a while
+  // (until the device that rebased removes them, or a sync client passes
+  // the removal on); fetching them would only import them to delete them
+  // again, at every merge.
+  std::optional<LocalBaseline> baseline;
+  if (!baselineDirectory) baseline = localBaseline();
   std::vector<std::string> wanted;
   for (const auto& name : snapshot) {
-    if (!present.count(name)) wanted.push_back(name);
+    if (present.count(name)) continue;
+    if (baseline && baseline->covers(name)) {
+      ++counts_.coveredFilesSkipped;
+      continue;
+    }
+    wanted.push_back(name);
   }
   syncSortFilenamesByGlobalCount(wanted);
   if (OptionalError error = transferRemoteFiles(wanted, remoteDirectory)) return error;
@@ -296,8 +338,6 @@ OptionalError SyncCloudManager::importNewEvents(const std::vector<int>& allowedT
   // good ones go into the event store together, a few thousand events to a
   // save.
   SyncEventMigrator migrator(eventStore_);
-  bool baselineDirectory =
-      std::find(allowedTypes.begin(), allowedTypes.end(), int(kSyncEventTypeBaseline)) != allowedTypes.end();
   std::vector<SyncEventFileContents> batch;
   std::size_t batchEvents = 0;
   auto flush = [&]() -> OptionalError {
@@ -564,30 +604,18 @@ OptionalError SyncCloudManager::removeOutdatedRemoteFiles() {
     return syncError(kSyncErrorCodeNoSnapshot,
                      "No snapshot of the cloud's files was taken; nothing is removed from the cloud");
   }
-  auto context = eventStore_->managedObjectContext();
-  if (!context) return syncError(kSyncErrorCodeUnknown, "The event store holds no event data");
+  if (!eventStore_->managedObjectContext())
+    return syncError(kSyncErrorCodeUnknown, "The event store holds no event data");
   // Only what the baseline here has absorbed goes.
-  std::optional<SyncRevisionSet> covered;
-  std::int64_t baselineCount = -1;
-  context->performBlockAndWait([&] {
-    try {
-      if (auto baseline =
-              SyncStoreModificationEvent::fetchMostRecentBaselineStoreModificationEvent(*context)) {
-        covered = baseline->revisionSet();
-        baselineCount = baseline->globalCount();
-      }
-    } catch (const SyncException&) {
-      covered.reset();
-    }
-  });
-  if (!covered) return std::nullopt;
+  std::optional<LocalBaseline> baseline = localBaseline();
+  if (!baseline) return std::nullopt;
 
   std::set<std::string> baselineAliases = aliasesOfLocalEvents({kSyncEventTypeBaseline});
   std::vector<std::string> baselinesToRemove;
   for (const auto& name : *snapshotBaselines_) {
     auto file = SyncEventFile::fromFilename(name);
     if (!file || !file->isBaseline() || baselineAliases.count(name) || failedToImport_.count(name)) continue;
-    if (file->globalCount() > baselineCount) continue;
+    if (file->globalCount() > baseline->globalCount) continue;
     baselinesToRemove.push_back(name);
   }
   LUMEO_LOG_DEBUG("Baseline files in cloud: %@", joined(*snapshotBaselines_));
@@ -598,10 +626,8 @@ OptionalError SyncCloudManager::removeOutdatedRemoteFiles() {
   std::vector<std::string> eventsToRemove;
   for (const auto& name : *snapshotEvents_) {
     auto file = SyncEventFile::fromFilename(name);
-    if (!file || file->isBaseline() || eventAliases.count(name) || failedToImport_.count(name)) continue;
-    const SyncRevision* revision =
-        covered->revisionForPersistentStoreIdentifier(file->persistentStoreIdentifier().value_or(""));
-    if (!revision || revision->revisionNumber() < file->revisionNumber()) continue;
+    if (!file || eventAliases.count(name) || failedToImport_.count(name) || !baseline->covers(*file))
+      continue;
     eventsToRemove.push_back(name);
   }
   LUMEO_LOG_DEBUG("Event files in cloud: %@", joined(*snapshotEvents_));

@@ -43,6 +43,7 @@
 #include "platform/value.h"
 #include "sync/sync_cloud_file_system.h"
 #include "sync/sync_event_file.h"
+#include "sync/sync_revision.h"
 
 namespace lumeo {
 
@@ -122,6 +123,9 @@ class SyncCloudManager {
     std::size_t filesUploaded = 0;
     std::size_t filesRemoved = 0;
     std::size_t imagesSaved = 0;
+    // Event files in the cloud that the baseline here covers already: not
+    // fetched.
+    std::size_t coveredFilesSkipped = 0;
   };
   const Counts& counts() const { return counts_; }
   // Names that failed to import, with the reason.
@@ -138,6 +142,15 @@ class SyncCloudManager {
   OptionalError importNewEvents(const std::vector<int>& allowedTypes, const std::string& remoteDirectory,
                                 const std::set<std::string>& snapshot, std::size_t& imported);
   std::set<std::string> aliasesOfLocalEvents(const std::vector<int>& allowedTypes);
+  // The most recent baseline here: what it has absorbed of each store.
+  struct LocalBaseline {
+    SyncRevisionSet revisions;
+    std::int64_t globalCount = -1;
+    // Whether a save or merge event file's revision is folded into it.
+    bool covers(const SyncEventFile& file) const;
+    bool covers(const std::string& filename) const;
+  };
+  std::optional<LocalBaseline> localBaseline();
   std::vector<SyncEventFile> eventFilesForEventsWithAllowedTypes(const std::vector<int>& allowedTypes,
                                                                  const std::optional<std::string>& store);
   OptionalError exportEvents(const std::vector<int>& allowedTypes, const std::string& remoteDirectory,
