@@ -139,6 +139,19 @@ class SyncCloudFileSystem {
   int nextObserver_ = 1;
 };
 
+// In the class of a file system, declares its own versions of the six file
+// operations above (fileExistsAtPath to downloadFromPath), which every
+// system implements with the same signatures.
+#define LUMEO_SYNC_CLOUD_FILE_OPERATIONS_OVERRIDE                                                          \
+  void fileExistsAtPath(const std::string& path, SyncCloudExistsCompletion completion) override;           \
+  void createDirectoryAtPath(const std::string& path, SyncCloudCompletion completion) override;            \
+  void contentsOfDirectoryAtPath(const std::string& path, SyncCloudListingCompletion completion) override; \
+  void removeItemAtPath(const std::string& path, SyncCloudCompletion completion) override;                 \
+  void uploadLocalFile(const std::string& localPath, const std::string& toPath,                            \
+                       SyncCloudCompletion completion) override;                                           \
+  void downloadFromPath(const std::string& path, const std::string& toLocalFile,                           \
+                        SyncCloudCompletion completion) override;
+
 // The normalised form of a cloud path: absolute, no empty, "." or ".."
 // segments, no trailing slash ("/" for the root). Nothing when the path is
 // not absolute or climbs above the root: such a path is a programming error

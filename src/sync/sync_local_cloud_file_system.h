@@ -23,14 +23,7 @@ class SyncLocalCloudFileSystem : public SyncCloudFileSystem {
   const std::filesystem::path& rootDirectory() const { return rootDirectory_; }
 
   void connect(SyncCloudCompletion completion) override;
-  void fileExistsAtPath(const std::string& path, SyncCloudExistsCompletion completion) override;
-  void createDirectoryAtPath(const std::string& path, SyncCloudCompletion completion) override;
-  void contentsOfDirectoryAtPath(const std::string& path, SyncCloudListingCompletion completion) override;
-  void removeItemAtPath(const std::string& path, SyncCloudCompletion completion) override;
-  void uploadLocalFile(const std::string& localPath, const std::string& toPath,
-                       SyncCloudCompletion completion) override;
-  void downloadFromPath(const std::string& path, const std::string& toLocalFile,
-                        SyncCloudCompletion completion) override;
+  LUMEO_SYNC_CLOUD_FILE_OPERATIONS_OVERRIDE
 
   bool isConnected() const override { return true; }
   SyncCloudIdentityToken identityToken() const override;

@@ -73,14 +73,7 @@ class SyncSharedFolderFileSystem : public SyncCloudFileSystem {
   // Makes the identity file when the folder has none (the folder must
   // exist), and connects.
   void performInitialPreparation(SyncCloudCompletion completion) override;
-  void fileExistsAtPath(const std::string& path, SyncCloudExistsCompletion completion) override;
-  void createDirectoryAtPath(const std::string& path, SyncCloudCompletion completion) override;
-  void contentsOfDirectoryAtPath(const std::string& path, SyncCloudListingCompletion completion) override;
-  void removeItemAtPath(const std::string& path, SyncCloudCompletion completion) override;
-  void uploadLocalFile(const std::string& localPath, const std::string& toPath,
-                       SyncCloudCompletion completion) override;
-  void downloadFromPath(const std::string& path, const std::string& toLocalFile,
-                        SyncCloudCompletion completion) override;
+  LUMEO_SYNC_CLOUD_FILE_OPERATIONS_OVERRIDE
   // Merges "NAME 2" ... "NAME 9" and "NAME (1)" ... "NAME (9)" duplicates of
   // the ensemble directory (and of the folder itself, when such a sibling
   // holds the ensemble directory) back into the original.

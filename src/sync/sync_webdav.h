@@ -66,14 +66,7 @@ class SyncWebDavFileSystem : public SyncCloudFileSystem {
   // 1001 when the server or the folder is not there or does not speak
   // WebDAV, 106 when it does not answer.
   void connect(SyncCloudCompletion completion) override;
-  void fileExistsAtPath(const std::string& path, SyncCloudExistsCompletion completion) override;
-  void createDirectoryAtPath(const std::string& path, SyncCloudCompletion completion) override;
-  void contentsOfDirectoryAtPath(const std::string& path, SyncCloudListingCompletion completion) override;
-  void removeItemAtPath(const std::string& path, SyncCloudCompletion completion) override;
-  void uploadLocalFile(const std::string& localPath, const std::string& toPath,
-                       SyncCloudCompletion completion) override;
-  void downloadFromPath(const std::string& path, const std::string& toLocalFile,
-                        SyncCloudCompletion completion) override;
+  LUMEO_SYNC_CLOUD_FILE_OPERATIONS_OVERRIDE
 
   bool isConnected() const override;
   // "webdav:USER@URL": a different server, folder or account is a
