@@ -177,4 +177,17 @@ std::string MoodReminderUtil::displayNameOfSoundFilename(const std::string& name
   return localized(dot == std::string::npos ? name : name.substr(0, dot));
 }
 
+bool reminderDictionaryPrecedes(const Value& a, const Value& b, const char* fixedDateKey) {
+  auto periodic = [](const Value& alarm) {
+    const Value& v = alarm[kReminderIsPeriodicKey];
+    return v.isNumber() && v.toBool();
+  };
+  bool pa = periodic(a), pb = periodic(b);
+  if (pa != pb) return !pa;
+  const char* key = pa ? "timeFrom" : fixedDateKey;
+  const Date* x = a[key].asDate();
+  const Date* y = b[key].asDate();
+  return x && y && *x < *y;
+}
+
 }  // namespace lumeo

@@ -77,6 +77,13 @@ class MoodReminder {
                                            bool replacesDefaultSoundOnSystemSound);
 };
 
+// The order of stored reminder dictionaries: fixed reminders before
+// periodic ones (a numeric "isPeriodic" that is true), periodic ones by
+// "timeFrom", fixed ones by the date under `fixedDateKey`. A missing date
+// compares equal, so that a stable sort keeps the stored order for such
+// pairs.
+bool reminderDictionaryPrecedes(const Value& a, const Value& b, const char* fixedDateKey);
+
 class UserDefaults;
 
 // What the application does for reminders at every launch, for front ends

@@ -9,22 +9,6 @@
 
 namespace lumeo {
 
-namespace {
-
-bool isPeriodic(const Value& alarm) {
-  const Value& v = alarm["isPeriodic"];
-  return v.isNumber() && v.toBool();
-}
-
-int compareDates(const Value& a, const Value& b, const char* key) {
-  const Date* x = a[key].asDate();
-  const Date* y = b[key].asDate();
-  if (!x || !y || *x == *y) return 0;
-  return *x < *y ? -1 : 1;
-}
-
-}  // namespace
-
 MoodReminderViewController::MoodReminderViewController(MoodUserDefaultsOperator& settings,
                                                        ReminderScheduler& scheduler,
                                                        std::optional<MoodReminder> reminder,
@@ -123,9 +107,7 @@ void MoodReminderViewController::stepperValueChanged(std::int64_t count) {
 }
 
 bool MoodReminderViewController::saveOrder(const Value& a, const Value& b) {
-  bool pa = isPeriodic(a), pb = isPeriodic(b);
-  if (pa != pb) return !pa;
-  return compareDates(a, b, pa ? "timeFrom" : "date") < 0;
+  return reminderDictionaryPrecedes(a, b, "date");
 }
 
 void MoodReminderViewController::saveClick() {

@@ -12,20 +12,6 @@ namespace lumeo {
 
 namespace {
 
-bool isPeriodic(const Value& alarm) {
-  const Value& v = alarm["isPeriodic"];
-  return v.isNumber() && v.toBool();
-}
-
-// Orders two values of `key` as dates; a missing date compares equal, so
-// the stored order stands for such pairs.
-int compareDates(const Value& a, const Value& b, const char* key) {
-  const Date* x = a[key].asDate();
-  const Date* y = b[key].asDate();
-  if (!x || !y || *x == *y) return 0;
-  return *x < *y ? -1 : 1;
-}
-
 std::string shortTime(const Date* date) {
   if (!date) return "";
   return DateFormatter::localizedStringFromDate(*date, DateFormatter::Style::kNone,
@@ -51,9 +37,7 @@ MoodRemindersViewController::MoodRemindersViewController(MoodUserDefaultsOperato
     : MoodViewController("MoodRemindersViewController"), settings_(settings), scheduler_(scheduler) {}
 
 bool MoodRemindersViewController::listOrder(const Value& a, const Value& b) {
-  bool pa = isPeriodic(a), pb = isPeriodic(b);
-  if (pa != pb) return !pa;  // fixed first
-  return compareDates(a, b, "timeFrom") < 0;
+  return reminderDictionaryPrecedes(a, b, "timeFrom");
 }
 
 void MoodRemindersViewController::loadAlarms() {
