@@ -113,8 +113,16 @@ LUMEO_INLINE void makeAbsolute(v2d& v) {
 // a few samples long, so this is where most of its samples go). A position
 // outside the period goes alone through fmod. Every sample is tested against
 // its run's interval, so data in any order comes out right.
-LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, long n, double shift,
-                               double* local) {
+//
+// Both passes walk the samples this way; what they sum differs. For each run
+// `makeRun(k)` gives the run's sums, then `run.group(tau, i)` takes each
+// group of lanes (samples i, i + 1, tau their offsets from the centre),
+// `run.endGroups(samples)` adds the group sums once groups stop (when there
+// were any), `run.one(tau, i)` takes each sample of the rest and
+// `run.endRest()` adds those sums (when there were any). `lone(i)` takes a
+// sample outside the period; its false ends the walk with false.
+template <class MakeRun, class Lone>
+LUMEO_INLINE bool walkRuns(const double* x, long count, long n, MakeRun makeRun, Lone lone) {
   using V = v2d;
   constexpr long kGroup = 2;
   const double period = static_cast<double>(n);
@@ -124,79 +132,106 @@ LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, lon
     if (first >= 0.0 && first < period) {
       const long k = static_cast<long>(first);
       const double centre = static_cast<double>(k) + 0.5;
-      V m1 = {}, m2 = {}, m3 = {}, m4 = {}, m5 = {}, m6 = {};
-      V y0 = {}, y1 = {}, y2 = {}, y3 = {};
+      auto run = makeRun(k);
       const long start = i;
       for (; i + kGroup <= count; i += kGroup) {
         V tau;
         std::memcpy(&tau, x + i, sizeof tau);
         tau -= centre;
         if (!allInside(tau)) break;
-        V v;
-        std::memcpy(&v, y + i, sizeof v);
-        v -= shift;
-        const V t2 = tau * tau;
-        const V t3 = t2 * tau;
-        const V t4 = t2 * t2;
-        m1 += tau;
-        m2 += t2;
-        m3 += t3;
-        m4 += t4;
-        m5 += t4 * tau;
-        m6 += t3 * t3;
-        y0 += v;
-        y1 += v * tau;
-        y2 += v * t2;
-        y3 += v * t3;
+        run.group(tau, i);
       }
-      if (i > start) {
-        double* target = local + k * kGatherWidth;
-        target[0] += static_cast<double>(i - start);
-        target[1] += laneSum(m1);
-        target[2] += laneSum(m2);
-        target[3] += laneSum(m3);
-        target[4] += laneSum(m4);
-        target[5] += laneSum(m5);
-        target[6] += laneSum(m6);
-        target[kValueMoments + 0] += laneSum(y0);
-        target[kValueMoments + 1] += laneSum(y1);
-        target[kValueMoments + 2] += laneSum(y2);
-        target[kValueMoments + 3] += laneSum(y3);
-      }
+      if (i > start) run.endGroups(i - start);
       // The rest of the run. It takes at least the run's first sample, whose
       // offset from the centre is inside by construction, so the loop always
       // moves on.
-      v4d p0 = {}, p4 = {}, pv = {};
       const long rest = i;
       for (; i < count; ++i) {
         const double tau = x[i] - centre;
         if (!(tau >= -0.5 && tau < 0.5)) break;
-        v4d p;
-        powers(tau, p);
-        p0 += p;
-        p4 += p * (p[2] * p[2]);
-        pv += p * (y[i] - shift);
+        run.one(tau, i);
       }
-      if (i > rest) {
-        double* target = local + k * kGatherWidth;
-        addTo(target, p0);
-        addTo(target + 4, p4);
-        addTo(target + kValueMoments, pv);
-      }
+      if (i > rest) run.endRest();
       continue;
     }
-    long k;
-    double tau;
-    if (!intervalAt(x[i], n, period, k, tau)) return false;
-    v4d p;
-    powers(tau, p);
-    double* target = local + k * kGatherWidth;
-    addTo(target, p);
-    addTo(target + 4, p * (p[2] * p[2]));
-    addTo(target + kValueMoments, p * (y[i] - shift));
+    if (!lone(i)) return false;
     ++i;
   }
   return true;
+}
+
+LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, long n, double shift,
+                               double* local) {
+  using V = v2d;
+  struct Run {
+    const double* y;
+    double shift;
+    double* target;
+    V m1 = {}, m2 = {}, m3 = {}, m4 = {}, m5 = {}, m6 = {};
+    V y0 = {}, y1 = {}, y2 = {}, y3 = {};
+    v4d p0 = {}, p4 = {}, pv = {};
+
+    LUMEO_INLINE void group(const V& tau, long i) {
+      V v;
+      std::memcpy(&v, y + i, sizeof v);
+      v -= shift;
+      const V t2 = tau * tau;
+      const V t3 = t2 * tau;
+      const V t4 = t2 * t2;
+      m1 += tau;
+      m2 += t2;
+      m3 += t3;
+      m4 += t4;
+      m5 += t4 * tau;
+      m6 += t3 * t3;
+      y0 += v;
+      y1 += v * tau;
+      y2 += v * t2;
+      y3 += v * t3;
+    }
+    LUMEO_INLINE void endGroups(long samples) {
+      target[0] += static_cast<double>(samples);
+      target[1] += laneSum(m1);
+      target[2] += laneSum(m2);
+      target[3] += laneSum(m3);
+      target[4] += laneSum(m4);
+      target[5] += laneSum(m5);
+      target[6] += laneSum(m6);
+      target[kValueMoments + 0] += laneSum(y0);
+      target[kValueMoments + 1] += laneSum(y1);
+      target[kValueMoments + 2] += laneSum(y2);
+      target[kValueMoments + 3] += laneSum(y3);
+    }
+    LUMEO_INLINE void one(double tau, long i) {
+      v4d p;
+      powers(tau, p);
+      p0 += p;
+      p4 += p * (p[2] * p[2]);
+      pv += p * (y[i] - shift);
+    }
+    LUMEO_INLINE void endRest() {
+      addTo(target, p0);
+      addTo(target + 4, p4);
+      addTo(target + kValueMoments, pv);
+    }
+  };
+  return walkRuns(
+      x, count, n,
+      [&](long k) {
+        return Run{y, shift, local + k * kGatherWidth};
+      },
+      [&](long i) {
+        long k;
+        double tau;
+        if (!intervalAt(x[i], n, static_cast<double>(n), k, tau)) return false;
+        v4d p;
+        powers(tau, p);
+        double* target = local + k * kGatherWidth;
+        addTo(target, p);
+        addTo(target + 4, p * (p[2] * p[2]));
+        addTo(target + kValueMoments, p * (y[i] - shift));
+        return true;
+      });
 }
 
 // On [k, k + 1) the curve is a cubic in tau, so a residual costs three steps
@@ -204,64 +239,56 @@ LUMEO_INLINE bool gatherKernel(const double* x, const double* y, long count, lon
 LUMEO_INLINE void residualKernel(const double* x, const double* y, long count, long n, const double* cubic,
                                  double* local) {
   using V = v2d;
-  constexpr long kGroup = 2;
-  const double period = static_cast<double>(n);
-  long i = 0;
-  while (i < count) {
-    const double first = x[i];
-    if (first >= 0.0 && first < period) {
-      const long k = static_cast<long>(first);
-      const double centre = static_cast<double>(k) + 0.5;
-      const double* c = cubic + k * 4;
-      const V c0 = {c[0], c[0]}, c1 = {c[1], c[1]}, c2 = {c[2], c[2]}, c3 = {c[3], c[3]};
-      V r0 = {}, r1 = {}, r2 = {}, r3 = {};
-      const long start = i;
-      for (; i + kGroup <= count; i += kGroup) {
-        V tau;
-        std::memcpy(&tau, x + i, sizeof tau);
-        tau -= centre;
-        if (!allInside(tau)) break;
-        V v;
-        std::memcpy(&v, y + i, sizeof v);
-        const V curve = ((c3 * tau + c2) * tau + c1) * tau + c0;
-        V r = v - curve;
-        makeAbsolute(r);
-        const V t2 = tau * tau;
-        r0 += r;
-        r1 += r * tau;
-        r2 += r * t2;
-        r3 += r * (t2 * tau);
-      }
-      if (i > start) {
-        double* target = local + k * kResidualWidth;
-        target[0] += laneSum(r0);
-        target[1] += laneSum(r1);
-        target[2] += laneSum(r2);
-        target[3] += laneSum(r3);
-      }
-      v4d sums = {};
-      const long rest = i;
-      for (; i < count; ++i) {
-        const double tau = x[i] - centre;
-        if (!(tau >= -0.5 && tau < 0.5)) break;
+  struct Run {
+    const double* y;
+    const double* c;
+    double* target;
+    V c0 = {c[0], c[0]}, c1 = {c[1], c[1]}, c2 = {c[2], c[2]}, c3 = {c[3], c[3]};
+    V r0 = {}, r1 = {}, r2 = {}, r3 = {};
+    v4d sums = {};
+
+    LUMEO_INLINE void group(const V& tau, long i) {
+      V v;
+      std::memcpy(&v, y + i, sizeof v);
+      const V curve = ((c3 * tau + c2) * tau + c1) * tau + c0;
+      V r = v - curve;
+      makeAbsolute(r);
+      const V t2 = tau * tau;
+      r0 += r;
+      r1 += r * tau;
+      r2 += r * t2;
+      r3 += r * (t2 * tau);
+    }
+    LUMEO_INLINE void endGroups(long) {
+      target[0] += laneSum(r0);
+      target[1] += laneSum(r1);
+      target[2] += laneSum(r2);
+      target[3] += laneSum(r3);
+    }
+    LUMEO_INLINE void one(double tau, long i) {
+      const double curve = ((c[3] * tau + c[2]) * tau + c[1]) * tau + c[0];
+      v4d p;
+      powers(tau, p);
+      sums += p * std::fabs(y[i] - curve);
+    }
+    LUMEO_INLINE void endRest() { addTo(target, sums); }
+  };
+  walkRuns(
+      x, count, n,
+      [&](long k) {
+        return Run{y, cubic + k * 4, local + k * kResidualWidth};
+      },
+      [&](long i) {
+        long k;
+        double tau;
+        intervalAt(x[i], n, static_cast<double>(n), k, tau);
+        const double* c = cubic + k * 4;
         const double curve = ((c[3] * tau + c[2]) * tau + c[1]) * tau + c[0];
         v4d p;
         powers(tau, p);
-        sums += p * std::fabs(y[i] - curve);
-      }
-      if (i > rest) addTo(local + k * kResidualWidth, sums);
-      continue;
-    }
-    long k;
-    double tau;
-    intervalAt(x[i], n, period, k, tau);
-    const double* c = cubic + k * 4;
-    const double curve = ((c[3] * tau + c[2]) * tau + c[1]) * tau + c[0];
-    v4d p;
-    powers(tau, p);
-    addTo(local + k * kResidualWidth, p * std::fabs(y[i] - curve));
-    ++i;
-  }
+        addTo(local + k * kResidualWidth, p * std::fabs(y[i] - curve));
+        return true;
+      });
 }
 
 }  // namespace
