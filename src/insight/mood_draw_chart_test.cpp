@@ -10,6 +10,7 @@
 #include "insight/chart_test_support.h"
 #include "insight/mood_summary_chart_view.h"
 #include "insight/spline_fit.h"
+#include "insight/summary_test_support.h"
 #include "platform/time_zone.h"
 #include "testing/scoped_environment.h"
 
@@ -25,18 +26,11 @@ Calendar utcCalendar(int firstWeekday) {
   return calendar;
 }
 
+// "yyyy-mm-ddThh:mm" in UTC.
 Date utc(const char* iso) {
-  // yyyy-mm-ddThh:mm in UTC
   int y, mo, d, h = 0, mi = 0;
   std::sscanf(iso, "%d-%d-%dT%d:%d", &y, &mo, &d, &h, &mi);
-  Calendar calendar("en_US", TimeZone::gmt());
-  DateComponents c;
-  c.year = y;
-  c.month = mo;
-  c.day = d;
-  c.hour = h;
-  c.minute = mi;
-  return *calendar.dateFromComponents(c);
+  return testing::utcDate(y, mo, d, h, mi);
 }
 
 class ChartEnvironment : public ::testing::Test {
