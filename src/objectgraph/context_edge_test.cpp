@@ -183,5 +183,46 @@ TEST(ContextEdgeTest, AnIDOutlivesItsContextCoordinatorAndModel) {
   EXPECT_FALSE(permanent < copy || copy < permanent);
 }
 
+TEST(ContextEdgeTest, WritingOnlyChangedValuesLeavesEqualOnesClean) {
+  lumeo::testing::TempDir dir;
+  const std::string path = (dir / "Model.sqlite").string();
+  {
+    testing::TestStack stack(path);
+    newTag(*stack.context, "sleep")->setValueForKey("tagUnit", "hours");
+    ASSERT_FALSE(stack.context->save());
+  }
+  testing::TestStack stack(path);
+  auto& c = *stack.context;
+  // A fault: the present value is read from the row before comparing.
+  auto tag = c.executeFetchRequest(FetchRequest("MoodTag"))[0];
+  c.refreshObject(tag, false);
+  ASSERT_TRUE(tag->isFault());
+  const EntityDescription& entity = tag->entity();
+  const AttributeDescription& name = *entity.attributeNamed("tagName");
+  const AttributeDescription& unit = *entity.attributeNamed("tagUnit");
+  EXPECT_FALSE(tag->setValueIfChanged(name, Value("sleep")));
+  EXPECT_FALSE(tag->setValueIfChanged(unit, Value("hours")));
+  EXPECT_FALSE(tag->isFault());
+  EXPECT_FALSE(tag->hasChanges());
+  EXPECT_FALSE(c.hasChanges());
+  // A different value is written and the object is updated.
+  EXPECT_TRUE(tag->setValueIfChanged(unit, Value("minutes")));
+  EXPECT_TRUE(tag->setValueIfChanged(name, Value()));
+  EXPECT_EQ(tag->valueForKey("tagUnit"), Value("minutes"));
+  EXPECT_TRUE(tag->isUpdated());
+  EXPECT_FALSE(tag->setValueIfChanged(name, Value()));
+  // An attribute of another entity is refused, whatever its slot.
+  const AttributeDescription& comment = *c.persistentStoreCoordinator()
+                                             ->managedObjectModel()
+                                             .entityNamed("MoodDescription")
+                                             ->attributeNamed("comment");
+  EXPECT_THROW(tag->setValueIfChanged(comment, Value("x")), std::invalid_argument);
+  ASSERT_FALSE(c.save());
+  testing::TestStack check(path);
+  auto saved = check.context->executeFetchRequest(FetchRequest("MoodTag"))[0];
+  EXPECT_EQ(saved->valueForKey("tagUnit"), Value("minutes"));
+  EXPECT_TRUE(saved->valueForKey("tagName").isNull());
+}
+
 }  // namespace
 }  // namespace lumeo

@@ -277,6 +277,22 @@ void ManagedObject::setValueForKey(std::string_view key, const Value& value) {
   state_->core->markChanged(*state_);
 }
 
+bool ManagedObject::setValueIfChanged(const AttributeDescription& a, const Value& value) {
+  const auto& attributes = entity().attributes();
+  if (a.slot() >= attributes.size() || attributes[a.slot()] != &a)
+    throw std::invalid_argument("'" + a.name() + "' is no attribute of " + entity().name());
+  Guard g(*state_);
+  const bool readable = !state_->fault || (state_->core && state_->core->fireFaultForRead(*this));
+  if (readable ? state_->attributes[a.slot()] == value : value.isNull()) return false;
+  Value coerced = a.coerce(value);
+  if (!state_->core) throw std::logic_error("cannot change an object that has no context");
+  if (state_->fault && !state_->core->fireFaultForChange(*this)) return false;
+  state_->noteAttributeChange(a.slot());
+  state_->attributes[a.slot()] = std::move(coerced);
+  state_->core->markChanged(*state_);
+  return true;
+}
+
 Value ManagedObject::valueForKeyPath(std::string_view keyPath) const {
   const auto dot = keyPath.find('.');
   const std::string_view head = keyPath.substr(0, dot);

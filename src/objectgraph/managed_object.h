@@ -59,6 +59,11 @@ class ManagedObject : public std::enable_shared_from_this<ManagedObject> {
   // Marks the object updated even when the value is equal to the present one
   // (as the platform does); changedValues() leaves equal values out.
   void setValueForKey(std::string_view key, const Value& value);
+  // What `if (valueForKey(a.name()) != value) setValueForKey(a.name(), value)`
+  // does, with the attribute already looked up, one lock and no copy of the
+  // present value: an object written only when the value differs stays
+  // clean. `attribute` must be one of entity()'s. True when it wrote.
+  bool setValueIfChanged(const AttributeDescription& attribute, const Value& value);
   // Follows to-one relationships: "moodDescription.photoName". A to-many
   // step gives an array of the values of its members; @count gives a count.
   Value valueForKeyPath(std::string_view keyPath) const;

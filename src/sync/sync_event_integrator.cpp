@@ -3,6 +3,8 @@
 #include "sync/sync_event_integrator.h"
 
 #include <algorithm>
+#include <exception>
+#include <limits>
 #include <set>
 #include <system_error>
 #include <unordered_map>
@@ -18,6 +20,7 @@
 #include "sync/sync_error.h"
 #include "sync/sync_event_builder.h"
 #include "sync/sync_event_store.h"
+#include "sync/sync_store_path.h"
 
 namespace lumeo {
 
@@ -28,12 +31,6 @@ namespace {
 // Fetches with an IN list go in slices of this many, well under SQLite's
 // limit on bound values.
 constexpr std::size_t kInListSlice = 500;
-
-fs::path standardised(const fs::path& path) {
-  std::error_code ec;
-  fs::path canonical = fs::weakly_canonical(path, ec);
-  return ec ? path.lexically_normal() : canonical;
-}
 
 std::string objectKey(const std::string& entity, const std::string& globalIdentifier) {
   std::string key;
@@ -56,13 +53,6 @@ bool isAlive(const ManagedObjectPtr& object) {
   return object && object->managedObjectContext() && !object->isDeleted();
 }
 
-// Writes a value only when it differs, so that replaying an event twice
-// leaves an object clean.
-void setValueIfChanged(ManagedObject& object, const std::string& key, const Value& value) {
-  if (object.valueForKey(key) == value) return;
-  object.setValueForKey(key, value);
-}
-
 }  // namespace
 
 // A global identifier row as the merge uses it.
@@ -76,20 +66,110 @@ struct IdentifierRow {
 // One change as the merge uses it, decoded once.
 struct IntegratedChange {
   std::int16_t type = 0;
+  std::uint32_t event = 0;  // index in the merge's events
+  std::uint32_t slot = 0;   // of its object, in ObjectSlots
   std::string entity;
   std::string globalIdentifier;
   ManagedObjectID row;  // of its global identifier
   std::optional<std::vector<SyncPropertyChangeValue>> values;
 };
 
+// An object the merge knows, by entity and global identifier: its global
+// identifier row, the journal object, and whether the merge deleted it.
+struct ObjectSlot {
+  std::string entity;
+  std::string globalIdentifier;
+  bool hasRow = false;
+  IdentifierRow row;
+  ManagedObjectPtr object;
+  bool deleted = false;          // `object` was deleted by this merge
+  std::ptrdiff_t inserted = -1;  // `object`'s entry in MergeState::inserted
+};
+
+// The merge's objects, found by entity and global identifier. Each change
+// is given its slot once, when it is read; replaying it then costs no
+// look-up by text. Most changes find their slot through the row of their
+// global identifier, which every change of the same object shares.
+class ObjectSlots {
+ public:
+  void reserve(std::size_t count) {
+    slots_.reserve(count);
+    byKey_.reserve(count);
+    rowLimit_ = 8 * count + 1024;
+  }
+  std::size_t size() const { return slots_.size(); }
+  ObjectSlot& operator[](std::size_t index) { return slots_[index]; }
+  const ObjectSlot& operator[](std::size_t index) const { return slots_[index]; }
+  std::vector<ObjectSlot>::iterator begin() { return slots_.begin(); }
+  std::vector<ObjectSlot>::iterator end() { return slots_.end(); }
+
+  // The slot of (entity, identifier), made when there is none; the first
+  // row given for it stays.
+  std::uint32_t slotFor(const std::string& entity, const std::string& globalIdentifier,
+                        const IdentifierRow* row) {
+    auto [it, fresh] = byKey_.try_emplace(objectKey(entity, globalIdentifier), std::uint32_t(slots_.size()));
+    if (fresh) {
+      ObjectSlot slot;
+      slot.entity = entity;
+      slot.globalIdentifier = globalIdentifier;
+      slots_.push_back(std::move(slot));
+    }
+    ObjectSlot& slot = slots_[it->second];
+    if (row && !slot.hasRow) {
+      slot.hasRow = true;
+      slot.row = *row;
+    }
+    return it->second;
+  }
+  // The same for a change: its entity and its global identifier row.
+  std::uint32_t slotForChange(const IntegratedChange& change, const IdentifierRow& row) {
+    // Row numbers are dense in practice: a table indexed by them, not a map.
+    const std::int64_t key = row.id.rawKey();
+    const bool indexed = key > 0 && std::uint64_t(key) < rowLimit_;
+    if (indexed && std::size_t(key) < byRow_.size() && byRow_[std::size_t(key)] != kNoSlot) {
+      std::uint32_t known = byRow_[std::size_t(key)];
+      if (slots_[known].entity == change.entity && slots_[known].globalIdentifier == change.globalIdentifier)
+        return known;
+      return slotFor(change.entity, change.globalIdentifier, &row);
+    }
+    std::uint32_t index = slotFor(change.entity, change.globalIdentifier, &row);
+    if (indexed) {
+      if (std::size_t(key) >= byRow_.size())
+        byRow_.resize(std::max(std::size_t(key) + 1, byRow_.size() * 2), kNoSlot);
+      byRow_[std::size_t(key)] = index;
+    }
+    return index;
+  }
+  const ObjectSlot* find(const std::string& entity, const std::string& globalIdentifier) const {
+    auto it = byKey_.find(objectKey(entity, globalIdentifier));
+    return it == byKey_.end() ? nullptr : &slots_[it->second];
+  }
+
+ private:
+  static constexpr std::uint32_t kNoSlot = std::numeric_limits<std::uint32_t>::max();
+  std::vector<ObjectSlot> slots_;
+  std::unordered_map<std::string, std::uint32_t> byKey_;
+  // Slot by the row number of a global identifier row, for row numbers
+  // below rowLimit_; the first slot given to the row.
+  std::vector<std::uint32_t> byRow_;
+  std::uint64_t rowLimit_ = 1024;
+};
+
+// A journal object the merge made, and the row that will point at it.
+struct InsertedObject {
+  ManagedObjectPtr object;
+  ManagedObjectID row;
+  bool deleted = false;  // deleted again by a later change of the merge
+};
+
 struct SyncEventIntegrator::MergeState {
   bool full = false;
   std::vector<SyncEventPtr> events;
-  std::vector<std::vector<IntegratedChange>> changesByEvent;
-  // Every object the merge knows, by entity and global identifier.
-  std::unordered_map<std::string, ManagedObjectPtr> objects;
-  // New objects and the rows that will point at them.
-  std::vector<std::pair<ManagedObjectPtr, ManagedObjectID>> inserted;
+  // Every change of every event, grouped by event in the events' order.
+  std::vector<IntegratedChange> changes;
+  std::vector<std::size_t> firstChangeOfEvent;  // one more entry than events
+  ObjectSlots objects;
+  std::vector<InsertedObject> inserted;
   std::map<std::string, std::unordered_set<const ManagedObject*>> vouchedByEntity;
   SyncRevisionSet integrated;
 };
@@ -97,7 +177,8 @@ struct SyncEventIntegrator::MergeState {
 SyncEventIntegrator::SyncEventIntegrator(fs::path storeURL,
                                          std::shared_ptr<ManagedObjectModel> managedObjectModel,
                                          std::shared_ptr<SyncEventStore> eventStore)
-    : storeURL_(standardised(storeURL)),
+    : storeURL_(syncStandardisedPath(storeURL)),
+      journalStore_(storeURL_),
       model_(std::move(managedObjectModel)),
       eventStore_(std::move(eventStore)),
       queue_(DispatchQueue::makeSerial("com.quorvane.confluence.eventintegrator")) {}
@@ -138,7 +219,7 @@ void SyncEventIntegrator::contextSaving(const Notification& notification) {
   auto coordinator = info->context->persistentStoreCoordinator();
   if (!coordinator) return;
   for (PersistentStore* store : coordinator->persistentStores()) {
-    if (!store->URL().empty() && standardised(store->URL()) == storeURL_) {
+    if (!store->URL().empty() && journalStore_.matches(store->URL())) {
       saveOccurredDuringMerge_ = true;
       return;
     }
@@ -317,16 +398,17 @@ OptionalError SyncEventIntegrator::checkPredecessorsOfStoreModificationEvents(
   // arrive out of order wait until the gap is filled.
   auto context = eventStore_->managedObjectContext();
   auto baseline = SyncStoreModificationEvent::fetchMostRecentBaselineStoreModificationEvent(*context);
+  SyncEventFacts scratch;
   SyncRevisionSet baselineSet =
-      baseline ? revisionManager.factsForEvent(baseline).revisionSet : SyncRevisionSet();
+      baseline ? revisionManager.factsForEvent(baseline, scratch).revisionSet : SyncRevisionSet();
   std::map<std::string, std::int64_t> firstByStore;
   for (const auto& event : events) {
-    const SyncEventFacts facts = revisionManager.factsForEvent(event);
+    const SyncEventFacts& facts = revisionManager.factsForEvent(event, scratch);
     int type = facts.type;
     if (type == kSyncEventTypeBaseline || type == kSyncEventTypeIncomplete) continue;
     if (!facts.ownRevision) continue;
     std::int64_t number = facts.ownRevision->revisionNumber();
-    auto [it, fresh] = firstByStore.emplace(facts.persistentStoreIdentifier, number);
+    auto [it, fresh] = firstByStore.try_emplace(facts.persistentStoreIdentifier, number);
     if (!fresh) it->second = std::min(it->second, number);
   }
   for (const auto& [store, first] : firstByStore) {
@@ -346,25 +428,31 @@ namespace {
 
 class Applier {
  public:
-  Applier(ManagedObjectContext& context, SyncEventStore& eventStore,
-          std::unordered_map<std::string, ManagedObjectPtr>& objects)
-      : context_(context), eventStore_(eventStore), objects_(objects) {}
+  Applier(ManagedObjectContext& context, SyncEventStore& eventStore, ObjectSlots& objects,
+          std::vector<InsertedObject>& inserted)
+      : context_(context), eventStore_(eventStore), objects_(objects), inserted_(inserted) {}
 
   // An object inserted by this merge and deleted again leaves the context
-  // without looking deleted: the merge keeps track of it itself.
-  bool isLive(const ManagedObjectPtr& object) const {
-    return isAlive(object) && !deleted_.count(object.get());
-  }
+  // without looking deleted: the merge keeps track of it itself. During the
+  // replay only the merge deletes journal objects, and always through their
+  // slot (with every relationship cut first, so nothing cascades), so the
+  // slot knows whether its object lives without asking the object.
+  static bool isLive(const ObjectSlot& slot) { return slot.object && !slot.deleted; }
+  static bool isLive(const InsertedObject& inserted) { return inserted.object && !inserted.deleted; }
 
+  const ManagedObjectPtr* lookup(const ObjectSlot& slot) const {
+    return isLive(slot) ? &slot.object : nullptr;
+  }
   ManagedObjectPtr lookup(const std::string& entity, const std::string& identifier) const {
-    auto it = objects_.find(objectKey(entity, identifier));
-    if (it == objects_.end() || !isLive(it->second)) return nullptr;
-    return it->second;
+    const ObjectSlot* slot = objects_.find(entity, identifier);
+    return slot && isLive(*slot) ? slot->object : nullptr;
   }
 
   void apply(const IntegratedChange& change) {
-    ManagedObjectPtr object = lookup(change.entity, change.globalIdentifier);
-    if (!object || !change.values) return;
+    if (!change.values) return;
+    const ManagedObjectPtr* live = lookup(objects_[change.slot]);
+    if (!live) return;
+    ManagedObjectPtr object = *live;
     const EntityDescription& entity = object->entity();
     // Attributes, then to-one, to-many and ordered to-many relationships.
     for (int type = 0; type <= 3; ++type) {
@@ -385,8 +473,19 @@ class Applier {
     }
   }
 
+  // Deletes the slot's object; the merge remembers that it did.
+  OptionalError deleteObjectOfSlot(ObjectSlot& slot) {
+    if (!isLive(slot)) return std::nullopt;
+    ManagedObjectPtr object = slot.object;
+    slot.deleted = true;
+    if (slot.inserted >= 0) inserted_[std::size_t(slot.inserted)].deleted = true;
+    return nullifyRelationshipsAndDeleteObject(object);
+  }
+
+  // Deletes an object the merge did not make: one fetched from the journal,
+  // which looks deleted from then on.
   OptionalError nullifyRelationshipsAndDeleteObject(const ManagedObjectPtr& object) {
-    if (!isLive(object)) return std::nullopt;
+    if (!isAlive(object)) return std::nullopt;
     for (const RelationshipDescription* relationship : object->entity().relationships()) {
       if (relationship->isToMany()) {
         if (object->countForKey(relationship->name()) > 0)
@@ -395,7 +494,6 @@ class Applier {
         object->setObjectForKey(relationship->name(), nullptr);
       }
     }
-    deleted_.insert(object.get());
     return context_.deleteObject(object);
   }
 
@@ -408,8 +506,10 @@ class Applier {
       LUMEO_LOG_VERBOSE("Attribute from change value not in model: %@", value.propertyName);
       return;
     }
-    setValueIfChanged(object, value.propertyName,
-                      value.attributeValueForAttributeDescription(*attribute, &eventStore_));
+    // Written only when it differs, so that replaying an event twice leaves
+    // an object clean.
+    object.setValueIfChanged(*attribute,
+                             value.attributeValueForAttributeDescription(*attribute, &eventStore_));
   }
 
   void applyToOne(ManagedObject& object, const EntityDescription& entity,
@@ -501,8 +601,8 @@ class Applier {
 
   ManagedObjectContext& context_;
   SyncEventStore& eventStore_;
-  std::unordered_map<std::string, ManagedObjectPtr>& objects_;
-  std::unordered_set<const ManagedObject*> deleted_;
+  ObjectSlots& objects_;
+  std::vector<InsertedObject>& inserted_;
 };
 
 }  // namespace
@@ -516,10 +616,12 @@ IdentifierRow identifierRowOf(const SyncGlobalIdentifier& row) {
 using ChangeSink = std::function<void(std::size_t, IntegratedChange, IdentifierRow)>;
 
 // The changes of the events with their global identifier rows, by plain
-// queries on the event store's tables in slices of events, each value as
-// the entity accessors would give it. False when the context is not a
-// plain one on an SQLite store; throws SyncException when a read fails.
-bool readChangeRows(ManagedObjectContext& context, const std::vector<SyncEventPtr>& events,
+// queries on the event store's tables, in slices of events or, with
+// `wholeTable`, in one pass over every change; each value as the entity
+// accessors would give it, each event's changes in row order. False when
+// the context is not a plain one on an SQLite store; throws SyncException
+// when a read or a decoding fails.
+bool readChangeRows(ManagedObjectContext& context, const std::vector<SyncEventPtr>& events, bool wholeTable,
                     const ChangeSink& sink) {
   if (context.parentContext()) return false;
   auto coordinator = context.persistentStoreCoordinator();
@@ -543,93 +645,113 @@ bool readChangeRows(ManagedObjectContext& context, const std::vector<SyncEventPt
   // bytes; with a transformer, through the store's column reader.
   const bool coded =
       values->attributeType() == AttributeType::kTransformable && values->valueTransformerName().empty();
-  std::unordered_map<std::int64_t, std::size_t> eventIndex;
+  // Event row numbers are dense in practice: a table indexed by them finds
+  // each change's event without hashing; a sparse store gets a map.
+  std::int64_t largestKey = 0;
+  std::vector<std::int64_t> keys(events.size());
   for (std::size_t i = 0; i < events.size(); ++i) {
-    const ManagedObjectID& id = events[i]->objectID();
+    const ManagedObjectID id = events[i]->objectID();
     if (id.isTemporaryID()) return false;
-    eventIndex.emplace(id.primaryKey(), i);
+    keys[i] = id.primaryKey();
+    largestKey = std::max(largestKey, keys[i]);
   }
+  constexpr std::size_t kNoEvent = std::numeric_limits<std::size_t>::max();
+  std::vector<std::size_t> eventByKey;
+  std::unordered_map<std::int64_t, std::size_t> eventByKeyMap;
+  const bool dense = std::uint64_t(largestKey) <= 8 * std::uint64_t(events.size()) + 1024;
+  if (dense) {
+    eventByKey.assign(std::size_t(largestKey) + 1, kNoEvent);
+    for (std::size_t i = events.size(); i-- > 0;) eventByKey[std::size_t(keys[i])] = i;
+  } else {
+    eventByKeyMap.reserve(events.size());
+    for (std::size_t i = 0; i < events.size(); ++i) eventByKeyMap.emplace(keys[i], i);
+  }
+  auto eventOf = [&](std::int64_t key) {
+    if (dense) return key >= 0 && key <= largestKey ? eventByKey[std::size_t(key)] : kNoEvent;
+    auto it = eventByKeyMap.find(key);
+    return it == eventByKeyMap.end() ? kNoEvent : it->second;
+  };
   auto column = [&](const std::string& alias, const PropertyDescription& property) {
     return alias + "." + store->columnFor(property);
   };
   std::string filter = store->entityFilter(*changeEntity, true, "t0");
-  const std::string text =
-      "SELECT " + column("t0", *ofEvent) + ", " + column("t0", *type) + ", " + column("t0", *entity) + ", " +
-      column("t0", *values) + ", g._pk, g._ent, " + column("g", *identifier) + ", " +
-      column("g", *rowEntity) + ", " + column("g", *storeURI) + " FROM " + store->tableFor(*changeEntity) +
-      " t0 LEFT JOIN " + store->tableFor(*globalEntity) + " g ON g._pk = " + column("t0", *ofGlobal) +
-      " WHERE " + column("t0", *ofEvent) + " IN (SELECT value FROM json_each(?))" +
-      (filter.empty() ? "" : " AND " + filter) + " ORDER BY t0._pk";
-  struct Row {
-    std::size_t event = 0;
-    IntegratedChange change;
-    Value archive;
-    bool hasArchive = false;
-    std::vector<std::uint8_t> codedArchive;
-    bool hasRow = false;
-    IdentifierRow row;
-  };
-  inSlices(events, [&](const std::vector<SyncEventPtr>& slice) {
-    std::string keys = "[";
-    for (const auto& event : slice) {
-      if (keys.size() > 1) keys += ',';
-      keys += std::to_string(event->objectID().primaryKey());
+  std::string text = "SELECT " + column("t0", *ofEvent) + ", " + column("t0", *type) + ", " +
+                     column("t0", *entity) + ", " + column("t0", *values) + ", g._pk, g._ent, " +
+                     column("g", *identifier) + ", " + column("g", *rowEntity) + ", " +
+                     column("g", *storeURI) + " FROM " + store->tableFor(*changeEntity) + " t0 LEFT JOIN " +
+                     store->tableFor(*globalEntity) + " g ON g._pk = " + column("t0", *ofGlobal);
+  if (wholeTable) {
+    // Most of the store's events: one pass over the table in row order
+    // costs less than finding each event's changes through the index and
+    // sorting them.
+    text += (filter.empty() ? "" : " WHERE " + filter) + " ORDER BY t0._pk";
+  } else {
+    text += " WHERE " + column("t0", *ofEvent) + " IN (SELECT value FROM json_each(?))" +
+            (filter.empty() ? "" : " AND " + filter) + " ORDER BY t0._pk";
+  }
+  // Each row is decoded as it is read, under the coordinator's lock. What
+  // decoding throws is held until the statement is done with, then thrown.
+  auto readRow = [&](sqlite3_stmt* s) {
+    std::size_t event = eventOf(sqlite3_column_int64(s, 0));
+    if (event == kNoEvent) return;
+    if (sqlite3_column_type(s, 4) == SQLITE_NULL) {
+      LUMEO_LOG_WARNING("Object change without a global identifier. Skipping.");
+      return;
     }
-    keys += ']';
-    // Rows are copied out under the coordinator's lock; decoding, which may
-    // throw, happens after the statement is done with.
-    std::vector<Row> rows;
+    IntegratedChange change;
+    change.type = static_cast<std::int16_t>(store->readAttributeColumn(*type, s, 1).toInt());
+    change.entity = store->readAttributeColumn(*entity, s, 2).toString();
+    IdentifierRow row;
+    row.id = store->makeID(*globalEntity, sqlite3_column_int(s, 5), sqlite3_column_int64(s, 4));
+    row.globalIdentifier = store->readAttributeColumn(*identifier, s, 6).toString();
+    row.entity = store->readAttributeColumn(*rowEntity, s, 7).toString();
+    Value uri = store->readAttributeColumn(*storeURI, s, 8);
+    if (const std::string* u = uri.asString()) row.storeURI = *u;
+    change.globalIdentifier = row.globalIdentifier;
+    change.row = row.id;
+    if (!coded) {
+      change.values = SyncPropertyChangeValue::unarchiveArray(store->readAttributeColumn(*values, s, 3));
+    } else if (sqlite3_value* blob = sqlite3_column_value(s, 3); sqlite3_value_type(blob) != SQLITE_NULL) {
+      const auto* bytes = static_cast<const std::uint8_t*>(sqlite3_value_blob(blob));
+      change.values = SyncPropertyChangeValue::unarchiveArrayFromCodedBytes(
+          bytes, std::size_t(sqlite3_value_bytes(blob)));
+    }
+    sink(event, std::move(change), std::move(row));
+  };
+  auto run = [&](const std::vector<Value>& bindings) {
+    std::exception_ptr thrown;
     OptionalError error;
+    bool ok = false;
     {
       std::lock_guard<std::recursive_mutex> lock(coordinator->mutex());
-      bool ok = store->query(
-          text, {Value(keys)},
+      ok = store->query(
+          text, bindings,
           [&](sqlite3_stmt* s) {
-            auto at = eventIndex.find(sqlite3_column_int64(s, 0));
-            if (at == eventIndex.end()) return true;
-            Row r;
-            r.event = at->second;
-            r.change.type = static_cast<std::int16_t>(store->readAttributeColumn(*type, s, 1).toInt());
-            r.change.entity = store->readAttributeColumn(*entity, s, 2).toString();
-            if (coded) {
-              sqlite3_value* blob = sqlite3_column_value(s, 3);
-              r.hasArchive = sqlite3_value_type(blob) != SQLITE_NULL;
-              if (r.hasArchive) {
-                const auto* bytes = static_cast<const std::uint8_t*>(sqlite3_value_blob(blob));
-                r.codedArchive.assign(bytes, bytes + sqlite3_value_bytes(blob));
-              }
-            } else {
-              r.archive = store->readAttributeColumn(*values, s, 3);
+            try {
+              readRow(s);
+              return true;
+            } catch (...) {
+              thrown = std::current_exception();
+              return false;
             }
-            if (sqlite3_column_type(s, 4) != SQLITE_NULL) {
-              r.hasRow = true;
-              r.row.id = store->makeID(*globalEntity, sqlite3_column_int(s, 5), sqlite3_column_int64(s, 4));
-              r.row.globalIdentifier = store->readAttributeColumn(*identifier, s, 6).toString();
-              r.row.entity = store->readAttributeColumn(*rowEntity, s, 7).toString();
-              Value uri = store->readAttributeColumn(*storeURI, s, 8);
-              if (const std::string* u = uri.asString()) r.row.storeURI = *u;
-            }
-            rows.push_back(std::move(r));
-            return true;
           },
           error);
-      if (!ok) throw SyncException("Could not fetch object changes: " + (error ? error->toString() : ""));
     }
-    for (auto& r : rows) {
-      if (!r.hasRow) {
-        LUMEO_LOG_WARNING("Object change without a global identifier. Skipping.");
-        continue;
-      }
-      r.change.globalIdentifier = r.row.globalIdentifier;
-      r.change.row = r.row.id;
-      if (!coded) {
-        r.change.values = SyncPropertyChangeValue::unarchiveArray(std::move(r.archive));
-      } else if (r.hasArchive) {
-        r.change.values = SyncPropertyChangeValue::unarchiveArrayFromCodedBytes(r.codedArchive.data(),
-                                                                                r.codedArchive.size());
-      }
-      sink(r.event, std::move(r.change), std::move(r.row));
+    if (thrown) std::rethrow_exception(thrown);
+    if (!ok) throw SyncException("Could not fetch object changes: " + (error ? error->toString() : ""));
+  };
+  if (wholeTable) {
+    run({});
+    return true;
+  }
+  inSlices(keys, [&](const std::vector<std::int64_t>& slice) {
+    std::string list = "[";
+    for (std::int64_t key : slice) {
+      if (list.size() > 1) list += ',';
+      list += std::to_string(key);
     }
+    list += ']';
+    run({Value(list)});
   });
   return true;
 }
@@ -707,17 +829,17 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
   if (OptionalError error = checkPredecessorsOfStoreModificationEvents(revisionManager, events)) return error;
 
   std::string store = eventStore_->persistentStoreIdentifier().value_or("");
+  SyncEventFacts scratch;
   if (!state.full && std::all_of(events.begin(), events.end(), [&](const SyncEventPtr& e) {
-        return revisionManager.factsForEvent(e).persistentStoreIdentifier == store;
+        return revisionManager.factsForEvent(e, scratch).persistentStoreIdentifier == store;
       })) {
     return std::nullopt;
   }
 
-  // Every change of every event, decoded once and grouped by event.
-  state.changesByEvent.assign(events.size(), {});
+  // Every change of every event, decoded once, with the slot of its object.
   std::set<std::string> relatedStrings;
-  std::unordered_map<std::string, IdentifierRow> rowsByKey;
-  std::size_t changeCount = 0;
+  state.changes.reserve(events.size());
+  state.objects.reserve(events.size());
   auto addChange = [&](std::size_t eventIndex, IntegratedChange c, IdentifierRow row) {
     if (c.type != kSyncObjectChangeTypeDelete && !c.values) {
       throw SyncException("An object change of " + c.entity + " other than a delete has no property values");
@@ -733,14 +855,28 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
         }
       }
     }
-    rowsByKey.emplace(objectKey(c.entity, c.globalIdentifier), std::move(row));
-    state.changesByEvent[eventIndex].push_back(std::move(c));
-    ++changeCount;
+    c.event = std::uint32_t(eventIndex);
+    c.slot = state.objects.slotForChange(c, row);
+    state.changes.push_back(std::move(c));
   };
-  if (eventContext->hasChanges() || !readChangeRows(*eventContext, events, addChange)) {
+  const std::size_t stored = revisionManager.snapshotEventCount();
+  const bool mostEvents = stored > 0 && events.size() * 2 >= stored;
+  if (eventContext->hasChanges() || !readChangeRows(*eventContext, events, mostEvents, addChange)) {
     readChangeObjects(*eventContext, events, addChange);
   }
-  if (changeCount == 0) return std::nullopt;
+  if (state.changes.empty()) return std::nullopt;
+  // Grouped by event, in the order they were read within each (a stable
+  // counting sort: the changes arrive in row order, not event order).
+  {
+    state.firstChangeOfEvent.assign(events.size() + 1, 0);
+    for (const auto& c : state.changes) ++state.firstChangeOfEvent[c.event + 1];
+    for (std::size_t i = 1; i < state.firstChangeOfEvent.size(); ++i)
+      state.firstChangeOfEvent[i] += state.firstChangeOfEvent[i - 1];
+    std::vector<std::size_t> next(state.firstChangeOfEvent.begin(), state.firstChangeOfEvent.end() - 1);
+    std::vector<IntegratedChange> grouped(state.changes.size());
+    for (auto& c : state.changes) grouped[next[c.event]++] = std::move(c);
+    state.changes = std::move(grouped);
+  }
 
   // Rows of every object the events name, and the journal objects they point at.
   std::vector<std::string> strings(relatedStrings.begin(), relatedStrings.end());
@@ -755,27 +891,30 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
     }
     for (const auto& object : results) {
       auto row = std::dynamic_pointer_cast<SyncGlobalIdentifier>(object);
-      if (row)
-        rowsByKey.emplace(objectKey(row->nameOfEntity(), row->globalIdentifier()), identifierRowOf(*row));
+      if (row) {
+        IdentifierRow identifierRow = identifierRowOf(*row);
+        state.objects.slotFor(identifierRow.entity, identifierRow.globalIdentifier, &identifierRow);
+      }
     }
   });
   auto coordinator = mergeContext.persistentStoreCoordinator();
-  std::map<std::string, std::vector<std::pair<ManagedObjectID, std::string>>> idsByEntity;
-  for (const auto& [key, row] : rowsByKey) {
-    const auto& uri = row.storeURI;
-    if (!uri) continue;
+  std::map<std::string, std::vector<std::pair<ManagedObjectID, std::uint32_t>>> idsByEntity;
+  for (std::size_t index = 0; index < state.objects.size(); ++index) {
+    const ObjectSlot& slot = state.objects[index];
+    const auto& uri = slot.row.storeURI;
+    if (!slot.hasRow || !uri) continue;
     auto id = coordinator->managedObjectIDForURIRepresentation(*uri);
     if (!id || !model_->entityNamed(id->entityName())) continue;
-    idsByEntity[id->entityName()].emplace_back(*id, key);
+    idsByEntity[id->entityName()].emplace_back(*id, std::uint32_t(index));
   }
   for (const auto& entry : idsByEntity) {
     // A named reference, not a structured binding: clang 14 cannot capture a binding in the lambda below.
     const auto& entity = entry.first;
     const auto& pairs = entry.second;
-    std::unordered_map<ManagedObjectID, std::string> keyOf;
+    std::unordered_map<ManagedObjectID, std::uint32_t> keyOf;
     std::vector<ManagedObjectID> ids;
-    for (const auto& [id, key] : pairs) {
-      keyOf[id] = key;
+    for (const auto& [id, slot] : pairs) {
+      keyOf[id] = slot;
       ids.push_back(id);
     }
     inSlices(ids, [&](const std::vector<ManagedObjectID>& slice) {
@@ -787,45 +926,46 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
       if (error) throw SyncException("Could not fetch journal objects: " + error->toString());
       for (const auto& object : results) {
         auto it = keyOf.find(object->objectID());
-        if (it != keyOf.end()) state.objects[it->second] = object;
+        if (it != keyOf.end()) state.objects[it->second].object = object;
       }
     });
   }
 
   // Replay, one event at a time: inserts, then updates, then deletes.
-  Applier applier(mergeContext, *eventStore_, state.objects);
+  Applier applier(mergeContext, *eventStore_, state.objects, state.inserted);
   for (std::size_t i = 0; i < events.size(); ++i) {
-    auto& changes = state.changesByEvent[i];
-    std::stable_sort(changes.begin(), changes.end(),
-                     [](const IntegratedChange& a, const IntegratedChange& b) { return a.type < b.type; });
-    for (const auto& change : changes) {
-      if (change.type != kSyncObjectChangeTypeInsert) continue;
-      if (!model_->entityNamed(change.entity)) continue;
-      std::string key = objectKey(change.entity, change.globalIdentifier);
-      ManagedObjectPtr object = applier.lookup(change.entity, change.globalIdentifier);
+    auto first = state.changes.begin() + std::ptrdiff_t(state.firstChangeOfEvent[i]);
+    auto last = state.changes.begin() + std::ptrdiff_t(state.firstChangeOfEvent[i + 1]);
+    if (last - first > 1) {
+      std::stable_sort(first, last,
+                       [](const IntegratedChange& a, const IntegratedChange& b) { return a.type < b.type; });
+    }
+    for (auto change = first; change != last; ++change) {
+      if (change->type != kSyncObjectChangeTypeInsert) continue;
+      if (!model_->entityNamed(change->entity)) continue;
+      ObjectSlot& slot = state.objects[change->slot];
+      const ManagedObject* object = applier.lookup(slot) ? slot.object.get() : nullptr;
       if (!object) {
-        object = mergeContext.insertNewObjectForEntityForName(change.entity);
-        state.objects[key] = object;
-        auto known = rowsByKey.find(key);
-        state.inserted.emplace_back(object, known != rowsByKey.end() ? known->second.id : change.row);
+        slot.object = mergeContext.insertNewObjectForEntityForName(change->entity);
+        slot.deleted = false;
+        slot.inserted = std::ptrdiff_t(state.inserted.size());
+        state.inserted.push_back(InsertedObject{slot.object, slot.hasRow ? slot.row.id : change->row});
+        object = slot.object.get();
       }
-      if (state.full) state.vouchedByEntity[change.entity].insert(object.get());
+      if (state.full) state.vouchedByEntity[change->entity].insert(object);
     }
-    for (const auto& change : changes) {
-      if (change.type == kSyncObjectChangeTypeInsert || change.type == kSyncObjectChangeTypeUpdate) {
-        applier.apply(change);
-      }
-    }
-    for (const auto& change : changes) {
-      if (change.type != kSyncObjectChangeTypeDelete) continue;
-      if (ManagedObjectPtr object = applier.lookup(change.entity, change.globalIdentifier)) {
-        if (OptionalError error = applier.nullifyRelationshipsAndDeleteObject(object)) return error;
+    for (auto change = first; change != last; ++change) {
+      if (change->type == kSyncObjectChangeTypeInsert || change->type == kSyncObjectChangeTypeUpdate) {
+        applier.apply(*change);
       }
     }
-    SyncEventFacts facts = revisionManager.factsForEvent(events[i]);
+    for (auto change = first; change != last; ++change) {
+      if (change->type != kSyncObjectChangeTypeDelete) continue;
+      if (OptionalError error = applier.deleteObjectOfSlot(state.objects[change->slot])) return error;
+    }
+    const SyncEventFacts& facts = revisionManager.factsForEvent(events[i], scratch);
     if (facts.type != kSyncEventTypeBaseline) {
-      state.integrated =
-          state.integrated.revisionSetByTakingStoreWiseMaximumWithRevisionSet(facts.revisionSet);
+      state.integrated.takeStoreWiseMaximumWithRevisionSet(facts.revisionSet);
     }
   }
 
@@ -838,7 +978,7 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
       FetchResults results = mergeContext.executeFetchRequest(request, error);
       if (error) return error;
       for (const auto& object : results) {
-        if (!vouched.count(object.get()) && applier.isLive(object)) {
+        if (!vouched.count(object.get()) && isAlive(object)) {
           if (OptionalError deleteError = applier.nullifyRelationshipsAndDeleteObject(object))
             return deleteError;
         }
@@ -848,16 +988,16 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
 
   // New objects get their rows now; the rows point at them from here on.
   std::vector<ManagedObjectPtr> fresh;
-  for (const auto& [object, row] : state.inserted) {
-    if (applier.isLive(object)) fresh.push_back(object);
+  for (const auto& inserted : state.inserted) {
+    if (Applier::isLive(inserted)) fresh.push_back(inserted.object);
   }
   if (!fresh.empty()) {
     if (OptionalError error = mergeContext.obtainPermanentIDsForObjects(fresh)) return error;
   }
   // The rows are read in bulk, not one fault at a time.
   std::vector<ManagedObjectID> rowIDs;
-  for (const auto& [object, row] : state.inserted) {
-    if (applier.isLive(object) && row) rowIDs.push_back(row);
+  for (const auto& inserted : state.inserted) {
+    if (Applier::isLive(inserted) && inserted.row) rowIDs.push_back(inserted.row);
   }
   std::unordered_map<ManagedObjectID, std::shared_ptr<SyncGlobalIdentifier>> rows;
   std::vector<ManagedObjectPtr> keepRows;
@@ -871,10 +1011,10 @@ OptionalError SyncEventIntegrator::integrate(MergeState& state) {
       if (auto row = std::dynamic_pointer_cast<SyncGlobalIdentifier>(object)) rows[row->objectID()] = row;
     }
   });
-  for (const auto& [object, row] : state.inserted) {
-    if (!applier.isLive(object) || !row) continue;
-    auto it = rows.find(row);
-    if (it != rows.end()) it->second->setStoreURI(object->objectID().URIRepresentation());
+  for (const auto& inserted : state.inserted) {
+    if (!Applier::isLive(inserted) || !inserted.row) continue;
+    auto it = rows.find(inserted.row);
+    if (it != rows.end()) it->second->setStoreURI(inserted.object->objectID().URIRepresentation());
   }
   return std::nullopt;
 }

@@ -25,6 +25,7 @@
 #include "platform/notification_center.h"
 #include "sync/sync_ensemble_hooks.h"
 #include "sync/sync_revision_manager.h"
+#include "sync/sync_store_path.h"
 
 namespace lumeo {
 
@@ -78,6 +79,7 @@ class SyncEventIntegrator : public std::enable_shared_from_this<SyncEventIntegra
   void contextSaving(const Notification& notification);
 
   std::filesystem::path storeURL_;
+  SyncStorePathMatch journalStore_;  // the journal among the stores that save
   std::shared_ptr<ManagedObjectModel> model_;
   std::shared_ptr<SyncEventStore> eventStore_;
   Value::Dictionary persistentStoreOptions_;

@@ -204,9 +204,8 @@ class CodedArchiveReader {
     if (!byte(tag) || tag != kArray || !u64(count) || count > std::uint64_t(end_ - at_)) return false;
     out.reserve(static_cast<std::size_t>(count));
     for (std::uint64_t i = 0; i < count; ++i) {
-      SyncPropertyChangeValue value;
-      if (!byte(tag) || tag != kDict || !readDictionary(value)) return false;
-      out.push_back(std::move(value));
+      // Read in place: a value is large, and most are read only once.
+      if (!byte(tag) || tag != kDict || !readDictionary(out.emplace_back())) return false;
     }
     return at_ == end_;
   }
@@ -359,11 +358,12 @@ std::optional<std::vector<SyncPropertyChangeValue>> SyncPropertyChangeValue::una
 
 Value SyncPropertyChangeValue::attributeValueForAttributeDescription(const AttributeDescription& attribute,
                                                                      SyncEventStore* eventStore) const {
-  Value raw = value;
+  Value fromFile;
   if (filename) {
     std::optional<Value::Data> data = eventStore ? eventStore->dataForFile(*filename) : std::nullopt;
-    raw = data ? Value(std::move(*data)) : Value();
+    if (data) fromFile = Value(std::move(*data));
   }
+  const Value& raw = filename ? fromFile : value;
   const std::string& transformerName = attribute.valueTransformerName();
   if (!transformerName.empty()) {
     if (raw.isNull()) return raw;

@@ -2,7 +2,6 @@
 #include "sync/sync_revision.h"
 
 #include <algorithm>
-#include <functional>
 
 #include "platform/log.h"
 
@@ -28,82 +27,112 @@ std::string SyncRevision::description() const {
          ", Revision: " + std::to_string(revisionNumber_);
 }
 
-std::vector<SyncRevision> SyncRevisionSet::revisions() const {
-  std::vector<SyncRevision> out;
-  out.reserve(revisions_.size());
-  for (const auto& [store, revision] : revisions_) out.push_back(revision);
-  return out;
+namespace {
+
+bool storeBefore(const SyncRevision& revision, const std::string& identifier) {
+  return revision.persistentStoreIdentifier() < identifier;
+}
+
+}  // namespace
+
+std::vector<SyncRevision>::iterator SyncRevisionSet::lowerBound(const std::string& identifier) {
+  return std::lower_bound(revisions_.begin(), revisions_.end(), identifier, storeBefore);
 }
 
 std::set<std::string> SyncRevisionSet::persistentStoreIdentifiers() const {
   std::set<std::string> out;
-  for (const auto& [store, revision] : revisions_) out.insert(store);
+  for (const auto& revision : revisions_) out.insert(out.end(), revision.persistentStoreIdentifier());
   return out;
 }
 
 const SyncRevision* SyncRevisionSet::revisionForPersistentStoreIdentifier(
     const std::string& identifier) const {
-  auto it = revisions_.find(identifier);
-  return it == revisions_.end() ? nullptr : &it->second;
+  auto it = std::lower_bound(revisions_.begin(), revisions_.end(), identifier, storeBefore);
+  return it != revisions_.end() && it->persistentStoreIdentifier() == identifier ? &*it : nullptr;
 }
 
 void SyncRevisionSet::addRevision(const SyncRevision& revision) {
-  auto it = revisions_.find(revision.persistentStoreIdentifier());
-  if (it != revisions_.end()) {
-    LUMEO_LOG_WARNING("Found duplicate store in revision set. Existing Set: %@\rNew Rev: %@", description(),
-                      revision.description());
-    it->second = revision;
+  // Revisions mostly arrive in store order: appending needs no search.
+  if (revisions_.empty() ||
+      revisions_.back().persistentStoreIdentifier() < revision.persistentStoreIdentifier()) {
+    revisions_.push_back(revision);
     return;
   }
-  revisions_.emplace(revision.persistentStoreIdentifier(), revision);
+  auto it = lowerBound(revision.persistentStoreIdentifier());
+  if (it != revisions_.end() && it->persistentStoreIdentifier() == revision.persistentStoreIdentifier()) {
+    LUMEO_LOG_WARNING("Found duplicate store in revision set. Existing Set: %@\rNew Rev: %@", description(),
+                      revision.description());
+    *it = revision;
+    return;
+  }
+  revisions_.insert(it, revision);
 }
 
 void SyncRevisionSet::removeRevision(const SyncRevision& revision) {
-  auto it = revisions_.find(revision.persistentStoreIdentifier());
-  if (it != revisions_.end() && it->second == revision) revisions_.erase(it);
+  auto it = lowerBound(revision.persistentStoreIdentifier());
+  if (it != revisions_.end() && *it == revision) revisions_.erase(it);
 }
 
 void SyncRevisionSet::removeRevisionForPersistentStoreIdentifier(const std::string& identifier) {
-  revisions_.erase(identifier);
+  auto it = lowerBound(identifier);
+  if (it != revisions_.end() && it->persistentStoreIdentifier() == identifier) revisions_.erase(it);
 }
 
 void SyncRevisionSet::incrementRevisionForStoreWithIdentifier(const std::string& identifier) {
-  const SyncRevision* present = revisionForPersistentStoreIdentifier(identifier);
-  std::int64_t next = present ? present->revisionNumber() + 1 : 0;
-  revisions_[identifier] = SyncRevision(identifier, next, -1);
+  auto it = lowerBound(identifier);
+  if (it != revisions_.end() && it->persistentStoreIdentifier() == identifier) {
+    *it = SyncRevision(identifier, it->revisionNumber() + 1, -1);
+  } else {
+    revisions_.insert(it, SyncRevision(identifier, 0, -1));
+  }
 }
 
-namespace {
-
-SyncRevisionSet reduce(const std::map<std::string, SyncRevision>& a,
-                       const std::map<std::string, SyncRevision>& b,
-                       const std::function<std::int64_t(std::int64_t, std::int64_t)>& f) {
-  SyncRevisionSet out;
-  for (const auto& [store, revision] : a) {
-    auto other = b.find(store);
-    if (other == b.end()) {
-      out.addRevision(revision);
+// Both sets are sorted by store: one merge pass over the union of stores.
+SyncRevisionSet SyncRevisionSet::reduce(const SyncRevisionSet& first, const SyncRevisionSet& second,
+                                        bool maximum) {
+  auto f = [maximum](std::int64_t x, std::int64_t y) { return maximum ? std::max(x, y) : std::min(x, y); };
+  const std::vector<SyncRevision>& a = first.revisions_;
+  const std::vector<SyncRevision>& b = second.revisions_;
+  SyncRevisionSet set;
+  std::vector<SyncRevision>& out = set.revisions_;
+  out.reserve(std::max(a.size(), b.size()));
+  auto i = a.begin();
+  auto j = b.begin();
+  while (i != a.end() || j != b.end()) {
+    if (j == b.end() || (i != a.end() && i->persistentStoreIdentifier() < j->persistentStoreIdentifier())) {
+      out.push_back(*i++);
+    } else if (i == a.end() || j->persistentStoreIdentifier() < i->persistentStoreIdentifier()) {
+      out.push_back(*j++);
     } else {
-      out.addRevision(SyncRevision(store, f(revision.revisionNumber(), other->second.revisionNumber()),
-                                   f(revision.globalCount(), other->second.globalCount())));
+      out.emplace_back(i->persistentStoreIdentifier(), f(i->revisionNumber(), j->revisionNumber()),
+                       f(i->globalCount(), j->globalCount()));
+      ++i;
+      ++j;
     }
   }
-  for (const auto& [store, revision] : b) {
-    if (!a.count(store)) out.addRevision(revision);
-  }
-  return out;
+  return set;
 }
-
-}  // namespace
 
 SyncRevisionSet SyncRevisionSet::revisionSetByTakingStoreWiseMinimumWithRevisionSet(
     const SyncRevisionSet& other) const {
-  return reduce(revisions_, other.revisions_, [](std::int64_t x, std::int64_t y) { return std::min(x, y); });
+  return reduce(*this, other, false);
 }
 
 SyncRevisionSet SyncRevisionSet::revisionSetByTakingStoreWiseMaximumWithRevisionSet(
     const SyncRevisionSet& other) const {
-  return reduce(revisions_, other.revisions_, [](std::int64_t x, std::int64_t y) { return std::max(x, y); });
+  return reduce(*this, other, true);
+}
+
+void SyncRevisionSet::takeStoreWiseMaximumWithRevisionSet(const SyncRevisionSet& other) {
+  for (const auto& revision : other.revisions_) {
+    auto it = lowerBound(revision.persistentStoreIdentifier());
+    if (it == revisions_.end() || it->persistentStoreIdentifier() != revision.persistentStoreIdentifier()) {
+      revisions_.insert(it, revision);
+    } else {
+      it->revisionNumber_ = std::max(it->revisionNumber_, revision.revisionNumber_);
+      it->globalCount_ = std::max(it->globalCount_, revision.globalCount_);
+    }
+  }
 }
 
 SyncRevisionSet SyncRevisionSet::revisionSetByTakingStoreWiseMaximumOfRevisionSets(
@@ -117,8 +146,9 @@ int SyncRevisionSet::compare(const SyncRevisionSet& other) const {
   bool equal = true;
   bool lessOrEqual = true;
   bool greaterOrEqual = true;
-  for (const auto& [store, revision] : revisions_) {
-    const SyncRevision* theirs = other.revisionForPersistentStoreIdentifier(store);
+  for (const auto& revision : revisions_) {
+    const SyncRevision* theirs =
+        other.revisionForPersistentStoreIdentifier(revision.persistentStoreIdentifier());
     if (!theirs) {
       equal = false;
       lessOrEqual = false;
@@ -130,8 +160,8 @@ int SyncRevisionSet::compare(const SyncRevisionSet& other) const {
     lessOrEqual = lessOrEqual && mine <= other_number;
     greaterOrEqual = greaterOrEqual && mine >= other_number;
   }
-  for (const auto& [store, revision] : other.revisions_) {
-    if (!revisions_.count(store)) {
+  for (const auto& revision : other.revisions_) {
+    if (!hasRevisionForPersistentStoreIdentifier(revision.persistentStoreIdentifier())) {
       equal = false;
       greaterOrEqual = false;
     }
@@ -144,8 +174,9 @@ int SyncRevisionSet::compare(const SyncRevisionSet& other) const {
 
 bool SyncRevisionSet::isEqualToRevisionSet(const SyncRevisionSet& other) const {
   if (revisions_.size() != other.revisions_.size()) return false;
-  for (const auto& [store, revision] : revisions_) {
-    const SyncRevision* theirs = other.revisionForPersistentStoreIdentifier(store);
+  for (const auto& revision : revisions_) {
+    const SyncRevision* theirs =
+        other.revisionForPersistentStoreIdentifier(revision.persistentStoreIdentifier());
     if (!theirs || theirs->revisionNumber() != revision.revisionNumber()) return false;
   }
   return true;
@@ -153,8 +184,9 @@ bool SyncRevisionSet::isEqualToRevisionSet(const SyncRevisionSet& other) const {
 
 std::string SyncRevisionSet::description() const {
   std::string out = "SyncRevisionSet\n";
-  for (const auto& [store, revision] : revisions_) {
-    out += "Store: " + store + ", Global Count: " + std::to_string(revision.globalCount()) +
+  for (const auto& revision : revisions_) {
+    out += "Store: " + revision.persistentStoreIdentifier() +
+           ", Global Count: " + std::to_string(revision.globalCount()) +
            ", Revision: " + std::to_string(revision.revisionNumber()) + "\n";
   }
   return out;

@@ -41,6 +41,7 @@ class SyncRevision {
   std::string description() const;
 
  private:
+  friend class SyncRevisionSet;
   std::string persistentStoreIdentifier_;
   std::int64_t revisionNumber_ = -1;
   std::int64_t globalCount_ = -1;
@@ -51,13 +52,17 @@ class SyncRevisionSet {
  public:
   SyncRevisionSet() = default;
 
-  std::vector<SyncRevision> revisions() const;
+  // In the stores' plain string order.
+  std::vector<SyncRevision> revisions() const { return revisions_; }
+  // The same without a copy, for loops over a set that outlives them.
+  std::vector<SyncRevision>::const_iterator begin() const { return revisions_.begin(); }
+  std::vector<SyncRevision>::const_iterator end() const { return revisions_.end(); }
   std::set<std::string> persistentStoreIdentifiers() const;
   std::size_t numberOfRevisions() const { return revisions_.size(); }
 
   const SyncRevision* revisionForPersistentStoreIdentifier(const std::string& identifier) const;
   bool hasRevisionForPersistentStoreIdentifier(const std::string& identifier) const {
-    return revisions_.count(identifier) != 0;
+    return revisionForPersistentStoreIdentifier(identifier) != nullptr;
   }
 
   // Replaces (and logs) an existing revision of the same store.
@@ -72,6 +77,9 @@ class SyncRevisionSet {
   // and global count are reduced separately.
   SyncRevisionSet revisionSetByTakingStoreWiseMinimumWithRevisionSet(const SyncRevisionSet& other) const;
   SyncRevisionSet revisionSetByTakingStoreWiseMaximumWithRevisionSet(const SyncRevisionSet& other) const;
+  // The maximum in place: what `*this = revisionSetByTakingStoreWiseMaximumWithRevisionSet(other)`
+  // gives, without a new set each time (a merge folds in every event's set).
+  void takeStoreWiseMaximumWithRevisionSet(const SyncRevisionSet& other);
   static SyncRevisionSet revisionSetByTakingStoreWiseMaximumOfRevisionSets(
       const std::vector<SyncRevisionSet>& sets);
 
@@ -85,7 +93,11 @@ class SyncRevisionSet {
   std::string description() const;
 
  private:
-  std::map<std::string, SyncRevision> revisions_;
+  // Sorted by store: a device knows a handful of stores, and an event
+  // carries a set, so a vector beats a tree in both time and memory.
+  std::vector<SyncRevision>::iterator lowerBound(const std::string& identifier);
+  static SyncRevisionSet reduce(const SyncRevisionSet& a, const SyncRevisionSet& b, bool maximum);
+  std::vector<SyncRevision> revisions_;
 };
 
 }  // namespace lumeo

@@ -100,17 +100,67 @@ bool isNonBaselineType(std::int16_t type) {
 
 }  // namespace
 
+namespace {
+
+// Index of a snapshot's events by address: the merge asks it about ten
+// times per event, so it is one open-addressed table of pointers and
+// indexes (one cache line per look-up) rather than a node-based map.
+class EventIndex {
+ public:
+  void reserve(std::size_t count) {
+    std::size_t size = 16;
+    while (size < count * 2) size *= 2;
+    slots_.assign(size, Slot{});
+    mask_ = size - 1;
+  }
+  void insert(const void* key, std::size_t index) {
+    for (std::size_t at = start(key);; at = (at + 1) & mask_) {
+      if (slots_[at].key == key) return;  // the first stays, as with a map
+      if (!slots_[at].key) {
+        slots_[at] = Slot{key, index};
+        return;
+      }
+    }
+  }
+  const std::size_t* find(const void* key) const {
+    if (slots_.empty()) return nullptr;
+    for (std::size_t at = start(key);; at = (at + 1) & mask_) {
+      if (slots_[at].key == key) return &slots_[at].index;
+      if (!slots_[at].key) return nullptr;
+    }
+  }
+
+ private:
+  struct Slot {
+    const void* key = nullptr;
+    std::size_t index = 0;
+  };
+  std::size_t start(const void* key) const {
+    // Fibonacci hashing: object addresses differ mostly in their middle bits.
+    return std::size_t((reinterpret_cast<std::uintptr_t>(key) * 0x9E3779B97F4A7C15ull) >> 20) & mask_;
+  }
+  std::vector<Slot> slots_;
+  std::size_t mask_ = 0;
+};
+
+}  // namespace
+
 struct SyncRevisionManager::EventSnapshot {
   // Every stored event in row order, and its facts.
   std::vector<SyncEventPtr> events;
   std::vector<SyncEventFacts> facts;
-  std::unordered_map<const SyncStoreModificationEvent*, std::size_t> indexOf;
+  EventIndex indexOf;
   // Events that are neither baselines nor incomplete, by store, in row order.
   std::map<std::string, std::vector<std::size_t>> nonBaselineByStore;
-  // Store and revision of every save and merge event.
-  std::set<std::pair<std::string, std::int64_t>> saveAndMergeRevisions;
+  // Revision numbers of every save and merge event, by store, sorted.
+  std::map<std::string, std::vector<std::int64_t>> saveAndMergeRevisions;
   SyncEventPtr mostRecentBaseline;
   std::set<std::string> storeIdentifiers;
+
+  const SyncEventFacts* factsOf(const SyncStoreModificationEvent* event) const {
+    const std::size_t* index = indexOf.find(event);
+    return index ? &facts[*index] : nullptr;
+  }
 };
 
 namespace {
@@ -251,25 +301,36 @@ void SyncRevisionManager::takeEventSnapshot() {
     }
     snapshot->events.reserve(rows.size());
     snapshot->facts.reserve(rows.size());
+    snapshot->indexOf.reserve(rows.size());
     std::vector<std::size_t> baselines;
+    std::string store;
+    std::vector<std::size_t>* nonBaseline = nullptr;
+    std::vector<std::int64_t>* saveAndMerge = nullptr;
     for (auto& row : rows) {
       // A fault: the row is not read again, the facts are all the merge needs.
       auto event = std::dynamic_pointer_cast<SyncStoreModificationEvent>(context_->objectWithID(row.id));
       if (!event) return;
       std::size_t index = snapshot->events.size();
       SyncEventFacts& facts = row.facts;
-      snapshot->indexOf.emplace(event.get(), index);
+      snapshot->indexOf.insert(event.get(), index);
       if (facts.type == kSyncEventTypeBaseline) baselines.push_back(index);
-      if (facts.ownRevision && isNonBaselineType(facts.type)) {
-        snapshot->nonBaselineByStore[facts.persistentStoreIdentifier].push_back(index);
+      // Events come in runs of one store: its lists are looked up once a run.
+      if (facts.ownRevision && (!nonBaseline || store != facts.persistentStoreIdentifier)) {
+        store = facts.persistentStoreIdentifier;
+        nonBaseline = &snapshot->nonBaselineByStore[store];
+        saveAndMerge = &snapshot->saveAndMergeRevisions[store];
       }
+      if (facts.ownRevision && isNonBaselineType(facts.type)) nonBaseline->push_back(index);
       if (facts.ownRevision && (facts.type == kSyncEventTypeSave || facts.type == kSyncEventTypeMerge)) {
-        snapshot->saveAndMergeRevisions.emplace(facts.persistentStoreIdentifier,
-                                                facts.ownRevision->revisionNumber());
+        saveAndMerge->push_back(facts.ownRevision->revisionNumber());
       }
       snapshot->events.push_back(std::move(event));
       snapshot->facts.push_back(std::move(facts));
     }
+    for (auto it = snapshot->nonBaselineByStore.begin(); it != snapshot->nonBaselineByStore.end();) {
+      it = it->second.empty() ? snapshot->nonBaselineByStore.erase(it) : std::next(it);
+    }
+    for (auto& [name, numbers] : snapshot->saveAndMergeRevisions) std::sort(numbers.begin(), numbers.end());
     std::stable_sort(baselines.begin(), baselines.end(), [&](std::size_t a, std::size_t b) {
       return factsPrecede(snapshot->facts[a], snapshot->facts[b]);
     });
@@ -278,25 +339,30 @@ void SyncRevisionManager::takeEventSnapshot() {
   });
 }
 
+std::size_t SyncRevisionManager::snapshotEventCount() const {
+  return snapshot_ ? snapshot_->events.size() : 0;
+}
+
 void SyncRevisionManager::dropEventSnapshot() {
   snapshot_.reset();
 }
 
-SyncEventFacts SyncRevisionManager::factsForEvent(const SyncEventPtr& event) {
+const SyncEventFacts& SyncRevisionManager::factsForEvent(const SyncEventPtr& event, SyncEventFacts& scratch) {
   if (snapshot_) {
-    auto it = snapshot_->indexOf.find(event.get());
-    if (it != snapshot_->indexOf.end()) return snapshot_->facts[it->second];
+    if (const SyncEventFacts* facts = snapshot_->factsOf(event.get())) return *facts;
   }
-  SyncEventFacts facts;
-  perform([&] { facts = SyncEventFacts::ofEvent(*event); });
-  return facts;
+  perform([&] { scratch = SyncEventFacts::ofEvent(*event); });
+  return scratch;
 }
 
 bool SyncRevisionManager::hasNonBaselineEventForPersistentStoreIdentifier(
     const std::string& persistentStoreIdentifier, std::int64_t revisionNumber) {
   if (revisionNumber < 0) return false;
-  if (snapshot_)
-    return snapshot_->saveAndMergeRevisions.count({persistentStoreIdentifier, revisionNumber}) > 0;
+  if (snapshot_) {
+    auto it = snapshot_->saveAndMergeRevisions.find(persistentStoreIdentifier);
+    return it != snapshot_->saveAndMergeRevisions.end() &&
+           std::binary_search(it->second.begin(), it->second.end(), revisionNumber);
+  }
   bool found = false;
   perform([&] {
     found = SyncStoreModificationEvent::fetchNonBaselineEventForPersistentStoreIdentifier(
@@ -347,18 +413,12 @@ std::vector<SyncEventPtr> SyncRevisionManager::sortedStoreModificationEvents(
   std::vector<const SyncEventFacts*> keys(events.size(), nullptr);
   std::vector<std::size_t> missing;
   for (std::size_t i = 0; i < events.size(); ++i) {
-    auto it = snapshot_->indexOf.find(events[i].get());
-    if (it != snapshot_->indexOf.end()) {
-      keys[i] = &snapshot_->facts[it->second];
-    } else {
-      missing.push_back(i);
-    }
+    keys[i] = snapshot_->factsOf(events[i].get());
+    if (!keys[i]) missing.push_back(i);
   }
-  extra.reserve(missing.size());
-  for (std::size_t i : missing) {
-    extra.push_back(factsForEvent(events[i]));
-    keys[i] = &extra.back();
-  }
+  extra.resize(missing.size());
+  for (std::size_t k = 0; k < missing.size(); ++k)
+    keys[missing[k]] = &factsForEvent(events[missing[k]], extra[k]);
   std::vector<std::size_t> order(events.size());
   for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
   std::stable_sort(order.begin(), order.end(),
@@ -378,10 +438,11 @@ std::vector<SyncEventPtr> SyncRevisionManager::eventsAfterRevisionSet(const Sync
       if (seen.insert(e.get()).second) out.push_back(std::move(e));
     }
   };
-  for (const auto& revision : reference.revisions()) {
+  for (const auto& revision : reference) {
     add(nonBaselineEventsAfterRevision(revision.persistentStoreIdentifier(), revision.revisionNumber()));
   }
-  SyncRevisionSet baselineSet = baseline ? factsForEvent(baseline).revisionSet : SyncRevisionSet();
+  SyncEventFacts scratch;
+  SyncRevisionSet baselineSet = baseline ? factsForEvent(baseline, scratch).revisionSet : SyncRevisionSet();
   for (const auto& store : persistentStoreIdentifiersOfRevisions()) {
     if (reference.hasRevisionForPersistentStoreIdentifier(store)) continue;
     const SyncRevision* b = baselineSet.revisionForPersistentStoreIdentifier(store);
@@ -410,24 +471,30 @@ SyncResult<std::vector<SyncEventPtr>> SyncRevisionManager::fetchStoreModificatio
     // baseline's number (or -1), not as "no opinion", or events of that
     // store that the event never saw would be left out of the replay.
     SyncEventPtr baseline = mostRecentBaseline();
-    SyncRevisionSet baselineSet = baseline ? factsForEvent(baseline).revisionSet : SyncRevisionSet();
+    SyncEventFacts scratch;
+    SyncRevisionSet baselineSet = baseline ? factsForEvent(baseline, scratch).revisionSet : SyncRevisionSet();
     std::set<std::string> stores = persistentStoreIdentifiersOfRevisions();
-    std::vector<SyncRevisionSet> sets;
-    sets.reserve(events.size());
+    // Per store, the lowest number any event names, and how many events
+    // name it at all: an event silent about a store counts as `unknown`.
+    std::map<std::string, std::pair<std::int64_t, std::size_t>> lowestNamed;
     for (const auto& e : events) {
-      sets.push_back(factsForEvent(e).revisionSet);
-      for (const auto& revision : sets.back().revisions())
-        stores.insert(revision.persistentStoreIdentifier());
+      for (const auto& revision : factsForEvent(e, scratch).revisionSet) {
+        auto [it, fresh] = lowestNamed.try_emplace(revision.persistentStoreIdentifier(),
+                                                   revision.revisionNumber(), std::size_t{0});
+        if (!fresh) it->second.first = std::min(it->second.first, revision.revisionNumber());
+        ++it->second.second;
+      }
     }
+    for (const auto& [store, named] : lowestNamed) stores.insert(store);
     SyncRevisionSet minimum;
     for (const auto& store : stores) {
       const SyncRevision* b = baselineSet.revisionForPersistentStoreIdentifier(store);
       std::int64_t unknown = b ? b->revisionNumber() : -1;
       std::int64_t lowest = std::numeric_limits<std::int64_t>::max();
-      for (const auto& set : sets) {
-        const SyncRevision* r = set.revisionForPersistentStoreIdentifier(store);
-        lowest = std::min(lowest, r ? r->revisionNumber() : unknown);
-      }
+      auto named = lowestNamed.find(store);
+      if (named != lowestNamed.end()) lowest = named->second.first;
+      if (named == lowestNamed.end() || named->second.second < events.size())
+        lowest = std::min(lowest, unknown);
       minimum.addRevision(SyncRevision(store, lowest));
     }
     std::vector<SyncEventPtr> all = events;
@@ -508,10 +575,11 @@ bool SyncRevisionManager::checkAllDependenciesExistForStoreModificationEvents(
   bool ok = true;
   perform([&] {
     SyncEventPtr baseline = mostRecentBaseline();
-    SyncRevisionSet baselineSet = baseline ? factsForEvent(baseline).revisionSet : SyncRevisionSet();
+    SyncEventFacts scratch;
+    SyncRevisionSet baselineSet = baseline ? factsForEvent(baseline, scratch).revisionSet : SyncRevisionSet();
     for (const auto& event : events) {
       if (event == baseline) continue;
-      for (const auto& other : factsForEvent(event).revisionSetOfOtherStores.revisions()) {
+      for (const auto& other : factsForEvent(event, scratch).revisionSetOfOtherStores) {
         const SyncRevision* b =
             baselineSet.revisionForPersistentStoreIdentifier(other.persistentStoreIdentifier());
         if (b && b->revisionNumber() >= other.revisionNumber()) continue;
@@ -531,15 +599,23 @@ bool SyncRevisionManager::checkContinuityOfStoreModificationEvents(const std::ve
   bool ok = true;
   perform([&] {
     std::map<std::string, std::vector<std::int64_t>> numbersByStore;
+    std::vector<std::int64_t>* numbers = nullptr;
+    std::string numbersStore;
+    SyncEventFacts scratch;
     for (const auto& event : events) {
-      const SyncEventFacts facts = factsForEvent(event);
+      const SyncEventFacts& facts = factsForEvent(event, scratch);
       // Numbers outside this range come from a damaged or forged event.
       if (facts.globalCount > kSyncMaximumRevisionNumber || facts.globalCount < -1) ok = false;
-      for (const auto& r : facts.revisionSet.revisions()) {
+      for (const auto& r : facts.revisionSet) {
         if (r.revisionNumber() > kSyncMaximumRevisionNumber || r.revisionNumber() < -1) ok = false;
       }
       if (!isNonBaselineType(facts.type) || !facts.ownRevision) continue;
-      numbersByStore[facts.persistentStoreIdentifier].push_back(facts.ownRevision->revisionNumber());
+      // Runs of one store's events are the rule: look its list up once per run.
+      if (!numbers || numbersStore != facts.persistentStoreIdentifier) {
+        numbersStore = facts.persistentStoreIdentifier;
+        numbers = &numbersByStore[numbersStore];
+      }
+      numbers->push_back(facts.ownRevision->revisionNumber());
     }
     for (auto& [store, numbers] : numbersByStore) {
       std::sort(numbers.begin(), numbers.end());

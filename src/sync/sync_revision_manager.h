@@ -77,9 +77,13 @@ class SyncRevisionManager {
   void takeEventSnapshot();
   void dropEventSnapshot();
   bool hasEventSnapshot() const { return snapshot_ != nullptr; }
+  // How many events the snapshot holds; 0 without one.
+  std::size_t snapshotEventCount() const;
 
-  // The facts of an event, from the snapshot when it holds the event.
-  SyncEventFacts factsForEvent(const SyncEventPtr& event);
+  // The facts of an event: the snapshot's when it holds the event (no copy),
+  // else read into `scratch`. The reference lives as long as the snapshot
+  // or the scratch, whichever it refers to.
+  const SyncEventFacts& factsForEvent(const SyncEventPtr& event, SyncEventFacts& scratch);
   // In the total order; the same result as sortStoreModificationEvents.
   std::vector<SyncEventPtr> sortedStoreModificationEvents(std::vector<SyncEventPtr> events);
   // Whether a save or merge event of the store with that revision is here.

@@ -15,18 +15,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-fs::path standardised(const fs::path& path) {
-  std::error_code ec;
-  fs::path canonical = fs::weakly_canonical(path, ec);
-  return ec ? path.lexically_normal() : canonical;
-}
-
 constexpr std::size_t kCaptureBatchSize = 50;
 
 }  // namespace
 
 SyncSaveMonitor::SyncSaveMonitor(fs::path storePath, std::shared_ptr<SyncEventStore> eventStore)
-    : storePath_(standardised(storePath)), eventStore_(std::move(eventStore)) {
+    : storePath_(syncStandardisedPath(storePath)),
+      storeMatch_(storePath_),
+      eventStore_(std::move(eventStore)) {
   auto& center = NotificationCenter::defaultCenter();
   willSaveObserver_ = ScopedObserver(center, kManagedObjectContextWillSaveNotification, nullptr,
                                      [this](const Notification& n) { contextWillSave(n); });
@@ -48,7 +44,7 @@ bool SyncSaveMonitor::isMonitoredContext(const ManagedObjectContext& context) co
   auto coordinator = context.persistentStoreCoordinator();
   if (!coordinator) return false;
   for (PersistentStore* store : coordinator->persistentStores()) {
-    if (!store->URL().empty() && standardised(store->URL()) == storePath_) return true;
+    if (!store->URL().empty() && storeMatch_.matches(store->URL())) return true;
   }
   return false;
 }

@@ -19,6 +19,7 @@
 #include "platform/notification_center.h"
 #include "sync/sync_ensemble_hooks.h"
 #include "sync/sync_event_builder.h"
+#include "sync/sync_store_path.h"
 
 namespace lumeo {
 
@@ -55,6 +56,7 @@ class SyncSaveMonitor {
   void contextDidSave(const Notification& notification);
 
   std::filesystem::path storePath_;
+  SyncStorePathMatch storeMatch_;  // resolves each store path once
   std::shared_ptr<SyncEventStore> eventStore_;
   const SyncEnsembleHooks* ensemble_ = nullptr;
   std::weak_ptr<SyncEventIntegrator> integrator_;
