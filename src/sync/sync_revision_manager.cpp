@@ -157,10 +157,47 @@ struct SyncRevisionManager::EventSnapshot {
   SyncEventPtr mostRecentBaseline;
   std::set<std::string> storeIdentifiers;
 
-  const SyncEventFacts* factsOf(const SyncStoreModificationEvent* event) const {
+  static constexpr std::size_t kNotFound = std::numeric_limits<std::size_t>::max();
+  // The event's index, or kNotFound. Callers mostly walk events in row
+  // order, so the event after the last one found is tried before the table.
+  std::size_t find(const SyncStoreModificationEvent* event) const {
+    if (cursor < events.size() && events[cursor].get() == event) return cursor++;
     const std::size_t* index = indexOf.find(event);
-    return index ? &facts[*index] : nullptr;
+    if (!index) return kNotFound;
+    cursor = *index + 1;
+    return *index;
   }
+  const SyncEventFacts* factsOf(const SyncStoreModificationEvent* event) const {
+    std::size_t index = find(event);
+    return index == kNotFound ? nullptr : &facts[index];
+  }
+  mutable std::size_t cursor = 0;
+};
+
+// A set of events met so far: a flag per snapshot event, a hash set for the
+// rest.
+class SyncRevisionManager::EventSeen {
+ public:
+  explicit EventSeen(const EventSnapshot* snapshot) : snapshot_(snapshot) {
+    if (snapshot_) flags_.assign(snapshot_->events.size(), 0);
+  }
+  // True the first time.
+  bool insert(const SyncStoreModificationEvent* event) {
+    if (snapshot_) {
+      std::size_t index = snapshot_->find(event);
+      if (index != EventSnapshot::kNotFound) {
+        if (flags_[index]) return false;
+        flags_[index] = 1;
+        return true;
+      }
+    }
+    return others_.insert(event).second;
+  }
+
+ private:
+  const EventSnapshot* snapshot_;
+  std::vector<char> flags_;
+  std::unordered_set<const void*> others_;
 };
 
 namespace {
@@ -432,10 +469,10 @@ std::vector<SyncEventPtr> SyncRevisionManager::sortedStoreModificationEvents(
 std::vector<SyncEventPtr> SyncRevisionManager::eventsAfterRevisionSet(const SyncRevisionSet& reference,
                                                                       const SyncEventPtr& baseline) {
   std::vector<SyncEventPtr> out;
-  std::unordered_set<const void*> seen;
+  EventSeen seen(snapshot_.get());
   auto add = [&](std::vector<SyncEventPtr> events) {
     for (auto& e : events) {
-      if (seen.insert(e.get()).second) out.push_back(std::move(e));
+      if (seen.insert(e.get())) out.push_back(std::move(e));
     }
   };
   for (const auto& revision : reference) {
@@ -498,10 +535,10 @@ SyncResult<std::vector<SyncEventPtr>> SyncRevisionManager::fetchStoreModificatio
       minimum.addRevision(SyncRevision(store, lowest));
     }
     std::vector<SyncEventPtr> all = events;
-    std::unordered_set<const void*> seen;
+    EventSeen seen(snapshot_.get());
     for (const auto& e : events) seen.insert(e.get());
     for (auto& e : eventsAfterRevisionSet(minimum, baseline)) {
-      if (seen.insert(e.get()).second) all.push_back(std::move(e));
+      if (seen.insert(e.get())) all.push_back(std::move(e));
     }
     result = sortedStoreModificationEvents(std::move(all));
   });

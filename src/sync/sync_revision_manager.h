@@ -117,6 +117,7 @@ class SyncRevisionManager {
 
  private:
   struct EventSnapshot;
+  class EventSeen;
 
   void perform(const std::function<void()>& block);
   std::vector<SyncEventPtr> eventsAfterRevisionSet(const SyncRevisionSet& reference,
