@@ -9,11 +9,15 @@
 #include "gui_runtime.h"
 #include "gui_session.h"
 #include "main_queue_pump.h"
+#include "objectgraph/fetch_request.h"
+#include "objectgraph/managed_object_context.h"
+#include "objectgraph/predicate.h"
 #include "picture_provider.h"
 #include "platform/localization.h"
 #include "qt_convert.h"
 #include "shell/mood_app_delegate.h"
 #include "shell_adapter.h"
+#include "store/journal_model.h"
 #include "store/journal_store.h"
 #include "store/mood_description.h"
 #include "store/mood_record.h"
@@ -122,6 +126,7 @@ EditorAdapter::EditorAdapter(GuiRuntime& runtime, QObject* parent)
     capture->setEditorOpenedHandler(
         [this](MoodRecordEditViewController& editor) { openEditor(*this, editor); });
   connect(&runtime.pump(), &MainQueuePump::drained, this, &EditorAdapter::refresh);
+  runtime.session().setRereadObservers([this] { noteRecord(false); }, [this] { journalReread(); });
   registerPictureSource(QStringLiteral("editor-thumb"),
                         [this](const QString&, QSize) -> std::optional<Image> {
                           auto editor = editor_.lock();
@@ -131,7 +136,9 @@ EditorAdapter::EditorAdapter(GuiRuntime& runtime, QObject* parent)
                         });
 }
 
-EditorAdapter::~EditorAdapter() = default;
+EditorAdapter::~EditorAdapter() {
+  runtime_.session().setRereadObservers({}, {});
+}
 
 void EditorAdapter::attach(std::shared_ptr<MoodRecordEditViewController> editor) {
   editor_ = editor;
@@ -145,6 +152,9 @@ void EditorAdapter::attach(std::shared_ptr<MoodRecordEditViewController> editor)
   lastText_ = q(editor->text());
   editor->viewWillAppear();
   editor->viewDidAppear();
+  recordDeletedElsewhere_ = false;
+  note_ = {};
+  noteRecord(true);
   ++thumbRevision_;
   Q_EMIT changed();
   Q_EMIT textReplaced(lastText_, utf16Position(editor->text(), editor->cursor()));
@@ -154,7 +164,85 @@ void EditorAdapter::attach(std::shared_ptr<MoodRecordEditViewController> editor)
 }
 
 void EditorAdapter::refresh() {
+  noteRecord(true);
   Q_EMIT changed();
+}
+
+void EditorAdapter::noteRecord(bool mayRead) {
+  auto editor = editor_.lock();
+  auto record = editor ? editor->recordInEdit() : nullptr;
+  ManagedObjectContext* context = record ? record->managedObjectContext() : nullptr;
+  if (!context) return;
+  // A fault reads the file. Just before reading again after another
+  // program's write the row may be gone already, so then only values in
+  // memory count; otherwise a read that finds no row changes nothing.
+  if (record->isFault() && (!mayRead || !context->existingObjectWithID(record->objectID()))) return;
+  auto description = record->moodDescription();
+  if (description && description->isFault() &&
+      (!mayRead || !context->existingObjectWithID(description->objectID())))
+    return;
+  note_.record = record;
+  note_.description = description;
+  note_.uniqueIdentifier = record->uniqueIdentifier();
+  note_.date = record->date();
+  note_.latitude = description ? description->latitude() : MoodDescription::kNoCoordinate;
+  note_.longitude = description ? description->longitude() : MoodDescription::kNoCoordinate;
+}
+
+bool EditorAdapter::recordStillInJournal(MoodRecord& record) const {
+  auto context = runtime_.session().app().store().managedObjectContext();
+  if (!context) return true;
+  if (note_.record.get() == &record && note_.uniqueIdentifier && !note_.uniqueIdentifier->empty()) {
+    // Asked of the file: a record holding unsaved changes stays in memory
+    // after its row went.
+    FetchRequest request(kMoodRecordEntity);
+    request.setPredicate(Predicate::predicateWithFormat("uniqueIdentifier == %@", *note_.uniqueIdentifier));
+    request.setIncludesPendingChanges(false);
+    return context->countForFetchRequest(request) > 0;
+  }
+  return context->existingObjectWithID(record.objectID()) != nullptr;
+}
+
+void EditorAdapter::journalReread() {
+  auto editor = editor_.lock();
+  if (!editor || !active() || !runtime_.session().journalOpen()) return;
+  auto record = editor->recordInEdit();
+  // A replacement not saved yet has no row to lose.
+  if (record->isInserted() || recordStillInJournal(*record)) return;
+  JournalStore& store = runtime_.session().app().store();
+  auto context = store.managedObjectContext();
+  // Whatever the gone record held unsaved (a date, a place) must not be
+  // saved onto a row that is not there: it is dropped here and goes into
+  // the new record instead.
+  context->refreshObject(record, false);
+  if (note_.record == record && note_.description) context->refreshObject(note_.description, false);
+  auto replacement = store.insertRecordWithDescription();
+  if (!replacement) return;
+  if (editor->currentState()) replacement->setMoodLevel(editor->currentState()->moodLevel);
+  const bool noted = note_.record == record;
+  Date date = Date::now();
+  if (noted && note_.date) {
+    date = *note_.date;
+  } else if (editor->currentState() && editor->currentState()->date) {
+    date = *editor->currentState()->date;
+  }
+  replacement->setDate(date);
+  if (noted && (note_.latitude != MoodDescription::kNoCoordinate ||
+                note_.longitude != MoodDescription::kNoCoordinate)) {
+    replacement->moodDescription()->setLatitude(note_.latitude);
+    replacement->moodDescription()->setLongitude(note_.longitude);
+  }
+  editor->adoptReplacementRecord(replacement);
+  recordDeletedElsewhere_ = true;
+  note_ = {};
+  noteRecord(true);
+  Q_EMIT changed();
+}
+
+QString EditorAdapter::deletedNotice() const {
+  if (!recordDeletedElsewhere_) return {};
+  return q(localized("This record was deleted in another window or program.")) + QLatin1Char(' ') +
+         q(localized("Save keeps what you wrote as a new record; Cancel drops it."));
 }
 
 bool EditorAdapter::active() const {
@@ -319,6 +407,7 @@ bool EditorAdapter::photoChosen(const QString& fileUrl) {
   }
   prepareToWrite(runtime_);
   editor->imagePicked(std::get<Image>(image));
+  noteRecord(true);
   ++thumbRevision_;
   Q_EMIT changed();
   return true;
@@ -335,6 +424,7 @@ bool EditorAdapter::placeChosen(double latitude, double longitude) {
     return false;
   prepareToWrite(runtime_);
   editor->didMoodLocationViewControllerLocationChanged(latitude, longitude);
+  noteRecord(true);
   Q_EMIT changed();
   return true;
 }
@@ -350,6 +440,7 @@ void EditorAdapter::pickerChanged(const QDateTime& date) {
 void EditorAdapter::pickerDone(const QDateTime& date) {
   prepareToWrite(runtime_);
   if (auto editor = editor_.lock()) editor->timePickerDone(fromQDateTime(date));
+  noteRecord(true);
   Q_EMIT changed();
 }
 

@@ -13,10 +13,16 @@
 #include <QStringList>
 #include <QVariantList>
 #include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/date.h"
 
 namespace lumeo {
+class MoodDescription;
+class MoodRecord;
 class MoodRecordEditViewController;
-}
+}  // namespace lumeo
 
 namespace lumeo::gui {
 
@@ -47,6 +53,11 @@ class EditorAdapter : public QObject {
   Q_PROPERTY(bool timePickerVisible READ timePickerVisible NOTIFY timePickerChanged)
   Q_PROPERTY(QDateTime pickerDate READ pickerDate NOTIFY timePickerChanged)
   Q_PROPERTY(QDateTime pickerMaximum READ pickerMaximum NOTIFY timePickerChanged)
+  // The record under the open editor was deleted in another window or
+  // program: the editor keeps what the user wrote in a new record that Save
+  // keeps and Cancel drops, and says so in `deletedNotice`.
+  Q_PROPERTY(bool recordDeletedElsewhere READ recordDeletedElsewhere NOTIFY changed)
+  Q_PROPERTY(QString deletedNotice READ deletedNotice NOTIFY changed)
 
  public:
   EditorAdapter(GuiRuntime& runtime, QObject* parent = nullptr);
@@ -71,6 +82,8 @@ class EditorAdapter : public QObject {
   bool timePickerVisible() const { return timePickerVisible_; }
   QDateTime pickerDate() const { return pickerDate_; }
   QDateTime pickerMaximum() const { return pickerMaximum_; }
+  bool recordDeletedElsewhere() const { return recordDeletedElsewhere_; }
+  QString deletedNotice() const;
 
   // The caret position (UTF-16) the controller last set.
   Q_INVOKABLE int controllerCursor() const;
@@ -119,6 +132,22 @@ class EditorAdapter : public QObject {
  private:
   friend class EditorView;
   void refresh();
+  // What the journal said of the open record when it was last read whole:
+  // the date and place live in the record itself, not in the editor's
+  // working copy, and cannot be read once another program deleted it.
+  struct RecordNote {
+    std::shared_ptr<MoodRecord> record;
+    std::shared_ptr<MoodDescription> description;
+    std::optional<std::string> uniqueIdentifier;
+    std::optional<Date> date;
+    double latitude = -1;
+    double longitude = -1;
+  };
+  void noteRecord(bool mayRead);
+  // After the journal was read again: if the open record is gone from the
+  // file, a new record with the note's date and place takes its place.
+  void journalReread();
+  bool recordStillInJournal(MoodRecord& record) const;
 
   GuiRuntime& runtime_;
   std::shared_ptr<EditorView> view_;
@@ -133,6 +162,8 @@ class EditorAdapter : public QObject {
   QDateTime pickerDate_;
   QDateTime pickerMaximum_;
   QString lastText_;
+  RecordNote note_;
+  bool recordDeletedElsewhere_ = false;
 };
 
 }  // namespace lumeo::gui

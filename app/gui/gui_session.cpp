@@ -162,7 +162,10 @@ bool GuiSession::holdWriterLockForThisTurn(double waitSeconds) {
     if (alive.lock()) lock_.reset();
   });
   auto context = app_->managedObjectContext();
+  const bool behind = context && catchUp_.behind(*context);
+  if (behind && beforeReread_) beforeReread_();
   if (context && catchUp_.catchUp(*context)) {
+    if (afterReread_) afterReread_();
     LUMEO_LOG_VERBOSE("read the journal again: another process wrote to it");
     // Records another program deleted are now empty objects, and its new
     // ones are in no list yet: every screen fetches again, after the action

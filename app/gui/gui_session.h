@@ -6,6 +6,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -90,6 +91,15 @@ class GuiSession {
   // happens and the next look tries again. True when the GUI read again.
   bool catchUpWithJournal();
 
+  // Told just before and just after the main context's objects are read
+  // again because another program wrote, within the action that took the
+  // lock: the editor notes its record's date and place first, and then
+  // looks whether the record is still in the journal.
+  void setRereadObservers(std::function<void()> before, std::function<void()> after) {
+    beforeReread_ = std::move(before);
+    afterReread_ = std::move(after);
+  }
+
   // The window was hidden or shown again: the background and foreground
   // steps (save, lock on the way back).
   void enterBackground();
@@ -109,6 +119,8 @@ class GuiSession {
   std::shared_ptr<MoodCaptureViewController> capture_;
   std::optional<JournalLock> lock_;
   JournalCatchUp catchUp_;
+  std::function<void()> beforeReread_;
+  std::function<void()> afterReread_;
   ScopedObserver willSave_;
   std::string launchError_;
   std::string journalError_;

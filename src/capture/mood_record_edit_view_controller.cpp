@@ -383,6 +383,16 @@ void MoodRecordEditViewController::confirmCancel() {
   if (auto d = delegate_.lock()) d->viewControllerDidCancel(*this);
 }
 
+void MoodRecordEditViewController::adoptReplacementRecord(std::shared_ptr<MoodRecord> replacement) {
+  if (!replacement || !currentState_) return;
+  LocationHelper& helper = LocationHelper::sharedInstance();
+  if (recordInEdit_ && helper.record() == recordInEdit_) helper.setRecord(replacement);
+  recordInEdit_ = std::move(replacement);
+  currentState_->existing = true;
+  initialState_ = MoodRecordState();
+  editing_ = false;
+}
+
 // --- Tag panel -----------------------------------------------------------------------
 
 void MoodRecordEditViewController::tagEdit(const std::shared_ptr<MoodTag>& tag) {

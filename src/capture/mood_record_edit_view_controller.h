@@ -172,6 +172,13 @@ class MoodRecordEditViewController : public MoodViewController {
   void cancel();
   void confirmCancel();
 
+  // The record under the editor was deleted elsewhere (another window or
+  // program) while the editor was open. `replacement`, a new record not yet
+  // saved, takes its place: the working copy (level, text and so tags,
+  // pictures) goes into it at the next save, and Cancel deletes it, as for
+  // a new record. The caller gives it the date and place it had.
+  void adoptReplacementRecord(std::shared_ptr<MoodRecord> replacement);
+
   // --- Tag panel ----------------------------------------------------------------
   void tagEdit(const std::shared_ptr<MoodTag>& tag);
   void tagEditDone(const std::string& newName, const std::string& unit);

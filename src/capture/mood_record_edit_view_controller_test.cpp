@@ -254,6 +254,46 @@ TEST_F(CaptureFlowTest, CancelOfAnExistingRecordRestoresValuesButKeepsTheNewDate
   EXPECT_EQ(record->moodDescription()->comment(), "Old #work");
 }
 
+// The record under an open editor went (another program deleted it); a new
+// record takes its place. Done writes the working copy into it; Cancel
+// deletes it and leaves the journal as it was.
+TEST_F(CaptureFlowTest, AReplacementRecordTakesTheWorkingCopyOrGoesOnCancel) {
+  for (bool done : {true, false}) {
+    SCOPED_TRACE(done ? "done" : "cancel");
+    auto record = existingRecord("Old #work", 6);
+    auto editor = MoodRecordEditViewController::forExistingRecord(record, services(), library());
+    editor->viewDidLoad();
+    type(*editor, " and #gym");
+    const auto recordsBefore = store_->allRecords().size();
+    ASSERT_FALSE(store_->deleteRecord(record));
+    store_->saveContext();
+
+    auto replacement = store_->insertRecordWithDescription();
+    replacement->setDate(Date::fromTimeIntervalSince1970(1700000000));
+    editor->adoptReplacementRecord(replacement);
+    EXPECT_EQ(editor->recordInEdit(), replacement);
+    EXPECT_FALSE(editor->editing());
+    EXPECT_EQ(editor->text(), "Old #work and #gym");
+    if (done) {
+      editor->done();
+      ASSERT_FALSE(store_->lastSaveError());
+      EXPECT_EQ(store_->allRecords().size(), recordsBefore);
+      EXPECT_EQ(replacement->moodLevel(), 6);
+      EXPECT_EQ(replacement->moodDescription()->comment(), "Old #work and #gym");
+      EXPECT_EQ(replacement->moodTags().size(), 2u);
+      auto photo = images_->imageForName(replacement->moodDescription()->photoName());
+      ASSERT_TRUE(photo);
+      EXPECT_EQ(photo->width(), 30);
+    } else {
+      editor->confirmCancel();
+      ASSERT_FALSE(store_->lastSaveError());
+      EXPECT_EQ(store_->allRecords().size(), recordsBefore - 1);
+      auto all = store_->allRecords();
+      EXPECT_EQ(std::count(all.begin(), all.end(), replacement), 0);
+    }
+  }
+}
+
 TEST_F(CaptureFlowTest, TemplateFillsOnlyNewRecordsAndTheReminderTemplateIsUsedUp) {
   MoodUserDefaultsOperator& defaults = MoodUserDefaultsOperator::sharedOperator();
   EXPECT_FALSE(defaults.setTemplateText(std::string("General #t")));

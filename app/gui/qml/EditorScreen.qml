@@ -131,6 +131,29 @@ FocusScope {
                 }
             }
 
+            // The record was deleted in another window or program; what
+            // the user wrote is kept until Save (a new record) or Cancel.
+            Rectangle {
+                objectName: "editorDeletedNotice"
+                Layout.fillWidth: true
+                Layout.preferredHeight: notice.implicitHeight + 20
+                visible: Editor.recordDeletedElsewhere
+                color: Theme.dark ? "#4a3a12" : "#fff3cd"
+                Accessible.role: Accessible.AlertMessage
+                Accessible.name: Editor.deletedNotice
+                Text {
+                    id: notice
+                    anchors.fill: parent
+                    anchors.margins: 10
+                    anchors.leftMargin: 16
+                    anchors.rightMargin: 16
+                    text: Editor.deletedNotice
+                    wrapMode: Text.WordWrap
+                    color: Theme.dark ? "#ffe8a8" : "#5c4400"
+                    font.pointSize: Theme.fontBase
+                }
+            }
+
             Flickable {
                 Layout.fillWidth: true
                 Layout.fillHeight: true

@@ -20,6 +20,7 @@
 #include "capture/mood_record_edit_view_controller.h"
 #include "capture/mood_template_view_controller.h"
 #include "capture_adapter.h"
+#include "editor_adapter.h"
 #include "gallery_model.h"
 #include "gui_runtime.h"
 #include "gui_session.h"
@@ -33,12 +34,14 @@
 #include "platform/user_defaults.h"
 #include "shell/mood_app_delegate.h"
 #include "shell_adapter.h"
+#include "store/image_store.h"
 #include "store/journal_lock.h"
 #include "store/journal_store.h"
 #include "store/mood_description.h"
 #include "store/mood_record.h"
 #include "store/mood_tag.h"
 #include "store/mood_user_defaults_operator.h"
+#include "store/settings_keys.h"
 #include "summary_controller.h"
 #include "tagged_text_layout.h"
 #include "template_adapter.h"
@@ -382,6 +385,103 @@ class EditorScreensTests : public QObject {
     QCOMPARE(comment->text(), QString());
     QVERIFY(!store.lastSaveError());
     gallery->close();
+  }
+
+  // `lumeo delete` takes away the record under the open editor. The
+  // editor says so, and Save keeps the text, level, tags, photo and place
+  // as a new record; nothing is saved onto the emptied object.
+  void anEditorWhoseRecordIsDeletedElsewhereSavesANewRecord() {
+    GuiSession& session = fixture_->session();
+    auto* editor = adapter<EditorAdapter>("Editor");
+    const std::size_t before = session.app().store().allRecords().size();
+    session.capture()->selectMenu(3);  // level 7, saved at once
+    QVERIFY(editor->active());
+    QVERIFY(editor->isNew());
+    const QString text = QStringLiteral("Walk by the river #riverwalk");
+    editor->textEdited(text, static_cast<int>(text.size()));
+    QVERIFY(editor->placeChosen(48.8566, 2.3522));
+    const QString picture = QDir(fixture_->home()).filePath(QStringLiteral("river.png"));
+    QImage image(320, 200, QImage::Format_RGB32);
+    image.fill(Qt::darkGreen);
+    QVERIFY(image.save(picture));
+    QVERIFY(editor->photoChosen(QUrl::fromLocalFile(picture).toString()));  // saves at once
+    fixture_->drain();
+    const auto row = editor->editor()->recordInEdit()->objectID().primaryKey();
+    QVERIFY(!editor->recordDeletedElsewhere());
+
+    QVERIFY(lumeo({"delete", QString::number(row), "--yes"}));
+    QTRY_VERIFY_WITH_TIMEOUT(editor->recordDeletedElsewhere(), 20000);
+    QVERIFY(editor->deletedNotice().startsWith(
+        QStringLiteral("This record was deleted in another window or program.")));
+    QVERIFY(editor->active());
+    QCOMPARE(editor->level(), 7);
+    QVERIFY(editor->hasPlace());
+    QVERIFY(editor->hasPhoto());
+    QCOMPARE(editor->text(), text);
+
+    // Typing goes on, then Save.
+    const QString more = text + QStringLiteral(" #calm");
+    editor->textEdited(more, static_cast<int>(more.size()));
+    editor->done();
+    QVERIFY(!editor->active());
+    JournalStore& store = session.app().store();
+    QVERIFY2(!store.lastSaveError(), store.lastSaveError() ? store.lastSaveError()->toString().c_str() : "");
+    fixture_->drain();
+
+    JournalStore fresh({session.directories().library, session.directories().documents}, session.defaults());
+    QVERIFY(!fresh.recordWithRowNumber(row));
+    QCOMPARE(fresh.allRecords().size(), before + 1);
+    std::shared_ptr<MoodRecord> kept;
+    for (const auto& record : fresh.allRecords()) {
+      if (record->moodDescription()->comment() == more.toStdString()) kept = record;
+    }
+    QVERIFY(kept);
+    QCOMPARE(kept->moodLevel(), 7);
+    auto description = kept->moodDescription();
+    QCOMPARE(description->latitude(), 48.8566);
+    QCOMPARE(description->longitude(), 2.3522);
+    QVERIFY(!description->photoName().value_or("").empty());
+    QVERIFY(!description->thumbName().value_or("").empty());
+    auto file = ImageStore::shared()->imageURLForName(description->photoName());
+    QVERIFY(file && std::filesystem::exists(*file));
+    auto walk = fresh.tagNamed("riverwalk");
+    auto calm = fresh.tagNamed("calm");
+    QVERIFY(walk && calm);
+    QCOMPARE(walk->frequency(), 1L);
+    QCOMPARE(calm->frequency(), 1L);
+    QVERIFY(!session.defaults()->stringForKey(kMoodRecordInCreation));
+  }
+
+  // The same on an older record opened with Edit, then Cancel: the new
+  // record is dropped, and the journal keeps what the other program left.
+  void anEditorWhoseRecordIsDeletedElsewhereDropsItOnCancel() {
+    GuiSession& session = fixture_->session();
+    auto* editor = adapter<EditorAdapter>("Editor");
+    JournalStore& store = session.app().store();
+    auto records = store.allRecords();
+    QVERIFY(!records.empty());
+    const std::string comment = records.front()->moodDescription()->comment().value_or("");
+    QVERIFY(!comment.empty());
+    QVERIFY(fixture_->editRecordWithComment(QString::fromStdString(comment)));
+    QVERIFY(editor->active());
+    QVERIFY(!editor->isNew());
+    const auto row = editor->editor()->recordInEdit()->objectID().primaryKey();
+    const std::size_t before = records.size();
+    records.clear();
+    editor->textEdited(QStringLiteral("Rewritten"), 9);
+    fixture_->drain();
+
+    QVERIFY(lumeo({"delete", QString::number(row), "--yes"}));
+    QTRY_VERIFY_WITH_TIMEOUT(editor->recordDeletedElsewhere(), 20000);
+    QVERIFY(editor->isNew());  // Cancel now drops it
+    QVERIFY(session.prepareToWrite());
+    editor->editor()->confirmCancel();
+    QVERIFY(!editor->active());
+    QVERIFY(!store.lastSaveError());
+    fixture_->drain();
+    JournalStore fresh({session.directories().library, session.directories().documents}, session.defaults());
+    QCOMPARE(fresh.allRecords().size(), before - 1);
+    QVERIFY(!fresh.recordWithRowNumber(row));
   }
 
   // A restore from the Backup screen runs under the journal's writer lock,
