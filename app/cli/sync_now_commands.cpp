@@ -17,88 +17,45 @@
 #include "platform/linux/secret_service_store.h"
 #include "platform/log.h"
 #include "shell/mood_app_delegate.h"
-#include "store/image_store.h"
-#include "store/journal_model.h"
-#include "store/journal_store.h"
 #include "sync/sync_cloud_file_system_settings.h"
 #include "sync/sync_cloud_manager_merge.h"
-#include "sync/sync_ensemble_hooks.h"
-#include "sync/sync_event_integrator.h"
 #include "sync/sync_event_store.h"
-#include "sync/sync_save_monitor.h"
+#include "sync/sync_journal_capture.h"
 
 namespace lumeo::cli {
 
 namespace {
 
-// The engine of this process, made when the journal opens.
-struct SyncSession {
-  SyncEnsembleHooks hooks;
-  std::shared_ptr<SyncEventStore> eventStore;
-  std::shared_ptr<SyncEventIntegrator> integrator;
-  std::unique_ptr<SyncSaveMonitor> monitor;
-};
-
-std::unique_ptr<SyncSession>& sessionSlot() {
-  static std::unique_ptr<SyncSession> session;
+std::unique_ptr<SyncJournalCapture>& sessionSlot() {
+  static std::unique_ptr<SyncJournalCapture> session;
   return session;
 }
 
-std::filesystem::path eventDataRoot(const DataDirectories& dirs) {
-  return dirs.applicationSupport / "org.lumeo.Lumeo" / kSyncEventDataDirectoryName;
-}
-
-std::filesystem::path journalPath(const DataDirectories& dirs) {
-  return dirs.library / "Model.sqlite";
-}
-
-SyncSession& syncSession() {
+// The engine of this process, made when the journal opens.
+SyncJournalCapture& syncSession() {
   auto& slot = sessionSlot();
   if (slot) return *slot;
   DataDirectories dirs = DataDirectories::current();
-  slot = std::make_unique<SyncSession>();
-  slot->hooks.managedObjectModel = makeJournalModel();
-  slot->hooks.globalIdentifiersForManagedObjects = journalGlobalIdentifiersForManagedObjects;
-  slot->hooks.imageStore = std::make_shared<ImageStore>(dirs.library);
-  slot->eventStore = std::make_shared<SyncEventStore>("MainStore", eventDataRoot(dirs));
-  slot->integrator = std::make_shared<SyncEventIntegrator>(journalPath(dirs), slot->hooks.managedObjectModel,
-                                                           slot->eventStore);
-  slot->integrator->setEnsemble(&slot->hooks);
-  slot->monitor = std::make_unique<SyncSaveMonitor>(journalPath(dirs), slot->eventStore);
-  slot->monitor->setEnsemble(&slot->hooks);
-  slot->monitor->setEventIntegrator(slot->integrator);
+  slot = std::make_unique<SyncJournalCapture>(dirs.library, dirs.applicationSupport);
   return *slot;
 }
 
 // Open hook: once this device syncs, the saves of every journal session
 // become events.
 void startCapture(CliApp&) {
-  DataDirectories dirs = DataDirectories::current();
-  std::error_code ec;
-  if (!std::filesystem::exists(eventDataRoot(dirs) / "MainStore" / kSyncStoreInfoFileName, ec)) return;
-  syncSession();
+  if (SyncJournalCapture::deviceSyncs(DataDirectories::current().applicationSupport)) syncSession();
 }
 
 // Close hook: the events of the session's saves are on disk, and the event
 // log is closed, before the writer lock goes, so that the next writer (a
 // `sync now` in another process) finds each of them whole and nothing of
-// this process writes after it. The monitor writes the events on the event
-// store's own queue; waiting for that queue lets them finish, and a flush
-// saves whatever they left unsaved. A session that saved nothing queued
-// nothing and writes nothing here.
+// this process writes after it. A session that saved nothing writes
+// nothing here; one that did, but ran as a reading command, takes the lock
+// for the write.
 void stopCapture(CliApp&) {
-  auto& slot = sessionSlot();
-  if (!slot) return;
-  slot->monitor->stopMonitoring();
-  std::unique_ptr<SyncSession> session = std::move(slot);
-  if (!session->eventStore->containsEventData()) return;
-  auto context = session->eventStore->managedObjectContext();
-  if (!context) return;
-  bool unsaved = false;
-  context->performBlockAndWait([&] { unsaved = context->hasChanges(); });
-  if (!unsaved) return;
-  holdJournalLock();
-  LUMEO_DROP_ERROR(session->eventStore->flush());
+  std::unique_ptr<SyncJournalCapture> session = std::move(sessionSlot());
+  if (!session) return;
+  LUMEO_DROP_ERROR(session->close(holdJournalLock));
 }
 
 std::shared_ptr<SecretStore> keyring() {
@@ -130,11 +87,11 @@ void runSyncNow(CliApp& cli) {
   }
   // What the journal holds unsaved goes into the exchange.
   app.saveContext();
-  SyncSession& session = syncSession();
-  if (OptionalError error = session.eventStore->setupError())
+  SyncJournalCapture& session = syncSession();
+  if (OptionalError error = session.eventStore()->setupError())
     throw CommandError("the sync engine's files cannot be read: " + describe(*error));
   std::shared_ptr<SyncCloudFileSystem> cloud = makeSyncCloudFileSystem(*destination, keyring());
-  SyncCloudMerger merger(app.storeURL(), session.eventStore, cloud, &session.hooks, session.integrator);
+  SyncCloudMerger merger(app.storeURL(), session.eventStore(), cloud, &session.hooks(), session.integrator());
 
   bool joined = false;
   if (!merger.isLeeched()) {

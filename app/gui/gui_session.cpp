@@ -25,6 +25,9 @@
 #include "store/journal_store.h"
 #include "store/notification_names.h"
 #include "store/settings_keys.h"
+#include "sync/sync_event_store.h"
+#include "sync/sync_journal_capture.h"
+#include "sync/sync_save_monitor.h"
 
 namespace lumeo::gui {
 
@@ -43,7 +46,7 @@ GuiSession::~GuiSession() {
     willSave_ = ScopedObserver();
     app_.reset();
   }
-  lock_.reset();
+  releaseWriterLock();
 }
 
 std::filesystem::path GuiSession::storePath() const {
@@ -58,7 +61,27 @@ bool GuiSession::takeWriterLock(double waitSeconds) {
     return false;
   }
   lock_ = std::move(std::get<JournalLock>(lock));
+  // Once this device syncs (`lumeo sync folder|webdav` and a first `sync
+  // now`, perhaps while the window was open), the saves of this hold are
+  // captured. The event log is read afresh for each hold: between two of
+  // them, another process's `sync now` may have added to it.
+  if (SyncJournalCapture::deviceSyncs(directories_.applicationSupport)) {
+    syncCapture_ =
+        std::make_unique<SyncJournalCapture>(directories_.library, directories_.applicationSupport);
+    if (auto error = syncCapture_->eventStore()->setupError())
+      LUMEO_LOG_WARNING("the sync event log cannot be read, saves are not sent to other devices: %@",
+                        error->description);
+  }
   return true;
+}
+
+void GuiSession::releaseWriterLock() {
+  if (syncCapture_) {
+    std::unique_ptr<SyncJournalCapture> capture = std::move(syncCapture_);
+    if (auto error = capture->close())
+      LUMEO_LOG_ERROR("the sync events of the last save could not be written: %@", error->description);
+  }
+  lock_.reset();
 }
 
 bool GuiSession::launch() {
@@ -131,7 +154,7 @@ void GuiSession::splashFinished() {
   if (journalError_.empty()) {
     if (auto context = app_->managedObjectContext()) catchUp_.remember(*context);
   }
-  lock_.reset();
+  releaseWriterLock();
   // Reminders are shown by the agent, not by the window: start one for
   // this journal if none runs (after the launch let go of the journal).
   if (options_.desktopServices && !options_.sampleJournal && journalError_.empty())
@@ -149,8 +172,14 @@ void GuiSession::observeSaves() {
                      [this](const Notification& notification) {
                        if (!app_ || notification.sender != app_->managedObjectContext().get()) return;
                        if (lock_) return;
-                       if (!holdWriterLockForThisTurn())
+                       if (!holdWriterLockForThisTurn()) {
                          LUMEO_LOG_WARNING("saving without the journal's writer lock: %@", launchError_);
+                         return;
+                       }
+                       // The capture opened with the lock, in the middle of
+                       // this notification's delivery: it has this save's
+                       // will-save step done for it.
+                       if (syncCapture_) syncCapture_->monitor().contextWillSave(notification);
                      });
 }
 
@@ -159,7 +188,7 @@ bool GuiSession::holdWriterLockForThisTurn(double waitSeconds) {
   if (!takeWriterLock(waitSeconds)) return false;
   std::weak_ptr<bool> alive = alive_;
   DispatchQueue::main().async([this, alive] {
-    if (alive.lock()) lock_.reset();
+    if (alive.lock()) releaseWriterLock();
   });
   auto context = app_->managedObjectContext();
   const bool behind = context && catchUp_.behind(*context);

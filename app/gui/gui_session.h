@@ -2,7 +2,8 @@
 // application object and its launch sequence, the capture tab's controller,
 // and the journal's writer lock, which the GUI holds only while it launches
 // and while it saves, so the command line and the reminder agent can write
-// between the GUI's saves.
+// between the GUI's saves. On a device that syncs, the saves made under the
+// lock become sync events, written before the lock goes.
 #pragma once
 
 #include <filesystem>
@@ -20,6 +21,7 @@ namespace lumeo {
 class MoodAppDelegate;
 class MoodCaptureViewController;
 class PasscodeGate;
+class SyncJournalCapture;
 class UserDefaults;
 }  // namespace lumeo
 
@@ -106,7 +108,11 @@ class GuiSession {
   void enterForeground();
 
  private:
+  // Takes the lock and, on a device that syncs, opens the event log that
+  // captures the saves made while the lock is held.
   bool takeWriterLock(double waitSeconds = 30);
+  // Writes and closes the event log of this hold, then lets go of the lock.
+  void releaseWriterLock();
   // The lock for the rest of this turn of the main queue, the context read
   // again if the file moved (and the screens told so).
   bool holdWriterLockForThisTurn(double waitSeconds = 30);
@@ -118,6 +124,9 @@ class GuiSession {
   std::unique_ptr<MoodAppDelegate> app_;
   std::shared_ptr<MoodCaptureViewController> capture_;
   std::optional<JournalLock> lock_;
+  // Open only while the lock is held: another process's `sync now` changes
+  // the event log between the GUI's writes.
+  std::unique_ptr<SyncJournalCapture> syncCapture_;
   JournalCatchUp catchUp_;
   std::function<void()> beforeReread_;
   std::function<void()> afterReread_;

@@ -13,6 +13,7 @@
 #include "platform/user_defaults.h"
 #include "store/image_store.h"
 #include "store/journal_model.h"
+#include "store/journal_store_options.h"
 #include "store/mood_description.h"
 #include "store/mood_record.h"
 #include "store/mood_tag.h"
@@ -20,6 +21,13 @@
 #include "store/settings_keys.h"
 
 namespace lumeo {
+
+Value::Dictionary journalStoreOptions() {
+  Value::Dictionary pragmas{{"journal_mode", Value("DELETE")}};
+  return {{kMigratePersistentStoresAutomaticallyOption, Value(true)},
+          {kInferMappingModelAutomaticallyOption, Value(true)},
+          {kSQLitePragmasOption, Value(pragmas)}};
+}
 
 namespace {
 
@@ -81,10 +89,7 @@ std::shared_ptr<PersistentStoreCoordinator> JournalStore::persistentStoreCoordin
     NotificationCenter::defaultCenter().post(MoodStopMigrationNotification);
     return coordinator_;
   }
-  Value::Dictionary pragmas{{"journal_mode", Value("DELETE")}};
-  Value::Dictionary options{{kMigratePersistentStoresAutomaticallyOption, Value(true)},
-                            {kInferMappingModelAutomaticallyOption, Value(true)},
-                            {kSQLitePragmasOption, Value(pragmas)}};
+  Value::Dictionary options = journalStoreOptions();
   std::filesystem::create_directories(locations_.libraryDirectory, ec);
   OptionalError error;
   coordinator_->addPersistentStoreWithType(kSQLiteStoreType, storeURL(), options, error);

@@ -4,6 +4,7 @@
 #include "objectgraph/fetch_request.h"
 #include "objectgraph/persistent_store_coordinator.h"
 #include "platform/log.h"
+#include "store/journal_store_options.h"
 #include "sync/sync_baseline_consolidator.h"
 #include "sync/sync_event_builder.h"
 #include "sync/sync_event_integrator.h"
@@ -53,7 +54,7 @@ OptionalError SyncCloudMerger::importJournalAsBaseline() {
     return syncError(kSyncErrorCodeUnknown, "No journal model to import the journal with");
   auto coordinator = std::make_shared<PersistentStoreCoordinator>(hooks_->managedObjectModel);
   OptionalError error;
-  coordinator->addPersistentStoreWithType(kSQLiteStoreType, journalStoreURL_, {}, error);
+  coordinator->addPersistentStoreWithType(kSQLiteStoreType, journalStoreURL_, journalStoreOptions(), error);
   if (error) return error;
   ManagedObjectContext journal(ConcurrencyType::kConfinement);
   journal.setPersistentStoreCoordinator(coordinator);

@@ -51,8 +51,11 @@ class SyncSaveMonitor {
   std::vector<ManagedObjectPtr> monitoredManagedObjectsInSet(
       const std::vector<ManagedObjectPtr>& objects) const;
 
- private:
+  // The will-save step, for a monitor made while that very notification
+  // was being delivered: it observes only the ones posted after it.
   void contextWillSave(const Notification& notification);
+
+ private:
   void contextDidSave(const Notification& notification);
 
   std::filesystem::path storePath_;

@@ -8,6 +8,9 @@
 #include <sys/stat.h>
 
 #include <QAbstractItemModelTester>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -523,12 +526,90 @@ class EditorScreensTests : public QObject {
     QVERIFY(session.app().store().storeOpenError() == std::nullopt);
   }
 
+  // On a device that syncs, what the window adds, edits and deletes becomes
+  // sync events: `lumeo sync now` sends them, and a second device (another
+  // home, the same shared folder) gets the journal as the window left it.
+  void theWindowsSavesReachAnotherDeviceThroughSyncNow() {
+    GuiSession& session = fixture_->session();
+    JournalStore& store = session.app().store();
+    QTemporaryDir shared;
+    QTemporaryDir otherDevice;
+    QVERIFY(shared.isValid() && otherDevice.isValid());
+    QVERIFY(lumeo({"sync", "folder", shared.path()}));
+    QVERIFY(lumeo({"sync", "now"}));  // joins with the journal as it stands, the window open
+
+    // A new record from the capture tab (level 7, saved at once), then its
+    // comment from the editor.
+    session.capture()->selectMenu(3);
+    auto editor = session.capture()->editor();
+    QVERIFY(editor);
+    editor->viewDidLoad();
+    editor->viewWillAppear();
+    editor->textViewDidChange("Made in the window #synced", 26);
+    editor->done();
+    fixture_->drain();
+    // An older record edited and another deleted, each in a turn of its own.
+    auto records = store.allRecords();
+    std::sort(records.begin(), records.end(),
+              [](const auto& a, const auto& b) { return a->date() < b->date(); });
+    QVERIFY(records.size() > 3);
+    const QString editedId = QString::fromStdString(records[0]->uniqueIdentifier().value_or(""));
+    const QString deletedId = QString::fromStdString(records[1]->uniqueIdentifier().value_or(""));
+    QVERIFY(!editedId.isEmpty() && !deletedId.isEmpty());
+    QVERIFY(session.prepareToWrite());
+    records[0]->setMoodLevel(2);
+    records[0]->moodDescription()->setComment("Edited in the window");
+    store.saveContext();
+    fixture_->drain();
+    QVERIFY(session.prepareToWrite());
+    QVERIFY(!store.deleteRecord(records[1]));
+    store.saveContext();
+    QVERIFY(!store.lastSaveError());
+    fixture_->drain();
+    const int kept = static_cast<int>(store.allRecords().size());
+    records.clear();
+
+    QVERIFY(lumeo({"sync", "now"}));
+    const QStringList there{QStringLiteral("--home"), otherDevice.path()};
+    QVERIFY(other(there + QStringList{"sync", "folder", shared.path()}));
+    QVERIFY(other(there + QStringList{"sync", "now"}));
+    QCOMPARE(fixture_->lumeo(there + QStringList{"list", "--limit", "0", "--json"}), 0);
+    const QJsonArray list = QJsonDocument::fromJson(fixture_->lastOutput().toUtf8()).array();
+    QCOMPARE(list.size(), kept);
+    int made = 0;
+    int edited = 0;
+    for (const QJsonValue& value : list) {
+      const QJsonObject record = value.toObject();
+      const QString comment = record.value(QStringLiteral("comment")).toString();
+      const QString id = record.value(QStringLiteral("uniqueIdentifier")).toString();
+      QVERIFY(id != deletedId);
+      if (comment == QStringLiteral("Made in the window #synced")) {
+        ++made;
+        QCOMPARE(record.value(QStringLiteral("level")).toInt(), 7);
+      }
+      if (id == editedId) {
+        ++edited;
+        QCOMPARE(comment, QStringLiteral("Edited in the window"));
+        QCOMPARE(record.value(QStringLiteral("level")).toInt(), 2);
+      }
+    }
+    QCOMPARE(made, 1);
+    QCOMPARE(edited, 1);
+  }
+
  private:
   // Runs the command line on the fixture's journal, as another process;
   // false (and what it said) when it fails.
   bool lumeo(const QStringList& arguments) {
     if (fixture_->lumeo(QStringList{QStringLiteral("--home"), fixture_->home()} + arguments) == 0)
       return true;
+    qWarning("lumeo %s: %s", qPrintable(arguments.join(' ')), qPrintable(fixture_->lastOutput()));
+    return false;
+  }
+
+  // The command line as another device: `arguments` name its own home.
+  bool other(const QStringList& arguments) {
+    if (fixture_->lumeo(arguments) == 0) return true;
     qWarning("lumeo %s: %s", qPrintable(arguments.join(' ')), qPrintable(fixture_->lastOutput()));
     return false;
   }
