@@ -4,7 +4,6 @@
 #include "objectgraph/fetch_request.h"
 #include "objectgraph/persistent_store_coordinator.h"
 #include "platform/log.h"
-#include "store/journal_store_options.h"
 #include "sync/sync_baseline_consolidator.h"
 #include "sync/sync_event_builder.h"
 #include "sync/sync_event_integrator.h"
@@ -54,7 +53,10 @@ OptionalError SyncCloudMerger::importJournalAsBaseline() {
     return syncError(kSyncErrorCodeUnknown, "No journal model to import the journal with");
   auto coordinator = std::make_shared<PersistentStoreCoordinator>(hooks_->managedObjectModel);
   OptionalError error;
-  coordinator->addPersistentStoreWithType(kSQLiteStoreType, journalStoreURL_, journalStoreOptions(), error);
+  // Opened as the application opens it, so the import leaves the file's
+  // journal mode as the application's other connections expect it.
+  coordinator->addPersistentStoreWithType(kSQLiteStoreType, journalStoreURL_,
+                                          integrator_->persistentStoreOptions(), error);
   if (error) return error;
   ManagedObjectContext journal(ConcurrencyType::kConfinement);
   journal.setPersistentStoreCoordinator(coordinator);

@@ -47,6 +47,8 @@ class SyncEventIntegrator : public std::enable_shared_from_this<SyncEventIntegra
 
   void setEnsemble(const SyncEnsembleHooks* ensemble) { ensemble_ = ensemble; }
   void setPersistentStoreOptions(Value::Dictionary options) { persistentStoreOptions_ = std::move(options); }
+  // How the engine's own connections open the journal (as the application does).
+  const Value::Dictionary& persistentStoreOptions() const { return persistentStoreOptions_; }
   const std::filesystem::path& storeURL() const { return storeURL_; }
 
   // Watches saves of other contexts on the store: one during a merge fails
