@@ -19,3 +19,12 @@ check() {  # check NAME CONDITION...
   shift
   if "$@"; then echo "ok   $name"; else echo "FAIL $name"; fail=1; fi
 }
+
+fresh_home() {  # a journal home of the script's own, removed at exit; L runs $lumeo in it
+  fail=0
+  home=$(mktemp -d)
+  trap 'rm -rf "$home"' EXIT
+  export TZ=UTC LANG=en_US.UTF-8
+  store="$home/Library/Model.sqlite"
+  L() { "$lumeo" --home "$home" "$@"; }
+}

@@ -5,13 +5,8 @@
 # clear message, a non-zero status and leave the journal as it was.
 set -u
 lumeo=$1
-home=$(mktemp -d)
-trap 'rm -rf "$home"' EXIT
-export TZ=UTC LANG=en_US.UTF-8
-store="$home/Library/Model.sqlite"
-fail=0
 source "$(dirname "$0")/checks.sh"
-L() { "$lumeo" --home "$home" "$@"; }
+fresh_home
 
 
 # The journal's rows (opening the store may touch its bookkeeping, never them).

@@ -5,13 +5,8 @@
 # each giving a clear message or being left out, never a crash.
 set -u
 lumeo=$1
-home=$(mktemp -d)
-trap 'rm -rf "$home"' EXIT
-export TZ=UTC LANG=en_US.UTF-8
-store="$home/Library/Model.sqlite"
-fail=0
 source "$(dirname "$0")/checks.sh"
-L() { "$lumeo" --home "$home" "$@"; }
+fresh_home
 is_png() { [ "$(head -c 8 "$1" | od -An -tx1 | tr -d ' \n')" = "89504e470d0a1a0a" ]; }
 
 L add 7 --place 48.2,16.37 --at 2025-11-20T09:00 >/dev/null

@@ -5,13 +5,8 @@
 # beside a real number.
 set -u
 lumeo=$1
-home=$(mktemp -d)
-trap 'rm -rf "$home"' EXIT
-export TZ=UTC LANG=en_US.UTF-8
-store="$home/Library/Model.sqlite"
-fail=0
 source "$(dirname "$0")/checks.sh"
-L() { "$lumeo" --home "$home" "$@"; }
+fresh_home
 places() { sqlite3 "$store" "SELECT d.latitude || '|' || d.longitude FROM MoodRecord r JOIN MoodDescription d ON d._pk = r.moodDescription ORDER BY r.date;"; }
 
 L add 5 --comment "half" --place 10,30 --at 2025-11-20T09:00 >/dev/null
