@@ -13,6 +13,7 @@
 #include <iostream>
 
 #include "cli_app.h"
+#include "journal_commands.h"
 #include "lock_gate.h"
 #include "platform/dispatch_queue.h"
 #include "platform/linux/data_directories.h"
@@ -31,15 +32,6 @@ std::shared_ptr<UserDefaults> syncSettings(CliApp& cli) {
   if (cli.home()) DataDirectories::setHomeOverride(*cli.home());
   if (!DataDirectories::current().create()) throw CommandError("cannot make Lumeo's folders");
   return PlistUserDefaults::installStandard();
-}
-
-// The system's keyring, for this journal.
-std::shared_ptr<SecretStore> keyring() {
-  if (!std::dynamic_pointer_cast<UnavailableSecretStore>(SecretStore::shared())) return SecretStore::shared();
-  std::error_code ec;
-  auto journal = std::filesystem::weakly_canonical(DataDirectories::current().library, ec);
-  SecretStore::setShared(std::make_shared<SecretServiceStore>(journal.string()));
-  return SecretStore::shared();
 }
 
 // Runs one asynchronous call of a file system to its end on the main loop.
@@ -199,7 +191,7 @@ void runWebDav(CliApp& cli, const WebDavOptions& options) {
       throw CommandError("cannot sync through " + *url + ": " + describe(*error));
   }
 
-  auto secrets = keyring();
+  auto secrets = journalKeyring();
   auto status = secrets->add(key, "Lumeo sync: " + options.user + " at " + *url, password);
   if (status.code == kSecretDuplicateItem) status = secrets->update(key, password);
   std::fill(password.begin(), password.end(), '\0');
@@ -239,7 +231,7 @@ void runStatus(CliApp& cli, bool check) {
                  "`lumeo sync webdav URL --user NAME`.\n";
     return;
   }
-  auto secrets = destination->service == kSyncServiceWebDAV ? keyring() : nullptr;
+  auto secrets = destination->service == kSyncServiceWebDAV ? journalKeyring() : nullptr;
   auto fs = makeSyncCloudFileSystem(*destination, secrets);
   out["service"] = destination->service;
   out["identity"] = fs->identityToken() ? nlohmann::json(*fs->identityToken()) : nlohmann::json(nullptr);
@@ -282,7 +274,7 @@ void runReset(CliApp& cli) {
   auto destination = syncCloudDestination(*settings);
   bool forgotPassword = false;
   if (destination && destination->service == kSyncServiceWebDAV) {
-    auto status = keyring()->remove(syncWebDavCredentialKey(destination->url, destination->user));
+    auto status = journalKeyring()->remove(syncWebDavCredentialKey(destination->url, destination->user));
     forgotPassword = status.ok();
     if (!status.ok() && status.code != kSecretItemNotFound)
       throw CommandError("cannot remove the password from the Secret Service: " + status.message);

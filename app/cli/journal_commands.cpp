@@ -28,6 +28,7 @@
 #include "platform/date_formatter.h"
 #include "platform/linux/data_directories.h"
 #include "platform/linux/plist_user_defaults.h"
+#include "platform/linux/secret_service_store.h"
 #include "platform/log.h"
 #include "platform/user_date_parser.h"
 #include "record_json.h"
@@ -587,6 +588,14 @@ std::size_t fillDemoJournal(JournalStore& store, int days, std::uint32_t seed) {
   }
   store.saveContext();
   return made;
+}
+
+std::shared_ptr<SecretStore> journalKeyring() {
+  if (!std::dynamic_pointer_cast<UnavailableSecretStore>(SecretStore::shared())) return SecretStore::shared();
+  std::error_code ec;
+  auto journal = std::filesystem::weakly_canonical(DataDirectories::current().library, ec);
+  SecretStore::setShared(std::make_shared<SecretServiceStore>(journal.string()));
+  return SecretStore::shared();
 }
 
 }  // namespace lumeo::cli

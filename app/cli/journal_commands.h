@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -14,6 +15,7 @@ namespace lumeo {
 class JournalStore;
 class MoodAppDelegate;
 class MoodRecord;
+class SecretStore;
 }  // namespace lumeo
 
 namespace lumeo::cli {
@@ -33,6 +35,10 @@ void closeJournalSession(CliApp& app);
 // that finds it has something to write at the end of a reading command.
 // Throws CommandError when another writer keeps the journal busy.
 void holdJournalLock();
+
+// The system's keyring (the Secret Service) for this journal, installed as
+// the shared secret store on first use unless one is installed already.
+std::shared_ptr<SecretStore> journalKeyring();
 
 // Pieces of the commands' plain-text output, shared by every command file:
 // a date in ISO 8601 with its offset, a record's number, and one line of a

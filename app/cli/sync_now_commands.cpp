@@ -58,14 +58,6 @@ void stopCapture(CliApp&) {
   LUMEO_DROP_ERROR(session->close(holdJournalLock));
 }
 
-std::shared_ptr<SecretStore> keyring() {
-  if (!std::dynamic_pointer_cast<UnavailableSecretStore>(SecretStore::shared())) return SecretStore::shared();
-  std::error_code ec;
-  auto journal = std::filesystem::weakly_canonical(DataDirectories::current().library, ec);
-  SecretStore::setShared(std::make_shared<SecretServiceStore>(journal.string()));
-  return SecretStore::shared();
-}
-
 std::string counted(std::size_t n, const std::string& noun) {
   return std::to_string(n) + " " + noun + (n == 1 ? "" : "s");
 }
@@ -90,7 +82,7 @@ void runSyncNow(CliApp& cli) {
   SyncJournalCapture& session = syncSession();
   if (OptionalError error = session.eventStore()->setupError())
     throw CommandError("the sync engine's files cannot be read: " + describe(*error));
-  std::shared_ptr<SyncCloudFileSystem> cloud = makeSyncCloudFileSystem(*destination, keyring());
+  std::shared_ptr<SyncCloudFileSystem> cloud = makeSyncCloudFileSystem(*destination, journalKeyring());
   SyncCloudMerger merger(app.storeURL(), session.eventStore(), cloud, &session.hooks(), session.integrator());
 
   bool joined = false;
